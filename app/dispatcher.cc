@@ -1,0 +1,68 @@
+#include <algorithm>
+
+#include "app/error_codes.h"
+#include "app/kx_tool.h"
+#include "app/options.h"
+#include "diag/utils.h"
+#include "platform/files.h"
+#include "platform/standard_streams.h"
+
+namespace {
+
+/// The directory of the program as it was called, ending in "/"; empty when it was called by its
+/// bare name.
+std::string DirectoryOf(const std::string& programPath) {
+  return programPath.substr(0, programPath.rfind('/') + 1);
+}
+
+void LogEndMessage(const Option& option, const OptionRun& run, int code) {
+  if (option.endMessage == nullptr) return;
+  switch (option.endNumber) {
+    case EndNumber::kNothing:
+      return Utils::LogMessage(run.logger, option.endMessage);
+    case EndNumber::kCode:
+      return Utils::LogMessage(run.logger, option.endMessage, code);
+    case EndNumber::kValue:
+      return Utils::LogMessage(run.logger, option.endMessage, run.value);
+  }
+}
+
+/// Judges the arguments of `option`, runs its operation and reports. @return the run's code.
+int RunOption(const Option& option, OptionRun& run) {
+  const auto logStart = [&] { Utils::LogMessage(run.logger, option.startMessage); };
+  if (!option.startsAfterCountTest) logStart();
+  if (run.tool.argc < option.minimumCount || run.tool.argc > option.maximumCount) {
+    Utils::LogMessage(run.logger, option.badArgumentsMessage);
+    return kEINVAL;
+  }
+  if (option.startsAfterCountTest) logStart();
+  if (option.accept != nullptr && !option.accept(run)) return kEINVAL;
+
+  const int code = option.operate(run);
+  if (code == kSuccess || option.onFailure == OnFailure::kReport) {
+    LogEndMessage(option, run, code);
+    platform::WriteStandardOutput(run.result);
+  }
+  return code;
+}
+
+}  // namespace
+
+int KXTool::Run(std::string& result) {
+  const std::string directory = DirectoryOf(arguments[0]);
+  const std::string configurationPath = directory + "configfile.txt";
+  if (platform::FileExists(configurationPath)) {
+    Utils::ParseConfigFile(configurationPath, logger, directory);
+  }
+
+  const auto* const option =
+      std::find_if(kOptions.begin(), kOptions.end(), [this](const Option& candidate) {
+        return Utils::EqualsIgnoringCase(arguments[1], candidate.name);
+      });
+  if (option == kOptions.end()) {
+    Utils::LogMessage(logger, "Invalid arguments for running RMM tool");
+    return kEINVAL;
+  }
+  OptionRun run{*this, result, logger, {}, 0};
+  return RunOption(*option, run);
+}

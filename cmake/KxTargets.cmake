@@ -1,0 +1,50 @@
+# Compiler settings and the functions with which the folders declare what they build.
+
+# What all our code is compiled with.
+add_library(kx_options INTERFACE)
+target_include_directories(kx_options INTERFACE ${CMAKE_SOURCE_DIR})
+target_compile_options(kx_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror
+  -fstack-protector-strong -fvisibility=hidden -ffunction-sections -fdata-sections)
+if(CMAKE_BUILD_TYPE STREQUAL "Release")
+  target_compile_definitions(kx_options INTERFACE _FORTIFY_SOURCE=2)
+endif()
+if(KX_SANITIZE)
+  target_compile_options(kx_options INTERFACE
+    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+  target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
+endif()
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+find_program(KX_CCACHE ccache)
+if(KX_CCACHE)
+  set(CMAKE_C_COMPILER_LAUNCHER ${KX_CCACHE})
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${KX_CCACHE})
+endif()
+
+# kx_room(NAME SOURCE...): the object library kx_NAME of one room of the product.
+function(kx_room name)
+  add_library(kx_${name} OBJECT ${ARGN})
+  target_link_libraries(kx_${name} PUBLIC kx_options)
+endfunction()
+
+# All rooms of the product, for whoever links the whole of it.
+set(KX_ROOMS kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
+
+# kx_unit_tests(NAME SOURCE...): the test program kx_NAME_tests over the whole product, with the
+# fakes of tests/support/ in place of platform/. Every test case is a test of ctest.
+function(kx_unit_tests name)
+  if(NOT KX_TESTS)
+    return()
+  endif()
+  add_executable(kx_${name}_tests ${ARGN})
+  target_link_libraries(kx_${name}_tests PRIVATE kx_options ${KX_ROOMS} kx_test_support
+    GTest::gmock GTest::gtest_main)
+  kx_discover_tests(kx_${name}_tests)
+endfunction()
+
+# kx_discover_tests(TARGET [ctest properties...]): makes each case of a GoogleTest program a test.
+include(GoogleTest)
+function(kx_discover_tests target)
+  gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT 300 ${ARGN})
+endfunction()

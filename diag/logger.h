@@ -1,0 +1,29 @@
+#ifndef DIAG_LOGGER_H_
+#define DIAG_LOGGER_H_
+
+#include <fstream>
+#include <string>
+
+/// The process-wide log writer. Lines go to "log.txt"; each is flushed when it is written.
+class Logger {
+ public:
+  /// Returns the one logger. The first call creates it and opens the log file at `directory`
+  /// followed by the file's name, keeping what the file holds; later calls ignore `directory`. A
+  /// file that cannot be opened is not reported: Log() then writes nothing.
+  static Logger* GetLogger(std::string directory);
+
+  /// Writes one line: UTC time, a blank, `message`. Any thread may call it; lines stay whole.
+  void Log(std::string message);
+
+ private:
+  Logger() = default;
+
+  static Logger* m_pThis;
+  static std::string m_sFilename;
+  static std::ofstream m_LogFile;
+};
+
+/// The logger in use; null while logging is off. Set once, before any other thread runs.
+extern Logger* logger;
+
+#endif  // DIAG_LOGGER_H_

@@ -1,0 +1,26 @@
+#ifndef PLATFORM_TASK_H_
+#define PLATFORM_TASK_H_
+
+#include <string>
+#include <vector>
+
+namespace platform {
+
+/// A program to run as a child process. It gets the descriptors 0 to 2 and no other.
+struct Task {
+  std::string launchPath;              ///< path of the executable; no search, no shell
+  std::vector<std::string> arguments;  ///< after the program name
+  /// Existing file that receives standard output; empty for a pipe. Standard input and error are
+  /// always pipes. Pipes are neither written nor read, and stay open until the child has ended: a
+  /// child that writes more than a pipe holds blocks.
+  std::string standardOutputPath;
+};
+
+/// Runs `task` and waits until it has ended; there is no time limit.
+/// @return its exit status; the signal's number when a signal ended it; the `errno` of the failure
+///     when it could not be started.
+int RunTask(const Task& task);
+
+}  // namespace platform
+
+#endif  // PLATFORM_TASK_H_

@@ -1,0 +1,70 @@
+#include "sdk/run_state.h"
+
+#include <cstring>
+
+#include "app/kx_tool.h"
+
+std::mutex locker;
+std::condition_variable cv;
+std::atomic<bool> stopThread;
+std::atomic<bool> hasProductEvent;
+std::atomic<bool> isReady;
+
+namespace sdk {
+namespace {
+
+struct GateState {
+  std::mutex lock;  ///< also guards the tool's batchContext
+  std::condition_variable empty;
+  KXTool* tool = nullptr;
+  int inside = 0;
+};
+
+/// Never destroyed, because an SDK thread may still call while the process exits.
+GateState& Gate() {
+  static GateState& gate = *new GateState;
+  return gate;
+}
+
+}  // namespace
+
+void CallbackGate::Open(KXTool& tool) {
+  GateState& gate = Gate();
+  const std::lock_guard<std::mutex> lock(gate.lock);
+  gate.tool = &tool;
+}
+
+void CallbackGate::Close(KXTool& tool) {
+  GateState& gate = Gate();
+  std::unique_lock<std::mutex> lock(gate.lock);
+  if (gate.tool == &tool) gate.tool = nullptr;
+  gate.empty.wait(lock, [&gate] { return gate.inside == 0; });
+}
+
+void CallbackGate::SetBatchContext(KXTool& tool, const char* text) {
+  const std::lock_guard<std::mutex> lock(Gate().lock);
+  std::memset(tool.batchContext, 0, sizeof tool.batchContext);
+  std::strncpy(tool.batchContext, text, sizeof tool.batchContext - 1);
+}
+
+CallbackGate::Pass::Pass(void* context) : tool_(nullptr) {
+  GateState& gate = Gate();
+  const std::lock_guard<std::mutex> lock(gate.lock);
+  if (context == nullptr || context != gate.tool) return;
+  tool_ = gate.tool;
+  ++gate.inside;
+}
+
+CallbackGate::Pass::~Pass() {
+  if (tool_ == nullptr) return;
+  GateState& gate = Gate();
+  const std::lock_guard<std::mutex> lock(gate.lock);
+  if (--gate.inside == 0) gate.empty.notify_all();
+}
+
+bool CallbackGate::Pass::IsCurrentBatch(const char* batchContext) const {
+  const std::lock_guard<std::mutex> lock(Gate().lock);
+  return std::strcmp(tool_->batchContext, batchContext) == 0;
+}
+
+}  // namespace sdk

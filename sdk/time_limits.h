@@ -1,0 +1,20 @@
+#ifndef SDK_TIME_LIMITS_H_
+#define SDK_TIME_LIMITS_H_
+
+#include <string>
+
+#include "platform/clock.h"
+
+namespace sdk {
+
+/// Seconds that an SDK call may take to be answered.
+/// @param option the command option being run, in any letter case
+/// @param scanTimeout the limit of a watched scan; negative without one
+long long TimeLimit(const std::string& option, long long scanTimeout);
+
+/// @return `seconds` (not negative) after `now`, or the clock's last moment when that comes first.
+platform::MonotonicTime DeadlineAfter(platform::MonotonicTime now, long long seconds);
+
+}  // namespace sdk
+
+#endif  // SDK_TIME_LIMITS_H_
