@@ -1,0 +1,22 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_BUNDLE_REPRESENTATION_H_
+#define PLATFORM_LINUX_CODE_SIGNING_BUNDLE_REPRESENTATION_H_
+
+#include <optional>
+#include <string>
+
+#include "platform/linux/code_signing/disk_representation.h"
+
+namespace platform::code_signing {
+
+/// Opens the bundle in the directory `path`: finds its layout, its Info.plist and its main
+/// executable, by the rules of Apple's open CoreFoundation (CFBundle) and Security
+/// (bundlediskrep.cpp).
+OsStatus OpenBundleRepresentation(const std::string& path, DiskRepresentationPtr& representation);
+
+/// @return the directory of the bundle of which the file `path` is the main executable; nothing
+///     when it is not one.
+std::optional<std::string> FindBundleOfExecutable(const std::string& path);
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_BUNDLE_REPRESENTATION_H_

@@ -1,0 +1,66 @@
+#include "platform/linux/code_signing/digest.h"
+
+#include <openssl/evp.h>
+
+namespace platform::code_signing {
+namespace {
+
+struct HashTraits {
+  HashType type;
+  std::size_t length;
+  const EVP_MD* (*algorithm)();
+};
+
+constexpr HashTraits kHashes[] = {
+    {HashType::kSha1, 20, EVP_sha1},
+    {HashType::kSha256, 32, EVP_sha256},
+    {HashType::kSha256Truncated, 20, EVP_sha256},
+    {HashType::kSha384, 48, EVP_sha384},
+};
+
+const HashTraits& TraitsOf(HashType type) { return kHashes[static_cast<std::size_t>(type) - 1]; }
+
+}  // namespace
+
+std::optional<HashType> HashTypeFromNumber(std::uint8_t number) {
+  for (const HashTraits& hash : kHashes) {
+    if (static_cast<std::uint8_t>(hash.type) == number) return hash.type;
+  }
+  return std::nullopt;
+}
+
+std::size_t DigestLength(HashType type) { return TraitsOf(type).length; }
+
+void Digest::Free::operator()(evp_md_ctx_st* context) const { EVP_MD_CTX_free(context); }
+
+Digest::Digest(HashType type) : type_(type), context_(EVP_MD_CTX_new()) { Start(); }
+
+void Digest::Start() {
+  failed_ = context_ == nullptr ||
+            EVP_DigestInit_ex(context_.get(), TraitsOf(type_).algorithm(), nullptr) != 1;
+}
+
+void Digest::Update(std::string_view bytes) {
+  failed_ = failed_ || EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) != 1;
+}
+
+std::string Digest::FinishFull() {
+  std::string digest(EVP_MAX_MD_SIZE, '\0');
+  unsigned int length = 0;
+  failed_ =
+      failed_ || EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char*>(digest.data()),
+                                    &length) != 1;
+  digest.resize(failed_ ? 0 : length);
+  Start();
+  return digest;
+}
+
+std::string Digest::Finish() { return FinishFull().substr(0, DigestLength(type_)); }
+
+std::string DigestOf(HashType type, std::string_view bytes) {
+  Digest digest(type);
+  digest.Update(bytes);
+  return digest.Finish();
+}
+
+}  // namespace platform::code_signing

@@ -1,0 +1,62 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_DIGEST_H_
+#define PLATFORM_LINUX_CODE_SIGNING_DIGEST_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+struct evp_md_ctx_st;
+
+namespace platform::code_signing {
+
+/// The digests of a signature, numbered as in a CodeDirectory and in the keys of CodeResources
+/// (cs_blobs.h of Apple's open xnu). In ascending order of preference: kSha1, kSha256Truncated,
+/// kSha256, kSha384.
+enum class HashType : std::uint8_t {
+  kSha1 = 1,
+  kSha256 = 2,
+  kSha256Truncated = 3,  ///< the first 20 bytes of SHA-256
+  kSha384 = 4,
+};
+
+/// @return the type with this number; nothing for a number that is not known.
+std::optional<HashType> HashTypeFromNumber(std::uint8_t number);
+
+/// @return the digest's length in bytes.
+std::size_t DigestLength(HashType type);
+
+/// One digest that is computed in pieces. Moves only.
+class Digest {
+ public:
+  explicit Digest(HashType type);
+
+  void Update(std::string_view bytes);
+
+  /// @return the digest, cut to DigestLength(), or empty when libcrypto failed at any point (an
+  ///     empty digest equals no stored one). The object then starts anew.
+  std::string Finish();
+
+  /// Like Finish(), but not cut.
+  std::string FinishFull();
+
+ private:
+  struct Free {
+    void operator()(evp_md_ctx_st* context) const;
+  };
+
+  void Start();
+
+  HashType type_;
+  bool failed_ = false;
+  std::unique_ptr<evp_md_ctx_st, Free> context_;
+};
+
+/// The digest of `bytes`; see Digest::Finish().
+std::string DigestOf(HashType type, std::string_view bytes);
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_DIGEST_H_

@@ -1,0 +1,108 @@
+#include "platform/linux/code_signing/random_access_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+namespace platform::code_signing {
+namespace {
+
+// No terminal is adopted, no writer of a pipe is waited for, and no child inherits the descriptor.
+constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+
+template <typename Call>
+auto RetryOnSignal(const Call& call) {
+  auto result = call();
+  while (result < 0 && errno == EINTR) result = call();
+  return result;
+}
+
+}  // namespace
+
+RandomAccessFile::~RandomAccessFile() { Close(); }
+
+RandomAccessFile::RandomAccessFile(RandomAccessFile&& other) noexcept
+    : descriptor_(std::exchange(other.descriptor_, -1)) {}
+
+RandomAccessFile& RandomAccessFile::operator=(RandomAccessFile&& other) noexcept {
+  std::swap(descriptor_, other.descriptor_);
+  return *this;
+}
+
+void RandomAccessFile::Close() {
+  if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
+}
+
+int RandomAccessFile::Open(const std::string& path) {
+  Close();
+  descriptor_ = RetryOnSignal([&] { return open(path.c_str(), kOpenFlags); });
+  return descriptor_ < 0 ? errno : 0;
+}
+
+int RandomAccessFile::OpenAt(int directory, const std::string& relativePath) {
+  Close();
+  descriptor_ = RetryOnSignal(
+      [&] { return openat(directory, relativePath.c_str(), kOpenFlags | O_NOFOLLOW); });
+  return descriptor_ < 0 ? errno : 0;
+}
+
+int RandomAccessFile::Size(std::uint64_t& size) const {
+  struct stat status {};
+  if (fstat(descriptor_, &status) != 0) return errno;
+  size = static_cast<std::uint64_t>(std::max<off_t>(status.st_size, 0));
+  return 0;
+}
+
+int RandomAccessFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t capacity,
+                             std::size_t& count) const {
+  constexpr auto kLastOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+  count = 0;
+  while (count < capacity) {
+    // An offset that no file can have lies behind the end of every file.
+    if (offset > kLastOffset || count > kLastOffset - offset) return 0;
+    const auto position = static_cast<off_t>(offset + count);
+    const ssize_t got = RetryOnSignal([&] {
+      return pread(descriptor_, static_cast<char*>(buffer) + count, capacity - count, position);
+    });
+    if (got < 0) return errno;
+    if (got == 0) return 0;
+    count += static_cast<std::size_t>(got);
+  }
+  return 0;
+}
+
+bool RandomAccessFile::ReadExactly(std::uint64_t offset, void* buffer, std::size_t length) const {
+  std::size_t count = 0;
+  return ReadAt(offset, buffer, length, count) == 0 && count == length;
+}
+
+std::optional<std::string> RandomAccessFile::ReadPiece(std::uint64_t offset,
+                                                       std::uint64_t length) const {
+  std::uint64_t size = 0;
+  if (length > kLargestPiece || Size(size) != 0) return std::nullopt;
+  if (offset > size || length > size - offset) return std::nullopt;
+  std::string bytes(static_cast<std::size_t>(length), '\0');
+  if (!ReadExactly(offset, bytes.data(), bytes.size())) return std::nullopt;
+  return bytes;
+}
+
+int RandomAccessFile::ReadAll(std::string& bytes) const {
+  constexpr std::size_t kStep = 64U << 10U;
+  bytes.clear();
+  for (;;) {
+    const std::size_t before = bytes.size();
+    if (before > kLargestPiece) return EFBIG;
+    bytes.resize(before + kStep);
+    std::size_t count = 0;
+    const int error = ReadAt(before, &bytes[before], kStep, count);
+    bytes.resize(before + count);
+    if (error != 0 || count == 0) return error;
+  }
+}
+
+}  // namespace platform::code_signing

@@ -1,0 +1,40 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_RESOURCE_SEAL_H_
+#define PLATFORM_LINUX_CODE_SIGNING_RESOURCE_SEAL_H_
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/code_signing/digest.h"
+#include "platform/linux/code_signing/disk_representation.h"
+#include "platform/linux/code_signing/requirement_subject.h"
+
+namespace platform::code_signing {
+
+/// Validates the code at `path`, without its pages and resources, and then `requirement` on each
+/// slice (kErrSecCSReqFailed when it is not met). The first failure is returned.
+using NestedCodeCheck =
+    std::function<OsStatus(const std::string& path, const Requirement& requirement)>;
+
+/// What the resource check needs of a bundle whose signature, special slots and pages are valid.
+struct ResourceSeal {
+  const DiskRepresentation& code;
+
+  /// The bytes of CodeResources, found to agree with the CodeDirectory; nothing when no resource
+  /// directory is sealed.
+  std::optional<std::string> codeResources;
+
+  /// The hash types of all the code's CodeDirectories, ascending. Never empty.
+  std::vector<HashType> hashTypes;
+
+  NestedCodeCheck checkNestedCode;
+};
+
+/// Validates everything below the code's resource root against its CodeResources (resources.cpp of
+/// Apple's open Security project). For code without a resource root, checks that none is sealed.
+OsStatus CheckResources(const ResourceSeal& seal);
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_RESOURCE_SEAL_H_
