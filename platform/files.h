@@ -58,8 +58,8 @@ class DirectoryReader {
   void* stream_ = nullptr;
 };
 
-/// A file open for reading. Opening never blocks, whatever kind of file it is (a pipe without a
-/// writer reads as empty). Closes when it goes. Moves only.
+/// A file open for reading. Neither opening nor reading blocks, whatever kind of file it is: a pipe
+/// ends with what it holds at the moment. Closes when it goes. Moves only.
 class InputFile {
  public:
   InputFile() = default;
@@ -85,19 +85,23 @@ class InputFile {
 /// symbolic link included, has that name already.
 int CreateFileExclusively(const std::string& path);
 
-/// Copies a file, a symbolic link (as a link) or a whole directory, with modes and times.
-/// @return false when `destination` exists already or the copy is not complete; what had been
-///     copied by then is removed again.
+/// Copies a file, a symbolic link (as a link) or a whole directory, with modes and times. The copy
+/// belongs to the user, and so loses the bits that would run it as its former owner or group.
+/// @return false when `destination` exists already (a dangling link counts) or the copy is not
+///     complete, as with a pipe or a socket inside; what had been copied by then is removed again.
 bool CopyTree(const std::string& source, const std::string& destination);
 
 /// Removes a file, a symbolic link (not what it points at) or a whole directory.
 /// @return false when anything of it remains, or there was nothing at `path`.
 bool RemoveTree(const std::string& path);
 
-/// NSFileManager's guess whether the user may delete `path`; false when there is nothing.
+/// NSFileManager's guess whether the user may delete `path` (a link itself, not what it points at),
+/// from the rights of its directory; false when there is nothing.
 bool IsDeletable(const std::string& path);
 
-/// Visits everything below `root`, parents before their contents, symbolic links not followed.
+/// Visits everything below the directory `root`, each directory before its contents and these
+/// before its next neighbour. Of symbolic links only `root` itself is followed; what cannot be read
+/// is passed over.
 /// @param visit is given each path relative to `root`; it returns false to end the walk.
 void WalkTree(const std::string& root,
               const std::function<bool(const std::string& relativePath)>& visit);
@@ -117,8 +121,7 @@ std::string PathExtension(const std::string& path);
 /// what lies in the root.
 std::string ParentPath(const std::string& path);
 
-/// `component` below `directory`, with one slash between them; `component` alone when `directory`
-/// is empty.
+/// `component` below `directory`, with one slash between them; one alone when the other is empty.
 std::string JoinPath(const std::string& directory, const std::string& component);
 
 }  // namespace platform

@@ -7,9 +7,7 @@
 namespace platform {
 namespace {
 
-int Mode(Binding binding) {
-  return binding == Binding::kNow ? RTLD_NOW : RTLD_LAZY | RTLD_GLOBAL;
-}
+int Mode(Binding binding) { return binding == Binding::kNow ? RTLD_NOW : RTLD_LAZY | RTLD_GLOBAL; }
 
 }  // namespace
 

@@ -10,10 +10,11 @@
 namespace platform {
 namespace {
 
-/// Waits until a non-blocking standard output takes more. @return false when that cannot be.
+/// Waits until a non-blocking standard output takes more, or until a signal comes.
+/// @return false when it never will.
 bool AwaitStandardOutput() {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
-  return poll(&output, 1, -1) > 0;
+  return poll(&output, 1, -1) > 0 || errno == EINTR;
 }
 
 }  // namespace
@@ -33,8 +34,7 @@ void WriteStandardOutput(std::string_view text) {
     const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());
     if (count > 0) {
       text.remove_prefix(static_cast<std::size_t>(count));
-    } else if (count == 0 ||
-               (errno != EINTR && !(errno == EAGAIN && AwaitStandardOutput()))) {
+    } else if (count == 0 || (errno != EINTR && !(errno == EAGAIN && AwaitStandardOutput()))) {
       return;
     }
   }

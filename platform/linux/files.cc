@@ -1,0 +1,97 @@
+#include "platform/files.h"
+
+#include <fts.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <system_error>
+
+#include "platform/linux/tree_copier.h"
+
+namespace platform {
+namespace {
+
+/// `path` as the name of the thing itself: a slash at the end would lead through a symbolic link.
+std::string WithoutTrailingSlashes(const std::string& path) {
+  const std::size_t last = path.find_last_not_of('/');
+  return last == std::string::npos ? path.substr(0, 1) : path.substr(0, last + 1);
+}
+
+struct CloseWalk {
+  void operator()(FTS* walk) const { fts_close(walk); }
+};
+
+/// Whether `entry` is met for the first time: a directory comes again after its contents, and
+/// instead of them when it cannot be read.
+bool IsFirstMeeting(const FTSENT& entry) {
+  return entry.fts_info != FTS_DP && entry.fts_info != FTS_DNR;
+}
+
+}  // namespace
+
+int ModificationTime(const std::string& path, FileTime& time) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return errno;
+  time = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  return 0;
+}
+
+bool CopyTree(const std::string& source, const std::string& destination) {
+  const std::string target = WithoutTrailingSlashes(destination);
+  TreeCopier copier;
+  if (copier.Copy(WithoutTrailingSlashes(source), target)) return true;
+  if (copier.HasCreated()) RemoveTree(target);
+  return false;
+}
+
+bool RemoveTree(const std::string& path) {
+  std::error_code error;
+  const std::uintmax_t count = std::filesystem::remove_all(WithoutTrailingSlashes(path), error);
+  return !error && count > 0;
+}
+
+bool IsDeletable(const std::string& path) {
+  const std::string item = WithoutTrailingSlashes(path);
+  struct stat status;
+  if (lstat(item.c_str(), &status) != 0) return false;
+  const std::string directory = ParentPath(item);
+  const char* const parent = directory.empty() ? "." : directory.c_str();
+  struct stat parentStatus;
+  if (stat(parent, &parentStatus) != 0 || eaccess(parent, W_OK | X_OK) != 0) return false;
+  const uid_t user = geteuid();
+  return (parentStatus.st_mode & S_ISVTX) == 0 || user == 0 || user == status.st_uid ||
+         user == parentStatus.st_uid;
+}
+
+void WalkTree(const std::string& root,
+              const std::function<bool(const std::string& relativePath)>& visit) {
+  std::string path = root;
+  char* const roots[] = {path.data(), nullptr};
+  const std::unique_ptr<FTS, CloseWalk> walk(
+      fts_open(roots, FTS_PHYSICAL | FTS_COMFOLLOW | FTS_NOCHDIR, nullptr));
+  if (!walk) return;
+  while (const FTSENT* const entry = fts_read(walk.get())) {
+    if (entry->fts_level == FTS_ROOTLEVEL || !IsFirstMeeting(*entry)) continue;
+    const char* relative = entry->fts_path + path.size();
+    while (*relative == '/') ++relative;
+    if (!visit(relative)) return;
+  }
+}
+
+std::optional<std::string> TemporaryDirectory() {
+  const char* const chosen = std::getenv("TMPDIR");
+  for (const char* const directory : {chosen, "/tmp"}) {
+    if (directory == nullptr || !DirectoryExists(directory)) continue;
+    std::string path = directory;
+    if (path.back() != '/') path += '/';
+    return path;
+  }
+  return std::nullopt;
+}
+
+}  // namespace platform
