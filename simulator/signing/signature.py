@@ -1,0 +1,129 @@
+"""Signatures as a set of components, whatever they are kept in."""
+
+import dataclasses
+import datetime
+import plistlib
+
+from simulator.signing import blobs, cms, der
+from simulator.signing.errors import SigningError
+from simulator.signing.identity import Identity
+from simulator.signing.timestamp import Timestamp
+
+FROM_IDENTITY = "from the identity"
+
+
+@dataclasses.dataclass(frozen=True)
+class Options:
+    """How to sign; the keyword arguments of every sign_ function.
+
+    hashes: names of blobs.HASH_TYPES, the first for the CodeDirectory proper and the others for
+        alternates. A name given twice makes a signature that no platform accepts.
+    page_size: logarithm to base 2 of a page's octets; 0 is one page of any size.
+    identifier: what the code is called; None is the file's or bundle's own name.
+    team_identifier: None leaves it out.
+    version, flags: of the CodeDirectory; the flags that the form of the signature needs are added.
+    adhoc: no certificates, an empty CMS. linker_signed: as a linker does it, nothing but a
+        CodeDirectory of version 0x20400. Both need no identity.
+    requirements: a requirement set (blobs.EMPTY_REQUIREMENTS and the like), None for no such slot.
+    entitlements: a dictionary, sealed as XML and as DER, None for no such slots.
+    certificates: which of the identity's the CMS carries, in this order.
+    signing_time: an aware datetime; None is now. timestamp: a Timestamp, None for no token.
+    agility: the hash-agility attributes to write, of the numbers 1 and 2.
+    """
+
+    hashes: tuple[str, ...] = ("sha256",)
+    page_size: int = 12
+    identifier: str | None = None
+    team_identifier: str | None = FROM_IDENTITY
+    version: int = 0x20500
+    flags: int = 0
+    adhoc: bool = False
+    linker_signed: bool = False
+    requirements: bytes | None = blobs.EMPTY_REQUIREMENTS
+    entitlements: dict | None = None
+    certificates: tuple[str, ...] = ("intermediate", "root", "leaf")
+    signing_time: datetime.datetime | None = None
+    timestamp: Timestamp | None = None
+    agility: tuple[int, ...] = (1, 2)
+
+    def __post_init__(self):
+        unknown = set(self.hashes) - set(blobs.HASH_TYPES)
+        if unknown or not 0 < len(self.hashes) <= 6:
+            raise SigningError(f"hashes must be one to six of {', '.join(blobs.HASH_TYPES)}")
+        if not 0 <= self.page_size < 32:
+            raise SigningError(f"a page size of 2^{self.page_size} is not possible")
+
+
+def components(code, identity, options, *, name, special=None,
+               executable_segment=blobs.ExecutableSegment()):
+    """The components of a signature: a dictionary from slots to finished blobs.
+
+    `code` is what the CodeDirectories cover, `name` the identifier unless the options say another,
+    `special` what is sealed but kept elsewhere (slots 1 and 3), `identity` may be None for code
+    that is signed ad hoc or by the linker.
+    """
+    if identity is None and not (options.adhoc or options.linker_signed):
+        raise SigningError("only ad-hoc and linker-signed code needs no identity")
+    parts = {} if options.linker_signed else _sealed_parts(options)
+    sealed = {} if options.linker_signed else {**(special or {}), **parts}
+    directories = [
+        (hash_name, _directory(hash_name, identity, options, name, sealed,
+                               executable_segment).encode(code))
+        for hash_name in options.hashes]
+    found = {blobs.SLOT_CODE_DIRECTORY: directories[0][1], **parts}
+    for number, (_, encoding) in enumerate(directories[1:]):
+        found[blobs.SLOT_ALTERNATE + number] = encoding
+    if not options.linker_signed:
+        message = b"" if options.adhoc else _message(directories, identity, options)
+        found[blobs.SLOT_CMS] = blobs.blob(blobs.WRAPPER, message)
+    return found
+
+
+def embedded(found):
+    """The SuperBlob of an embedded signature with the given components."""
+    return blobs.super_blob(blobs.EMBEDDED_SIGNATURE, found)
+
+
+def _sealed_parts(options):
+    parts = {}
+    if options.requirements is not None:
+        parts[blobs.SLOT_REQUIREMENTS] = options.requirements
+    if options.entitlements is not None:
+        text = plistlib.dumps(options.entitlements)
+        parts[blobs.SLOT_ENTITLEMENTS] = blobs.blob(blobs.ENTITLEMENTS, text)
+        parts[blobs.SLOT_DER_ENTITLEMENTS] = blobs.blob(
+            blobs.DER_ENTITLEMENTS, blobs.der_entitlements(options.entitlements))
+    return parts
+
+
+def _directory(hash_name, identity, options, name, sealed, executable_segment):
+    flags, version, team = options.flags, options.version, options.team_identifier
+    if options.adhoc:
+        flags |= blobs.FLAG_ADHOC
+    if options.linker_signed:
+        flags |= blobs.FLAG_ADHOC | blobs.FLAG_LINKER_SIGNED
+        version = 0x20400
+    if team == FROM_IDENTITY:
+        anonymous = options.adhoc or options.linker_signed
+        team = None if anonymous else identity.team_identifier
+    if team is not None and version < 0x20200:
+        raise SigningError("a CodeDirectory before version 0x20200 has no team identifier")
+    return blobs.CodeDirectory(
+        identifier=options.identifier or name, team_identifier=team, hash_name=hash_name,
+        page_size=options.page_size, flags=flags, version=version, special=sealed,
+        executable_segment=executable_segment)
+
+
+def _message(directories, identity: Identity, options):
+    when = options.signing_time or datetime.datetime.now(datetime.timezone.utc)
+    agility = {1: cms.hash_agility, 2: cms.hash_agility_2}
+    attributes = [cms.attribute(cms.ATTRIBUTE_SIGNING_TIME, der.time(when))]
+    attributes += [agility[number](directories) for number in options.agility]
+    token = None
+    if options.timestamp is not None:
+        authority = options.timestamp.authority or identity
+        token = dataclasses.replace(options.timestamp, authority=authority).token
+    return cms.signed_data(
+        directories[0][1], identity.certificates["leaf"],
+        [identity.certificates[name] for name in options.certificates], attributes,
+        key_type=identity.profile.key_type, timestamp=token)
