@@ -3,6 +3,7 @@
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
 #include "app/options.h"
+#include "diag/global_logger.h"
 #include "diag/utils.h"
 #include "platform/files.h"
 #include "platform/standard_streams.h"

@@ -3,18 +3,32 @@
 #include <mutex>
 #include <utility>
 
+#include "diag/global_logger.h"
 #include "diag/utils.h"
 
 namespace {
 
-/// Keeps the lines of concurrent Log() calls whole.
-std::mutex lineLock;
+/// Keeps the lines of concurrent Log() calls whole. Never destroyed, because an SDK thread may still
+/// log while the process exits.
+std::mutex& LineLock() {
+  static std::mutex& lock = *new std::mutex;
+  return lock;
+}
 
 }  // namespace
 
 Logger* Logger::m_pThis = nullptr;
 std::string Logger::m_sFilename = "log.txt";
 std::ofstream Logger::m_LogFile;
+
+/// Goes just before the stream does; Log() leaves the stream alone from then on.
+struct Logger::EndOfLogging {
+  ~EndOfLogging() {
+    const std::lock_guard<std::mutex> lock(LineLock());
+    m_pThis = nullptr;
+  }
+};
+Logger::EndOfLogging Logger::endOfLogging_;
 
 Logger* logger = nullptr;
 
@@ -27,7 +41,7 @@ Logger* Logger::GetLogger(std::string directory) {
 }
 
 void Logger::Log(std::string message) {
-  const std::lock_guard<std::mutex> lock(lineLock);
+  const std::lock_guard<std::mutex> lock(LineLock());
   if (m_pThis == nullptr || !m_LogFile.is_open()) return;
   m_LogFile << Utils::GetUtcTime() << ' ' << message << '\n';
   m_LogFile.flush();

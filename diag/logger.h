@@ -18,12 +18,12 @@ class Logger {
  private:
   Logger() = default;
 
+  struct EndOfLogging;
+
   static Logger* m_pThis;
   static std::string m_sFilename;
   static std::ofstream m_LogFile;
+  static EndOfLogging endOfLogging_;
 };
-
-/// The logger in use; null while logging is off. Set once, before any other thread runs.
-extern Logger* logger;
 
 #endif  // DIAG_LOGGER_H_

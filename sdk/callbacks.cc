@@ -1,6 +1,7 @@
 #include "sdk/callbacks.h"
 
 #include "app/kx_tool.h"
+#include "diag/global_logger.h"
 #include "diag/utils.h"
 #include "sdk/run_state.h"
 

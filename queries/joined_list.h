@@ -1,0 +1,18 @@
+#ifndef QUERIES_JOINED_LIST_H_
+#define QUERIES_JOINED_LIST_H_
+
+#include <string>
+#include <string_view>
+
+namespace queries {
+
+/// Appends `entry` to a list whose entries are separated by single "|" signs. Nothing separates
+/// what comes first, nor what follows a list that is still an empty text.
+inline void AppendToList(std::string& list, std::string_view entry) {
+  if (!list.empty()) list += '|';
+  list += entry;
+}
+
+}  // namespace queries
+
+#endif  // QUERIES_JOINED_LIST_H_

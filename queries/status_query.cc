@@ -1,0 +1,42 @@
+#include "queries/status_query.h"
+
+#include "app/error_codes.h"
+#include "app/kx_tool.h"
+#include "diag/utils.h"
+
+namespace queries {
+namespace {
+
+constexpr std::size_t kAllocatorChunkSize = 1024;
+
+int WalkGuarded(const QueryLines& lines, const Walk& walk, const rapidjson::Value& output,
+                Logger* logger) {
+  try {
+    return walk(output);
+  } catch (...) {
+    Utils::LogMessage(logger, lines.guard);
+    return kESRCH;
+  }
+}
+
+}  // namespace
+
+int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Walk& walk, Logger* logger) {
+  Utils::LogMessage(logger, "Execute Product.GetStatus method");
+  rapidjson::MemoryPoolAllocator<> allocator(kAllocatorChunkSize);
+  rapidjson::Document output(&allocator);
+  int code = tool.ExecuteAgentSDKMethodWrapper("Product.GetStatus", output, logger);
+  if (code != kSuccess) {
+    if (lines.failureEndsInCode) {
+      Utils::LogMessage(logger, lines.failure, code);
+    } else {
+      Utils::LogMessage(logger, lines.failure);
+    }
+    return code;
+  }
+  code = WalkGuarded(lines, walk, output, logger);
+  Utils::LogMessage(logger, lines.closing, code);
+  return code;
+}
+
+}  // namespace queries

@@ -1,0 +1,33 @@
+#ifndef QUERIES_STATUS_QUERY_H_
+#define QUERIES_STATUS_QUERY_H_
+
+#include <rapidjson/document.h>
+
+#include <functional>
+
+class KXTool;
+class Logger;
+
+namespace queries {
+
+/// The log lines that tell one status query from another.
+struct QueryLines {
+  const char* failure;      ///< the SDK call failed
+  bool failureEndsInCode;   ///< the call's code is appended to it
+  const char* guard;        ///< the walk threw
+  const char* closing;      ///< the query's code is appended to it
+};
+
+/// Reads what a query wants to know from the output of "Product.GetStatus". The output is an object,
+/// or null, which counts as one without members. A walk changes its result as its last step, so that
+/// an exception leaves the result as it was.
+/// @return the query's code
+using Walk = std::function<int(const rapidjson::Value& output)>;
+
+/// Asks the product for its status and walks the answer.
+/// @return the SDK call's code when it failed, 3 when the walk threw, else the walk's code.
+int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Walk& walk, Logger* logger);
+
+}  // namespace queries
+
+#endif  // QUERIES_STATUS_QUERY_H_

@@ -1,0 +1,147 @@
+#ifndef TESTS_SUPPORT_FAKE_PLATFORM_H_
+#define TESTS_SUPPORT_FAKE_PLATFORM_H_
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/code_signing.h"
+#include "platform/files.h"
+#include "platform/property_list.h"
+#include "platform/task.h"
+
+namespace fake {
+
+/// A file, directory or other entry of the fake file system.
+struct Node {
+  std::uint32_t mode = S_IFREG | 0644;
+  std::string contents;
+  platform::FileTime time = {1700000000, 0};
+  bool isSymbolicLink = false;  ///< one that leads nowhere
+
+  int statusError = 0;      ///< errno of reading its status (mode, time, existence as seen by access)
+  int accessError = 0;      ///< errno of access()
+  int openError = 0;        ///< errno of opening it
+  int readError = 0;        ///< errno of reading it ...
+  std::size_t readErrorAt = 0;  ///< ... from this byte on
+  bool isDeletable = true;
+  bool failsToCopy = false;
+  bool failsToRemove = false;
+};
+
+/// What the fake says about the signature of the code at some path.
+struct Signature {
+  platform::OsStatus createStatus = 0;
+  platform::OsStatus validity = 0;
+  platform::OsStatus informationStatus = 0;
+  /// Common names of the chain, leaf first; an absent name is a certificate without one. An absent
+  /// chain is a signature without certificates.
+  std::optional<std::vector<std::optional<std::string>>> commonNames;
+  std::optional<std::string> teamIdentifier;
+
+  /// The signature that the tool accepts.
+  static Signature Makers();
+};
+
+struct Process {
+  int processId = 0;
+  std::string shortName;
+  std::optional<std::string> executablePath;  ///< absent when it cannot be read
+};
+
+/// What a program does when the tool runs it.
+struct Program {
+  int status = 0;
+  std::function<void(const platform::Task& task)> effect;  ///< may be empty
+};
+
+/// The whole of platform/, faked at link time: one scripted world per test, which records what is
+/// done to it. Threads are real; so are the waits of every thread but the test's own, whose waits
+/// run the scripted `whenWaiting` steps and otherwise end at once in virtual time.
+class World {
+ public:
+  /// The world of the running test.
+  static World& Current();
+
+  /// Makes a fresh world: no files, no product, fixed clocks. The calling thread becomes the test's.
+  static World& Reset();
+
+  // Files.
+  void AddFile(const std::string& path, const std::string& contents = "");
+  void AddDirectory(const std::string& path);
+  bool Exists(const std::string& path) const { return files.count(path) != 0; }
+
+  std::map<std::string, Node> files;  ///< by path, as the tool names it
+  /// Order in which directories yield their entries, where it matters; else by name.
+  std::map<std::string, std::vector<std::string>> directoryOrder;
+  int directoryOpenError = 0;
+  std::optional<std::string> temporaryDirectory = "/tmp/";
+  int createError = 0;
+
+  // Everything that is only looked up.
+  std::map<std::string, std::string> mainBundleTexts = {{"RMMToolVersion", "1.0.0.206"}};
+  std::map<std::string, std::string> applicationExecutables;
+  std::map<std::string, Signature> signatures;
+  std::map<std::string, platform::PropertyListValue> propertyLists;
+
+  // Libraries: exported symbols by path. A path that is not here cannot be loaded.
+  std::map<std::string, std::map<std::string, void*>> libraries;
+  int openLibraries = 0;
+
+  // Processes: one table per look; the last one stays.
+  std::vector<std::vector<Process>> processTables = {{{1, "launchd", "/sbin/launchd"}}};
+  std::size_t looks = 0;
+  bool processTableFails = false;
+  std::map<int, int> executableReads;  ///< how often each process's path was read
+
+  // Programs by launch path; a program that is not here cannot be started (ENOENT).
+  std::map<std::string, Program> programs;
+  std::vector<platform::Task> tasks;  ///< run so far
+
+  // Time. Sleeps and waits of the test's thread advance all three clocks.
+  std::int64_t wallMicroseconds = 1700000000LL * 1000000;
+  std::int64_t monotonicNanoseconds = 1000;
+  std::vector<unsigned> sleeps;
+  /// Run one by one, with the lock released, when the test's thread waits on the condition variable.
+  std::deque<std::function<void()>> whenWaiting;
+  /// Seconds of each wait of the test's thread that ended at its deadline.
+  std::vector<double> expiredWaits;
+  int untimedWaits = 0;
+  /// Called in place of an untimed wait of the test's thread that nothing was scripted for (such a
+  /// wait would never end).
+  std::function<void()> onEndlessWait;
+
+  // Threads.
+  int threadStartError = 0;
+  int threadJoinError = 0;
+  int runningThreads = 0;
+
+  // Standard output.
+  std::string standardOutput;
+
+  std::uint64_t uuids = 0;  ///< made so far
+
+  /// Calls of interest in their order: SDK calls, sleeps, tasks, library loads.
+  void Record(const std::string& call);
+  std::vector<std::string> Calls() const;
+
+ private:
+  mutable std::mutex callsLock_;
+  std::vector<std::string> calls_;
+};
+
+/// The text of the `number`th UUID (from 1) of a world.
+std::string UuidText(std::uint64_t number);
+
+}  // namespace fake
+
+#endif  // TESTS_SUPPORT_FAKE_PLATFORM_H_

@@ -1,0 +1,67 @@
+#ifndef TESTS_SUPPORT_TOOL_TEST_H_
+#define TESTS_SUPPORT_TOOL_TEST_H_
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "app/kx_tool.h"
+#include "diag/logger.h"
+#include "tests/support/fake_platform.h"
+#include "tests/support/fake_sdk.h"
+
+namespace fake {
+
+/// Fixture of every test that works with the tool: a fresh World, a fresh SDK (not installed), and
+/// the log, which is a real file in a directory of the test program's own.
+class ToolTest : public testing::Test {
+ protected:
+  ToolTest();
+  /// Fails the test when it leaves an instance, a registration, a library or a thread behind.
+  ~ToolTest() override;
+
+  /// Makes (again) the tool for a command line; `words` are what follows the program name.
+  KXTool& MakeTool(const std::vector<std::string>& words = {"-getProductVersion"});
+  KXTool& Tool() { return *tool_; }
+
+  /// The logger, switched on.
+  Logger* Log();
+
+  /// Messages logged since the last call, without their time stamps. A message of several lines
+  /// comes as several.
+  std::vector<std::string> TakeLog();
+
+  World& world = World::Reset();
+  Sdk& sdk = Sdk::Reset();
+
+ private:
+  std::unique_ptr<KXTool> tool_;
+};
+
+/// Lines of one transcript after those of another.
+std::vector<std::string> operator+(std::vector<std::string> first,
+                                   const std::vector<std::string>& second);
+
+/// The log of the signature check of `path` when it accepts the file.
+std::vector<std::string> AcceptedSignatureLog(const std::string& path);
+
+/// The log of an SDK call for the installed product (layout 1) up to the look-up of its method.
+std::vector<std::string> LoadedLibraryLog(const std::string& method);
+
+/// The log of one try of a run: everything from getting the instance to the run's status. The fake
+/// clocks stand still. The batch is the newest one.
+std::vector<std::string> TryLog(int number, int status);
+
+/// The main thread's log of an SDK call up to its wait, when the first try succeeds, without the
+/// line about the time limit.
+std::vector<std::string> StartedCallLog(const std::string& method);
+
+/// The lines of OnRan() for the current batch, with `answer`.
+std::vector<std::string> CompletionLog(const std::string& answer);
+
+}  // namespace fake
+
+#endif  // TESTS_SUPPORT_TOOL_TEST_H_
