@@ -8,8 +8,8 @@
 
 namespace {
 
-/// Keeps the lines of concurrent Log() calls whole. Never destroyed, because an SDK thread may still
-/// log while the process exits.
+/// Keeps the lines of concurrent Log() calls whole. Never destroyed, because an SDK thread may
+/// still log while the process exits.
 std::mutex& LineLock() {
   static std::mutex& lock = *new std::mutex;
   return lock;

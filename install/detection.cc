@@ -49,9 +49,9 @@ std::string* UnlessFilled(std::string& text) { return text.empty() ? &text : nul
 /// @return whether the newer one could be read; the older one need not be there.
 bool ReadIdentity(KXTool& tool, const ProductInfoStructure& product, bool areServicesRunning,
                   Identity& identity, Logger* logger) {
-  const int code = tool.GetEndpointInformation(&identity.companyId, &identity.groupId,
-                                               &identity.endpointId, product.agcfngPath.c_str(),
-                                               areServicesRunning, logger);
+  const int code =
+      tool.GetEndpointInformation(&identity.companyId, &identity.groupId, &identity.endpointId,
+                                  product.agcfngPath.c_str(), areServicesRunning, logger);
   if (code != kSuccess) Utils::LogMessage(logger, "Cannot retrieve endpoint information");
   static_cast<void>(tool.GetEndpointInformation(
       UnlessFilled(identity.companyId), UnlessFilled(identity.groupId),

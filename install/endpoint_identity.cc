@@ -75,8 +75,8 @@ void TakeIdentifiers(const Value& configuration, const WantedIdentifiers& wanted
   const Value* const id = sdk::FindObject(configuration, "id");
   if (id == nullptr) return;
   if (const Value* const customData = sdk::FindObject(*id, "customdata")) {
-    FillFrom(sdk::FindText(*customData, "ComputersFolder"), wanted.groupId, "Group id is: ",
-             logger);
+    FillFrom(sdk::FindText(*customData, "ComputersFolder"), wanted.groupId,
+             "Group id is: ", logger);
   }
   FillFrom(sdk::FindText(*id, "hwid"), wanted.endpointId, "Hardware id is: ", logger);
   FillFrom(sdk::FindText(*id, "custid"), wanted.companyId, "Company id is: ", logger);
@@ -101,8 +101,7 @@ int ReadConfiguration(platform::InputFile& file, const WantedIdentifiers& wanted
     return kSuccess;
   } catch (...) {
     file.Close();
-    Utils::LogMessage(logger,
-                      "Exception happened while configuration file was opened. Read fault");
+    Utils::LogMessage(logger, "Exception happened while configuration file was opened. Read fault");
     return kEBADF;
   }
 }

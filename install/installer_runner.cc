@@ -113,9 +113,8 @@ int DiskImageInstall::CreateOutputFile() {
 }
 
 int DiskImageInstall::Attach() {
-  const int status = platform::RunTask({kDiskImageTool,
-                                        {"attach", imagePath_, "-plist", "-private", "-nobrowse"},
-                                        outputPath_});
+  const int status = platform::RunTask(
+      {kDiskImageTool, {"attach", imagePath_, "-plist", "-private", "-nobrowse"}, outputPath_});
   std::optional<std::string> mountPoint;
   if (const auto output = platform::ReadPropertyListDictionary(outputPath_)) {
     mountPoint = install::FindMountPoint(*output);
@@ -192,8 +191,8 @@ int DiskImageInstall::CheckApplication() {
 
 int DiskImageInstall::Install() {
   Log("Running ORVEX Install");
-  const int status = tool_.RunInstall(destinationItem_.c_str(), destinationConfiguration_.c_str(),
-                                      packageMode_);
+  const int status =
+      tool_.RunInstall(destinationItem_.c_str(), destinationConfiguration_.c_str(), packageMode_);
   Log("ORVEX Install finished with exit code: ", status);
   Log("Starting final ORVEX Detect");
   tool_.ORVEXDetectInstall(result_, logger_);

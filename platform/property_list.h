@@ -30,7 +30,7 @@ struct PropertyListValue {
   double real = 0;
   std::string text;                         ///< of kString in UTF-8, of kData the bytes
   std::vector<PropertyListValue> elements;  ///< of kArray
-  std::vector<Member> members;              ///< of kDictionary, in the list's order where it has one
+  std::vector<Member> members;  ///< of kDictionary, in the list's order where it has one
 
   /// @return the member `key` of a dictionary, or null.
   const PropertyListValue* Find(const std::string& key) const;

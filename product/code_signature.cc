@@ -39,7 +39,8 @@ int KXTool::CheckCodeSignature(bool& isSigned, const char* path, Logger* logger)
   isSigned = false;
   Utils::LogMessage(logger, "Retrieve Sec static code for ", path);
   platform::StaticCode code;
-  if (const platform::OsStatus status = platform::CreateStaticCode(path, code); status != kSuccess) {
+  if (const platform::OsStatus status = platform::CreateStaticCode(path, code);
+      status != kSuccess) {
     Utils::LogMessage(logger, "Failed to retrieve static code. Error code: ", status);
     return status;
   }

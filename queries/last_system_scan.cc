@@ -115,8 +115,8 @@ int KXTool::GetLastSystemScan(std::string& result, Logger* logger) {
       LogUnusableSummary(summary, report.path, logger);
       return kENOENT;
     }
-    queries::AppendToList(
-        result, std::string(report.taskIdentifier) + "=" + std::to_string(endTime));
+    queries::AppendToList(result,
+                          std::string(report.taskIdentifier) + "=" + std::to_string(endTime));
     Utils::LogMessage(logger, "Last system scan found for", report.path, ": ", endTime);
   }
   Utils::LogMessage(logger, "Finished retrieving last system scan successfully");

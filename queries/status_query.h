@@ -12,15 +12,15 @@ namespace queries {
 
 /// The log lines that tell one status query from another.
 struct QueryLines {
-  const char* failure;      ///< the SDK call failed
-  bool failureEndsInCode;   ///< the call's code is appended to it
-  const char* guard;        ///< the walk threw
-  const char* closing;      ///< the query's code is appended to it
+  const char* failure;     ///< the SDK call failed
+  bool failureEndsInCode;  ///< the call's code is appended to it
+  const char* guard;       ///< the walk threw
+  const char* closing;     ///< the query's code is appended to it
 };
 
-/// Reads what a query wants to know from the output of "Product.GetStatus". The output is an object,
-/// or null, which counts as one without members. A walk changes its result as its last step, so that
-/// an exception leaves the result as it was.
+/// Reads what a query wants to know from the output of "Product.GetStatus". The output is an
+/// object, or null, which counts as one without members. A walk changes its result as its last
+/// step, so that an exception leaves the result as it was.
 /// @return the query's code
 using Walk = std::function<int(const rapidjson::Value& output)>;
 

@@ -78,8 +78,7 @@ bool AppendNumber(std::string& text, const char* separator, const std::optional<
 /// Appends the fields of a location's most recent update, each whatever became of the others.
 /// @return the code
 int AppendUpdateState(const Value& update, std::string& text, Logger* logger) {
-  const bool hasError =
-      AppendNumber(text, "", sdk::FindInt32(update, "error"), "error", logger);
+  const bool hasError = AppendNumber(text, "", sdk::FindInt32(update, "error"), "error", logger);
   const bool hasTime = AppendNumber(text, "|", sdk::FindInt64(update, "time"), "time", logger);
   const bool hasLastSuccess = AppendNumber(text, "|", sdk::FindInt64(update, "lastSucceededTime"),
                                            "lastSucceededTime", logger);

@@ -51,8 +51,8 @@ int StartScan(KXTool& tool, const ScanKind& kind, long long& result, Logger* log
   }
 
   if (const int error = eventThread.Join(); error != 0) {
-    Utils::LogMessage(logger, "Failed to wait for ", kind.name, " scan thread. Error code: ",
-                      error);
+    Utils::LogMessage(logger, "Failed to wait for ", kind.name,
+                      " scan thread. Error code: ", error);
     return error;
   }
   code = DecideScan(tool, result, logger);

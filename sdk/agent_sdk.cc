@@ -66,8 +66,7 @@ bool Library::Open(const std::string& path) {
 }
 
 bool Library::FindGetInstance() {
-  getInstance_ =
-      reinterpret_cast<GetInstanceFunction>(library_.FindSymbol("AgentSDK_GetInstance"));
+  getInstance_ = reinterpret_cast<GetInstanceFunction>(library_.FindSymbol("AgentSDK_GetInstance"));
   return getInstance_ != nullptr;
 }
 

@@ -22,8 +22,6 @@ class InvocationTest : public fake::ToolTest {
   long long sdkError = -1;
 };
 
-using Lines = std::vector<std::string>;
-
 TEST_F(InvocationTest, AnsweredCall) {
   sdk.Install();
   const std::string answer = Answer(R"({"a":1})");
@@ -33,18 +31,17 @@ TEST_F(InvocationTest, AnsweredCall) {
   EXPECT_EQ(sdkError, 0);
   EXPECT_EQ(output["a"].GetInt(), 1);
   EXPECT_THAT(TakeLog(),
-              ElementsAreArray(fake::StartedCallLog("Product.GetStatus") +
-                               Lines{"Set run async timeout"} + fake::CompletionLog(answer) +
-                               Lines{"Parse AgentSDK response", "Parse \"response\" member",
-                                     "Parse \"data\" member", "Find method key",
-                                     "Parse \"error\" member", "Response error code : 0",
-                                     "Parse \"output\" member",
-                                     "Instance unregistered with exit code : 0",
-                                     "Finished executing AgentSDK method"}));
-  EXPECT_THAT(world.Calls(),
-              ElementsAre("load /Library/Corvane/XQP/product/lib/agentsdk.dylib now",
-                          "get instance", "register", "run", "unregister", "release instance",
-                          "unload"));
+              ElementsAreArray(fake::Concat(
+                  {fake::StartedCallLog("Product.GetStatus"),
+                   {"Set run async timeout"},
+                   fake::CompletionLog(answer),
+                   {"Parse AgentSDK response", "Parse \"response\" member", "Parse \"data\" member",
+                    "Find method key", "Parse \"error\" member", "Response error code : 0",
+                    "Parse \"output\" member", "Instance unregistered with exit code : 0",
+                    "Finished executing AgentSDK method"}})));
+  EXPECT_THAT(world.Calls(), ElementsAre("load /Library/Corvane/XQP/product/lib/agentsdk.dylib now",
+                                         "get instance", "register", "run", "unregister",
+                                         "release instance", "unload"));
 }
 
 }  // namespace

@@ -19,8 +19,8 @@ long long TimeLimit(const std::string& option, long long scanTimeout) {
 }
 
 platform::MonotonicTime DeadlineAfter(platform::MonotonicTime now, long long seconds) {
-  const auto left = std::chrono::duration_cast<std::chrono::seconds>(
-      platform::MonotonicTime::max() - now);
+  const auto left =
+      std::chrono::duration_cast<std::chrono::seconds>(platform::MonotonicTime::max() - now);
   if (seconds >= left.count()) return platform::MonotonicTime::max();
   return now + std::chrono::seconds(seconds);
 }

@@ -28,10 +28,10 @@ struct Node {
   platform::FileTime time = {1700000000, 0};
   bool isSymbolicLink = false;  ///< one that leads nowhere
 
-  int statusError = 0;      ///< errno of reading its status (mode, time, existence as seen by access)
-  int accessError = 0;      ///< errno of access()
-  int openError = 0;        ///< errno of opening it
-  int readError = 0;        ///< errno of reading it ...
+  int statusError = 0;  ///< errno of reading its status (mode, time, existence as seen by access)
+  int accessError = 0;  ///< errno of access()
+  int openError = 0;    ///< errno of opening it
+  int readError = 0;    ///< errno of reading it ...
   std::size_t readErrorAt = 0;  ///< ... from this byte on
   bool isDeletable = true;
   bool failsToCopy = false;
@@ -72,7 +72,8 @@ class World {
   /// The world of the running test.
   static World& Current();
 
-  /// Makes a fresh world: no files, no product, fixed clocks. The calling thread becomes the test's.
+  /// Makes a fresh world: no files, no product, fixed clocks. The calling thread becomes the
+  /// test's.
   static World& Reset();
 
   // Files.
@@ -111,7 +112,8 @@ class World {
   std::int64_t wallMicroseconds = 1700000000LL * 1000000;
   std::int64_t monotonicNanoseconds = 1000;
   std::vector<unsigned> sleeps;
-  /// Run one by one, with the lock released, when the test's thread waits on the condition variable.
+  /// Run one by one, with the lock released, when the test's thread waits on the condition
+  /// variable.
   std::deque<std::function<void()>> whenWaiting;
   /// Seconds of each wait of the test's thread that ended at its deadline.
   std::vector<double> expiredWaits;

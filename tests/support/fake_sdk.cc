@@ -98,13 +98,12 @@ int Sdk::GetInstance(void** instance, int reserved) {
   EXPECT_EQ(reserved, 0);
   if (const int status = NextStatus(getInstanceStatuses); status != 0) return status;
   auto* const unused = reinterpret_cast<void*>(UnusedEntry);
-  auto* const table =
-      new InstanceTable{unused,
-                        unused,
-                        unused,
-                        reinterpret_cast<void*>(RunAsyncEntry),
-                        reinterpret_cast<void*>(RegisterEntry),
-                        reinterpret_cast<void*>(UnregisterEntry)};
+  auto* const table = new InstanceTable{unused,
+                                        unused,
+                                        unused,
+                                        reinterpret_cast<void*>(RunAsyncEntry),
+                                        reinterpret_cast<void*>(RegisterEntry),
+                                        reinterpret_cast<void*>(UnregisterEntry)};
   *instance = table;
   instances_.insert(table);
   return 0;

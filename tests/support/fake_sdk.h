@@ -11,8 +11,9 @@
 
 namespace fake {
 
-/// The product's SDK library within the fake World. Calls are recorded there. It checks its own use:
-/// calls on an instance that is not live, or unregistering what is not registered, fail the test.
+/// The product's SDK library within the fake World. Calls are recorded there. It checks its own
+/// use: calls on an instance that is not live, or unregistering what is not registered, fail the
+/// test.
 class Sdk {
  public:
   /// The SDK of the running test.
@@ -21,8 +22,8 @@ class Sdk {
   /// Makes a fresh SDK that is not installed.
   static Sdk& Reset();
 
-  /// Puts the product into the World: directory of layout `number` (1 to 3), signed SDK library with
-  /// both exports.
+  /// Puts the product into the World: directory of layout `number` (1 to 3), signed SDK library
+  /// with both exports.
   void Install(int number = 1);
 
   /// Path of the SDK library of layout `number`.
@@ -34,8 +35,8 @@ class Sdk {
   std::deque<int> runStatuses;
   std::deque<int> unregisterStatuses;
 
-  /// Texts with which the coming runs complete, as soon as the tool waits; the last one stays. A run
-  /// whose answer is absent does not complete of itself. No run does while this is empty.
+  /// Texts with which the coming runs complete, as soon as the tool waits; the last one stays. A
+  /// run whose answer is absent does not complete of itself. No run does while this is empty.
   std::deque<std::optional<std::string>> answers;
 
   /// Called inside each run call, before it returns; may be empty.

@@ -83,13 +83,13 @@ std::vector<std::string> ToolTest::TakeLog() {
   return lines;
 }
 
-std::vector<std::string> operator+(std::vector<std::string> first,
-                                   const std::vector<std::string>& second) {
-  first.insert(first.end(), second.begin(), second.end());
-  return first;
+Lines Concat(std::initializer_list<Lines> parts) {
+  Lines all;
+  for (const Lines& part : parts) all.insert(all.end(), part.begin(), part.end());
+  return all;
 }
 
-std::vector<std::string> AcceptedSignatureLog(const std::string& path) {
+Lines AcceptedSignatureLog(const std::string& path) {
   return {"Retrieve Sec static code for " + path,
           "Check code validity",
           "Code is valid",
@@ -103,21 +103,17 @@ std::vector<std::string> AcceptedSignatureLog(const std::string& path) {
           "Check complete. File is signed by Corvane"};
 }
 
-std::vector<std::string> LoadedLibraryLog(const std::string& method) {
+Lines LoadedLibraryLog(const std::string& method) {
   const std::string path = Sdk::LibraryPath();
-  return std::vector<std::string>{"Executing AgentSDK method: " + method,
-                                  "Retrieving ORVEX directory path", "GetDirectory error code = 0",
-                                  "Validate " + path + " binary"} +
-         AcceptedSignatureLog(path) +
-         std::vector<std::string>{"Binary is valid",
-                                  "Loading library from: " + path,
-                                  "Set AgentSDK get instance",
-                                  "AgentSDK get instance is set",
-                                  "Set AgentSDK release instance",
-                                  "Search in actions for the declared method: " + method};
+  return Concat({{"Executing AgentSDK method: " + method, "Retrieving ORVEX directory path",
+                  "GetDirectory error code = 0", "Validate " + path + " binary"},
+                 AcceptedSignatureLog(path),
+                 {"Binary is valid", "Loading library from: " + path, "Set AgentSDK get instance",
+                  "AgentSDK get instance is set", "Set AgentSDK release instance",
+                  "Search in actions for the declared method: " + method}});
 }
 
-std::vector<std::string> TryLog(int number, int status) {
+Lines TryLog(int number, int status) {
   return {"Get AgentSDK instance",
           "Instance retrieved successfully",
           "RunAsync register instance notifications",
@@ -129,21 +125,23 @@ std::vector<std::string> TryLog(int number, int status) {
           "Inner RunAsync elapsed time = 0.000000 seconds"};
 }
 
-std::vector<std::string> StartedCallLog(const std::string& method) {
-  return LoadedLibraryLog(method) +
-         std::vector<std::string>{"Start RunAsync",
-                                  "Run async starts at Tue Nov 14 22:13:20 2023", ""} +
-         TryLog(1, 0) +
-         std::vector<std::string>{"RunAsync elapsed time = 0.000000 seconds",
-                                  "RunAsync error code = 0", "End RunAsync", "AgentSDK response",
-                                  ""};
+Lines StartedCallLog(const std::string& method) {
+  return Concat({LoadedLibraryLog(method),
+                 {"Start RunAsync", "Run async starts at Tue Nov 14 22:13:20 2023", ""},
+                 TryLog(1, 0),
+                 {"RunAsync elapsed time = 0.000000 seconds", "RunAsync error code = 0",
+                  "End RunAsync", "AgentSDK response", ""}});
 }
 
-std::vector<std::string> CompletionLog(const std::string& answer) {
-  return {"Start OnRan",         "Is null batch_context = 0",
-          "Batch context = 48",  "Error = 0",
-          "Is null result = 0",  "OnRun response",
-          answer,                "End OnRan"};
+Lines CompletionLog(const std::string& answer) {
+  return {"Start OnRan",
+          "Is null batch_context = 0",
+          "Batch context = 48",
+          "Error = 0",
+          "Is null result = 0",
+          "OnRun response",
+          answer,
+          "End OnRan"};
 }
 
 }  // namespace fake

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -41,26 +42,27 @@ class ToolTest : public testing::Test {
   std::unique_ptr<KXTool> tool_;
 };
 
-/// Lines of one transcript after those of another.
-std::vector<std::string> operator+(std::vector<std::string> first,
-                                   const std::vector<std::string>& second);
+using Lines = std::vector<std::string>;
+
+/// One transcript made of several, one after the other.
+Lines Concat(std::initializer_list<Lines> parts);
 
 /// The log of the signature check of `path` when it accepts the file.
-std::vector<std::string> AcceptedSignatureLog(const std::string& path);
+Lines AcceptedSignatureLog(const std::string& path);
 
 /// The log of an SDK call for the installed product (layout 1) up to the look-up of its method.
-std::vector<std::string> LoadedLibraryLog(const std::string& method);
+Lines LoadedLibraryLog(const std::string& method);
 
 /// The log of one try of a run: everything from getting the instance to the run's status. The fake
 /// clocks stand still. The batch is the newest one.
-std::vector<std::string> TryLog(int number, int status);
+Lines TryLog(int number, int status);
 
 /// The main thread's log of an SDK call up to its wait, when the first try succeeds, without the
 /// line about the time limit.
-std::vector<std::string> StartedCallLog(const std::string& method);
+Lines StartedCallLog(const std::string& method);
 
 /// The lines of OnRan() for the current batch, with `answer`.
-std::vector<std::string> CompletionLog(const std::string& answer);
+Lines CompletionLog(const std::string& answer);
 
 }  // namespace fake
 
