@@ -7,7 +7,7 @@ import sys
 from simulator.signing import blobs, openssl
 from simulator.signing.errors import SigningError
 from simulator.signing.identity import VARIANTS, Identity
-from simulator.signing.plain import sign_file
+from simulator.signing.kinds import sign
 from simulator.signing.signature import FROM_IDENTITY
 from simulator.signing.timestamp import Timestamp
 
@@ -15,8 +15,8 @@ from simulator.signing.timestamp import Timestamp
 def _parser():
     parser = argparse.ArgumentParser(
         prog="python3 -m simulator.signing",
-        description="Signs files with a made-up certificate chain. A plain file's signature is "
-                    "written beside it, as FILE.codesignature.")
+        description="Signs files with a made-up certificate chain: Mach-O files within (every slice "
+                    "of a universal one), any other file by FILE.codesignature beside it.")
     parser.add_argument("paths", nargs="*", metavar="PATH",
                         help="what to sign; with none, only the identity is made")
     parser.add_argument("--identity", required=True, metavar="DIRECTORY",
@@ -63,7 +63,7 @@ def main(words):
     try:
         identity = _identity(arguments)
         for path in arguments.paths:
-            sign_file(
+            sign(
                 path, identity, adhoc=arguments.adhoc, linker_signed=arguments.linker_signed,
                 hashes=tuple(arguments.hashes or ("sha256",)), page_size=arguments.page_size,
                 identifier=arguments.identifier, team_identifier=arguments.code_team or None,
