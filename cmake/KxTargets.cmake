@@ -8,6 +8,7 @@ target_compile_options(kx_options INTERFACE
   -fstack-protector-strong -fvisibility=hidden -ffunction-sections -fdata-sections)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_definitions(kx_options INTERFACE _FORTIFY_SOURCE=2)
+  target_compile_options(kx_options INTERFACE $<$<PLATFORM_ID:Linux>:-fstack-clash-protection>)
 endif()
 if(KX_SANITIZE)
   target_compile_options(kx_options INTERFACE
@@ -15,10 +16,22 @@ if(KX_SANITIZE)
   target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
 endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
 find_program(KX_CCACHE ccache)
 if(KX_CCACHE)
   set(CMAKE_C_COMPILER_LAUNCHER ${KX_CCACHE})
   set(CMAKE_CXX_COMPILER_LAUNCHER ${KX_CCACHE})
+endif()
+
+# How the tool itself is linked.
+add_library(kx_tool_link INTERFACE)
+if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
+  target_link_options(kx_tool_link INTERFACE
+    -Wl,-z,relro,-z,now,-z,noexecstack,-z,pack-relative-relocs -Wl,--gc-sections,--as-needed)
+  if(KX_STATIC_RUNTIME)
+    target_link_options(kx_tool_link INTERFACE -static-libstdc++ -static-libgcc -s)
+  endif()
 endif()
 
 # kx_room(NAME SOURCE...): the object library kx_NAME of one room of the product.

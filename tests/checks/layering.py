@@ -1,0 +1,76 @@
+"""Checks that the rooms keep to themselves: who includes whom, and no trace of a host outside
+platform/. Prints each breach as "file:line: what is wrong" and exits with 1 when there is one."""
+
+import pathlib
+import re
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+
+# Whose headers each room may include besides its own. The tool object and the error numbers belong
+# to every room of the product.
+MAY_INCLUDE = {
+    "app": {"diag", "product", "sdk", "queries", "install", "platform"},
+    "diag": {"platform"},
+    "product": {"diag", "platform"},
+    "sdk": {"product", "diag", "platform"},
+    "queries": {"sdk", "diag", "platform"},
+    "install": {"queries", "sdk", "product", "diag", "platform"},
+    "platform": set(),
+}
+FOR_EVERY_ROOM = {"app/kx_tool.h", "app/error_codes.h"}
+PRODUCT_ROOMS = set(MAY_INCLUDE) - {"platform"}
+
+# Headers of a host, and the macros by which code asks for one.
+HOST_HEADERS = re.compile(
+    r"#\s*(?:include|import)\s*<(?:unistd|fcntl|dlfcn|dirent|pthread|spawn|poll|signal|libproc|"
+    r"sys/|mach|linux/|uuid/|openssl/|plist/|Foundation/|Security/|AppKit/|CoreFoundation/)"
+)
+HOST_MACROS = re.compile(r"^\s*#.*\b(__APPLE__|__linux__|__MACH__|__unix__|__GLIBC__|TARGET_OS_\w+)")
+NEWER_THAN_THE_OLDEST_MACOS = re.compile(
+    r"#\s*include\s*<(?:filesystem|shared_mutex|any|charconv|memory_resource)>|"
+    r"\bstd::(?:filesystem|shared_mutex|any_cast|pmr)\b"
+)
+INCLUDE = re.compile(r'#\s*include\s*"([^"]+)"')
+
+
+def tracked_sources():
+    listing = subprocess.run(
+        ["git", "ls-files", "--", *[f"{room}/*" for room in MAY_INCLUDE]],
+        cwd=ROOT, check=True, capture_output=True, text=True).stdout
+    return [name for name in listing.splitlines() if name.endswith((".h", ".cc", ".mm"))]
+
+
+def breaches(name):
+    room = name.split("/")[0]
+    is_test = name.endswith("_test.cc")
+    for number, line in enumerate((ROOT / name).read_text().splitlines(), 1):
+        include = INCLUDE.search(line)
+        if include and not is_test:
+            target = include.group(1)
+            other = target.split("/")[0]
+            if other != room and other not in MAY_INCLUDE[room] and target not in FOR_EVERY_ROOM:
+                yield number, f"{room}/ may not include {target}"
+            if other == "app" and room not in ("app",) and target not in FOR_EVERY_ROOM:
+                yield number, f"only app/ knows {target}"
+            if room in PRODUCT_ROOMS and re.match(r"platform/(posix|linux|macos)/", target):
+                yield number, f"{target} is behind the seam"
+        if room in PRODUCT_ROOMS and not is_test:
+            if HOST_HEADERS.search(line):
+                yield number, "a header of the host outside platform/"
+            if HOST_MACROS.search(line):
+                yield number, "a macro of the host outside platform/"
+            if NEWER_THAN_THE_OLDEST_MACOS.search(line):
+                yield number, "not to be had on the oldest macOS"
+
+
+def main():
+    found = [f"{name}:{number}: {what}" for name in tracked_sources()
+             for number, what in breaches(name)]
+    print("\n".join(found))
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
