@@ -1,0 +1,225 @@
+#include "platform/linux/code_signing/bundle_representation.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "platform/files.h"
+#include "platform/linux/code_signing/bundle_layout.h"
+
+namespace platform::code_signing {
+namespace {
+
+/// Names of the components that lie as files in _CodeSignature (codedirectory.cpp of Apple's open
+/// Security project).
+struct ComponentFile {
+  Slot slot;
+  const char* name;
+};
+
+constexpr ComponentFile kComponentFiles[] = {
+    {kSlotCodeDirectory, "CodeDirectory"},
+    {kSlotRequirements, "CodeRequirements"},
+    {kSlotResourceDirectory, "CodeResources"},
+    {kSlotTopDirectory, "CodeTopDirectory"},
+    {kSlotEntitlements, "CodeEntitlements"},
+    {kSlotRepSpecific, "CodeRepSpecific"},
+    {kSlotDerEntitlements, "CodeEntitlementDER"},
+    {kSlotLaunchConstraintSelf, "LaunchConstraintSelf"},
+    {kSlotLaunchConstraintParent, "LaunchConstraintParent"},
+    {kSlotLaunchConstraintResponsible, "LaunchConstraintResponsible"},
+    {kSlotLibraryConstraint, "LibraryConstraint"},
+    {kSlotAlternateCodeDirectories + 0, "CodeRequirements-1"},
+    {kSlotAlternateCodeDirectories + 1, "CodeRequirements-2"},
+    {kSlotAlternateCodeDirectories + 2, "CodeRequirements-3"},
+    {kSlotAlternateCodeDirectories + 3, "CodeRequirements-4"},
+    {kSlotAlternateCodeDirectories + 4, "CodeRequirements-5"},
+    {kSlotCmsSignature, "CodeSignature"},
+};
+
+int ReadFile(const std::string& path, std::string& bytes) {
+  RandomAccessFile file;
+  if (const int error = file.Open(path); error != 0) return error;
+  return file.ReadAll(bytes);
+}
+
+class BundleRepresentation : public DiskRepresentation {
+ public:
+  BundleRepresentation(BundleLayout layout, DiskRepresentationPtr executable)
+      : layout_(std::move(layout)), executable_(std::move(executable)) {}
+
+  std::size_t SliceCount() const override { return executable_->SliceCount(); }
+  bool IsMachO() const override { return executable_->IsMachO(); }
+
+  OsStatus ReadComponent(std::size_t slice, Slot slot,
+                         std::optional<std::string>& bytes) const override {
+    bytes.reset();
+    if (slot == kSlotInfoPlist) return ReadInformation(bytes);
+    if (slot == kSlotResourceDirectory) {
+      ReadComponentFile(slot, bytes);
+      return kErrSecSuccess;
+    }
+    if (const OsStatus status = executable_->ReadComponent(slice, slot, bytes);
+        status != kErrSecSuccess) {
+      return status;
+    }
+    const bool fromExecutable = bytes.has_value();
+    if (!fromExecutable) ReadComponentFile(slot, bytes);
+    if (!bytes || slot == kSlotCodeDirectory) return kErrSecSuccess;
+    return CheckSource(slice, fromExecutable);
+  }
+
+  const RandomAccessFile& Code() const override { return executable_->Code(); }
+
+  OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const override {
+    return executable_->FindSliceStart(slice, offset);
+  }
+
+  bool LimitIsFileSize() const override { return executable_->LimitIsFileSize(); }
+  std::string MainExecutablePath() const override { return executable_->MainExecutablePath(); }
+  std::optional<std::string> ResourceRoot() const override { return layout_.resourceRoot; }
+
+ private:
+  OsStatus ReadInformation(std::optional<std::string>& bytes) const {
+    if (!layout_.informationPath) return kErrSecSuccess;
+    if (const int error = ReadFile(*layout_.informationPath, bytes.emplace()); error != 0) {
+      return StatusFromErrno(error);
+    }
+    return kErrSecSuccess;
+  }
+
+  /// A file that cannot be read counts as absent.
+  void ReadComponentFile(Slot slot, std::optional<std::string>& bytes) const {
+    for (const ComponentFile& file : kComponentFiles) {
+      if (file.slot != slot) continue;
+      const std::string path = layout_.resourceRoot + "/_CodeSignature/" + file.name;
+      if (ReadFile(path, bytes.emplace()) != 0) bytes.reset();
+    }
+  }
+
+  /// All components must come from where the CodeDirectory comes from.
+  OsStatus CheckSource(std::size_t slice, bool fromExecutable) const {
+    std::optional<std::string> directory;
+    if (const OsStatus status = executable_->ReadComponent(slice, kSlotCodeDirectory, directory);
+        status != kErrSecSuccess) {
+      return status;
+    }
+    const bool directoryFromExecutable = directory.has_value();
+    if (!directoryFromExecutable) ReadComponentFile(kSlotCodeDirectory, directory);
+    if (!directory || directoryFromExecutable == fromExecutable) return kErrSecSuccess;
+    return kErrSecCSSignatureFailed;
+  }
+
+  const BundleLayout layout_;
+  const DiskRepresentationPtr executable_;
+};
+
+bool HasRealPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real != nullptr;
+}
+
+/// @return whether the paths that lead to the same part before and after a version of the bundle
+///     was chosen can be resolved.
+bool AreResolvable(const std::optional<std::string>& before,
+                   const std::optional<std::string>& after) {
+  return !before || !after || (HasRealPath(*before) && HasRealPath(*after));
+}
+
+/// The version of a versioned bundle that counts; the bundle itself for all others.
+std::string ChosenVersion(const std::string& directory) {
+  for (const char* const unversioned : {"Contents", "Support Files"}) {
+    if (CheckAccess(JoinPath(directory, unversioned), AccessTest::kExists) == 0) return directory;
+  }
+  const std::string version = JoinPath(directory, "Versions/Current");
+  return CheckAccess(version + "/.", AccessTest::kExists) == 0 ? version : directory;
+}
+
+/// Looks for the one file of a name that ends in ".dist" (installer packages of old).
+OsStatus FindDistributionFile(const std::string& directory, std::optional<std::string>& found) {
+  constexpr std::string_view kSuffix = ".dist";
+  DirectoryReader reader;
+  if (reader.Open(directory) != 0) return kErrSecSuccess;
+  while (const char* const entry = reader.Next()) {
+    const std::string_view name = entry;
+    if (name.size() < kSuffix.size() || name.substr(name.size() - kSuffix.size()) != kSuffix) {
+      continue;
+    }
+    const std::string path = JoinPath(directory, std::string(name));
+    if (DirectoryExists(path)) continue;
+    if (found) return kErrSecCSBadBundleFormat;
+    found = path;
+  }
+  return kErrSecSuccess;
+}
+
+/// Finds the file that stands for the code of a bundle without an executable.
+OsStatus FindStandIn(const BundleLayout& layout, std::string& path) {
+  if (const PropertyListValue* const page = layout.information.Find("MainHTML")) {
+    if (page->kind != PropertyListValue::Kind::kString) return kErrSecCSBadBundleFormat;
+    path = JoinPath(layout.resourceRoot, page->text);
+    return kErrSecSuccess;
+  }
+  if (layout.informationPath) {
+    path = *layout.informationPath;
+    return kErrSecSuccess;
+  }
+  std::optional<std::string> distribution;
+  if (const OsStatus status = FindDistributionFile(layout.resourceRoot, distribution);
+      status != kErrSecSuccess) {
+    return status;
+  }
+  if (!distribution) return kErrSecCSBadBundleFormat;
+  path = *distribution;
+  return kErrSecSuccess;
+}
+
+}  // namespace
+
+OsStatus OpenBundleRepresentation(const std::string& path, DiskRepresentationPtr& representation) {
+  const std::string directory = JoinPath(path, "");
+  const std::string version = ChosenVersion(directory);
+  BundleLayout layout = FindBundleLayout(version);
+
+  std::string code;
+  if (layout.executable && layout.information.Find("MainHTML") == nullptr) {
+    const BundleLayout before = version == directory ? layout : FindBundleLayout(directory);
+    if (!AreResolvable(before.executable, layout.executable) ||
+        !AreResolvable(before.informationPath, layout.informationPath)) {
+      return kErrSecCSAmbiguousBundleFormat;
+    }
+    code = *layout.executable;
+  } else if (const OsStatus status = FindStandIn(layout, code); status != kErrSecSuccess) {
+    return status;
+  }
+
+  DiskRepresentationPtr executable;
+  if (const OsStatus status = OpenFileRepresentation(code, PlainFileSignature::kNone, executable);
+      status != kErrSecSuccess) {
+    return status;
+  }
+  representation = std::make_unique<BundleRepresentation>(std::move(layout), std::move(executable));
+  return kErrSecSuccess;
+}
+
+std::optional<std::string> FindBundleOfExecutable(const std::string& path) {
+  std::error_code error;
+  const std::string absolute = std::filesystem::absolute(path, error).string();
+  if (error) return std::nullopt;
+  std::string directory = ParentPath(absolute);
+  if (LastPathComponent(directory) == "MacOS") {
+    directory = ParentPath(directory);
+    if (LastPathComponent(directory) == "Executables") directory = ParentPath(directory);
+    directory = ParentPath(directory);
+  }
+  const BundleLayout layout = FindBundleLayout(directory);
+  if (layout.executable != absolute) return std::nullopt;
+  if (layout.isFlat && layout.information.members.empty()) return std::nullopt;
+  return directory;
+}
+
+}  // namespace platform::code_signing

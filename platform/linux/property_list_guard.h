@@ -1,0 +1,18 @@
+#ifndef PLATFORM_LINUX_PROPERTY_LIST_GUARD_H_
+#define PLATFORM_LINUX_PROPERTY_LIST_GUARD_H_
+
+#include <string_view>
+
+namespace platform {
+
+/// Looks at a property list before libplist sees it, because libplist frees its tree by recursion,
+/// expands an object of a binary list anew for every reference to it, and decodes the entities of a
+/// text in quadratic time. The markup is read as libplist reads it.
+///
+/// @return false when the list is nested too deeply, has too many values, grows too large when
+///     expanded, or takes too long. True says nothing about whether it can be parsed.
+bool IsWithinPropertyListLimits(std::string_view bytes);
+
+}  // namespace platform
+
+#endif  // PLATFORM_LINUX_PROPERTY_LIST_GUARD_H_
