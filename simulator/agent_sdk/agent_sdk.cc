@@ -1,0 +1,165 @@
+#include <algorithm>
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "simulator/agent_sdk/call_record.h"
+#include "simulator/agent_sdk/deliveries.h"
+#include "simulator/agent_sdk/interface.h"
+#include "simulator/agent_sdk/panic.h"
+#include "simulator/agent_sdk/paths.h"
+#include "simulator/agent_sdk/request.h"
+#include "simulator/agent_sdk/scenario.h"
+
+/// A stand-in for the product's SDK library. It answers as the scenario says and records every
+/// call.
+namespace simulator {
+namespace {
+
+/// One of the instances that clients ask for, a new one for every try of a run.
+///
+/// Clients hold a pointer to it as a pointer to its function table, which is why that comes first.
+struct Instance {
+  FunctionTable table;
+  int number;                      ///< counted from 1
+  const Callbacks* callbacks;      ///< null until they are registered
+  std::shared_ptr<Client> client;  ///< the same
+  std::shared_ptr<Run> run;        ///< empty until a run was asked for
+  std::string method;              ///< of the run
+  bool isRunRefused = false;
+};
+static_assert(offsetof(Instance, table) == 0);
+
+/// All that the library holds. It outlives every call: the library stays resident after the client
+/// has closed it, since callbacks may still be under way on threads that run its code.
+struct Library {
+  std::mutex mutex;
+  Scenario scenario = ReadScenario(kScenarioPath);
+  std::map<void*, std::unique_ptr<Instance>> instances;
+  int instancesAsked = 0;
+  std::string latestBatch;
+  Deliveries deliveries;
+};
+
+Library& TheLibrary() {
+  static Library library;
+  return library;
+}
+
+Instance& FindInstance(Library& library, void* pointer) {
+  const auto found = library.instances.find(pointer);
+  if (found == library.instances.end()) Panic("called with a pointer that is no instance");
+  return *found->second;
+}
+
+/// Starts what the scenario wants at `moment` for the instance's registration and run.
+void StartDeliveries(Library& library, const Instance& instance, Moment moment) {
+  for (const Delivery& delivery : library.scenario.deliveries) {
+    const bool isForTry =
+        delivery.tryNumber == 0 ? !instance.isRunRefused : delivery.tryNumber == instance.number;
+    const bool isForMethod =
+        delivery.isEvent || instance.run == nullptr || delivery.method == instance.method;
+    if (delivery.when != moment || !isForTry || !isForMethod) continue;
+    const auto run = instance.run == nullptr ? std::make_shared<Run>() : instance.run;
+    if (moment == Moment::kInsideRun) {
+      Deliver(delivery, *instance.client, *run);
+    } else {
+      library.deliveries.Start(delivery, instance.client, run);
+    }
+  }
+}
+
+template <int Entry>
+void RefuseUnusedEntry() {
+  Panic("entry ", Entry, " of the function table was called");
+}
+
+int RunRequest(void* pointer, const char* requestJson, const char* batchContext) {
+  Library& library = TheLibrary();
+  const std::lock_guard<std::mutex> lock(library.mutex);
+  Instance& instance = FindInstance(library, pointer);
+  if (instance.client == nullptr) Panic("a run without registered notifications");
+  if (requestJson == nullptr || batchContext == nullptr) Panic("a run without request or batch");
+  const int status = library.scenario.run.Next();
+  instance.isRunRefused = status != 0;
+  instance.method = MethodOf(requestJson);
+  instance.run = std::make_shared<Run>(Run{batchContext, library.latestBatch});
+  library.latestBatch = batchContext;
+  Record(
+      {"run", instance.number, status, std::nullopt, instance.method, requestJson, batchContext});
+  StartDeliveries(library, instance, Moment::kInsideRun);
+  StartDeliveries(library, instance, Moment::kDuringRun);
+  StartDeliveries(library, instance, Moment::kAfterRun);
+  library.deliveries.FinishRun(*instance.run);
+  return status;
+}
+
+int RegisterCallbacks(void* pointer, const Callbacks* callbacks, void* context) {
+  Library& library = TheLibrary();
+  const std::lock_guard<std::mutex> lock(library.mutex);
+  Instance& instance = FindInstance(library, pointer);
+  if (instance.client != nullptr) Panic("notifications were registered twice");
+  if (callbacks == nullptr || callbacks->size != sizeof(Callbacks) ||
+      callbacks->onProductEvent == nullptr || callbacks->onRan == nullptr) {
+    Panic("the record of callbacks is not one");
+  }
+  const int status = library.scenario.registerCallbacks.Next();
+  Record({"register", instance.number, status});
+  if (status != 0) return status;
+  instance.callbacks = callbacks;
+  instance.client =
+      std::make_shared<Client>(Client{callbacks->onProductEvent, callbacks->onRan, context});
+  StartDeliveries(library, instance, Moment::kDuringRegister);
+  return status;
+}
+
+int UnregisterCallbacks(void* pointer, const Callbacks* callbacks) {
+  Library& library = TheLibrary();
+  const std::lock_guard<std::mutex> lock(library.mutex);
+  Instance& instance = FindInstance(library, pointer);
+  if (instance.callbacks == nullptr || instance.callbacks != callbacks) {
+    Panic("notifications were unregistered that are not registered");
+  }
+  const int status = library.scenario.unregisterCallbacks.Next();
+  Record({"unregister", instance.number, status});
+  StartDeliveries(library, instance, Moment::kDuringUnregister);
+  if (status != 0) return status;
+  library.deliveries.FinishRegistration(*instance.client);
+  instance.callbacks = nullptr;
+  StartDeliveries(library, instance, Moment::kAfterUnregister);
+  return status;
+}
+
+constexpr FunctionTable kFunctionTable = {
+    {RefuseUnusedEntry<0>, RefuseUnusedEntry<1>, RefuseUnusedEntry<2>},
+    RunRequest,
+    RegisterCallbacks,
+    UnregisterCallbacks};
+
+}  // namespace
+}  // namespace simulator
+
+extern "C" [[gnu::visibility("default")]] int AgentSDK_GetInstance(void** pointer, int reserved) {
+  using namespace simulator;
+  Library& library = TheLibrary();
+  const std::lock_guard<std::mutex> lock(library.mutex);
+  if (pointer == nullptr) Panic("an instance was asked for without a place to put it");
+  const int status = library.scenario.getInstance.Next();
+  const int number = ++library.instancesAsked;
+  Record({"getInstance", number, status, reserved});
+  if (status != 0) return status;
+  auto instance = std::make_unique<Instance>(Instance{kFunctionTable, number, nullptr, {}, {}, {}});
+  *pointer = instance.get();
+  library.instances.emplace(*pointer, std::move(instance));
+  return status;
+}
+
+extern "C" [[gnu::visibility("default")]] void AgentSDK_ReleaseInstance(void* pointer) {
+  using namespace simulator;
+  Library& library = TheLibrary();
+  const std::lock_guard<std::mutex> lock(library.mutex);
+  Record({"release", FindInstance(library, pointer).number});
+  library.instances.erase(pointer);
+}

@@ -1,0 +1,142 @@
+#include "simulator/agent_sdk/deliveries.h"
+
+#include <algorithm>
+#include <future>
+#include <utility>
+
+#include "simulator/agent_sdk/call_record.h"
+
+namespace simulator {
+namespace {
+
+constexpr char kForeignBatch[] = "f0e1d2c3-0000-4000-8000-00000badc0de";
+
+/// Something that is no client of ours, for callbacks with a foreign context.
+char foreignContext[4096];
+
+void* ContextOf(const Delivery& delivery, const Client& client) {
+  switch (delivery.context) {
+    case Context::kForeign:
+      return foreignContext;
+    case Context::kNone:
+      return nullptr;
+    case Context::kOwn:
+      break;
+  }
+  return client.context;
+}
+
+/// @return absent for a completion that carries no batch.
+std::optional<std::string> BatchOf(const Delivery& delivery, const Run& run) {
+  switch (delivery.batch) {
+    case Batch::kPrevious:
+      return run.previousBatch;
+    case Batch::kForeign:
+      return kForeignBatch;
+    case Batch::kNone:
+      return std::nullopt;
+    case Batch::kOwn:
+      break;
+  }
+  return run.batch;
+}
+
+/// A text that is the client's for the time of one call only: it is wiped afterwards, so that a
+/// client that keeps the pointer is found out.
+class LentText {
+ public:
+  explicit LentText(std::optional<std::string> text) : text_(std::move(text)) {}
+  ~LentText() {
+    if (text_.has_value()) std::fill(text_->begin(), text_->end(), '#');
+  }
+  LentText(const LentText&) = delete;
+  LentText& operator=(const LentText&) = delete;
+  const char* Get() const { return text_.has_value() ? text_->c_str() : nullptr; }
+
+ private:
+  std::optional<std::string> text_;
+};
+
+bool BeginsInsideCall(Moment moment) {
+  return moment == Moment::kDuringRegister || moment == Moment::kDuringRun ||
+         moment == Moment::kDuringUnregister;
+}
+
+}  // namespace
+
+void Deliver(const Delivery& delivery, const Client& client, const Run& run) {
+  void* const context = ContextOf(delivery, client);
+  CallLine line{delivery.isEvent ? "event" : "completion"};
+  line.number = static_cast<int>(delivery.repeat);
+  if (delivery.isEvent) {
+    line.text = delivery.name;
+  } else {
+    line.batch = BatchOf(delivery, run);
+    line.text = delivery.result;
+  }
+  Record(line);
+  for (unsigned count = 0; count < delivery.repeat; ++count) {
+    if (delivery.isEvent) {
+      const LentText name(delivery.name);
+      const LentText data(delivery.data);
+      client.onProductEvent(context, name.Get(), data.Get());
+    } else {
+      const LentText batch(BatchOf(delivery, run));
+      const LentText result(delivery.result);
+      client.onRan(context, batch.Get(), delivery.error, result.Get());
+    }
+  }
+}
+
+Deliveries::~Deliveries() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    isExiting_ = true;
+  }
+  changed_.notify_all();
+  for (std::thread& thread : threads_) thread.join();
+}
+
+void Deliveries::Start(const Delivery& delivery, std::shared_ptr<Client> client,
+                       std::shared_ptr<Run> run) {
+  std::promise<void> begun;
+  std::future<void> hasBegun = begun.get_future();
+  threads_.emplace_back([this, delivery, client = std::move(client), run = std::move(run),
+                         begun = std::move(begun)]() mutable {
+    const bool isDue = AwaitMoment(delivery, *client, *run);
+    begun.set_value();
+    if (isDue) Deliver(delivery, *client, *run);
+  });
+  if (BeginsInsideCall(delivery.when)) hasBegun.wait();
+}
+
+void Deliveries::FinishRun(Run& run) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    run.hasReturned = true;
+  }
+  changed_.notify_all();
+}
+
+void Deliveries::FinishRegistration(Client& client) {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    client.isRegistered = false;
+  }
+  changed_.notify_all();
+}
+
+bool Deliveries::AwaitMoment(const Delivery& delivery, const Client& client, const Run& run) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  const bool isLate = delivery.when == Moment::kAfterUnregister;
+  const auto isOver = [&] { return isExiting_ || (!isLate && !client.isRegistered); };
+  if (delivery.when == Moment::kAfterRun) {
+    changed_.wait(lock, [&] { return run.hasReturned || isOver(); });
+  }
+  // On the steady clock, as no adjustment of the time of day may move a delivery.
+  const auto due = std::chrono::steady_clock::now() + delivery.delay;
+  changed_.wait_until(lock, due, isOver);
+  return isLate || !isOver();
+}
+
+}  // namespace simulator

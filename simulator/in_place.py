@@ -1,0 +1,70 @@
+"""Endpoints in the machine's own file system, for root where the kernel refuses namespaces.
+
+Only paths that are free are used, by one run at a time, and everything is removed afterwards. What
+is about to be made is written down first, so that the next run can remove what one that was killed
+has left.
+"""
+
+import contextlib
+import fcntl
+import pathlib
+import sys
+from collections.abc import Iterator
+
+from simulator.sandbox import remove_tree
+
+_STATE = pathlib.Path("/run/kxtool-endpoint")
+
+
+class ClaimError(Exception):
+    """A path that an endpoint needs is taken by something else."""
+
+
+@contextlib.contextmanager
+def claim(paths: list[str]) -> Iterator[None]:
+    """Reserves absolute paths, which must be free, and makes the folders that they lie in.
+
+    While the context lasts nobody else has a claim; when it ends whatever is at the paths is
+    removed, and so are the folders that were made for them.
+    """
+    _STATE.mkdir(mode=0o700, parents=True, exist_ok=True)
+    journal = _STATE / "made"
+    with open(_STATE / "lock", "w", encoding="utf-8") as lock:
+        try:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        except BlockingIOError:
+            print("endpoint: waiting for another run to end", file=sys.stderr)
+            fcntl.flock(lock, fcntl.LOCK_EX)
+        _remove_what_was_made(journal)
+        try:
+            _reserve([pathlib.Path(path) for path in paths], journal)
+            yield
+        finally:
+            _remove_what_was_made(journal)
+
+
+def _reserve(paths: list[pathlib.Path], journal: pathlib.Path) -> None:
+    taken = [str(path) for path in paths if path.exists() or path.is_symlink()]
+    if taken:
+        raise ClaimError(f"cannot work in place, as there is already {', '.join(taken)}")
+    made: list[str] = []
+    for path in paths:
+        missing = [parent for parent in path.parents if not parent.exists()]
+        made += [f"folder {parent}" for parent in reversed(missing)]
+        made.append(f"claim {path}")
+        journal.write_text("\n".join(made), encoding="utf-8")
+        path.parent.mkdir(parents=True, exist_ok=True)
+
+
+def _remove_what_was_made(journal: pathlib.Path) -> None:
+    if not journal.exists():
+        return
+    for line in reversed(journal.read_text(encoding="utf-8").splitlines()):
+        kind, _, name = line.partition(" ")
+        path = pathlib.Path(name)
+        if kind == "claim":
+            remove_tree(path)
+        else:
+            with contextlib.suppress(OSError):  # gone already, or somebody else's by now
+                path.rmdir()
+    journal.unlink()

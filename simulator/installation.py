@@ -1,0 +1,188 @@
+"""What lies on a simulated endpoint: the product, its files, and the tool."""
+
+import dataclasses
+import json
+import os
+import pathlib
+import shutil
+from typing import Any
+
+from simulator import scenario as scenarios
+from simulator.signed_files import SignedFiles
+
+Json = Any
+
+TOOL_DIRECTORY = "/opt/kxtool"
+TOOL = f"{TOOL_DIRECTORY}/KXTool"
+LOG = f"{TOOL_DIRECTORY}/log.txt"
+WORKING_DIRECTORY = f"{TOOL_DIRECTORY}/work"
+FAST_SLEEP = f"{TOOL_DIRECTORY}/fast_sleep.so"
+STAND_INS = "/Library/Corvane/XQP/simulator"
+CALL_RECORD = f"{STAND_INS}/calls.jsonl"
+SERVICES = "/Library/Corvane/XQP/services"
+SCAN_LOGS = "/Library/Application Support/Halvard/Logs"
+ANCHORS = "/etc/kxtool/anchors.pem"
+
+# The folders that belong to the endpoint as a whole.
+OWN_DIRECTORIES = (
+    "/Library/Corvane", "/Library/Application Support/Halvard", "/etc/kxtool", TOOL_DIRECTORY)
+
+
+@dataclasses.dataclass(frozen=True)
+class Layout:
+    """Where one of the product's layouts keeps what the tool looks for."""
+
+    directory: str
+    agcfng: str
+    agcf: str | None
+
+    @property
+    def library(self) -> str:
+        return f"{self.directory}/agentsdk.dylib"
+
+
+_ENTERPRISE = "/Library/Corvane/XQP/enterprise"
+LAYOUTS = {
+    1: Layout("/Library/Corvane/XQP/product/lib",
+              "/Library/Corvane/XQP/settings/agcfng/agcfng.jso", None),
+    2: Layout(f"{_ENTERPRISE}.bundle", f"{_ENTERPRISE}.bundle/agcfng/agcfng.jso",
+              f"{_ENTERPRISE}.bundle/agcf.jso"),
+    3: Layout(_ENTERPRISE, f"{_ENTERPRISE}/agcfng/agcfng.jso", f"{_ENTERPRISE}/agcf.jso"),
+}
+
+_SDK_BUILDS = {
+    "complete": "agentsdk.so",
+    "withoutGetInstance": "agentsdk_without_get_instance.so",
+    "withoutReleaseInstance": "agentsdk_without_release_instance.so",
+}
+_LINKS_BUILDS = {"complete": "sl.so", "withoutExport": "sl_without_export.so"}
+
+
+class BuildError(Exception):
+    """Something that the simulated endpoint consists of has not been built."""
+
+
+class Installation:
+    """Lays an endpoint out below `root`, whose paths are as on the endpoint itself.
+
+    `build` is the build folder that the tool and the stand-ins come from.
+    """
+
+    def __init__(self, root: pathlib.Path, build: pathlib.Path):
+        self._root = root
+        self._build = build
+        self._signed = SignedFiles(build / "simulator" / "signing")
+
+    def path(self, absolute: str) -> pathlib.Path:
+        """Where a path of the endpoint lies on this machine."""
+        return self._root / absolute.lstrip("/")
+
+    def write(self, scenario: dict[str, Json], logging: bool) -> None:
+        """Writes everything that a complete scenario wants. Raises BuildError, SigningError."""
+        for directory in (TOOL_DIRECTORY, WORKING_DIRECTORY, STAND_INS, SERVICES):
+            self.path(directory).mkdir(parents=True, exist_ok=True)
+        self._write_tool(logging)
+        self._write_product(scenario["product"])
+        self._write_links(scenario["links"])
+        self._write_trust(scenario)
+        self._write_scan_logs(scenario["scanLogs"])
+        script = json.dumps(scenarios.stand_in_script(scenario), ensure_ascii=False)
+        self.path(f"{STAND_INS}/scenario.json").write_text(script, encoding="utf-8")
+        for file in scenario["files"]:
+            self._write_content(self.path(file["path"]), file)
+
+    def services(self, scenario: dict[str, Json]) -> list[Json]:
+        """The scenario's service processes, each with the path of its executable."""
+        services = scenario["product"]["services"]
+        return [{**service, "path": f"{SERVICES}/{number}/{service['name']}"}
+                for number, service in enumerate(services)]
+
+    def _write_tool(self, logging: bool) -> None:
+        shutil.copy(self._built("KXTool"), self.path(TOOL))
+        shutil.copy(self._built("simulator/fast_sleep.so"), self.path(FAST_SLEEP))
+        if logging:
+            self.path(f"{TOOL_DIRECTORY}/configfile.txt").write_text("Logging=true\n")
+
+    def _write_product(self, product: dict[str, Json]) -> None:
+        for number, service in enumerate(product["services"]):
+            directory = self.path(f"{SERVICES}/{number}")
+            directory.mkdir()
+            shutil.copy(self._built("simulator/service"), directory / service["name"])
+        if product["layout"] is None:
+            return
+        layout = LAYOUTS[product["layout"]]
+        self.path(layout.directory).mkdir(parents=True)
+        self._write_library(layout.library, product["library"], _SDK_BUILDS)
+        for name, path in (("agcfng", layout.agcfng), ("agcf", layout.agcf)):
+            content = product["configuration"][name]
+            if path is not None and content is not None:
+                self._write_content(self.path(path), content)
+
+    def _write_links(self, links: dict[str, Json]) -> None:
+        self._write_library(f"{WORKING_DIRECTORY}/libsl.dylib", links, _LINKS_BUILDS)
+
+    def _write_library(self, path: str, library: dict[str, Json], builds: dict[str, str]) -> None:
+        if library["build"] == "absent":
+            return
+        if library["build"] == "notALibrary":
+            content = b"This is no library.\n"
+        else:
+            content = self._built(f"simulator/{builds[library['build']]}").read_bytes()
+        content = content.ljust(library.get("size") or 0, b"\0")
+        self._signed.place(content, self.path(path), library["signature"])
+
+    def _write_trust(self, scenario: dict[str, Json]) -> None:
+        path = self.path(ANCHORS)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        trust = scenario["product"]["trust"]
+        if trust == "pinned":
+            signatures = [scenario["product"]["library"]["signature"],
+                          scenario["links"]["signature"]]
+            path.write_text(self._signed.anchors(signatures))
+        elif trust == "empty":
+            path.write_text("")
+
+    def _write_scan_logs(self, logs: list[Json] | None) -> None:
+        if logs is None:
+            return
+        directory = self.path(SCAN_LOGS)
+        directory.mkdir(parents=True)
+        for log in logs:
+            path = directory / log["name"]
+            self._write_content(path, log if "summary" not in log else {"text": _summary(**log)})
+            if "modified" in log:
+                moment = log["modified"] * 1_000_000_000 + log.get("nanoseconds", 0)
+                os.utime(path, ns=(moment, moment))
+
+    @staticmethod
+    def _write_content(path: pathlib.Path, content: dict[str, Json]) -> None:
+        """Makes what `content` says, in place of anything that is at `path` already."""
+        if path.is_dir() and not path.is_symlink():
+            shutil.rmtree(path)
+        path.unlink(missing_ok=True)
+        path.parent.mkdir(parents=True, exist_ok=True)
+        if "text" in content:
+            path.write_text(content["text"], encoding="utf-8")
+        elif "json" in content:
+            path.write_text(json.dumps(content["json"], ensure_ascii=False), encoding="utf-8")
+        elif "directory" in content:
+            path.mkdir()
+        elif "link" in content:
+            path.symlink_to(content["link"])
+        if "mode" in content:
+            path.chmod(int(content["mode"], 8))
+
+    def _built(self, name: str) -> pathlib.Path:
+        path = self._build / name
+        if not path.exists():
+            raise BuildError(f"{path} has not been built")
+        return path
+
+
+def _summary(summary: dict[str, Json], **_: Json) -> str:
+    return (
+        '<?xml version="1.0" encoding="utf-8"?>\n'
+        "<ScanSession>\n"
+        f'  <ScanSummary startTime="{summary["startTime"]}" duration="{summary["duration"]}"'
+        ' scannedItems="48211"/>\n'
+        "</ScanSession>\n")
