@@ -3,7 +3,7 @@
 
     endpoint.py run [OPTION...] -TOOLOPTION [WORD...]   run the tool once
     endpoint.py shell [OPTION...]                       open a shell on the endpoint
-    endpoint.py --list-scenarios                        name the scenarios
+    endpoint.py run --list-scenarios                    name the scenarios
 
 Options:
     --scenario NAME       what the endpoint is like: the name of a scenario or the path of a JSON
@@ -42,6 +42,7 @@ class UsageError(Exception):
 class Options:
     """What the launcher itself was told."""
 
+    list_scenarios: bool = False
     scenario: str = scenario.DEFAULT
     layout: int | None = None
     log: bool = False
@@ -58,6 +59,7 @@ def _number(text: str, least: int, most: int) -> int:
 def parse(words: list[str]) -> tuple[Options, list[str]]:
     """Splits off the launcher's options, which begin with two hyphens; the rest is the tool's."""
     options = Options()
+    switches = {"--log": "log", "--list-scenarios": "list_scenarios"}
     readers = {
         "--scenario": ("scenario", str),
         "--layout": ("layout", lambda text: _number(text, 1, 3)),
@@ -69,8 +71,8 @@ def parse(words: list[str]) -> tuple[Options, list[str]]:
         name = rest.pop(0)
         if name == "--":
             break
-        if name == "--log":
-            options.log = True
+        if name in switches:
+            setattr(options, switches[name], True)
         elif name not in readers:
             raise UsageError(f"unknown option {name}")
         elif not rest:
@@ -89,6 +91,8 @@ def _scenario(options: Options) -> dict:
 
 
 def _run(options: Options, words: list[str]) -> int:
+    if options.list_scenarios:
+        return _list_scenarios()
     chosen = _scenario(options)
     with endpoints.open_endpoint(options.build, chosen, options.log) as endpoint:
         status = endpoint.run_tool(words, options.sleep_divisor)
@@ -121,8 +125,6 @@ def main(words: list[str]) -> int:
     """Runs the command line; returns the exit status."""
     commands = {"run": _run, "shell": _shell}
     try:
-        if words == ["--list-scenarios"] or words == ["run", "--list-scenarios"]:
-            return _list_scenarios()
         if not words or words[0] not in commands:
             raise UsageError(__doc__.strip())
         return commands[words[0]](*parse(words[1:]))
