@@ -15,8 +15,9 @@ from simulator.signing.timestamp import Timestamp
 def _parser():
     parser = argparse.ArgumentParser(
         prog="python3 -m simulator.signing",
-        description="Signs files with a made-up certificate chain: Mach-O files within (every slice "
-                    "of a universal one), any other file by FILE.codesignature beside it.")
+        description="Signs code with a made-up certificate chain: bundles, after the code nested "
+                    "in them, Mach-O files within, every slice of a universal one, and any other "
+                    "file by FILE.codesignature beside it.")
     parser.add_argument("paths", nargs="*", metavar="PATH",
                         help="what to sign; with none, only the identity is made")
     parser.add_argument("--identity", required=True, metavar="DIRECTORY",

@@ -26,7 +26,7 @@ def attribute(dotted, *values):
 
 
 def hash_agility(directories):
-    """The attribute with the cdhashes of all CodeDirectories; `directories` as in directory_hashes().
+    """The attribute with the cdhashes of all CodeDirectories, as directory_hashes() takes them.
 
     The hashes, 20 octets each, stand in the order of their hash types' numbers.
     """

@@ -23,6 +23,11 @@ def contents(path):
         raise SigningError(f"cannot read {path}: {error.strerror}") from error
 
 
+def read(path):
+    with contents(path) as data:
+        return bytes(data)
+
+
 def write(path, data):
     try:
         pathlib.Path(path).write_bytes(data)

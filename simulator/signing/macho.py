@@ -10,7 +10,7 @@ import struct
 
 from simulator.signing import blobs, signature
 from simulator.signing.errors import SigningError
-from simulator.signing.files import contents, write
+from simulator.signing.files import read, write
 from simulator.signing.signature import Options
 
 FAT_MAGIC = 0xCAFEBABE
@@ -240,8 +240,7 @@ def sign_macho(path, identity=None, *, slices=None, special=None, **options):
     """
     path = pathlib.Path(path)
     chosen = Options(**options)
-    with contents(path) as mapped:
-        data = bytes(mapped)
+    data = read(path)
     try:
         if struct.unpack_from(">I", data)[0] == FAT_MAGIC:
             entries, counted = split_fat(data)

@@ -89,10 +89,10 @@ def _sealed_parts(options):
     if options.requirements is not None:
         parts[blobs.SLOT_REQUIREMENTS] = options.requirements
     if options.entitlements is not None:
+        encoding = blobs.der_entitlements(options.entitlements)
         text = plistlib.dumps(options.entitlements)
         parts[blobs.SLOT_ENTITLEMENTS] = blobs.blob(blobs.ENTITLEMENTS, text)
-        parts[blobs.SLOT_DER_ENTITLEMENTS] = blobs.blob(
-            blobs.DER_ENTITLEMENTS, blobs.der_entitlements(options.entitlements))
+        parts[blobs.SLOT_DER_ENTITLEMENTS] = blobs.blob(blobs.DER_ENTITLEMENTS, encoding)
     return parts
 
 

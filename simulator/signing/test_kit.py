@@ -1,5 +1,5 @@
-"""What the signer's tests share: a reader of signatures that is no part of the signer, and the openssl
-command's judgement on messages."""
+"""What the signer's tests share: a reader of signatures that is no part of the signer, and the
+openssl command's judgement on messages."""
 
 import dataclasses
 import hashlib

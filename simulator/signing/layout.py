@@ -1,0 +1,133 @@
+"""How bundles are laid out: finds the parts of one, and makes small ones.
+
+Sources: Apple's "Bundle Programming Guide" and open CoreFoundation (CFBundle).
+"""
+
+import dataclasses
+import os
+import pathlib
+import plistlib
+
+from simulator.signing.errors import SigningError
+
+
+@dataclasses.dataclass(frozen=True)
+class Form:
+    """One way to lay out a bundle; paths are relative to it, "" is the bundle itself.
+
+    `marker` is the directory that tells the form; `root` is what CodeResources seals and holds
+    `_CodeSignature`; executables are looked for in `executables`, in this order.
+    """
+
+    marker: str
+    root: str
+    information: str
+    executables: tuple[str, ...]
+
+
+FORMS = {
+    "contents": Form("Contents", "Contents", "Contents", ("Contents/MacOS", "Contents", "")),
+    "resources": Form("Resources", "", "Resources", ("",)),
+    "support-files": Form("Support Files", "Support Files", "Support Files",
+                          ("Support Files/Executables/MacOS", "Support Files/Executables", "")),
+    "flat": Form("", "", "", ("MacOS", "")),
+}
+
+
+@dataclasses.dataclass(frozen=True)
+class Layout:
+    """The parts of a bundle. `information` is the Info.plist, None when there is none.
+
+    `resources` is the prefix of resources below the root: "Resources/", or "".
+    """
+
+    name: str
+    root: pathlib.Path
+    information: pathlib.Path | None
+    executable: pathlib.Path
+    resources: str
+
+    @property
+    def signature_directory(self):
+        return self.root / "_CodeSignature"
+
+
+def find_layout(path):
+    """The Layout of the bundle at `path`; for a versioned one, that of its current version."""
+    bundle = pathlib.Path(path)
+    name = bundle.stem
+    present = _directories(bundle)
+    if not present & {"contents", "support files"} and (bundle / "Versions/Current/.").is_dir():
+        framework = bundle.suffix == ".framework"
+        bundle = pathlib.Path(os.path.realpath(bundle / "Versions" / "Current"))
+        present = _directories(bundle)
+    else:
+        framework = bundle.suffix == ".framework"
+    order = ("resources", "contents") if framework else ("contents", "resources")
+    form = next((FORMS[each] for each in (*order, "support-files")
+                 if FORMS[each].marker.lower() in present), FORMS["flat"])
+    information = next((file for file in (bundle / form.information / "Info-macos.plist",
+                                          bundle / form.information / "Info.plist")
+                        if file.is_file()), None)
+    values = _information_values(information)
+    wanted = values.get("CFBundleExecutable") or values.get("NSExecutable") or name
+    found = (bundle / folder / wanted for folder in form.executables)
+    executable = next((file for file in found if file.is_file()), information)
+    if executable is None:
+        raise SigningError(f"{path} is no bundle: it has no executable and no Info.plist")
+    resources = "" if form == FORMS["flat"] else "Resources/"
+    return Layout(name, bundle / form.root, information, executable, resources)
+
+
+def _directories(path):
+    try:
+        return {each.name.lower() for each in path.iterdir() if each.is_dir()}
+    except OSError as error:
+        raise SigningError(f"cannot read {path}: {error.strerror}") from error
+
+
+def _information_values(path):
+    try:
+        values = plistlib.loads(path.read_bytes()) if path else {}
+    except (OSError, ValueError, plistlib.InvalidFileException):
+        return {}
+    return values if isinstance(values, dict) else {}
+
+
+def build_bundle(path, executable, *, form="contents", identifier="com.example.agent", files=None):
+    """Makes an unsigned bundle whose executable, `executable` (octets), is named like the bundle.
+
+    `form` is one of FORMS, or "framework" for a framework with a version A. `files` maps paths
+    relative to the sealed root to contents (octets) or to the targets of symbolic links (text).
+    Returns the path.
+    """
+    path = pathlib.Path(path)
+    if form != "framework":
+        _build(path, path.stem, executable, FORMS[form], identifier, files or {})
+        return path
+    _build(path / "Versions" / "A", path.stem, executable, FORMS["resources"], identifier,
+           files or {})
+    (path / "Versions" / "Current").symlink_to("A")
+    for name in (path.stem, "Resources"):
+        (path / name).symlink_to(f"Versions/Current/{name}")
+    return path
+
+
+def _build(path, name, executable, form, identifier, files):
+    information = plistlib.dumps({
+        "CFBundleExecutable": name, "CFBundleIdentifier": identifier, "CFBundleName": name,
+        "CFBundlePackageType": "APPL", "CFBundleShortVersionString": "1.0"})
+    folder = "" if form == FORMS["flat"] else form.executables[0]
+    _add(path / form.information / "Info.plist", information)
+    _add(path / folder / name, executable)
+    (path / folder / name).chmod(0o755)
+    for relative, content in files.items():
+        _add(path / form.root / relative, content)
+
+
+def _add(path, content):
+    path.parent.mkdir(parents=True, exist_ok=True)
+    if isinstance(content, str):
+        path.symlink_to(content)
+    else:
+        path.write_bytes(content)

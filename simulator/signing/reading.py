@@ -1,0 +1,122 @@
+"""Reads back what a code object's signature calls it: what the seal of a bundle around it says."""
+
+import dataclasses
+import pathlib
+import re
+import struct
+
+from simulator.signing import blobs, macho
+from simulator.signing.errors import SigningError
+from simulator.signing.files import contents
+from simulator.signing.layout import find_layout
+
+# The hash types by which a platform chooses among several CodeDirectories, best first.
+PREFERENCE = ("sha384", "sha256", "sha256-truncated", "sha1")
+
+
+@dataclasses.dataclass(frozen=True)
+class Signed:
+    """The best CodeDirectory of one slice. `cdhash` has 20 octets."""
+
+    cdhash: bytes
+    identifier: str
+    team_identifier: str | None
+    adhoc: bool
+
+    def requirement(self):
+        """The text of a requirement that this code meets and others do not."""
+        if self.adhoc:
+            return f'cdhash H"{self.cdhash.hex()}"'
+        text = f'identifier "{self.identifier}"'
+        if self.team_identifier is not None:
+            text += (" and certificate 1[field.1.2.840.113635.100.6.2.6] /* exists */"
+                     " and certificate leaf[field.1.2.840.113635.100.6.1.13] /* exists */"
+                     f" and certificate leaf[subject.OU] = {_word(self.team_identifier)}")
+        return text
+
+
+def _word(text):
+    return text if re.fullmatch(r"[A-Za-z][A-Za-z0-9]*", text) else f'"{text}"'
+
+
+def read_signed(path):
+    """What is signed at `path`, one Signed for each slice, the native one (arm64, else the first)
+    foremost; empty when it is not signed code. The path may be a file or a bundle.
+    """
+    path = pathlib.Path(path)
+    try:
+        if path.is_dir():
+            layout = find_layout(path)
+            directory = layout.signature_directory
+            if (directory / "CodeDirectory").exists():
+                return [_describe(_component_files(directory))]
+            path = layout.executable
+        with contents(path) as data:
+            if macho.is_macho(data):
+                found = [_macho_components(piece) for piece in _slices(data)]
+                return [_describe(parts) for parts in found if parts]
+        sidecar = path.with_name(path.name + ".codesignature")
+        return [_describe(_split(sidecar.read_bytes()))] if sidecar.exists() else []
+    except (SigningError, OSError, struct.error, KeyError):
+        return []
+
+
+def requirement(signed):
+    """The requirement text for code whose slices are `signed`."""
+    if signed[0].adhoc:
+        return " or ".join(each.requirement() for each in signed)
+    return signed[0].requirement()
+
+
+def _component_files(directory):
+    found = {blobs.SLOT_CODE_DIRECTORY: (directory / "CodeDirectory").read_bytes()}
+    for number in range(5):
+        alternate = directory / f"CodeRequirements-{number + 1}"
+        if alternate.exists():
+            found[blobs.SLOT_ALTERNATE + number] = alternate.read_bytes()
+    return found
+
+
+def _slices(data):
+    if struct.unpack_from(">I", data)[0] != macho.FAT_MAGIC:
+        return [data]
+    entries, _ = macho.split_fat(data)
+    return [entry.data for entry in sorted(
+        entries, key=lambda entry: entry.cpu_type != macho.CPU_TYPE_ARM64)]
+
+
+def _macho_components(data):
+    image = macho.Image(data)
+    command = image.find(macho.LC_CODE_SIGNATURE)
+    if command is None:
+        return {}
+    offset, size = struct.unpack_from(image.order + "8x2I", data, command)
+    return _split(bytes(data[offset:offset + size]))
+
+
+def _split(data):
+    count, = struct.unpack_from(">8xI", data)
+    found = {}
+    for number in range(count):
+        kind, offset = struct.unpack_from(">2I", data, 12 + 8 * number)
+        length, = struct.unpack_from(">I", data, offset + 4)
+        found[kind] = data[offset:offset + length]
+    return found
+
+
+def _describe(parts):
+    directories = {}
+    for slot, encoding in parts.items():
+        if slot == blobs.SLOT_CODE_DIRECTORY or 0 <= slot - blobs.SLOT_ALTERNATE < 5:
+            directories[encoding[37]] = encoding
+    kind, encoding = next(
+        (blobs.HASH_TYPES[name], directories[blobs.HASH_TYPES[name].number])
+        for name in PREFERENCE if blobs.HASH_TYPES[name].number in directories)
+    version, flags, identifier = struct.unpack_from(">8x2I4xI", encoding)
+    team = struct.unpack_from(">48xI", encoding)[0] if version >= 0x20200 else 0
+    return Signed(kind.full_digest(encoding)[:20], _text(encoding, identifier),
+                  _text(encoding, team) if team else None, bool(flags & blobs.FLAG_ADHOC))
+
+
+def _text(data, offset):
+    return data[offset:data.index(b"\0", offset)].decode()
