@@ -9,6 +9,7 @@
 #include "app/kx_tool.h"
 #include "diag/utils.h"
 #include "platform/files.h"
+#include "sdk/json_document.h"
 #include "sdk/json_lookup.h"
 
 namespace {
@@ -87,10 +88,8 @@ void TakeIdentifiers(const Value& configuration, const WantedIdentifiers& wanted
 int ReadConfiguration(platform::InputFile& file, const WantedIdentifiers& wanted, Logger* logger) {
   try {
     FileStream stream(file);
-    rapidjson::Document configuration;
-    // Without recursion, so that no nesting exhausts the stack.
-    configuration.ParseStream<rapidjson::kParseIterativeFlag>(stream);
-    if (configuration.HasParseError()) {
+    sdk::JsonDocument configuration;
+    if (!configuration.Read(stream)) {
       file.Close();
       Utils::LogMessage(logger, "Invalid agcfJso file");
       return kEBADF;

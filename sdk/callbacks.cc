@@ -12,7 +12,7 @@ std::string TextOrEmpty(const char* text) { return text == nullptr ? "" : text; 
 
 }  // namespace
 
-void OnRan(void* context, const char* batchContext, int error, const char* result) {
+void OnRan(void* context, const char* batchContext, int error, const char* result) noexcept {
   Utils::LogMessage(logger, "Start OnRan");
   Utils::LogMessage(logger, "Is null batch_context = ", batchContext == nullptr);
   if (batchContext != nullptr) {
@@ -38,7 +38,7 @@ void OnRan(void* context, const char* batchContext, int error, const char* resul
   Utils::LogMessage(logger, "End OnRan");
 }
 
-void OnProductEvent(void* context, const char* eventName, const char* eventData) {
+void OnProductEvent(void* context, const char* eventName, const char* eventData) noexcept {
   if (context == nullptr || stopThread) return;
   const sdk::CallbackGate::Pass pass(context);
   if (pass.Tool() == nullptr) return;

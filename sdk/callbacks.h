@@ -2,17 +2,18 @@
 #define SDK_CALLBACKS_H_
 
 /// What the SDK calls, on threads of its own and at any time, even after the registration ended.
-/// `context` is the KXTool that was registered; anything else is ignored.
+/// `context` is the KXTool that was registered; anything else is ignored. No exception enters the
+/// SDK: when memory runs out, the process ends here as it does anywhere else.
 extern "C" {
 
 /// A run has completed. Answers for another batch than the current one are ignored.
 /// @param batchContext the run's batch identifier, or null
 /// @param error logged, and nothing else
 /// @param result the answer text, or null
-void OnRan(void* context, const char* batchContext, int error, const char* result);
+void OnRan(void* context, const char* batchContext, int error, const char* result) noexcept;
 
 /// The product has something to tell. Ignored unless a scan is being watched.
-void OnProductEvent(void* context, const char* eventName, const char* eventData);
+void OnProductEvent(void* context, const char* eventName, const char* eventData) noexcept;
 
 }  // extern "C"
 

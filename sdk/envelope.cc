@@ -7,6 +7,7 @@
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
 #include "diag/utils.h"
+#include "sdk/json_document.h"
 #include "sdk/json_lookup.h"
 
 namespace sdk {
@@ -34,11 +35,10 @@ long long UnpackAnswer(const std::string& answer, const std::string& method,
   }
 
   Utils::LogMessage(logger, "Parse AgentSDK response");
-  // In the caller's allocator, so that "output" can be moved instead of copied; without recursion,
-  // so that no nesting exhausts the stack.
-  rapidjson::Document document(&output.GetAllocator());
-  document.Parse<rapidjson::kParseIterativeFlag>(answer.c_str());
-  if (document.HasParseError() || !document.IsObject()) {
+  // In the caller's allocator, so that "output" can be moved instead of copied.
+  JsonDocument document(&output.GetAllocator());
+  rapidjson::StringStream text(answer.c_str());
+  if (!document.Read(text) || !document.IsObject()) {
     return RefuseAnswer(logger, "Response has parse errors or is not an object");
   }
 

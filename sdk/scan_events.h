@@ -25,8 +25,9 @@ class EventThread {
   /// @return 0, or the errno-style number of the failure.
   int Start(KXTool& tool);
 
-  /// Waits until the thread has ended of itself. @return 0, or the errno-style number.
-  int Join() { return thread_.Join(); }
+  /// Waits until the thread has ended of itself; at once when none was started.
+  /// @return 0, or the errno-style number of the failure.
+  int Join() { return thread_.IsJoinable() ? thread_.Join() : 0; }
 
  private:
   platform::Thread thread_;

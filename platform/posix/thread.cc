@@ -9,8 +9,9 @@ int Thread::Start(Routine routine, void* argument) {
 }
 
 int Thread::Join() {
-  joinable_ = false;
-  return pthread_join(thread_, nullptr);
+  const int error = pthread_join(thread_, nullptr);
+  joinable_ = error != 0;
+  return error;
 }
 
 }  // namespace platform

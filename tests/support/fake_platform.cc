@@ -28,7 +28,10 @@ std::unique_ptr<World>& Holder() {
 
 std::thread::id testThread = std::this_thread::get_id();
 
-bool IsTestThread() { return std::this_thread::get_id() == testThread; }
+/// Only the test's own thread waits in virtual time.
+bool WaitsForReal() {
+  return World::Current().waitsAreReal || std::this_thread::get_id() != testThread;
+}
 
 const Node* FindNode(const std::string& path) {
   const auto& files = World::Current().files;
@@ -152,11 +155,12 @@ std::int64_t WallClockSeconds() { return World::Current().wallMicroseconds / 100
 std::int64_t WallClockMicroseconds() { return World::Current().wallMicroseconds; }
 
 MonotonicTime MonotonicNow() {
+  if (World::Current().waitsAreReal) return std::chrono::steady_clock::now();
   return MonotonicTime(std::chrono::nanoseconds(World::Current().monotonicNanoseconds));
 }
 
 void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
-  if (!fake::IsTestThread()) return condition.wait(lock);
+  if (fake::WaitsForReal()) return condition.wait(lock);
   World& world = World::Current();
   ++world.untimedWaits;
   if (fake::RunScriptedStep(lock)) return;
@@ -165,7 +169,7 @@ void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock
 
 bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                MonotonicTime deadline) {
-  if (!fake::IsTestThread()) {
+  if (fake::WaitsForReal()) {
     return condition.wait_until(lock, deadline) == std::cv_status::no_timeout;
   }
   if (fake::RunScriptedStep(lock)) return true;

@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -109,8 +110,11 @@ class World {
   std::vector<platform::Task> tasks;  ///< run so far
 
   // Time. Sleeps and waits of the test's thread advance all three clocks.
-  std::int64_t wallMicroseconds = 1700000000LL * 1000000;
-  std::int64_t monotonicNanoseconds = 1000;
+  std::atomic<std::int64_t> wallMicroseconds = 1700000000LL * 1000000;
+  std::atomic<std::int64_t> monotonicNanoseconds = 1000;
+  /// Makes the monotonic clock real, and the waits of the test's thread too; nothing scripted runs
+  /// then.
+  bool waitsAreReal = false;
   std::vector<unsigned> sleeps;
   /// Run one by one, with the lock released, when the test's thread waits on the condition
   /// variable.
