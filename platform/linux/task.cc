@@ -25,7 +25,7 @@ struct Streams {
 /// Moves `descriptor` above the standard ones, which it may have got when the caller closed them:
 /// there it would be overwritten on the way into the child.
 Descriptor AboveStandard(Descriptor descriptor) {
-  if (descriptor.Get() >= kFirstOtherDescriptor) return descriptor;
+  if (!descriptor.IsOpen() || descriptor.Get() >= kFirstOtherDescriptor) return descriptor;
   return Descriptor(fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, kFirstOtherDescriptor));
 }
 

@@ -1,0 +1,51 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <string>
+
+#include "platform/bundle.h"
+#include "tests/contract/support.h"
+
+namespace platform {
+namespace {
+
+using contract::TemporaryTree;
+
+/// Makes the application bundle "Some Setup.app" whose list names `executable`. @return its path.
+std::string MakeApplication(const TemporaryTree& tree, const std::string& executable) {
+  const std::string path = tree.MakeDirectory("Some Setup.app");
+  tree.MakeDirectory("Some Setup.app/Contents");
+  tree.MakeDirectory("Some Setup.app/Contents/MacOS");
+  tree.MakeFile("Some Setup.app/Contents/Info.plist",
+                "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+                "<key>CFBundlePackageType</key><string>APPL</string>"
+                "<key>CFBundleIdentifier</key><string>com.corvane.contract</string>"
+                "<key>CFBundleExecutable</key><string>" +
+                    executable + "</string></dict></plist>\n");
+  return path;
+}
+
+TEST(ApplicationExecutableContract, FollowsTheInformationDictionary) {
+  const TemporaryTree tree;
+  const std::string application = MakeApplication(tree, "setup tool \xC3\xA4");
+  const std::string executable =
+      tree.MakeFile("Some Setup.app/Contents/MacOS/setup tool \xC3\xA4", "#!/bin/sh\n");
+  contract::SetMode(executable, S_IRWXU);
+  EXPECT_EQ(ApplicationExecutable(application), executable);
+  EXPECT_EQ(ApplicationExecutable(application + "/"), executable);
+}
+
+TEST(ApplicationExecutableContract, AnswersNothingWithoutAnExecutable) {
+  const TemporaryTree tree;
+  EXPECT_FALSE(ApplicationExecutable(MakeApplication(tree, "missing")));
+}
+
+TEST(ApplicationExecutableContract, AnswersNothingForWhatIsNoBundle) {
+  const TemporaryTree tree;
+  EXPECT_FALSE(ApplicationExecutable(tree.Path("nothing.app")));
+  EXPECT_FALSE(ApplicationExecutable(tree.MakeFile("file.app", "text")));
+  EXPECT_FALSE(ApplicationExecutable(""));
+}
+
+}  // namespace
+}  // namespace platform

@@ -1,0 +1,7 @@
+/* A library with a reference that nothing fulfils. */
+#define EXPORTED __attribute__((visibility("default")))
+
+int kx_contract_nowhere(void);
+
+EXPORTED int kx_contract_incomplete(void);
+int kx_contract_incomplete(void) { return kx_contract_nowhere(); }

@@ -1,0 +1,126 @@
+#ifndef TESTS_CONTRACT_SUPPORT_H_
+#define TESTS_CONTRACT_SUPPORT_H_
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// Kit of the contract tests. It uses POSIX alone, so that what is tested never tests itself.
+namespace contract {
+
+/// Whether the Foundation adapters run under GNUstep and not on macOS.
+#ifdef KX_CONTRACT_GNUSTEP
+inline constexpr bool kGnustep = true;
+#else
+inline constexpr bool kGnustep = false;
+#endif
+
+/// Mode of a directory that nobody may write.
+inline constexpr mode_t kReadOnly = S_IRUSR | S_IXUSR | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
+
+/// An empty directory that goes with everything in it. Its name has a blank, quotes and UTF-8.
+class TemporaryTree {
+ public:
+  TemporaryTree();
+  ~TemporaryTree();
+  TemporaryTree(const TemporaryTree&) = delete;
+  TemporaryTree& operator=(const TemporaryTree&) = delete;
+
+  const std::string& Root() const { return root_; }
+  std::string Path(const std::string& relativePath) const { return root_ + "/" + relativePath; }
+
+  /// Each makes something below the root and returns its path.
+  std::string MakeDirectory(const std::string& relativePath) const;
+  std::string MakeFile(const std::string& relativePath, const std::string& contents = "") const;
+  std::string MakeLink(const std::string& relativePath, const std::string& target) const;
+  std::string MakePipe(const std::string& relativePath) const;
+
+ private:
+  std::string root_;
+};
+
+std::string ReadAll(const std::string& path);
+bool NothingAt(const std::string& path);
+void SetMode(const std::string& path, mode_t mode);
+void SetModificationTime(const std::string& path, long seconds, long nanoseconds);
+
+/// Makes `path` the working directory for a while.
+class WorkingDirectory {
+ public:
+  explicit WorkingDirectory(const std::string& path);
+  ~WorkingDirectory();
+  WorkingDirectory(const WorkingDirectory&) = delete;
+  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+ private:
+  int previous_;
+};
+
+/// Gives an environment variable a value for a while; none for null.
+class Environment {
+ public:
+  Environment(const char* name, const char* value);
+  ~Environment();
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+
+ private:
+  std::string name_;
+  std::string previous_;
+  bool wasSet_;
+};
+
+/// Lets root be an ordinary user for a while; who is one already stays so.
+class OrdinaryUser {
+ public:
+  OrdinaryUser();
+  ~OrdinaryUser();
+  OrdinaryUser(const OrdinaryUser&) = delete;
+  OrdinaryUser& operator=(const OrdinaryUser&) = delete;
+
+  /// False where the host gives root no way there and back.
+  bool IsOne() const { return isOne_; }
+
+ private:
+  bool isOne_;
+  bool changed_ = false;
+};
+
+/// Absolute path of the test program.
+const std::string& OwnProgram();
+
+/// The arguments with which the test program plays `role` (see child_roles.cc).
+std::vector<std::string> RoleArguments(const std::string& role,
+                                       const std::vector<std::string>& arguments = {});
+
+/// Runs the test program in `role` without the adapters and waits for it.
+/// @param prepare runs in the child, before the program is replaced.
+/// @return its wait status.
+int RunRole(
+    const std::string& role, const std::vector<std::string>& arguments = {},
+    const std::function<void()>& prepare = [] {});
+
+/// Starts the test program in `role`. @return its process id.
+pid_t StartRole(
+    const std::string& program, const std::string& role,
+    const std::vector<std::string>& arguments = {}, const std::function<void()>& prepare = [] {});
+
+/// Waits for a child. @return its wait status.
+int Await(pid_t child);
+
+/// Waits until `condition` holds, 20 seconds at most. @return whether it does.
+bool Eventually(const std::function<bool()>& condition);
+
+/// Plays the role that the command line asks for.
+/// @return the exit status; -1 when the command line asks for none.
+int PlayRole(int argc, char** argv);
+
+/// Notes where the test program lies. Call first.
+void SetOwnProgram(const char* name);
+
+}  // namespace contract
+
+#endif  // TESTS_CONTRACT_SUPPORT_H_
