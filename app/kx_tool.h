@@ -93,6 +93,7 @@ class KXTool {
   /// "id=1" or "id=0" for each feature, joined by "|".
   int GetFeatureStatus(std::string& result, Logger* logger);
   /// Appends "task=seconds" for the newest full and quick scan, joined by "|".
+  /// @throws rapidxml::parse_error for a summary that is not XML.
   int GetLastSystemScan(std::string& result, Logger* logger);
 
   // Installation and detection (install/).

@@ -102,8 +102,7 @@ int WalkUpdateStatus(const Value& output, const char* name, std::string& result,
 }
 
 /// Whether the update of a location speaks against the product being up to date.
-bool IsFailedOrStale(const Value& update) {
-  const std::unordered_set<std::int32_t> goodErrors = {0, -2003};
+bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>& goodErrors) {
   // Both must be there for the update to be judged, of whatever type they are.
   if (sdk::FindMember(update, "error") == nullptr ||
       sdk::FindMember(update, "lastSucceededTime") == nullptr) {
@@ -118,14 +117,15 @@ bool IsFailedOrStale(const Value& update) {
 
 int WalkUpToDate(const Value& output, bool& upToDate, Logger* logger) {
   const std::unordered_set<std::string_view> unjudgedNames = {"Product", "ctc"};
+  const std::unordered_set<std::int32_t> goodErrors = {0, -2003};
   const Value* const locations = sdk::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
   for (const Value::Member& location : locations->GetObject()) {
     if (unjudgedNames.count(sdk::TextOf(location.name)) != 0) continue;
     const Value* const update = sdk::FindObject(location.value, "update");
-    if (update == nullptr || !IsFailedOrStale(*update)) continue;
-    upToDate = false;
+    if (update == nullptr || !IsFailedOrStale(*update, goodErrors)) continue;
     Utils::LogMessage(logger, "Product is not up to date");
+    upToDate = false;
     break;
   }
   return kSuccess;

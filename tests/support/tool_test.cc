@@ -2,9 +2,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
-#include <regex>
+#include <string_view>
+#include <utility>
 
 #include "diag/global_logger.h"
 #include "diag/utils.h"
@@ -41,6 +44,17 @@ LogDirectory& TheLogDirectory() {
   return directory;
 }
 
+/// What each log line begins with; a "0" stands for any digit.
+constexpr std::string_view kTimeStampForm = "0000-00-00 00:00:00 ";
+
+bool HasTimeStamp(std::string_view line) {
+  return line.size() >= kTimeStampForm.size() &&
+         std::equal(kTimeStampForm.begin(), kTimeStampForm.end(), line.begin(),
+                    [](char form, char actual) {
+                      return form == '0' ? actual >= '0' && actual <= '9' : form == actual;
+                    });
+}
+
 }  // namespace
 
 ToolTest::ToolTest() {
@@ -75,10 +89,10 @@ std::vector<std::string> ToolTest::TakeLog() {
   std::ifstream file(directory.File());
   file.seekg(directory.position);
   std::vector<std::string> lines;
-  static const std::regex kTimeStamp("^[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} ");
   for (std::string line; std::getline(file, line);) {
     directory.position += static_cast<std::streamoff>(line.size()) + 1;
-    lines.push_back(std::regex_replace(line, kTimeStamp, ""));
+    if (HasTimeStamp(line)) line.erase(0, kTimeStampForm.size());
+    lines.push_back(std::move(line));
   }
   return lines;
 }
@@ -103,8 +117,8 @@ Lines AcceptedSignatureLog(const std::string& path) {
           "Check complete. File is signed by Corvane"};
 }
 
-Lines LoadedLibraryLog(const std::string& method) {
-  const std::string path = Sdk::LibraryPath();
+Lines LoadedLibraryLog(const std::string& method, int layout) {
+  const std::string path = Sdk::LibraryPath(layout);
   return Concat({{"Executing AgentSDK method: " + method, "Retrieving ORVEX directory path",
                   "GetDirectory error code = 0", "Validate " + path + " binary"},
                  AcceptedSignatureLog(path),
@@ -113,22 +127,25 @@ Lines LoadedLibraryLog(const std::string& method) {
                   "Search in actions for the declared method: " + method}});
 }
 
-Lines TryLog(int number, int status) {
+Lines TryLog(int number, int status, std::uint64_t batch) {
   return {"Get AgentSDK instance",
           "Instance retrieved successfully",
           "RunAsync register instance notifications",
           "Try no = " + std::to_string(number),
           "Creating batch context",
-          "Batch context = " + UuidText(World::Current().uuids),
+          "Batch context = " + UuidText(batch),
           "Run instance",
           "Inner apiError = " + std::to_string(status),
           "Inner RunAsync elapsed time = 0.000000 seconds"};
 }
 
-Lines StartedCallLog(const std::string& method) {
-  return Concat({LoadedLibraryLog(method),
-                 {"Start RunAsync", "Run async starts at Tue Nov 14 22:13:20 2023", ""},
-                 TryLog(1, 0),
+Lines StartedCallLog(const std::string& method, int layout, std::uint64_t batch) {
+  const auto now = static_cast<std::time_t>(World::Current().wallMicroseconds / 1000000);
+  char start[64];
+  std::strftime(start, sizeof start, "%a %b %e %H:%M:%S %Y", std::gmtime(&now));
+  return Concat({LoadedLibraryLog(method, layout),
+                 {"Start RunAsync", std::string("Run async starts at ") + start, ""},
+                 TryLog(1, 0, batch),
                  {"RunAsync elapsed time = 0.000000 seconds", "RunAsync error code = 0",
                   "End RunAsync", "AgentSDK response", ""}});
 }
@@ -142,6 +159,31 @@ Lines CompletionLog(const std::string& answer) {
           "OnRun response",
           answer,
           "End OnRan"};
+}
+
+Lines AnsweredWrapperLog(const std::string& method, const std::string& answer, int layout,
+                         std::uint64_t batch) {
+  return Concat({{"Executing AgentSDK Wrapper method: " + method},
+                 StartedCallLog(method, layout, batch),
+                 {"Set run async timeout"},
+                 CompletionLog(answer),
+                 {"Parse AgentSDK response", "Parse \"response\" member", "Parse \"data\" member",
+                  "Find method key", "Parse \"error\" member", "Response error code : 0",
+                  "Parse \"output\" member", "Instance unregistered with exit code : 0",
+                  "Finished executing AgentSDK method", "Return error: 0", "API error = 0",
+                  "Agent SDK Error = 0", "AgentSDK Method returned with error code: 0"}});
+}
+
+Lines AbsentProductWrapperLog(const std::string& method) {
+  return {"Executing AgentSDK Wrapper method: " + method,
+          "Executing AgentSDK method: " + method,
+          "Retrieving ORVEX directory path",
+          "GetDirectory error code = 20",
+          "Failed to retrieve ORVEX directory path. Error code : 20",
+          "Return error: 20",
+          "API error = 0",
+          "Agent SDK Error = 0",
+          "AgentSDK Method returned with error code: 20"};
 }
 
 }  // namespace fake

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -50,19 +51,27 @@ Lines Concat(std::initializer_list<Lines> parts);
 /// The log of the signature check of `path` when it accepts the file.
 Lines AcceptedSignatureLog(const std::string& path);
 
-/// The log of an SDK call for the installed product (layout 1) up to the look-up of its method.
-Lines LoadedLibraryLog(const std::string& method);
+/// The log of an SDK call for the installed product up to the look-up of its method.
+Lines LoadedLibraryLog(const std::string& method, int layout = 1);
 
 /// The log of one try of a run: everything from getting the instance to the run's status. The fake
-/// clocks stand still. The batch is the newest one.
-Lines TryLog(int number, int status);
+/// clocks stand still. The batch is the `batch`th of the world, the newest one unless told.
+Lines TryLog(int number, int status, std::uint64_t batch = World::Current().uuids);
 
 /// The main thread's log of an SDK call up to its wait, when the first try succeeds, without the
-/// line about the time limit.
-Lines StartedCallLog(const std::string& method);
+/// line about the time limit. The wall clock has stood still since.
+Lines StartedCallLog(const std::string& method, int layout = 1,
+                     std::uint64_t batch = World::Current().uuids);
 
 /// The lines of OnRan() for the current batch, with `answer`.
 Lines CompletionLog(const std::string& answer);
+
+/// The whole log of an SDK call through the wrapper that succeeds with `answer`.
+Lines AnsweredWrapperLog(const std::string& method, const std::string& answer, int layout = 1,
+                         std::uint64_t batch = World::Current().uuids);
+
+/// The whole log of an SDK call through the wrapper where the product is not installed.
+Lines AbsentProductWrapperLog(const std::string& method);
 
 }  // namespace fake
 

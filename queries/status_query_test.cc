@@ -1,0 +1,251 @@
+#include <algorithm>
+#include <new>
+
+#include "sdk/method_catalogue.h"
+#include "tests/support/allocation_failure.h"
+#include "tests/support/query_test.h"
+
+namespace queries {
+namespace {
+
+using fake::AllQueries;
+using fake::Concat;
+using fake::Lines;
+using fake::Query;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+
+/// What all status queries have in common.
+class StatusQueryTest : public fake::QueryTest, public testing::WithParamInterface<Query> {};
+
+std::string NameOf(const testing::TestParamInfo<Query>& query) { return query.param.name; }
+
+INSTANTIATE_TEST_SUITE_P(All, StatusQueryTest, testing::ValuesIn(AllQueries()), NameOf);
+
+/// An output in which every query finds something, in texts too long for a short-string buffer.
+constexpr char kRichOutput[] = R"({
+    "Locations":{"Product":{"update":{"error":-1999999999,"time":1700000000000,
+                                      "lastSucceededTime":1600000000000},
+                            "Version":"7.21.300129.200129-production"},
+                 "a location with a long name":{"update":{"error":5,"lastSucceededTime":1}}},
+    "Alerts":{"an alert with a long name":{"severity":"critical"},
+              "another alert with a long name":{"severity":"CRITICAL"}},
+    "Features":[{"id":"a feature with a long name","isFunctioning":true},
+                {"id":"another feature with a long name","enabled":false}],
+    "LastUpdateTime":-1234567890123456789})";
+
+TEST_P(StatusQueryTest, AsksTheProductForItsStatusOnce) {
+  sdk.answers = {fake::Answer("{}")};
+  std::string result;
+  EXPECT_EQ(GetParam().run(Tool(), result, nullptr), 0);
+  EXPECT_THAT(sdk.Requests(), ElementsAre(agentsdkMethods.at("Product.GetStatus")));
+}
+
+TEST_P(StatusQueryTest, ProductIsNotInstalled) {
+  world.files.clear();
+  ExpectFailure(GetParam(), 20, [] { return fake::AbsentProductWrapperLog("Product.GetStatus"); });
+}
+
+TEST_P(StatusQueryTest, WithoutALogAFailureLeavesTheSame) {
+  world.files.clear();
+  std::string result = kBefore;
+  EXPECT_EQ(GetParam().run(Tool(), result, nullptr), 20);
+  EXPECT_EQ(result, Untouched(GetParam()));
+}
+
+/// The log of a call that the product answers with `answer`, from its failure to unpack it on.
+Lines RefusedAnswerLog(const std::string& answer, const Lines& unpacking,
+                       const std::string& error) {
+  return Concat({{"Executing AgentSDK Wrapper method: Product.GetStatus"},
+                 fake::StartedCallLog("Product.GetStatus"),
+                 {"Set run async timeout"},
+                 fake::CompletionLog(answer),
+                 unpacking,
+                 {"Instance unregistered with exit code : 0", "Finished executing AgentSDK method",
+                  "Return error: 0", "API error = 0", "Agent SDK Error = " + error,
+                  "Agent SDK failed with error code: " + error}});
+}
+
+TEST_P(StatusQueryTest, MethodFails) {
+  for (const int error : {7, -5, 2147483647}) {
+    const std::string answer = fake::Answer(kRichOutput, "Product", error);
+    sdk.answers = {answer};
+    ExpectFailure(GetParam(), error, [&] {
+      return fake::SplitAtNewlines(
+          RefusedAnswerLog(answer,
+                           {"Parse AgentSDK response", "Parse \"response\" member",
+                            "Parse \"data\" member", "Find method key", "Parse \"error\" member",
+                            "Response error code : " + std::to_string(error)},
+                           std::to_string(error)));
+    });
+  }
+}
+
+TEST_P(StatusQueryTest, AnswerIsNotJson) {
+  sdk.answers = {"]"};
+  ExpectFailure(GetParam(), 3, [] {
+    return RefusedAnswerLog(
+        "]",
+        {"Parse AgentSDK response", "Invalid JSON. Response has parse errors or is not an object"},
+        "3");
+  });
+}
+
+TEST_P(StatusQueryTest, OutputOfAnotherType) {
+  for (const char* const output : {"[]", "1", "\"Locations\"", "true"}) {
+    const std::string answer = fake::Answer(output);
+    sdk.answers = {answer};
+    ExpectFailure(GetParam(), 3, [&] {
+      return RefusedAnswerLog(
+          answer,
+          {"Parse AgentSDK response", "Parse \"response\" member", "Parse \"data\" member",
+           "Find method key", "Parse \"error\" member", "Response error code : 0",
+           "Parse \"output\" member", "Invalid JSON. \"output\" member is invalid"},
+          "3");
+    });
+  }
+}
+
+TEST_P(StatusQueryTest, ProductDoesNotAnswer) {
+  ExpectFailure(GetParam(), 60, [this] {
+    world.wallMicroseconds = 1700000000LL * 1000000;  // back to when the run began
+    return Concat({{"Executing AgentSDK Wrapper method: Product.GetStatus"},
+                   fake::StartedCallLog("Product.GetStatus"),
+                   {"Set run async timeout", "Failed to run instance due to timeout",
+                    "Instance unregistered with exit code : 0", "Return error: 60", "API error = 0",
+                    "Agent SDK Error = 0", "AgentSDK Method returned with error code: 60"}});
+  });
+}
+
+TEST_P(StatusQueryTest, MethodErrorWithoutLow32BitsCountsAsSuccessWithoutOutput) {
+  sdk.answers = {fake::Answer(kRichOutput, "Product", 4294967296)};
+  std::string result = kBefore;
+  EXPECT_EQ(GetParam().run(Tool(), result, Log()), 0);
+  Lines log = TakeLog();
+  ASSERT_FALSE(log.empty());
+  EXPECT_EQ(log.back(), GetParam().closingLine + "0");
+}
+
+TEST_P(StatusQueryTest, NothingIsFoundInNothing) {
+  const bool emptiesItsResult =
+      GetParam().name == "GetUpdateErrors" || GetParam().name == "GetUpdateStatus";
+  const Lines lines =
+      GetParam().name == "GetUpdateErrors" ? Lines{"Checking for \"Locations\" field"} : Lines{};
+  for (const char* const output : {"{}", "null"}) {
+    ExpectWalk(GetParam(), output, 0, emptiesItsResult ? "" : Untouched(GetParam()), lines);
+  }
+}
+
+TEST_P(StatusQueryTest, NestingIsNoDanger) {
+  constexpr std::size_t kDepth = 100000;
+  const std::string deep = std::string(kDepth, '[') + std::string(kDepth, ']');
+  std::string objects;
+  for (std::size_t level = 0; level < kDepth; ++level) objects += R"({"update":)";
+  objects += "1" + std::string(kDepth, '}');
+  sdk.answers = {fake::Answer(R"({"Other":)" + deep + R"(,"Locations":{"Product":)" + objects +
+                              R"(},"Features":[)" + deep + R"(],"Alerts":{"a":)" + objects + "}}")};
+  std::string result;
+  const int code = GetParam().run(Tool(), result, nullptr);
+  EXPECT_EQ(code, GetParam().name == "GetUpdateStatus" ? 3 : 0);
+}
+
+/// The guard of the walks, tested by letting one allocation after another fail.
+class GuardTest : public StatusQueryTest {
+ protected:
+  /// What one run came to.
+  struct Run {
+    bool escaped;  ///< with an exception
+    int code;
+    std::string result;
+    Lines log;
+  };
+
+  /// Runs the query over kRichOutput. The `number`th allocation after the product has answered
+  /// fails, if there are so many.
+  Run RunFailing(std::size_t number, Logger* log) {
+    world.whenWaiting.push_back([this, number] {
+      sdk.Complete(sdk.Batch().c_str(), 0, fake::Answer(kRichOutput).c_str());
+      failure_.Arm(number);
+    });
+    Run run = {false, 0, kBefore, {}};
+    try {
+      run.code = GetParam().run(Tool(), run.result, log);
+    } catch (const std::bad_alloc&) {
+      run.escaped = true;
+    }
+    hasFailed_ = failure_.Disarm();
+    if (log != nullptr) run.log = TakeLog();
+    return run;
+  }
+
+  /// All runs in which an allocation fails, and last the one in which none does.
+  std::vector<Run> RunFailingEach(Logger* log) {
+    std::vector<Run> runs;
+    do {
+      runs.push_back(RunFailing(runs.size() + 1, log));
+    } while (hasFailed_);
+    return runs;
+  }
+
+ private:
+  fake::AllocationFailure failure_;
+  bool hasFailed_ = false;
+};
+
+INSTANTIATE_TEST_SUITE_P(All, GuardTest, testing::ValuesIn(AllQueries()), NameOf);
+
+/// The lines of a log that follow the SDK call.
+Lines WalkLog(const Lines& log) {
+  const auto end = std::find(log.begin(), log.end(), "AgentSDK Method returned with error code: 0");
+  return end == log.end() ? Lines() : Lines(end + 1, log.end());
+}
+
+TEST_P(GuardTest, FailedAllocationInTheWalkIsCaught) {
+  const std::vector<Run> runs = RunFailingEach(Log());
+  const Run& whole = runs.back();
+  ASSERT_EQ(whole.code, 0);
+  Lines wholeWalk = WalkLog(whole.log);
+  wholeWalk.pop_back();  // the closing line
+  int guarded = 0;
+  for (const Run& run : runs) {
+    if (run.escaped) {
+      // Not in the walk: in the SDK call before, or in the closing line.
+      EXPECT_TRUE(run.result == kBefore || run.result == Untouched(GetParam()) ||
+                  run.result == whole.result)
+          << run.result;
+      continue;
+    }
+    if (run.code == 0) {
+      EXPECT_EQ(run.result, whole.result);
+      continue;
+    }
+    ++guarded;
+    EXPECT_EQ(run.code, 3);
+    EXPECT_EQ(run.result, Untouched(GetParam()));
+    Lines walk = WalkLog(run.log);
+    ASSERT_GE(walk.size(), 2U);
+    EXPECT_EQ(walk.back(), GetParam().closingLine + "3");
+    walk.pop_back();
+    EXPECT_EQ(walk.back(), GetParam().guardLine);
+    walk.pop_back();
+    ASSERT_LE(walk.size(), wholeWalk.size());
+    EXPECT_TRUE(std::equal(walk.begin(), walk.end(), wholeWalk.begin()));
+  }
+  EXPECT_GT(guarded, 0);
+}
+
+TEST_P(GuardTest, WorksWithoutALog) {
+  const std::vector<Run> runs = RunFailingEach(nullptr);
+  int guarded = 0;
+  for (const Run& run : runs) {
+    EXPECT_EQ(run.result, run.code == 3 ? Untouched(GetParam())
+                          : run.escaped ? kBefore
+                                        : runs.back().result);
+    if (run.code == 3) ++guarded;
+  }
+  EXPECT_EQ(runs.back().code, 0);
+  EXPECT_GT(guarded, 0);
+}
+
+}  // namespace
+}  // namespace queries

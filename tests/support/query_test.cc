@@ -1,0 +1,155 @@
+#include "tests/support/query_test.h"
+
+namespace fake {
+
+void PrintTo(const Query& query, std::ostream* stream) { *stream << query.name; }
+
+Query UpdateErrors() {
+  return {"GetUpdateErrors",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetUpdateErrors(result, logger);
+          },
+          "Failed to execute Product.GetStatus with error: ",
+          true,
+          "Invalid JSON",
+          "Finished to get update errors with error: "};
+}
+
+Query UpdateStatus(const std::string& location) {
+  return {"GetUpdateStatus",
+          [location](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetUpdateStatus(result, location.c_str(), logger);
+          },
+          "Failed to execute Product.GetStatus method",
+          false,
+          "Invalid JSON. Cannot find \"Locationsa\" field",
+          "Finished getting update status with error: "};
+}
+
+Query IsUpToDate() {
+  return {"CheckIsUpToDate",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            bool upToDate = false;
+            const int code = tool.CheckIsUpToDate(upToDate, logger);
+            result = upToDate ? "1" : "0";
+            return code;
+          },
+          "Failed to execute method. Error code: ",
+          true,
+          "Invalid JSON. Could not find \"Locations\" member",
+          "Finished getting update status with error: "};
+}
+
+Query UpdateLocations() {
+  return {"GetUpdateLocations",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetUpdateLocations(result, logger);
+          },
+          "Failed to execute method. Error code: ",
+          true,
+          "Invalid JSON",
+          "Finished to get update locations with error code: "};
+}
+
+Query LastUpdate() {
+  return {"GetLastUpdate",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetLastUpdate(result, logger);
+          },
+          "Failed to execute method. Error code: ",
+          true,
+          "Invalid JSON",
+          "Finished retrieving last update with error code: "};
+}
+
+Query CriticalIssues() {
+  return {"GetCriticalIssues",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetCriticalIssues(result, logger);
+          },
+          "Failed to execute Product.GetStatus method",
+          false,
+          "Invalid JSON",
+          "Finished to get critical issues with error: "};
+}
+
+Query ProductVersion() {
+  return {"GetProductVersion",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetProductVersion(result, logger);
+          },
+          "Failed to execute method. Error code: ",
+          true,
+          "Invalid JSON",
+          "Finished returning product version with error code: "};
+}
+
+Query FeatureStatus() {
+  return {"GetFeatureStatus",
+          [](KXTool& tool, std::string& result, Logger* logger) {
+            return tool.GetFeatureStatus(result, logger);
+          },
+          "Failed to execute method. Error code: ",
+          true,
+          "Invalid JSON",
+          "Finished to get feature status with error code: "};
+}
+
+const std::vector<Query>& AllQueries() {
+  static const auto& queries = *new std::vector<Query>{
+      UpdateErrors(), UpdateStatus("Product"), IsUpToDate(),     UpdateLocations(),
+      LastUpdate(),   CriticalIssues(),        ProductVersion(), FeatureStatus()};
+  return queries;
+}
+
+Lines SplitAtNewlines(const Lines& messages) {
+  Lines lines;
+  for (const std::string& message : messages) {
+    std::size_t begin = 0;
+    for (std::size_t end; (end = message.find('\n', begin)) != std::string::npos; begin = end + 1) {
+      lines.push_back(message.substr(begin, end - begin));
+    }
+    lines.push_back(message.substr(begin));
+  }
+  return lines;
+}
+
+std::string QueryTest::Untouched(const Query& query) {
+  return query.name == "CheckIsUpToDate" ? "1" : kBefore;
+}
+
+Lines QueryTest::WholeLog(const Query& query, const std::string& output, const Lines& walkLines,
+                          int code) {
+  return SplitAtNewlines(Concat({{"Execute Product.GetStatus method"},
+                                 AnsweredWrapperLog("Product.GetStatus", Answer(output)),
+                                 walkLines,
+                                 {query.closingLine + std::to_string(code)}}));
+}
+
+void QueryTest::ExpectWalk(const Query& query, const std::string& output, int code,
+                           const std::string& result, const Lines& walkLines) {
+  SCOPED_TRACE(query.name + " over " + output.substr(0, 300));
+  sdk.answers = {Answer(output)};
+  std::string text = kBefore;
+  EXPECT_EQ(query.run(Tool(), text, Log()), code);
+  EXPECT_EQ(text, result);
+  EXPECT_THAT(TakeLog(), testing::ElementsAreArray(WholeLog(query, output, walkLines, code)));
+
+  text = kBefore;
+  EXPECT_EQ(query.run(Tool(), text, nullptr), code) << "without a log";
+  EXPECT_EQ(text, result) << "without a log";
+}
+
+void QueryTest::ExpectFailure(const Query& query, int code,
+                              const std::function<Lines()>& wrapperLog) {
+  SCOPED_TRACE(query.name);
+  std::string text = kBefore;
+  EXPECT_EQ(query.run(Tool(), text, Log()), code);
+  EXPECT_EQ(text, Untouched(query));
+  const std::string number = query.failureEndsInCode ? std::to_string(code) : "";
+  EXPECT_THAT(TakeLog(), testing::ElementsAreArray(Concat({{"Execute Product.GetStatus method"},
+                                                           wrapperLog(),
+                                                           {query.failureLine + number}})));
+}
+
+}  // namespace fake
