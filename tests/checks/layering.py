@@ -29,8 +29,8 @@ HOST_HEADERS = re.compile(
 )
 HOST_MACROS = re.compile(r"^\s*#.*\b(__APPLE__|__linux__|__MACH__|__unix__|__GLIBC__|TARGET_OS_\w+)")
 NEWER_THAN_THE_OLDEST_MACOS = re.compile(
-    r"#\s*include\s*<(?:filesystem|shared_mutex|any|charconv|memory_resource)>|"
-    r"\bstd::(?:filesystem|shared_mutex|any_cast|pmr)\b"
+    r"#\s*include\s*<(?:filesystem|shared_mutex|any|memory_resource)>|"
+    r"\bstd::(?:filesystem|shared_mutex|any_cast|pmr|to_chars)\b"
 )
 INCLUDE = re.compile(r'#\s*include\s*"([^"]+)"')
 
