@@ -33,29 +33,28 @@ std::size_t DigestLength(HashType type) { return TraitsOf(type).length; }
 
 void Digest::Free::operator()(evp_md_ctx_st* context) const { EVP_MD_CTX_free(context); }
 
-Digest::Digest(HashType type) : type_(type), context_(EVP_MD_CTX_new()) { Start(); }
+Digest::Digest(HashType type) : type_(type), context_(EVP_MD_CTX_new()) {
+  Start(TraitsOf(type_).algorithm());
+}
 
-void Digest::Start() {
-  failed_ = context_ == nullptr ||
-            EVP_DigestInit_ex(context_.get(), TraitsOf(type_).algorithm(), nullptr) != 1;
+void Digest::Start(const evp_md_st* algorithm) {
+  failed_ = context_ == nullptr || EVP_DigestInit_ex(context_.get(), algorithm, nullptr) != 1;
 }
 
 void Digest::Update(std::string_view bytes) {
   failed_ = failed_ || EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) != 1;
 }
 
-std::string Digest::FinishFull() {
+std::string Digest::Finish() {
   std::string digest(EVP_MAX_MD_SIZE, '\0');
-  unsigned int length = 0;
   failed_ =
       failed_ || EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char*>(digest.data()),
-                                    &length) != 1;
-  digest.resize(failed_ ? 0 : length);
-  Start();
+                                    nullptr) != 1;
+  digest.resize(failed_ ? 0 : DigestLength(type_));
+  // Without an algorithm the context's own is kept, which saves looking it up anew for every page.
+  Start(nullptr);
   return digest;
 }
-
-std::string Digest::Finish() { return FinishFull().substr(0, DigestLength(type_)); }
 
 std::string DigestOf(HashType type, std::string_view bytes) {
   Digest digest(type);

@@ -9,6 +9,7 @@
 #include <string_view>
 
 struct evp_md_ctx_st;
+struct evp_md_st;
 
 namespace platform::code_signing {
 
@@ -39,15 +40,12 @@ class Digest {
   ///     empty digest equals no stored one). The object then starts anew.
   std::string Finish();
 
-  /// Like Finish(), but not cut.
-  std::string FinishFull();
-
  private:
   struct Free {
     void operator()(evp_md_ctx_st* context) const;
   };
 
-  void Start();
+  void Start(const evp_md_st* algorithm);
 
   HashType type_;
   bool failed_ = false;

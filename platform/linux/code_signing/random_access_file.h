@@ -10,7 +10,7 @@ namespace platform::code_signing {
 
 /// The most that is ever read into memory in one piece. What claims to be larger counts as more
 /// than the memory there is.
-constexpr std::uint64_t kLargestPiece = 128U << 20U;
+constexpr std::uint64_t kLargestPiece = 64U << 20U;
 
 /// A file that is opened once and read at explicit offsets. A file that becomes shorter meanwhile
 /// gives short reads. Reading is safe from several threads at once. Closes when it goes. Moves

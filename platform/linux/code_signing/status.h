@@ -42,15 +42,16 @@ enum : OsStatus {
 
   kTpNotTrusted = -2147409622,
   kTpCertExpired = -2147409654,
-  kTpUnsupportedKeySize = -2147409643,
+  kTpInvalidCertificate = -2147409643,
   kTpInvalidExtendedKeyUsage = -2147408889,
   kTpInvalidKeyUsage = -2147408890,
-  kTpPathLengthConstraint = -2147408887,
-  kTpInvalidIdentifier = -2147408892,
-  kTpInvalidCertificateAuthority = -2147408893,
+  kTpPathLengthExceeded = -2147408887,
+  kTpInvalidAuthorityId = -2147408892,
+  kTpInvalidCa = -2147408893,
   kTpNoBasicConstraints = -2147408894,
   kTpUnknownCriticalExtension = -2147408895,
-  kTpIdentifierMissing = -2147408841,
+  kTpInvalidEmptySubject = -2147408841,
+  kTpUnknownCertificateExtension = -2147408880,
   kInvalidDigestAlgorithm = -2147415723,
 };
 

@@ -1,0 +1,117 @@
+#include "platform/linux/code_signing/certificate.h"
+
+#include <openssl/asn1.h>
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <ctime>
+
+#include "platform/linux/code_signing/subject_text.h"
+
+namespace platform::code_signing {
+namespace {
+
+using Fingerprint = std::array<unsigned char, 32>;
+
+// SHA-256 of Apple's roots, as published at apple.com/certificateauthority and in its open trust
+// store: Apple Root CA, G2, G3, and the two platform roots for back-ported systems.
+constexpr Fingerprint kAppleRoots[] = {
+    {0xb0, 0xb1, 0x73, 0x0e, 0xcb, 0xc7, 0xff, 0x45, 0x05, 0x14, 0x2c,
+     0x49, 0xf1, 0x29, 0x5e, 0x6e, 0xda, 0x6b, 0xca, 0xed, 0x7e, 0x2c,
+     0x68, 0xc5, 0xbe, 0x91, 0xb5, 0xa1, 0x10, 0x01, 0xf0, 0x24},
+    {0xc2, 0xb9, 0xb0, 0x42, 0xdd, 0x57, 0x83, 0x0e, 0x7d, 0x11, 0x7d,
+     0xac, 0x55, 0xac, 0x8a, 0xe1, 0x94, 0x07, 0xd3, 0x8e, 0x41, 0xd8,
+     0x8f, 0x32, 0x15, 0xbc, 0x3a, 0x89, 0x04, 0x44, 0xa0, 0x50},
+    {0x63, 0x34, 0x3a, 0xbf, 0xb8, 0x9a, 0x6a, 0x03, 0xeb, 0xb5, 0x7e,
+     0x9b, 0x3f, 0x5f, 0xa7, 0xbe, 0x7c, 0x4f, 0x5c, 0x75, 0x6f, 0x30,
+     0x17, 0xb3, 0xa8, 0xc4, 0x88, 0xc3, 0x65, 0x3e, 0x91, 0x79},
+    {0xfb, 0x3f, 0x6c, 0xf6, 0x94, 0x67, 0xb5, 0xfa, 0x9f, 0xfa, 0x2b,
+     0x3b, 0x39, 0x2b, 0x6e, 0x5e, 0x77, 0x5b, 0xbb, 0x09, 0xc7, 0x7b,
+     0x6e, 0x75, 0x9e, 0x90, 0x38, 0xe2, 0x6b, 0xbf, 0x90, 0x49},
+    {0xed, 0xa2, 0x3b, 0x3f, 0x22, 0x4f, 0x45, 0xe0, 0x95, 0x2f, 0x20,
+     0xe4, 0xd2, 0xb3, 0x3e, 0x00, 0x0d, 0x49, 0xc8, 0x04, 0x4c, 0x11,
+     0x68, 0xde, 0x47, 0xb4, 0x43, 0xcd, 0x2b, 0x35, 0x36, 0xdc},
+};
+
+std::optional<std::string> TextOfEntry(const X509& certificate, int index) {
+  const X509_NAME* subject = X509_get_subject_name(&certificate);
+  const X509_NAME_ENTRY* entry = X509_NAME_get_entry(subject, index);
+  if (entry == nullptr) return std::nullopt;
+  return SubjectText(*X509_NAME_ENTRY_get_data(entry));
+}
+
+}  // namespace
+
+CertificatePtr ShareCertificate(X509* certificate) {
+  X509_up_ref(certificate);
+  return CertificatePtr(certificate, X509_free);
+}
+
+std::optional<std::string> CommonName(const X509& certificate) {
+  const X509_NAME* subject = X509_get_subject_name(&certificate);
+  int last = -1;
+  for (int next = -1; (next = X509_NAME_get_index_by_NID(subject, NID_commonName, next)) >= 0;) {
+    last = next;
+  }
+  if (last < 0) return std::nullopt;
+  return TextOfEntry(certificate, last);
+}
+
+std::optional<std::string> OrganizationalUnit(const X509& certificate) {
+  const X509_NAME* subject = X509_get_subject_name(&certificate);
+  const int first = X509_NAME_get_index_by_NID(subject, NID_organizationalUnitName, -1);
+  if (first < 0) return std::nullopt;
+  return TextOfEntry(certificate, first);
+}
+
+bool HasExtension(const X509& certificate, const char* identifier) {
+  ASN1_OBJECT* object = OBJ_txt2obj(identifier, 1);
+  const bool found = object != nullptr && X509_get_ext_by_OBJ(&certificate, object, -1) >= 0;
+  ASN1_OBJECT_free(object);
+  return found;
+}
+
+bool AreSameCertificate(const X509& a, const X509& b) {
+  unsigned char* encodedA = nullptr;
+  unsigned char* encodedB = nullptr;
+  const int lengthA = i2d_X509(&a, &encodedA);
+  const int lengthB = i2d_X509(&b, &encodedB);
+  const bool same = lengthA > 0 && lengthA == lengthB &&
+                    std::memcmp(encodedA, encodedB, static_cast<std::size_t>(lengthA)) == 0;
+  OPENSSL_free(encodedA);
+  OPENSSL_free(encodedB);
+  return same;
+}
+
+bool IsSelfSigned(const X509& certificate) {
+  if (X509_NAME_cmp(X509_get_subject_name(&certificate), X509_get_issuer_name(&certificate)) != 0) {
+    return false;
+  }
+  // X509_verify() only reads the certificate.
+  return X509_verify(const_cast<X509*>(&certificate), X509_get0_pubkey(&certificate)) == 1;
+}
+
+bool IsAppleRoot(const X509& certificate) {
+  Fingerprint fingerprint{};
+  unsigned int length = 0;
+  if (X509_digest(&certificate, EVP_sha256(), fingerprint.data(), &length) != 1) return false;
+  return length == fingerprint.size() && std::find(std::begin(kAppleRoots), std::end(kAppleRoots),
+                                                   fingerprint) != std::end(kAppleRoots);
+}
+
+std::optional<std::int64_t> UnixTime(const ASN1_TIME* time) {
+  std::tm parts{};
+  if (time == nullptr || ASN1_TIME_to_tm(time, &parts) != 1) return std::nullopt;
+  return timegm(&parts);
+}
+
+bool IsValidAt(const X509& certificate, std::int64_t time) {
+  const auto notBefore = UnixTime(X509_get0_notBefore(&certificate));
+  const auto notAfter = UnixTime(X509_get0_notAfter(&certificate));
+  return notBefore && notAfter && *notBefore <= time && time <= *notAfter;
+}
+
+}  // namespace platform::code_signing

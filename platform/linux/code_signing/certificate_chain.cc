@@ -1,0 +1,85 @@
+#include "platform/linux/code_signing/certificate_chain.h"
+
+#include <algorithm>
+
+namespace platform::code_signing {
+namespace {
+
+// Bounds on what a hostile set of certificates can cost.
+constexpr std::size_t kLongestChain = 10;
+constexpr int kMostSignatureChecks = 100;
+
+enum class Ending { kIncomplete, kSelfSigned, kAnchor };
+
+class ChainBuilder {
+ public:
+  ChainBuilder(const CertificateList& embedded, const TrustStore& trust)
+      : trust_(trust), issuers_(embedded) {
+    issuers_.insert(issuers_.end(), trust.Anchors().begin(), trust.Anchors().end());
+  }
+
+  CertificateChain Build(const CertificatePtr& leaf) {
+    Extend(leaf);
+    return best_;
+  }
+
+ private:
+  // Adds a certificate to the path and follows all its issuers. Returns true to end the search.
+  bool Extend(const CertificatePtr& certificate) {
+    path_.push_back(certificate);
+    const bool found = Finish() || FollowIssuers(*certificate);
+    path_.pop_back();
+    return found;
+  }
+
+  // Keeps the path if none as good was found before.
+  bool Finish() {
+    const X509& top = *path_.back();
+    const Ending ending = trust_.IsAnchor(top) ? Ending::kAnchor
+                          : IsSelfSigned(top)  ? Ending::kSelfSigned
+                                               : Ending::kIncomplete;
+    const bool better =
+        best_.empty() || ending > ending_ ||
+        (ending == ending_ && ending == Ending::kIncomplete && path_.size() > best_.size());
+    if (better) {
+      best_ = path_;
+      ending_ = ending;
+    }
+    return ending == Ending::kAnchor;
+  }
+
+  bool FollowIssuers(X509& certificate) {
+    if (path_.size() == kLongestChain) return false;
+    const X509_NAME* name = X509_get_issuer_name(&certificate);
+    for (const CertificatePtr& issuer : issuers_) {
+      if (X509_NAME_cmp(X509_get_subject_name(issuer.get()), name) != 0) continue;
+      if (IsInPath(*issuer) || checksLeft_ == 0) continue;
+      --checksLeft_;
+      if (X509_verify(&certificate, X509_get0_pubkey(issuer.get())) != 1) continue;
+      if (Extend(issuer)) return true;
+    }
+    return false;
+  }
+
+  bool IsInPath(const X509& certificate) const {
+    return std::any_of(path_.begin(), path_.end(), [&](const CertificatePtr& member) {
+      return AreSameCertificate(*member, certificate);
+    });
+  }
+
+  const TrustStore& trust_;
+  CertificateList issuers_;
+  CertificateChain path_;
+  CertificateChain best_;
+  Ending ending_ = Ending::kIncomplete;
+  int checksLeft_ = kMostSignatureChecks;
+};
+
+}  // namespace
+
+CertificateChain BuildChain(const CertificatePtr& leaf, const CertificateList& embedded,
+                            const TrustStore& trust) {
+  return ChainBuilder(embedded, trust).Build(leaf);
+}
+
+}  // namespace platform::code_signing

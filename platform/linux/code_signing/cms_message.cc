@@ -1,0 +1,167 @@
+#include "platform/linux/code_signing/cms_message.h"
+
+#include <openssl/bio.h>
+#include <openssl/objects.h>
+#include <openssl/x509.h>
+
+#include "platform/linux/code_signing/ber_extent.h"
+
+namespace platform::code_signing {
+namespace {
+
+// Real messages have some ten thousand bytes. Values take more memory than their encoding.
+constexpr std::size_t kLargestMessage = 4U << 20U;
+
+struct FreeObject {
+  void operator()(ASN1_OBJECT* object) const { ASN1_OBJECT_free(object); }
+};
+using ObjectPtr = std::unique_ptr<ASN1_OBJECT, FreeObject>;
+
+struct FreeBioChain {
+  void operator()(BIO* bio) const { BIO_free_all(bio); }
+};
+using BioPtr = std::unique_ptr<BIO, FreeBioChain>;
+
+ObjectPtr ObjectFromText(const char* identifier) { return ObjectPtr(OBJ_txt2obj(identifier, 1)); }
+
+std::vector<const ASN1_TYPE*> ValuesOf(X509_ATTRIBUTE* attribute) {
+  std::vector<const ASN1_TYPE*> values;
+  for (int i = 0; i < X509_ATTRIBUTE_count(attribute); ++i) {
+    values.push_back(X509_ATTRIBUTE_get0_type(attribute, i));
+  }
+  return values;
+}
+
+// A detached content that is read through the digests of the message's algorithms.
+BioPtr DigestContent(CMS_ContentInfo& message, std::string_view content) {
+  BioPtr source(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
+  if (!source) return nullptr;
+  BioPtr digests(CMS_dataInit(&message, source.get()));
+  if (!digests) return nullptr;
+  static_cast<void>(source.release());  // now the end of the chain
+  char buffer[4096];
+  while (BIO_read(digests.get(), buffer, sizeof(buffer)) > 0) {
+  }
+  return digests;
+}
+
+}  // namespace
+
+CertificatePtr CmsSigner::FindCertificate(const CertificateList& certificates) const {
+  for (const CertificatePtr& certificate : certificates) {
+    if (CMS_SignerInfo_cert_cmp(info_, certificate.get()) == 0) return certificate;
+  }
+  return nullptr;
+}
+
+bool CmsSigner::Verify(const CertificatePtr& certificate, std::string_view content) const {
+  CMS_SignerInfo_set1_signer_cert(info_, certificate.get());
+  const BioPtr digests = DigestContent(*message_, content);
+  if (!digests || CMS_SignerInfo_verify_content(info_, digests.get()) != 1) return false;
+  // Without signed attributes the content's own signature has just been verified.
+  if (CMS_signed_get_attr_count(info_) <= 0) return true;
+  return NamesContentType() && CMS_SignerInfo_verify(info_) == 1;
+}
+
+bool CmsSigner::NamesContentType() const {
+  const auto values = SignedAttribute("1.2.840.113549.1.9.3");
+  return values && values->size() == 1 && ASN1_TYPE_get(values->front()) == V_ASN1_OBJECT &&
+         OBJ_cmp(values->front()->value.object, CMS_get0_eContentType(message_)) == 0;
+}
+
+std::string_view CmsSigner::Signature() const {
+  const ASN1_OCTET_STRING* signature = CMS_SignerInfo_get0_signature(info_);
+  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(signature)),
+          static_cast<std::size_t>(ASN1_STRING_length(signature))};
+}
+
+std::optional<std::vector<const ASN1_TYPE*>> CmsSigner::SignedAttribute(
+    const char* identifier) const {
+  const ObjectPtr object = ObjectFromText(identifier);
+  const int first = CMS_signed_get_attr_by_OBJ(info_, object.get(), -1);
+  if (first < 0 || CMS_signed_get_attr_by_OBJ(info_, object.get(), first) >= 0) return std::nullopt;
+  return ValuesOf(CMS_signed_get_attr(info_, first));
+}
+
+std::optional<std::vector<const ASN1_TYPE*>> CmsSigner::UnsignedAttribute(
+    const char* identifier) const {
+  const ObjectPtr object = ObjectFromText(identifier);
+  const int first = CMS_unsigned_get_attr_by_OBJ(info_, object.get(), -1);
+  if (first < 0 || CMS_unsigned_get_attr_by_OBJ(info_, object.get(), first) >= 0) {
+    return std::nullopt;
+  }
+  return ValuesOf(CMS_unsigned_get_attr(info_, first));
+}
+
+bool CmsSigner::HasUnsignedAttributes() const { return CMS_unsigned_get_attr_count(info_) > 0; }
+
+std::optional<std::int64_t> CmsSigner::SigningTime() const {
+  const auto values = SignedAttribute("1.2.840.113549.1.9.5");
+  if (!values || values->size() != 1) return std::nullopt;
+  const int type = ASN1_TYPE_get(values->front());
+  if (type != V_ASN1_UTCTIME && type != V_ASN1_GENERALIZEDTIME) return std::nullopt;
+  return UnixTime(values->front()->value.asn1_string);
+}
+
+CmsMessage::ParseResult CmsMessage::Parse(std::string_view bytes, CmsMessage& message) {
+  switch (FindBerExtent(bytes)) {
+    case BerExtent::kTruncated:
+      return ParseResult::kTruncated;
+    case BerExtent::kMalformed:
+      return ParseResult::kMalformed;
+    case BerExtent::kComplete:
+      break;
+  }
+  if (bytes.size() > kLargestMessage) return ParseResult::kMalformed;
+  const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
+  message.message_.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
+  return message.message_ ? ParseResult::kComplete : ParseResult::kMalformed;
+}
+
+bool CmsMessage::IsSignedData() const {
+  return OBJ_obj2nid(CMS_get0_type(message_.get())) == NID_pkcs7_signed;
+}
+
+std::vector<CmsSigner> CmsMessage::Signers() const {
+  std::vector<CmsSigner> signers;
+  if (!IsSignedData()) return signers;
+  STACK_OF(CMS_SignerInfo)* infos = CMS_get0_SignerInfos(message_.get());
+  for (int i = 0; i < sk_CMS_SignerInfo_num(infos); ++i) {
+    signers.emplace_back(*message_, *sk_CMS_SignerInfo_value(infos, i));
+  }
+  return signers;
+}
+
+CertificateList CmsMessage::Certificates() const {
+  CertificateList certificates;
+  STACK_OF(X509)* stack = CMS_get1_certs(message_.get());
+  for (int i = 0; i < sk_X509_num(stack); ++i) {
+    certificates.push_back(ShareCertificate(sk_X509_value(stack, i)));
+  }
+  sk_X509_pop_free(stack, X509_free);
+  return certificates;
+}
+
+std::string CmsMessage::ContentType() const {
+  char text[128];
+  const int length = OBJ_obj2txt(text, sizeof(text), CMS_get0_eContentType(message_.get()), 1);
+  return length > 0 && length < static_cast<int>(sizeof(text)) ? text : std::string();
+}
+
+std::optional<std::string_view> CmsMessage::Content() const {
+  ASN1_OCTET_STRING** content = CMS_get0_content(message_.get());
+  if (content == nullptr || *content == nullptr) return std::nullopt;
+  return std::string_view(reinterpret_cast<const char*>(ASN1_STRING_get0_data(*content)),
+                          static_cast<std::size_t>(ASN1_STRING_length(*content)));
+}
+
+std::string EncodedBytes(const ASN1_TYPE& value) {
+  unsigned char* encoded = nullptr;
+  const int length = i2d_ASN1_TYPE(&value, &encoded);
+  std::string bytes(reinterpret_cast<char*>(encoded),
+                    length > 0 ? static_cast<std::size_t>(length) : 0);
+  OPENSSL_free(encoded);
+  return bytes;
+}
+
+}  // namespace platform::code_signing

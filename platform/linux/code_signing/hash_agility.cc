@@ -1,0 +1,113 @@
+#include "platform/linux/code_signing/hash_agility.h"
+
+#include <openssl/asn1.h>
+#include <openssl/objects.h>
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/linux/property_list.h"
+
+namespace platform::code_signing {
+namespace {
+
+// An octet string with a property list: the hashes of all directories, cut to 20 bytes.
+constexpr char kFirstVersion[] = "1.2.840.113635.100.9.1";
+
+// One sequence for each directory: identifier of the digest and octet string with the hash.
+constexpr char kSecondVersion[] = "1.2.840.113635.100.9.2";
+
+constexpr std::size_t kCutHashLength = 20;
+
+std::string TextOf(const ASN1_STRING& string) {
+  return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(&string)),
+          static_cast<std::size_t>(ASN1_STRING_length(&string))};
+}
+
+int DigestIdentifier(HashType type) {
+  switch (type) {
+    case HashType::kSha1:
+      return NID_sha1;
+    case HashType::kSha256:
+    case HashType::kSha256Truncated:
+      return NID_sha256;
+    case HashType::kSha384:
+      return NID_sha384;
+  }
+  return NID_undef;
+}
+
+OsStatus CheckFirstVersion(const ASN1_TYPE& value, const CodeDirectorySet& directories) {
+  if (ASN1_TYPE_get(&value) != V_ASN1_OCTET_STRING) return kErrSecCSSignatureFailed;
+  const auto list = ParsePropertyList(TextOf(*value.value.octet_string));
+  const PropertyListValue* hashes = list ? list->Find("cdhashes") : nullptr;
+  if (hashes == nullptr || hashes->kind != PropertyListValue::Kind::kArray ||
+      hashes->elements.size() != directories.All().size()) {
+    return kErrSecCSSignatureFailed;
+  }
+  auto stated = hashes->elements.begin();
+  for (const auto& [number, directory] : directories.All()) {
+    const std::optional<std::string> hash = directory.Hash();
+    if (!hash) return kErrSecCSSignatureUnsupported;
+    if (stated->kind != PropertyListValue::Kind::kData ||
+        stated->text != hash->substr(0, kCutHashLength)) {
+      return kErrSecCSSignatureFailed;
+    }
+    ++stated;
+  }
+  return kErrSecSuccess;
+}
+
+using HashesByDigest = std::map<int, std::string>;
+
+bool AddHash(const ASN1_TYPE& value, HashesByDigest& hashes) {
+  if (ASN1_TYPE_get(&value) != V_ASN1_SEQUENCE) return false;
+  const ASN1_STRING* encoded = value.value.sequence;
+  const unsigned char* position = ASN1_STRING_get0_data(encoded);
+  ASN1_SEQUENCE_ANY* parts = d2i_ASN1_SEQUENCE_ANY(nullptr, &position, ASN1_STRING_length(encoded));
+  bool added = false;
+  if (sk_ASN1_TYPE_num(parts) == 2) {
+    const ASN1_TYPE* digest = sk_ASN1_TYPE_value(parts, 0);
+    const ASN1_TYPE* hash = sk_ASN1_TYPE_value(parts, 1);
+    added =
+        ASN1_TYPE_get(digest) == V_ASN1_OBJECT && ASN1_TYPE_get(hash) == V_ASN1_OCTET_STRING &&
+        hashes.emplace(OBJ_obj2nid(digest->value.object), TextOf(*hash->value.octet_string)).second;
+  }
+  sk_ASN1_TYPE_pop_free(parts, ASN1_TYPE_free);
+  return added;
+}
+
+OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
+                            const CodeDirectorySet& directories) {
+  HashesByDigest hashes;
+  for (const ASN1_TYPE* value : values) {
+    if (!AddHash(*value, hashes)) return kErrSecDecode;
+  }
+  if (hashes.size() != directories.All().size()) return kErrSecCSSignatureFailed;
+  for (const auto& [number, directory] : directories.All()) {
+    const std::optional<HashType> type = directory.KnownHashType();
+    if (!type) continue;
+    const auto stated = hashes.find(DigestIdentifier(*type));
+    if (stated == hashes.end() || stated->second != directory.Hash()) {
+      return kErrSecCSSignatureFailed;
+    }
+  }
+  return kErrSecSuccess;
+}
+
+}  // namespace
+
+OsStatus CheckHashAgility(const CmsSigner& signer, const CodeDirectorySet& directories) {
+  // A first-version attribute with another number of values than one counts as absent.
+  if (const auto values = signer.SignedAttribute(kFirstVersion); values && values->size() == 1) {
+    const OsStatus status = CheckFirstVersion(*values->front(), directories);
+    if (status != kErrSecSuccess) return status;
+  }
+  if (const auto values = signer.SignedAttribute(kSecondVersion)) {
+    return CheckSecondVersion(*values, directories);
+  }
+  return kErrSecSuccess;
+}
+
+}  // namespace platform::code_signing

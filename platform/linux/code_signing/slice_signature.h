@@ -1,0 +1,66 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_SLICE_SIGNATURE_H_
+#define PLATFORM_LINUX_CODE_SIGNING_SLICE_SIGNATURE_H_
+
+#include <cstddef>
+#include <optional>
+
+#include "platform/linux/code_signing/certificate.h"
+#include "platform/linux/code_signing/code_directory_set.h"
+#include "platform/linux/code_signing/disk_representation.h"
+#include "platform/linux/code_signing/requirement_subject.h"
+#include "platform/linux/code_signing/trust_store.h"
+
+namespace platform::code_signing {
+
+enum class PageRule { kCheck, kSkip };
+
+/// The signature of one slice of a piece of code: what it says and whether it holds. Everything is
+/// read once. The code and the trust store must outlive it. Not for several threads at once.
+class SliceSignature {
+ public:
+  SliceSignature(const DiskRepresentation& code, std::size_t slice, const TrustStore& trust);
+
+  /// The CodeDirectories; null for unsigned code, and when they cannot be used.
+  const CodeDirectorySet* Directories() const;
+
+  /// Why there are no Directories(), or kErrSecSuccess.
+  OsStatus DirectoriesStatus() const { return directoriesStatus_; }
+
+  /// Whether there is a CMS signature, valid or not. A component that cannot be read is none.
+  bool HasCms() const;
+
+  /// Verifies the signature over the CodeDirectories and its signer's chain, the first time that it
+  /// is called. Ad-hoc signed code has neither and passes.
+  OsStatus Verify();
+
+  /// The signer's chain; empty for ad-hoc signed code and until Verify() has succeeded.
+  const CertificateChain& Chain() const { return chain_; }
+
+  /// Verify(), then everything that the best CodeDirectory seals except the resources, then
+  /// `requirement`, unless it is empty. The first failure is returned.
+  OsStatus Validate(PageRule pageRule, const Requirement& requirement);
+
+  /// Reads a component and compares it with its special slot. Must follow a successful Verify().
+  /// @param bytes is reset when there is no such component, or none is sealed.
+  /// @return the slot's own status for a component that differs or is missing.
+  OsStatus ReadSealedComponent(Slot slot, std::optional<std::string>& bytes) const;
+
+ private:
+  OsStatus VerifyOnce();
+  OsStatus CheckSpecialSlots() const;
+  OsStatus CheckTopDirectory() const;
+  OsStatus CheckCodePages() const;
+  bool Satisfies(const Requirement& requirement) const;
+
+  const DiskRepresentation& code_;
+  const std::size_t slice_;
+  const TrustStore& trust_;
+  CodeDirectorySet directories_;
+  OsStatus directoriesStatus_;
+  std::optional<OsStatus> verified_;
+  CertificateChain chain_;
+};
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_SLICE_SIGNATURE_H_

@@ -1,0 +1,40 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_SUPER_BLOB_H_
+#define PLATFORM_LINUX_CODE_SIGNING_SUPER_BLOB_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/code_signing/disk_representation.h"
+
+namespace platform::code_signing {
+
+/// An embedded signature: an index of components, each in a blob of its own. Everything in it is
+/// big-endian. (cs_blobs.h of Apple's open xnu; superblob.h and sigblob.cpp of its Security.)
+class SuperBlob {
+ public:
+  /// Reads and checks the SuperBlob at `offset` of a file. What follows it is not looked at.
+  /// @param limit the most bytes that it may have; 0 for no limit.
+  /// @param blob is filled on success.
+  /// @return kErrSecCSSignatureInvalid when there is no valid one, kErrSecAllocate when it is
+  /// larger
+  ///     than what is ever read into memory.
+  static OsStatus Read(const RandomAccessFile& file, std::uint64_t offset, std::uint64_t limit,
+                       SuperBlob& blob);
+
+  /// Copies a component: the first that the index lists under `slot`.
+  /// @param bytes is reset when there is none.
+  /// @return kErrSecCSSignatureInvalid for a component that lacks the wrapper it must have.
+  OsStatus ReadComponent(Slot slot, std::optional<std::string>& bytes) const;
+
+ private:
+  bool IsValid() const;
+  std::optional<std::string_view> Find(Slot slot) const;
+
+  std::string bytes_;
+};
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_SUPER_BLOB_H_

@@ -1,0 +1,27 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_TIMESTAMP_TOKEN_H_
+#define PLATFORM_LINUX_CODE_SIGNING_TIMESTAMP_TOKEN_H_
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "platform/linux/code_signing/certificate.h"
+#include "platform/linux/code_signing/trust_store.h"
+
+namespace platform::code_signing {
+
+/// What a valid time-stamp token says.
+struct Timestamp {
+  std::int64_t time = 0;  ///< when the signature existed, in seconds since the Unix epoch
+  CertificateList certificates;
+};
+
+/// Verifies a time-stamp token (RFC 3161): its own signatures, its authority's chain up to an
+/// anchor, and that it is about `signature`.
+/// @return nothing when the token is not valid.
+std::optional<Timestamp> VerifyTimestampToken(std::string_view token, std::string_view signature,
+                                              const TrustStore& trust);
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_TIMESTAMP_TOKEN_H_

@@ -1,0 +1,54 @@
+// kx_check_signature ANCHORS PATH...: verifies the signature of each path as the tool would, with
+// the roots in the PEM file ANCHORS, and prints what it found. Ends with 0 when all are valid.
+
+#include <cstdio>
+#include <memory>
+
+#include "platform/linux/code_signing/certificate.h"
+#include "platform/linux/code_signing/signed_code.h"
+
+namespace {
+
+using platform::OsStatus;
+using platform::code_signing::SignedCode;
+using platform::code_signing::TrustStore;
+
+void Print(const char* label, const std::string& text) {
+  std::printf("%s: %s\n", label, text.c_str());
+}
+
+void PrintInformation(SignedCode& code) {
+  const platform::SigningInformation information = code.CopySigningInformation();
+  if (information.teamIdentifier) Print("team", *information.teamIdentifier);
+  if (!information.certificates) return;
+  for (const platform::Certificate& certificate : *information.certificates) {
+    std::optional<std::string> name;
+    static_cast<void>(platform::CopyCommonName(certificate, name));
+    Print("certificate", name.value_or(""));
+  }
+}
+
+bool Check(const std::string& path, const std::shared_ptr<const TrustStore>& trust) {
+  Print("path", path);
+  std::unique_ptr<SignedCode> code;
+  const OsStatus created = SignedCode::Open(path, trust, code);
+  std::printf("created: %d\n", created);
+  if (created != 0) return false;
+  const OsStatus validity = code->CheckValidity();
+  std::printf("validity: %d\n", validity);
+  PrintInformation(*code);
+  return validity == 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 3) {
+    std::fprintf(stderr, "usage: %s ANCHORS PATH...\n", argv[0]);
+    return 2;
+  }
+  const auto trust = std::make_shared<const TrustStore>(TrustStore::Load(argv[1]));
+  bool allValid = true;
+  for (int i = 2; i < argc; ++i) allValid = Check(argv[i], trust) && allValid;
+  return allValid ? 0 : 1;
+}
