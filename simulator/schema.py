@@ -36,10 +36,9 @@ def _check(value: Any, rule: dict[str, Any], root: dict[str, Any], path: str) ->
             continue
         if keyword not in _CHECKS:
             raise SchemaError(f"keyword {keyword} is not understood")
-        found = list(_CHECKS[keyword](value, wanted, rule, root, path))
-        yield from found
-        if found and keyword == "type":
-            return  # whatever else is said about it supposes the right type
+        concerned, check = _CHECKS[keyword]
+        if isinstance(value, concerned):
+            yield from check(value, wanted, rule, root, path)
 
 
 def _at(path: str) -> str:
@@ -102,12 +101,12 @@ def _min_items(value, wanted, rule, root, path):
 
 
 def _minimum(value, wanted, rule, root, path):
-    if isinstance(value, int) and value < wanted:
+    if value < wanted:
         yield f"{_at(path)}: {value} is below {wanted}"
 
 
 def _maximum(value, wanted, rule, root, path):
-    if isinstance(value, int) and value > wanted:
+    if value > wanted:
         yield f"{_at(path)}: {value} is above {wanted}"
 
 
@@ -122,17 +121,18 @@ def _any_of(value, wanted, rule, root, path):
         yield f"{_at(path)}: must be {rule['title']}"
 
 
+# What each keyword says nothing about unless the value is of this kind, and how it is checked.
 _CHECKS = {
-    "type": _type,
-    "$ref": _reference,
-    "enum": _enum,
-    "properties": _properties,
-    "required": _required,
-    "oneOf": _one_of,
-    "anyOf": _any_of,
-    "items": _items,
-    "minItems": _min_items,
-    "minimum": _minimum,
-    "maximum": _maximum,
-    "pattern": _pattern,
+    "type": (object, _type),
+    "$ref": (object, _reference),
+    "enum": (object, _enum),
+    "anyOf": (object, _any_of),
+    "properties": (dict, _properties),
+    "required": (dict, _required),
+    "oneOf": (dict, _one_of),
+    "items": (list, _items),
+    "minItems": (list, _min_items),
+    "minimum": (int, _minimum),
+    "maximum": (int, _maximum),
+    "pattern": (str, _pattern),
 }

@@ -71,6 +71,7 @@ void Deliver(const Delivery& delivery, const Client& client, const Run& run) {
   if (delivery.isEvent) {
     line.text = delivery.name;
   } else {
+    line.status = delivery.error;
     line.batch = BatchOf(delivery, run);
     line.text = delivery.result;
   }

@@ -1,0 +1,203 @@
+"""Runs the shipped tool on a simulated endpoint and tells what came of it.
+
+    class UpdateErrors(EndToEndCase):
+        def test_names_what_failed(self):
+            run = self.run_tool("-checkForUpdateErrors", scenario="update-failed")
+            self.assert_answer(run, 0, "antimalware=-1|webfilter=1005")
+
+A scenario is the name of a file under simulator/scenarios, or a dictionary of the same form, in
+which only what differs from the scenario `healthy` needs to be said:
+
+            run = self.run_tool("-getProductVersion", scenario={"sdk": {"run": [2, 0]}})
+
+What a run gives is described at ToolRun. Logs are compared as two sequences, since lines of the
+SDK's own threads may stand between those of the main thread: see EndToEndCase.assert_log(), and the
+lines that all invocations share in transcripts.py. To put files on the endpoint or to look at them
+afterwards, use EndToEndCase.endpoint().
+
+The build folder with the tool is $KX_BUILD (default: build/release). Every case has an endpoint of
+its own, so that any number of them can run at once.
+"""
+
+import contextlib
+import dataclasses
+import json
+import os
+import pathlib
+import re
+import sys
+import tempfile
+import unittest
+from collections.abc import Iterator
+from typing import Any
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(ROOT))
+
+# pylint: disable=wrong-import-position
+from simulator import endpoints, installation  # noqa: E402
+from simulator import scenario as scenarios  # noqa: E402
+
+BUILD = pathlib.Path(os.environ.get("KX_BUILD", ROOT / "build" / "release")).resolve()
+
+_LOG_LINE = re.compile(r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d (.*)", re.DOTALL)
+# What differs from run to run, and what stands for it in comparisons.
+_VARIABLE_PARTS = (
+    (re.compile(r"^(Batch context = )[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$"), r"\1<uuid>"),
+    (re.compile(r"^(Run async starts at )\w{3} \w{3} [ \d]\d \d\d:\d\d:\d\d \d{4}\n$"),
+     r"\1<time>" + "\n"),
+    (re.compile(r"^((Inner )?RunAsync elapsed time = )\d+\.\d{6}( seconds)$"), r"\1<seconds>\3"),
+)
+_CALLBACK_LINE = re.compile(
+    r"Start OnRan|Is null batch_context = [01]|Batch context = -?\d+|Error = -?\d+|"
+    r"Is null result = [01]|OnRun response|nullptr|End OnRan")
+
+
+@dataclasses.dataclass(frozen=True)
+class ToolRun:
+    """What one run of the tool has left.
+
+    status: the exit status; 128 and the signal's number when a signal ended the tool.
+    output, errors: the bytes of standard output and standard error.
+    log: the logged messages in order, without the time, with "<uuid>", "<time>" and "<seconds>" for
+        what differs from run to run; None when there is no log file.
+    calls: what the SDK library saw and did, in order: dictionaries with the members that
+        simulator/agent_sdk/call_record.h lists.
+    """
+
+    status: int
+    output: bytes
+    errors: bytes
+    log: list[str] | None
+    calls: list[dict[str, Any]]
+
+    def calls_of(self, what: str) -> list[dict[str, Any]]:
+        """The calls of one kind."""
+        return [call for call in self.calls if call["what"] == what]
+
+    @property
+    def batch(self) -> str:
+        """The batch identifier of the latest run call."""
+        return self.calls_of("run")[-1]["batch"]
+
+    @property
+    def callback_log(self) -> list[str]:
+        """The messages that completions have logged, on the SDK's threads."""
+        return [message for message in self.log or [] if self._is_from_callback(message)]
+
+    @property
+    def main_log(self) -> list[str]:
+        """The messages that the main thread has logged."""
+        return [message for message in self.log or [] if not self._is_from_callback(message)]
+
+    def _is_from_callback(self, message: str) -> bool:
+        answers = [call.get("text") for call in self.calls_of("completion")]
+        return bool(message and message in answers or _CALLBACK_LINE.fullmatch(message))
+
+
+class EndToEndCase(unittest.TestCase):
+    """Base of all end-to-end tests."""
+
+    maxDiff = None
+    longMessage = True
+
+    @contextlib.contextmanager
+    def endpoint(self, scenario: str | dict[str, Any] = scenarios.DEFAULT,
+                 layout: int | None = None, logging: bool = True,
+                 programs: dict[str, pathlib.Path] | None = None) -> Iterator[endpoints.Endpoint]:
+        """An endpoint that the tool can be run on several times, with run_tool_on().
+
+        Its path() gives the place of any of the endpoint's files on this machine. The arguments are
+        those of endpoints.open_endpoint(); `layout` overrides the scenario's.
+        """
+        complete = scenarios.load(scenario)
+        if layout is not None:
+            complete["product"]["layout"] = layout
+        with endpoints.open_endpoint(BUILD, complete, logging, programs) as endpoint:
+            yield endpoint
+
+    def run_tool(self, *words: str, sleep_divisor: int | None = 1000, timeout: float = 60,
+                 **options: Any) -> ToolRun:
+        """Runs the tool once on an endpoint of its own; `options` are those of endpoint()."""
+        with self.endpoint(**options) as endpoint:
+            return self.run_tool_on(endpoint, *words, sleep_divisor=sleep_divisor, timeout=timeout)
+
+    def run_tool_on(self, endpoint: endpoints.Endpoint, *words: str,
+                    sleep_divisor: int | None = 1000, timeout: float = 60) -> ToolRun:
+        """Runs the tool; its sleeps are `sleep_divisor` times shorter, None leaves them as they are.
+
+        Waits with a deadline always take their real time. The log and the calls are all that the
+        endpoint has seen so far.
+        """
+        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
+            status = endpoint.run_tool(list(words), sleep_divisor, stdout=output, stderr=errors,
+                                       timeout=timeout)
+            output.seek(0)
+            errors.seek(0)
+            return ToolRun(status, output.read(), errors.read(),
+                           _read_log(endpoint.path(installation.LOG)),
+                           _read_calls(endpoint.path(installation.CALL_RECORD)))
+
+    def assert_answer(self, run: ToolRun, status: int, output: str | bytes) -> None:
+        """The exit status and the exact standard output; nothing on standard error."""
+        expected = output.encode() if isinstance(output, str) else output
+        self.assertEqual((run.status, run.output, run.errors), (status, expected, b""))
+
+    def assert_log(self, run: ToolRun, main: list[str], callbacks: list[str] | None = None) -> None:
+        """The whole log: the main thread's lines, and those of completions (transcripts.on_ran()).
+
+        Their order among each other is checked as far as the lock guarantees it: what a completion
+        stores is logged while the main thread waits.
+        """
+        self.assertEqual(run.main_log, main)
+        self.assertEqual(run.callback_log, callbacks or [])
+        self.assert_stored_while_waiting(run)
+
+    def assert_stored_while_waiting(self, run: ToolRun) -> None:
+        """Answers were stored after the main thread began to wait and, but for those that came
+        after the first, before it went on."""
+        log = run.log or []
+        stored = [index for index, message in enumerate(log) if message == "OnRun response"]
+        waits = [index for index, message in enumerate(log) if message == "Set run async timeout"]
+        if not stored or not waits:
+            return
+        self.assertLess(waits[0], stored[0])
+        after = [index for index, message in enumerate(log) if message in (
+            "Parse AgentSDK response", "Failed to receive AgentSDK response. JSON is empty",
+            "Failed to run instance due to timeout")]
+        self.assertLess(stored[0] + 1, after[0])
+
+    def assert_balanced(self, run: ToolRun) -> None:
+        """Every instance was released, once, with no registration left that could be ended."""
+        given = [call["instance"] for call in run.calls_of("getInstance") if call["status"] == 0]
+        self.assertEqual([call["instance"] for call in run.calls_of("release")], given)
+        registered = [call["instance"] for call in run.calls_of("register") if call["status"] == 0]
+        ended = [call["instance"] for call in run.calls_of("unregister")]
+        self.assertEqual(sorted(set(ended)), registered)
+
+
+def _read_log(path: pathlib.Path) -> list[str] | None:
+    if not path.exists():
+        return None
+    messages: list[str] = []
+    for line in path.read_text(encoding="utf-8", errors="surrogateescape").split("\n")[:-1]:
+        found = _LOG_LINE.fullmatch(line)
+        if found:
+            messages.append(found[1])
+        elif messages:  # a message of several lines goes on
+            messages[-1] += "\n" + line
+        else:
+            raise AssertionError(f"the log begins without a time: {line!r}")
+    return [_without_variable_parts(message) for message in messages]
+
+
+def _without_variable_parts(message: str) -> str:
+    for pattern, replacement in _VARIABLE_PARTS:
+        message = pattern.sub(replacement, message)
+    return message
+
+
+def _read_calls(path: pathlib.Path) -> list[dict[str, Any]]:
+    if not path.exists():
+        return []
+    return [json.loads(line) for line in path.read_text(encoding="utf-8").split("\n")[:-1]]
