@@ -6,6 +6,7 @@
 
 #include "platform/linux/code_signing/bundle_representation.h"
 #include "platform/linux/code_signing/disk_representation.h"
+#include "platform/linux/code_signing/mach_o_file.h"
 #include "platform/linux/code_signing/plain_file.h"
 
 namespace platform::code_signing {
@@ -31,6 +32,7 @@ OsStatus OpenFileRepresentation(const std::string& path, PlainFileSignature plai
                                 DiskRepresentationPtr& representation) {
   RandomAccessFile file;
   if (const int error = file.Open(path); error != 0) return StatusOfMissing(error);
+  if (MachOFile::IsCandidate(file)) return MachOFile::Open(path, std::move(file), representation);
   representation = std::make_unique<PlainFile>(path, std::move(file), plainFileSignature);
   return kErrSecSuccess;
 }

@@ -1,0 +1,69 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_MACH_O_FILE_H_
+#define PLATFORM_LINUX_CODE_SIGNING_MACH_O_FILE_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/code_signing/disk_representation.h"
+#include "platform/linux/code_signing/mach_o_slice.h"
+#include "platform/linux/code_signing/super_blob.h"
+
+namespace platform::code_signing {
+
+/// A Mach-O file, thin or universal (mach-o/fat.h of Apple's open xnu; machorep.cpp and macho++.cpp
+/// of its Security). The host's native architecture is taken to be arm64. Not for several threads
+/// at once.
+class MachOFile : public DiskRepresentation {
+ public:
+  /// Whether a file is executable Mach-O code at all: a program, a library, a bundle or the like.
+  static bool IsCandidate(const RandomAccessFile& file);
+
+  /// Reads the table of slices. The slices themselves are read when they are needed.
+  static OsStatus Open(std::string path, RandomAccessFile file,
+                       DiskRepresentationPtr& representation);
+
+  std::size_t SliceCount() const override { return slices_.size(); }
+  bool IsMachO() const override { return true; }
+  OsStatus ReadComponent(std::size_t slice, Slot slot,
+                         std::optional<std::string>& bytes) const override;
+  const RandomAccessFile& Code() const override { return file_; }
+  OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const override;
+  std::string MainExecutablePath() const override { return path_; }
+
+ private:
+  struct SliceEntry {
+    std::int32_t cpuType = 0;
+    std::int32_t cpuSubtype = 0;
+    std::uint64_t offset = 0;
+    std::uint64_t size = 0;
+  };
+
+  // What is known of the slice that was last asked for. Only one is kept, so that many slices with
+  // large signatures do not fill the memory.
+  struct LoadedSlice {
+    std::size_t index = 0;
+    OsStatus status = kErrSecSuccess;  // of the load commands and the signature
+    std::optional<SuperBlob> signature;
+    std::optional<MachOSlice::Range> infoPlist;
+  };
+
+  MachOFile(std::string path, RandomAccessFile file);
+
+  OsStatus ReadTable();
+  OsStatus ReadEntries(std::uint64_t count);
+  void OrderSlices();
+  const LoadedSlice& Load(std::size_t slice) const;
+  OsStatus Fill(LoadedSlice& loaded) const;
+
+  const std::string path_;
+  const RandomAccessFile file_;
+  bool isUniversal_ = false;
+  std::vector<SliceEntry> slices_;
+  mutable std::optional<LoadedSlice> loaded_;
+};
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_MACH_O_FILE_H_

@@ -1,0 +1,168 @@
+#include "platform/linux/code_signing/mach_o_slice.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "platform/linux/code_signing/mach_o_header.h"
+
+namespace platform::code_signing {
+namespace {
+
+// Load commands: a type and a size (this header included), then what the type says.
+constexpr std::uint64_t kCommandHeaderSize = 8;
+constexpr std::uint32_t kSegment = 0x1;
+constexpr std::uint32_t kSymbolTable = 0x2;
+constexpr std::uint32_t kSegment64 = 0x19;
+constexpr std::uint32_t kCodeSignature = 0x1D;
+constexpr std::uint64_t kSymbolTableSize = 24;
+constexpr std::uint64_t kCodeSignatureSize = 16;
+
+// A name has 16 bytes, with NULs after it if it is shorter. A segment's name follows the command's
+// header, a section starts with its own.
+constexpr std::uint64_t kNameSize = 16;
+constexpr std::uint64_t kSegmentName = 8;
+
+// How segments and sections differ between the two kinds of image.
+struct SegmentLayout {
+  std::uint64_t size;
+  std::uint64_t sectionCount;
+  std::uint64_t sectionSize;
+  std::uint64_t lengthInSection;
+  std::uint64_t offsetInSection;
+};
+
+constexpr SegmentLayout kLayout32 = {56, 48, 68, 36, 40};
+constexpr SegmentLayout kLayout64 = {72, 64, 80, 40, 48};
+
+// In a universal file the first slice may be universal again; this deep nobody looks.
+constexpr int kMostNestedHeaders = 3;
+constexpr std::uint64_t kFirstSliceOffset = 16;
+
+}  // namespace
+
+OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std::uint64_t size,
+                          MachOSlice& slice) {
+  const std::optional<std::string> bytes = file.ReadPiece(start, kMachOHeaderSize);
+  const std::optional<MachOHeader> header = bytes ? ParseMachOHeader(*bytes) : std::nullopt;
+  if (!header || header->commandsSize < kCommandHeaderSize) return kErrSecCSBadObjectFormat;
+  std::optional<std::string> commands =
+      file.ReadPiece(start + header->Size(), header->commandsSize);
+  if (!commands) return kErrSecCSBadObjectFormat;
+  MachOSlice candidate;
+  candidate.order_ = header->order;
+  candidate.is64Bit_ = header->is64Bit;
+  candidate.fileType_ = header->fileType;
+  candidate.commands_ = std::move(*commands);
+  if (size != 0) {
+    const OsStatus status = candidate.CheckSegments();
+    if (status != kErrSecSuccess) return status;
+  }
+  slice = std::move(candidate);
+  return kErrSecSuccess;
+}
+
+bool MachOSlice::ReadAt(std::uint64_t offset, Command& command) const {
+  const ByteReader reader = Commands();
+  if (!reader.Contains(offset, kCommandHeaderSize)) return false;
+  command = {reader.U32(offset), offset, reader.U32(offset + 4)};
+  return true;
+}
+
+MachOSlice::Step MachOSlice::First(Command& command) const {
+  return ReadAt(0, command) ? Step::kCommand : Step::kMalformed;
+}
+
+MachOSlice::Step MachOSlice::Next(Command& command) const {
+  if (command.size == 0) return Step::kMalformed;
+  const std::uint64_t offset = command.offset + command.size;
+  if (offset >= commands_.size()) return Step::kEnd;
+  if (!ReadAt(offset, command) || !Commands().Contains(offset, command.size)) {
+    return Step::kMalformed;
+  }
+  return Step::kCommand;
+}
+
+bool MachOSlice::HasName(std::uint64_t offset, const char* name) const {
+  const auto field = Commands().Piece(offset, kNameSize);
+  return field && std::strncmp(field->data(), name, kNameSize) == 0;
+}
+
+// Looks at segments up to the one that a valid image ends with. Where it ends is of no interest,
+// but commands that are too small make the image malformed.
+OsStatus MachOSlice::CheckSegments() const {
+  Command command;
+  Step step = First(command);
+  for (; step == Step::kCommand; step = Next(command)) {
+    const bool isSegment = command.type == kSegment || command.type == kSegment64;
+    const std::uint64_t least = command.type == kSegment     ? kLayout32.size
+                                : command.type == kSegment64 ? kLayout64.size
+                                                             : kSymbolTableSize;
+    if (!isSegment && command.type != kSymbolTable) continue;
+    if (command.size < least || !Commands().Contains(command.offset, least)) {
+      return kErrSecCSBadObjectFormat;
+    }
+    if (!isSegment || HasName(command.offset + kSegmentName, "__LINKEDIT")) return kErrSecSuccess;
+  }
+  return step == Step::kEnd ? kErrSecSuccess : kErrSecCSBadObjectFormat;
+}
+
+OsStatus MachOSlice::FindSignature(std::optional<Range>& signature) const {
+  signature.reset();
+  Command command;
+  Step step = First(command);
+  while (step == Step::kCommand && command.type != kCodeSignature) step = Next(command);
+  if (step == Step::kEnd) return kErrSecSuccess;
+  if (step == Step::kMalformed || command.size < kCodeSignatureSize ||
+      !Commands().Contains(command.offset, kCodeSignatureSize)) {
+    return kErrSecCSBadObjectFormat;
+  }
+  const ByteReader reader = Commands();
+  signature = Range{reader.U32(command.offset + kCommandHeaderSize),
+                    reader.U32(command.offset + kCommandHeaderSize + 4)};
+  return kErrSecSuccess;
+}
+
+std::optional<MachOSlice::Range> MachOSlice::FindInfoPlist() const {
+  Command command;
+  for (Step step = First(command); step == Step::kCommand; step = Next(command)) {
+    if (command.type != kSegment && command.type != kSegment64) continue;
+    if (command.size < kLayout32.size) return std::nullopt;
+    if (HasName(command.offset + kSegmentName, "__TEXT")) return FindInfoPlistIn(command);
+  }
+  return std::nullopt;
+}
+
+std::optional<MachOSlice::Range> MachOSlice::FindInfoPlistIn(const Command& segment) const {
+  const SegmentLayout& layout = is64Bit_ ? kLayout64 : kLayout32;
+  const ByteReader reader = Commands();
+  if (segment.size < layout.size || !reader.Contains(segment.offset, segment.size)) {
+    return std::nullopt;
+  }
+  const std::uint64_t count = reader.U32(segment.offset + layout.sectionCount);
+  if (count > (segment.size - layout.size) / layout.sectionSize) return std::nullopt;
+  for (std::uint64_t i = 0; i < count; ++i) {
+    const std::uint64_t section = segment.offset + layout.size + i * layout.sectionSize;
+    if (!HasName(section, "__info_plist")) continue;
+    const std::uint64_t length = section + layout.lengthInSection;
+    return Range{reader.U32(section + layout.offsetInSection),
+                 is64Bit_ ? reader.U64(length) : reader.U32(length)};
+  }
+  return std::nullopt;
+}
+
+std::uint32_t MachOFileType(const RandomAccessFile& file) {
+  std::uint64_t offset = 0;
+  for (int i = 0; i < kMostNestedHeaders; ++i) {
+    const std::optional<std::string> bytes = file.ReadPiece(offset, kMachOHeaderSize);
+    if (!bytes) return 0;
+    if (!IsUniversalHeader(*bytes)) {
+      const std::optional<MachOHeader> header = ParseMachOHeader(*bytes);
+      return header ? header->fileType : 0;
+    }
+    offset = ByteReader(*bytes, ByteOrder::kBig).U32(kFirstSliceOffset);
+  }
+  return 0;
+}
+
+}  // namespace platform::code_signing
