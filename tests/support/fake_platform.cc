@@ -280,6 +280,7 @@ int CheckAccess(const std::string& path, AccessTest) {
 }
 
 int ModificationTime(const std::string& path, FileTime& time) {
+  World::Current().timeReads.push_back(path);
   const Node* const node = FindTarget(path);
   if (const int error = fake::StatusError(node); error != 0) return error;
   time = node->time;
@@ -289,6 +290,11 @@ int ModificationTime(const std::string& path, FileTime& time) {
 namespace {
 
 struct OpenDirectory {
+  OpenDirectory() { ++World::Current().openDirectories; }
+  ~OpenDirectory() { --World::Current().openDirectories; }
+  OpenDirectory(const OpenDirectory&) = delete;
+  OpenDirectory& operator=(const OpenDirectory&) = delete;
+
   std::vector<std::string> names;
   std::size_t next = 0;
 };
@@ -367,6 +373,7 @@ int InputFile::Open(const std::string& path) {
   static int nextDescriptor = 100;
   descriptor_ = nextDescriptor++;
   OpenFiles()[descriptor_] = {*node, 0};
+  ++World::Current().openFiles;
   return 0;
 }
 
@@ -385,7 +392,9 @@ int InputFile::Read(char* buffer, std::size_t capacity, std::size_t& count) {
 }
 
 void InputFile::Close() {
-  if (descriptor_ >= 0) OpenFiles().erase(std::exchange(descriptor_, -1));
+  if (descriptor_ < 0) return;
+  OpenFiles().erase(std::exchange(descriptor_, -1));
+  --World::Current().openFiles;
 }
 
 int CreateFileExclusively(const std::string& path) {

@@ -86,6 +86,9 @@ class World {
   /// Order in which directories yield their entries, where it matters; else by name.
   std::map<std::string, std::vector<std::string>> directoryOrder;
   int directoryOpenError = 0;
+  int openDirectories = 0;
+  int openFiles = 0;
+  std::vector<std::string> timeReads;  ///< paths whose modification time was asked for
   std::optional<std::string> temporaryDirectory = "/tmp/";
   int createError = 0;
 

@@ -22,7 +22,8 @@ namespace fake {
 class ToolTest : public testing::Test {
  protected:
   ToolTest();
-  /// Fails the test when it leaves an instance, a registration, a library or a thread behind.
+  /// Fails the test when it leaves an SDK instance, a file, a directory, a library or a thread
+  /// behind.
   ~ToolTest() override;
 
   /// Makes (again) the tool for a command line; `words` are what follows the program name.
