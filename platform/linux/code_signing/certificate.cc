@@ -50,14 +50,18 @@ CertificatePtr ShareCertificate(X509* certificate) {
   return CertificatePtr(certificate, X509_free);
 }
 
-std::optional<std::string> CommonName(const X509& certificate) {
+std::optional<std::string> SubjectAttribute(const X509& certificate, int nid) {
   const X509_NAME* subject = X509_get_subject_name(&certificate);
   int last = -1;
-  for (int next = -1; (next = X509_NAME_get_index_by_NID(subject, NID_commonName, next)) >= 0;) {
+  for (int next = -1; (next = X509_NAME_get_index_by_NID(subject, nid, next)) >= 0;) {
     last = next;
   }
   if (last < 0) return std::nullopt;
   return TextOfEntry(certificate, last);
+}
+
+std::optional<std::string> CommonName(const X509& certificate) {
+  return SubjectAttribute(certificate, NID_commonName);
 }
 
 std::optional<std::string> OrganizationalUnit(const X509& certificate) {

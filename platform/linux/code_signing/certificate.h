@@ -22,6 +22,10 @@ using CertificateList = std::vector<CertificatePtr>;
 /// Another owner of a certificate.
 CertificatePtr ShareCertificate(X509* certificate);
 
+/// The last attribute of a type (OpenSSL's number of it) in the subject, in UTF-8; nothing when
+/// there is none.
+std::optional<std::string> SubjectAttribute(const X509& certificate, int nid);
+
 /// The last common name of the subject, in UTF-8; nothing when there is none.
 std::optional<std::string> CommonName(const X509& certificate);
 

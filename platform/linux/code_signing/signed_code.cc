@@ -1,6 +1,9 @@
 #include "platform/linux/code_signing/signed_code.h"
 
+#include <optional>
 #include <utility>
+
+#include "platform/linux/code_signing/resource_seal.h"
 
 namespace platform::code_signing {
 
@@ -17,7 +20,10 @@ OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<const TrustSt
   return status;
 }
 
-OsStatus SignedCode::CheckValidity() { return CheckSlices(PageRule::kCheck, {}); }
+OsStatus SignedCode::CheckValidity() {
+  const OsStatus status = CheckSlices(PageRule::kCheck, {});
+  return status == kErrSecSuccess ? CheckSealedResources() : status;
+}
 
 OsStatus SignedCode::CheckNested(const Requirement& requirement) {
   return CheckSlices(PageRule::kSkip, requirement);
@@ -34,6 +40,21 @@ OsStatus SignedCode::CheckSlices(PageRule pageRule, const Requirement& requireme
     status = other.Validate(pageRule, requirement);
   }
   return status;
+}
+
+OsStatus SignedCode::CheckSealedResources() {
+  std::optional<std::string> codeResources;
+  if (const OsStatus status = first_.ReadSealedComponent(kSlotResourceDirectory, codeResources);
+      status != kErrSecSuccess) {
+    return status;
+  }
+  const auto checkNestedCode = [this](const std::string& path, const Requirement& requirement) {
+    std::unique_ptr<SignedCode> nested;
+    const OsStatus status = Open(path, trust_, nested);
+    return status == kErrSecSuccess ? nested->CheckNested(requirement) : status;
+  };
+  return CheckResources(
+      {*code_, std::move(codeResources), first_.Directories()->KnownHashTypes(), checkNestedCode});
 }
 
 SigningInformation SignedCode::CopySigningInformation() {

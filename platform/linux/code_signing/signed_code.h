@@ -35,6 +35,7 @@ class SignedCode {
   SignedCode(DiskRepresentationPtr code, std::shared_ptr<const TrustStore> trust);
 
   OsStatus CheckSlices(PageRule pageRule, const Requirement& requirement);
+  OsStatus CheckSealedResources();
 
   const DiskRepresentationPtr code_;
   const std::shared_ptr<const TrustStore> trust_;

@@ -1,0 +1,31 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_REQUIREMENT_LEXER_H_
+#define PLATFORM_LINUX_CODE_SIGNING_REQUIREMENT_LEXER_H_
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace platform::code_signing {
+
+struct RequirementToken {
+  enum class Kind {
+    kWord,    ///< letters and digits in parts with dots between: a keyword, key or plain value
+    kString,  ///< what stood between quotes
+    kNumber,  ///< decimal digits
+    kHash,    ///< the bytes of H"..."
+    kSymbol,  ///< one of ( ) [ ] = ! - ;
+    kEnd,
+  };
+
+  Kind kind = Kind::kEnd;
+  std::string text;
+};
+
+/// Splits the text of a requirement; comments and blanks go.
+/// @return the tokens with kEnd as the last; nothing when a character cannot begin any.
+std::optional<std::vector<RequirementToken>> SplitRequirement(std::string_view text);
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_REQUIREMENT_LEXER_H_

@@ -1,0 +1,380 @@
+#include "platform/linux/code_signing/resource_seal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <sys/fsuid.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/code_signing/test_directory.h"
+
+namespace platform::code_signing {
+namespace {
+
+/// Code of which only the places are of interest.
+class Places : public DiskRepresentation {
+ public:
+  Places(std::optional<std::string> root, std::string executable)
+      : root_(std::move(root)), executable_(std::move(executable)) {}
+
+  std::size_t SliceCount() const override { return 1; }
+  bool IsMachO() const override { return false; }
+  OsStatus ReadComponent(std::size_t, Slot, std::optional<std::string>& bytes) const override {
+    bytes.reset();
+    return kErrSecSuccess;
+  }
+  const RandomAccessFile& Code() const override { return code_; }
+  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
+    offset = 0;
+    return kErrSecSuccess;
+  }
+  std::string MainExecutablePath() const override { return executable_; }
+  std::optional<std::string> ResourceRoot() const override { return root_; }
+
+ private:
+  const std::optional<std::string> root_;
+  const std::string executable_;
+  const RandomAccessFile code_;
+};
+
+std::string Data(const std::string& bytes) {
+  std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
+  const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                     reinterpret_cast<const unsigned char*>(bytes.data()),
+                                     static_cast<int>(bytes.size()));
+  text.resize(static_cast<std::size_t>(length));
+  return "<data>" + text + "</data>";
+}
+
+std::string Member(const std::string& key, const std::string& value) {
+  return "<key>" + key + "</key>" + value;
+}
+
+std::string Dictionary(const std::string& members) { return "<dict>" + members + "</dict>"; }
+std::string Text(const std::string& text) { return "<string>" + text + "</string>"; }
+
+/// A version 2 entry for a file with these contents.
+std::string Sealed(const std::string& contents, const std::string& more = "") {
+  return Dictionary(Member("hash", Data(DigestOf(HashType::kSha1, contents))) +
+                    Member("hash2", Data(DigestOf(HashType::kSha256, contents))) + more);
+}
+
+constexpr char kOptional[] = "<key>optional</key><true/>";
+
+/// The rules that signing tools write, in short.
+std::string UsualRules() {
+  return Member("^.*", "<true/>") +
+         Member("^(Frameworks|MacOS)/",
+                Dictionary(Member("nested", "<true/>") + Member("weight", "<real>10</real>"))) +
+         Member("^(.*/)?\\.DS_Store$",
+                Dictionary(Member("omit", "<true/>") + Member("weight", "<real>2000</real>"))) +
+         Member("^Info\\.plist$",
+                Dictionary(Member("omit", "<true/>") + Member("weight", "<real>20</real>")));
+}
+
+class ResourceSealTest : public testing::Test {
+ protected:
+  ResourceSealTest() {
+    directory_.Write("Contents/Info.plist", "information");
+    directory_.Write("Contents/MacOS/tool", "code");
+    directory_.Write("Contents/Resources/a.txt", "text");
+    directory_.MakeLink("Contents/Resources/link", "a.txt");
+    directory_.Write("Contents/_CodeSignature/CodeResources", "not looked at");
+  }
+
+  OsStatus Check(const std::string& codeResources) {
+    const Places places(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
+    return CheckResources(
+        {places, codeResources, hashTypes_, [this](const auto& path, const auto&) {
+           nested_.push_back(path);
+           return nestedStatus_;
+         }});
+  }
+
+  static std::string List(const std::string& members) {
+    return "<plist>" + Dictionary(members) + "</plist>";
+  }
+
+  /// A list of version 2 with these entries.
+  static std::string List2(const std::string& files, const std::string& rules = UsualRules()) {
+    return List(Member("files", "<dict/>") + Member("rules", "<dict/>") +
+                Member("files2", Dictionary(files)) + Member("rules2", Dictionary(rules)));
+  }
+
+  static std::string LinkEntry(const std::string& target = "a.txt") {
+    return Member("Resources/link", Dictionary(Member("symlink", Text(target))));
+  }
+
+  static std::string FileEntry() { return Member("Resources/a.txt", Sealed("text")); }
+
+  OsStatus CheckUsual(const std::string& more = "") {
+    return Check(List2(FileEntry() + LinkEntry() + more));
+  }
+
+  const TestDirectory directory_;
+  std::vector<HashType> hashTypes_ = {HashType::kSha256};
+  std::vector<std::string> nested_;
+  OsStatus nestedStatus_ = kErrSecSuccess;
+};
+
+TEST_F(ResourceSealTest, AcceptsWhatIsAsItWasSealed) { EXPECT_EQ(CheckUsual(), kErrSecSuccess); }
+
+TEST_F(ResourceSealTest, ChecksTheHashesOfAllTypesInUse) {
+  hashTypes_ = {HashType::kSha1, HashType::kSha256};
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+  const std::string otherSha1 =
+      Dictionary(Member("hash", Data(DigestOf(HashType::kSha1, "other"))) +
+                 Member("hash2", Data(DigestOf(HashType::kSha256, "text"))));
+  const std::string list = List2(Member("Resources/a.txt", otherSha1) + LinkEntry());
+  EXPECT_EQ(Check(list), kErrSecCSBadResource);
+  hashTypes_ = {HashType::kSha256};
+  EXPECT_EQ(Check(list), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, FallsBackToTheUnnumberedHash) {
+  for (const HashType type : {HashType::kSha256, HashType::kSha256Truncated, HashType::kSha384}) {
+    hashTypes_ = {type};
+    const std::string entry = Dictionary(Member("hash", Data(DigestOf(type, "text"))));
+    EXPECT_EQ(Check(List2(Member("Resources/a.txt", entry) + LinkEntry())), kErrSecSuccess);
+  }
+  const std::string bare = Data(DigestOf(HashType::kSha384, "text"));
+  EXPECT_EQ(Check(List2(Member("Resources/a.txt", bare) + LinkEntry())), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, FindsAlteredFiles) {
+  directory_.Write("Contents/Resources/a.txt", "texts");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+  directory_.Write("Contents/Resources/a.txt", "");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, HashesLargeFilesWhole) {
+  const std::string large(300000, 'x');
+  directory_.Write("Contents/Resources/large", large);
+  const std::string entry = Member("Resources/large", Sealed(large));
+  EXPECT_EQ(CheckUsual(entry), kErrSecSuccess);
+  directory_.Write("Contents/Resources/large", large.substr(1) + "y");
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, FindsAddedFiles) {
+  directory_.Write("Contents/Resources/deep/b.txt", "more");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, FindsMissingFiles) {
+  const std::string entry = Member("Resources/b.txt", Sealed("more"));
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSBadResource);
+  directory_.Write("Contents/Resources/b.txt", "more");
+  EXPECT_EQ(CheckUsual(entry), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, OptionalFilesMayBeMissingButNotAltered) {
+  const std::string entry = Member("Resources/b.txt", Sealed("more", kOptional));
+  EXPECT_EQ(CheckUsual(entry), kErrSecSuccess);
+  directory_.Write("Contents/Resources/b.txt", "other");
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, FindsAlteredLinks) {
+  EXPECT_EQ(Check(List2(FileEntry() + LinkEntry("b.txt"))), kErrSecCSBadResource);
+  EXPECT_EQ(Check(List2(FileEntry() + LinkEntry("a.txt2"))), kErrSecCSBadResource);
+  EXPECT_EQ(Check(List2(FileEntry() + LinkEntry("a.tx"))), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, FindsChangedKinds) {
+  directory_.Remove("Contents/Resources/link");
+  directory_.Write("Contents/Resources/link", "text");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+  directory_.Remove("Contents/Resources/link");
+  directory_.MakeDirectory("Contents/Resources/link");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+  directory_.Remove("Contents/Resources/link");
+  directory_.MakeLink("Contents/Resources/link", "a.txt");
+  directory_.Remove("Contents/Resources/a.txt");
+  directory_.Write("outside", "text");
+  directory_.MakeLink("Contents/Resources/a.txt", "../../outside");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, LeavesOutWhatRulesOmitAndOtherKinds) {
+  directory_.Write("Contents/Resources/.DS_Store", "x");
+  directory_.MakeDirectory("Contents/Resources/empty/directories");
+  ASSERT_EQ(mkfifo(directory_.Path("Contents/Resources/pipe").c_str(), 0600), 0);
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, OmittedDirectoriesAreEntered) {
+  const std::string rules = UsualRules() + Member("^Resources/private$", "<false/>") +
+                            Member("^Resources/private2$",
+                                   "<dict><key>omit</key><true/>"
+                                   "<key>weight</key><real>50</real></dict>");
+  EXPECT_EQ(Check(List2(FileEntry() + LinkEntry(), rules)), kErrSecSuccess);
+  directory_.Write("Contents/Resources/private2/file", "x");
+  EXPECT_EQ(Check(List2(FileEntry() + LinkEntry(), rules)), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, ASealedFileThatARuleOmitsIsMissing) {
+  EXPECT_EQ(CheckUsual(Member("Info.plist", Sealed("information"))), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, NothingMatchedIsNoPartOfTheSeal) {
+  EXPECT_EQ(Check(List2("", "")), kErrSecSuccess);
+  EXPECT_EQ(Check(List2("", Member("^nothing$", "<true/>"))), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, ExcludesTheSignatureTheReceiptAndTheExecutable) {
+  directory_.Write("Contents/_MASReceipt/receipt", "x");
+  directory_.MakeLink("Contents/CodeResources", "_CodeSignature/CodeResources");
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+  directory_.Write("Contents/MacOS/tool2", "x");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+  directory_.Remove("Contents/MacOS/tool2");
+  directory_.Write("Contents/Resources/_CodeSignature/file", "x");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, RefusesLinksNamedLikeFinderFilesAtOnce) {
+  directory_.MakeLink("Contents/Resources/.ds_store", "a.txt");
+  directory_.Write("Contents/Resources/added", "x");
+  EXPECT_EQ(CheckUsual(), kErrSecCSDSStoreSymlink);
+}
+
+TEST_F(ResourceSealTest, AnswersForUnreadableFiles) {
+  ASSERT_EQ(chmod(directory_.Path().c_str(), 0755), 0);
+  ASSERT_EQ(chmod(directory_.Path("Contents/Resources/a.txt").c_str(), 0), 0);
+  constexpr uid_t kNobody = 65534;
+  if (geteuid() == 0) setfsuid(kNobody);  // root reads everything
+  EXPECT_EQ(CheckUsual(), 100013);
+  if (geteuid() == 0) setfsuid(0);
+}
+
+TEST_F(ResourceSealTest, ChecksNestedCodeWithoutEnteringIt) {
+  directory_.Write("Contents/Frameworks/B.framework/file", "x");
+  directory_.Write("Contents/Frameworks/c.dylib", "x");
+  const std::string entry = Dictionary(Member("requirement", Text("identifier b")) +
+                                       Member("cdhash", Data(std::string(20, 'c'))));
+  const std::string entries =
+      Member("Frameworks/B.framework", entry) + Member("Frameworks/c.dylib", entry);
+  EXPECT_EQ(CheckUsual(entries), kErrSecSuccess);
+  EXPECT_THAT(nested_,
+              testing::UnorderedElementsAre(directory_.Path("Contents/Frameworks/B.framework"),
+                                            directory_.Path("Contents/Frameworks/c.dylib")));
+}
+
+TEST_F(ResourceSealTest, NestedCodeNeedsAnEntry) {
+  directory_.Write("Contents/Frameworks/B.framework/file", "x");
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+  EXPECT_EQ(CheckUsual(Member("Frameworks/B.framework/file", Sealed("x"))), kErrSecCSBadResource);
+  EXPECT_EQ(CheckUsual(Member("Frameworks/B.framework", Sealed("x"))), 100021);
+}
+
+TEST_F(ResourceSealTest, DirectoriesWithoutADotAreNoNestedCode) {
+  directory_.Write("Contents/Frameworks/plain/file", "x");
+  EXPECT_EQ(CheckUsual(Member("Frameworks/plain/file", Sealed("x"))), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, NestedCodeMustNotBeALink) {
+  directory_.MakeLink("Contents/Frameworks/B.framework", "elsewhere");
+  EXPECT_EQ(CheckUsual(Member("Frameworks/B.framework",
+                              Dictionary(Member("requirement", Text("identifier b"))))),
+            kErrSecCSBadResource);
+  EXPECT_TRUE(nested_.empty());
+}
+
+TEST_F(ResourceSealTest, TellsFailedRequirementsFromOtherFailures) {
+  directory_.Write("Contents/Frameworks/c.dylib", "x");
+  const std::string entry =
+      Member("Frameworks/c.dylib", Dictionary(Member("requirement", Text("identifier b"))));
+  nestedStatus_ = kErrSecCSReqFailed;
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSBadNestedCode);
+  nestedStatus_ = kErrSecCSUnsigned;
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSUnsigned);
+  // Only the former is collected with what else is wrong.
+  directory_.Write("Contents/Added", "x");
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSUnsigned);
+}
+
+TEST_F(ResourceSealTest, RefusesBadRequirementTextsBeforeLookingAtTheCode) {
+  directory_.Write("Contents/Frameworks/c.dylib", "x");
+  EXPECT_EQ(CheckUsual(Member("Frameworks/c.dylib",
+                              Dictionary(Member("requirement", Text("identifier"))))),
+            kErrSecCSResourcesInvalid);
+  EXPECT_TRUE(nested_.empty());
+}
+
+TEST_F(ResourceSealTest, RefusesEntriesOfWrongType) {
+  for (const std::string& entry :
+       {Text("text"), std::string("<true/>"), std::string("<dict/>"), std::string("<array/>"),
+        Dictionary(Member("hash2", Text("text"))), Dictionary(Member("requirement", "<true/>")),
+        Dictionary(Member("symlink", "<integer>1</integer>")),
+        Sealed("text", "<key>optional</key><integer>1</integer>")}) {
+    EXPECT_EQ(Check(List2(Member("Resources/a.txt", entry) + LinkEntry())),
+              kErrSecCSResourcesInvalid)
+        << entry;
+  }
+  EXPECT_EQ(CheckUsual(Member("Resources/missing", Text("text"))), kErrSecCSResourcesInvalid);
+}
+
+TEST_F(ResourceSealTest, RefusesRulesThatCannotBeFollowed) {
+  for (const std::string& rules : {Member("(", "<true/>"), Member("^.*", Text("yes")),
+                                   Member("^.*", "<integer>1</integer>")}) {
+    EXPECT_EQ(Check(List2(FileEntry() + LinkEntry(), rules)), kErrSecCSResourceRulesInvalid);
+  }
+}
+
+TEST_F(ResourceSealTest, RefusesListsOfWrongShape) {
+  EXPECT_EQ(Check("no property list"), kErrSecCSBadDictionaryFormat);
+  EXPECT_EQ(Check(""), kErrSecCSBadDictionaryFormat);
+  EXPECT_EQ(Check("<plist><array/></plist>"), kErrSecCoreFoundationUnknown);
+  const std::string files = Member("files", "<dict/>");
+  const std::string rules = Member("rules", "<dict/>");
+  for (const std::string& members :
+       {std::string(), files, rules, files + Member("rules", "<array/>"),
+        rules + Member("files", "<true/>"),
+        Member("files2", "<dict/>") + Member("rules2", "<dict/>")}) {
+    EXPECT_EQ(Check(List(members)), kErrSecCSResourcesNotFound) << members;
+  }
+  for (const std::string& members :
+       {Member("files2", "<dict/>"), Member("files2", "<dict/>") + Member("rules2", "<array/>"),
+        Member("files2", "<array/>") + Member("rules2", "<dict/>")}) {
+    EXPECT_EQ(Check(List(files + rules + members)), kErrSecCSResourcesInvalid) << members;
+  }
+}
+
+TEST_F(ResourceSealTest, Version1KnowsNoLinks) {
+  const std::string rules = Member("rules", Dictionary(Member("^Resources/", "<true/>")));
+  const std::string bare = Data(DigestOf(HashType::kSha1, "text"));
+  hashTypes_ = {HashType::kSha1};
+  const std::string list =
+      List(rules + Member("files", Dictionary(Member("Resources/a.txt", bare))));
+  EXPECT_EQ(Check(list), kErrSecSuccess);
+  directory_.Write("Contents/Resources/added", "x");
+  EXPECT_EQ(Check(list), kErrSecCSBadResource);
+  directory_.Remove("Contents/Resources/added");
+  directory_.Write("Contents/Resources/a.txt", "altered");
+  EXPECT_EQ(Check(list), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, BundlesNeedASeal) {
+  const Places bundle(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
+  const Places file(std::nullopt, directory_.Path("Contents/MacOS/tool"));
+  const auto never = [](const auto&, const auto&) { return kErrSecCSInternalError; };
+  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}), kErrSecSuccess);
+  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}), kErrSecCSResourcesNotFound);
+}
+
+TEST_F(ResourceSealTest, AnswersForARootThatIsGone) {
+  const Places gone(directory_.Path("gone"), directory_.Path("gone/tool"));
+  EXPECT_EQ(CheckResources({gone, List2(""), hashTypes_, nullptr}), 100002);
+}
+
+}  // namespace
+}  // namespace platform::code_signing

@@ -1,0 +1,32 @@
+#ifndef TESTS_CODE_SIGNING_TEST_DIRECTORY_H_
+#define TESTS_CODE_SIGNING_TEST_DIRECTORY_H_
+
+#include <string>
+
+namespace platform::code_signing {
+
+/// A directory of a test's own, which goes with the object. Paths are relative to it.
+class TestDirectory {
+ public:
+  TestDirectory();
+  ~TestDirectory();
+  TestDirectory(const TestDirectory&) = delete;
+  TestDirectory& operator=(const TestDirectory&) = delete;
+
+  /// @return the absolute path.
+  std::string Path(const std::string& relativePath = "") const;
+
+  /// Writes a file, with the directories above it.
+  void Write(const std::string& relativePath, const std::string& contents) const;
+
+  void MakeDirectory(const std::string& relativePath) const;
+  void MakeLink(const std::string& relativePath, const std::string& target) const;
+  void Remove(const std::string& relativePath) const;
+
+ private:
+  std::string root_;
+};
+
+}  // namespace platform::code_signing
+
+#endif  // TESTS_CODE_SIGNING_TEST_DIRECTORY_H_
