@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -63,12 +64,14 @@ void Advance(std::int64_t nanoseconds) {
   world.wallMicroseconds += nanoseconds / 1000;
 }
 
-/// Runs the next scripted step with `lock` released. @return false when there is none.
+/// Runs the next scripted step with `lock` released. @return false when there is none, or an empty
+/// one.
 bool RunScriptedStep(std::unique_lock<std::mutex>& lock) {
   World& world = World::Current();
   if (world.whenWaiting.empty()) return false;
   const std::function<void()> step = std::move(world.whenWaiting.front());
   world.whenWaiting.pop_front();
+  if (!step) return false;
   lock.unlock();
   step();
   lock.lock();
@@ -161,10 +164,10 @@ MonotonicTime MonotonicNow() {
 
 void Wait(std::condition_variable& condition, std::unique_lock<std::mutex>& lock) {
   if (fake::WaitsForReal()) return condition.wait(lock);
-  World& world = World::Current();
-  ++world.untimedWaits;
+  ++World::Current().untimedWaits;
   if (fake::RunScriptedStep(lock)) return;
-  if (world.onEndlessWait) world.onEndlessWait();
+  std::fputs("a wait that would never end\n", stderr);
+  std::abort();
 }
 
 bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,

@@ -120,14 +120,13 @@ class World {
   bool waitsAreReal = false;
   std::vector<unsigned> sleeps;
   /// Run one by one, with the lock released, when the test's thread waits on the condition
-  /// variable.
+  /// variable. An empty one lets a timed wait end at its deadline, as does an empty queue.
   std::deque<std::function<void()>> whenWaiting;
   /// Seconds of each wait of the test's thread that ended at its deadline.
   std::vector<double> expiredWaits;
+  /// How often the test's thread waited without a deadline. Something must be scripted for each
+  /// time: the wait would never end.
   int untimedWaits = 0;
-  /// Called in place of an untimed wait of the test's thread that nothing was scripted for (such a
-  /// wait would never end).
-  std::function<void()> onEndlessWait;
 
   // Threads.
   int threadStartError = 0;

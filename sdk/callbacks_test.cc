@@ -1,0 +1,166 @@
+#include "sdk/callbacks.h"
+
+#include <memory>
+#include <thread>
+
+#include "diag/global_logger.h"
+#include "sdk/run_state.h"
+#include "tests/support/tool_test.h"
+
+namespace sdk {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Pair;
+
+class CallbacksTest : public fake::ToolTest {
+ protected:
+  CallbacksTest() {
+    Log();
+    Tool().CreateBatchContext();
+  }
+  ~CallbacksTest() override { stopThread = true; }
+
+  const char* Batch() { return Tool().batchContext; }
+};
+
+TEST_F(CallbacksTest, CompletionOfTheCurrentBatch) {
+  OnRan(&Tool(), Batch(), 4, "text\nof two lines");
+  EXPECT_TRUE(isReady);
+  EXPECT_EQ(Tool().sdkResponse, "text\nof two lines");
+  EXPECT_THAT(TakeLog(), ElementsAre("Start OnRan", "Is null batch_context = 0",
+                                     "Batch context = 48", "Error = 4", "Is null result = 0",
+                                     "OnRun response", "text", "of two lines", "End OnRan"));
+}
+
+TEST_F(CallbacksTest, CompletionWithoutAText) {
+  Tool().sdkResponse = "earlier";
+  OnRan(&Tool(), Batch(), -1, nullptr);
+  EXPECT_TRUE(isReady);
+  EXPECT_EQ(Tool().sdkResponse, "earlier");
+  EXPECT_THAT(TakeLog(), ElementsAre("Start OnRan", "Is null batch_context = 0",
+                                     "Batch context = 48", "Error = -1", "Is null result = 1",
+                                     "OnRun response", "nullptr", "End OnRan"));
+}
+
+TEST_F(CallbacksTest, CompletionWithoutABatch) {
+  OnRan(&Tool(), nullptr, 0, "text");
+  EXPECT_FALSE(isReady);
+  EXPECT_THAT(Tool().sdkResponse, IsEmpty());
+  EXPECT_THAT(TakeLog(), ElementsAre("Start OnRan", "Is null batch_context = 1", "Error = 0",
+                                     "Is null result = 0"));
+}
+
+TEST_F(CallbacksTest, CompletionWithoutAContext) {
+  OnRan(nullptr, Batch(), 0, "text");
+  EXPECT_FALSE(isReady);
+  EXPECT_THAT(TakeLog(), ElementsAre("Start OnRan", "Is null batch_context = 0",
+                                     "Batch context = 48", "Error = 0", "Is null result = 0"));
+}
+
+TEST_F(CallbacksTest, CompletionOfAnotherBatch) {
+  const std::string almost = std::string(Batch()) + "0";
+  OnRan(&Tool(), almost.c_str(), 0, "text");
+  OnRan(&Tool(), std::string(Batch(), 35).c_str(), 0, "text");
+  EXPECT_FALSE(isReady);
+  EXPECT_THAT(Tool().sdkResponse, IsEmpty());
+}
+
+TEST_F(CallbacksTest, FirstCharacterOfTheBatchIsSigned) {
+  OnRan(&Tool(), "\x80", 0, nullptr);
+  EXPECT_EQ(TakeLog()[2], "Batch context = -128");
+  OnRan(&Tool(), "\xFF", 0, nullptr);
+  EXPECT_EQ(TakeLog()[2], "Batch context = -1");
+  OnRan(&Tool(), "\x7F", 0, nullptr);
+  EXPECT_EQ(TakeLog()[2], "Batch context = 127");
+}
+
+TEST_F(CallbacksTest, EventWhileScansAreFollowed) {
+  stopThread = false;
+  OnProductEvent(&Tool(), "name", "data");
+  OnProductEvent(&Tool(), "other", nullptr);
+  OnProductEvent(&Tool(), nullptr, "data");
+  EXPECT_THAT(Tool().productEvents,
+              ElementsAre(Pair("name", "data"), Pair("other", ""), Pair("", "data")));
+  EXPECT_THAT(TakeLog(), IsEmpty());
+}
+
+TEST_F(CallbacksTest, EventsAreDroppedWithoutTheLock) {
+  const std::lock_guard<std::mutex> lock(locker);
+  OnProductEvent(&Tool(), "name", "data");
+  stopThread = false;
+  OnProductEvent(nullptr, "name", "data");
+  EXPECT_THAT(Tool().productEvents, IsEmpty());
+}
+
+TEST_F(CallbacksTest, ForeignContextsAreIgnoredWithoutTheLock) {
+  const std::lock_guard<std::mutex> lock(locker);
+  stopThread = false;
+  int foreign = 0;
+  OnProductEvent(&foreign, "name", "data");
+  OnRan(&foreign, Batch(), 0, "text");
+  EXPECT_FALSE(isReady);
+  EXPECT_THAT(Tool().productEvents, IsEmpty());
+}
+
+TEST_F(CallbacksTest, NobodyGetsThroughToAToolThatIsGone) {
+  void* const gone = &Tool();
+  const std::string batch = Batch();
+  MakeTool();
+  CallbackGate::Close(Tool());
+  stopThread = false;
+  OnRan(gone, batch.c_str(), 0, "text");
+  OnProductEvent(gone, "name", "data");
+  OnRan(&Tool(), batch.c_str(), 0, "text");
+  EXPECT_FALSE(isReady);
+  EXPECT_THAT(Tool().productEvents, IsEmpty());
+}
+
+TEST_F(CallbacksTest, TextsOfAnySize) {
+  logger = nullptr;
+  const std::string text(100 << 20, 'x');
+  OnRan(&Tool(), Batch(), 0, text.c_str());
+  EXPECT_EQ(Tool().sdkResponse.size(), text.size());
+}
+
+// Callbacks that are on their way while the tool is destroyed either do all of their work first or
+// find no tool. The sanitizers see to "no use of what is gone".
+TEST_F(CallbacksTest, DestructionWaitsForTheCallbacksInside) {
+  for (int round = 0; round < 300; ++round) {
+    const char* argv[] = {"KXTool", "-startFullScan"};
+    auto tool = std::make_unique<KXTool>(2, argv);
+    tool->CreateBatchContext();
+    stopThread = false;
+    void* const context = tool.get();
+    const std::string batch = tool->batchContext;
+    std::unique_lock<std::mutex> lock(locker);
+    std::thread completion([&] { OnRan(context, batch.c_str(), 0, "text"); });
+    std::thread event([&] { OnProductEvent(context, "name", "data"); });
+    std::thread destruction([&] { tool.reset(); });
+    if (round % 2 == 0) std::this_thread::yield();
+    lock.unlock();
+    completion.join();
+    event.join();
+    destruction.join();
+  }
+}
+
+TEST_F(CallbacksTest, ManyThreadsAtOnce) {
+  stopThread = false;
+  std::vector<std::thread> threads;
+  for (int number = 0; number < 4; ++number) {
+    threads.emplace_back([this] {
+      for (int call = 0; call < 250; ++call) {
+        OnProductEvent(&Tool(), "name", "data");
+        OnRan(&Tool(), Batch(), 0, "text");
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(Tool().productEvents.size(), 1000U);
+  EXPECT_TRUE(isReady);
+}
+
+}  // namespace
+}  // namespace sdk
