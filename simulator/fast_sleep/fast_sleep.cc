@@ -5,7 +5,7 @@
 
 /// Preloaded into the tool, makes its sleeps shorter: by the number in the environment variable
 /// KX_SLEEP_DIVISOR. Waits with a deadline stay as they are.
-extern "C" [[gnu::visibility("default")]] unsigned sleep(unsigned seconds) {
+extern "C" unsigned sleep(unsigned seconds) {
   const char* const text = std::getenv("KX_SLEEP_DIVISOR");
   const long divisor = text == nullptr ? 1 : std::strtol(text, nullptr, 10);
   const long long nanoseconds = seconds * 1000000000LL / (divisor < 1 ? 1 : divisor);

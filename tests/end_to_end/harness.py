@@ -35,7 +35,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT))
 
 # pylint: disable=wrong-import-position
-from simulator import endpoints, installation  # noqa: E402
+from simulator import endpoints, in_place, installation, sandbox  # noqa: E402
 from simulator import scenario as scenarios  # noqa: E402
 
 BUILD = pathlib.Path(os.environ.get("KX_BUILD", ROOT / "build" / "release")).resolve()
@@ -174,6 +174,16 @@ class EndToEndCase(unittest.TestCase):
         registered = [call["instance"] for call in run.calls_of("register") if call["status"] == 0]
         ended = [call["instance"] for call in run.calls_of("unregister")]
         self.assertEqual(sorted(set(ended)), registered)
+
+
+@contextlib.contextmanager
+def without_product() -> Iterator[None]:
+    """While it lasts no endpoint is made in place, so that this machine itself has no product."""
+    if sandbox.refusal() is None:
+        yield
+        return
+    with in_place.claim([]):
+        yield
 
 
 def _read_log(path: pathlib.Path) -> list[str] | None:
