@@ -47,9 +47,6 @@ class HashType:
     def digest(self, data):
         return hashlib.new(self.algorithm, data).digest()[:self.size]
 
-    def full_digest(self, data):
-        return hashlib.new(self.algorithm, data).digest()
-
 
 HASH_TYPES = {
     "sha1": HashType(1, "sha1", 20, "1.3.14.3.2.26"),

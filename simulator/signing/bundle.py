@@ -99,10 +99,10 @@ def sign_bundle(path, identity=None, *, resource_version=2, rules=None, nested_r
     """Signs the bundle at `path`; code that is nested in it must have been signed before.
 
     A Mach-O executable gets an embedded signature; any other has its components in files of
-    `_CodeSignature`. `resource_version` 1 writes the old form of the seal only. `rules` are added
-    to those of that version, `nested_requirements` are texts that replace what is sealed for nested
-    code, by relative path. Where nested code is expected, what is not signed code is sealed as an
-    ordinary file. The other options are those of Options.
+    `_CodeSignature`. `resource_version` 1 writes the old form of the seal only, which wants "sha1"
+    for the only hash. `rules` are added to those of that version, `nested_requirements` are texts
+    that replace what is sealed for nested code, by relative path. Where nested code is expected,
+    what is not signed code is sealed as an ordinary file. The other options are those of Options.
     """
     path = pathlib.Path(path)
     chosen = Options(**options)
@@ -154,6 +154,8 @@ class _Seal:
         self._hashes = hashes
         if version not in (1, 2):
             raise SigningError(f"there is no resource seal of version {version}")
+        if version == 1 and set(hashes) != {"sha1"}:
+            raise SigningError("a resource seal of version 1 knows no hash but SHA-1")
         self._rules = {1: default_rules(layout.resources), 2: default_rules_2(layout.resources)}
         self._rules[version].update(rules)
         self._version = version

@@ -114,6 +114,8 @@ class LayoutTest(BundleTestCase):
             sign_bundle(self.build(), linker_signed=True)
         with self.assertRaisesRegex(SigningError, "version 3"):
             sign_bundle(self.build(name="Other.app"), self.identity, resource_version=3)
+        with self.assertRaisesRegex(SigningError, "but SHA-1"):
+            sign_bundle(self.directory / "Other.app", self.identity, resource_version=1)
         with self.assertRaisesRegex(SigningError, "no regular expression"):
             sign_bundle(self.directory / "Other.app", self.identity, rules={"(": True})
 
@@ -153,7 +155,7 @@ class SealTest(BundleTestCase):
 
     def test_first_version_seals_resources_with_sha1(self):
         bundle = self.build(files=self.FILES)
-        sign_bundle(bundle, self.identity, resource_version=1)
+        sign_bundle(bundle, self.identity, resource_version=1, hashes=("sha1",))
         seal = self.seal(bundle)
         self.assertEqual(sorted(seal), ["files", "rules"])
         sha1 = {name: hashlib.sha1(content).digest() for name, content in self.FILES.items()

@@ -44,7 +44,7 @@ def hash_agility_2(directories):
 def directory_hashes(directories):
     """The hash type and the whole cdhash of each (hash name, encoded CodeDirectory) pair."""
     kinds = [(blobs.HASH_TYPES[name], encoding) for name, encoding in directories]
-    return [(kind, kind.full_digest(encoding))
+    return [(kind, kind.digest(encoding))
             for kind, encoding in sorted(kinds, key=lambda pair: pair[0].number)]
 
 

@@ -114,7 +114,7 @@ def _describe(parts):
         for name in PREFERENCE if blobs.HASH_TYPES[name].number in directories)
     version, flags, identifier = struct.unpack_from(">8x2I4xI", encoding)
     team = struct.unpack_from(">48xI", encoding)[0] if version >= 0x20200 else 0
-    return Signed(kind.full_digest(encoding)[:20], _text(encoding, identifier),
+    return Signed(kind.digest(encoding)[:20], _text(encoding, identifier),
                   _text(encoding, team) if team else None, bool(flags & blobs.FLAG_ADHOC))
 
 

@@ -17,8 +17,10 @@ class Options:
     """How to sign; the keyword arguments of every sign_ function.
 
     hashes: names of blobs.HASH_TYPES, the first for the CodeDirectory proper and the others for
-        alternates. A name given twice makes a signature that no platform accepts.
-    page_size: logarithm to base 2 of a page's octets; 0 is one page of any size.
+        alternates. A name given twice makes a signature that no platform accepts, and so do the
+        two kinds of SHA-256 together, unless the second hash-agility attribute is left out.
+    page_size: logarithm to base 2 of a page's octets; 0 is one page of any size, and what code
+        without any octet gets.
     identifier: what the code is called; None is the file's or bundle's own name.
     team_identifier: None leaves it out.
     version, flags: of the CodeDirectory; the flags that the form of the signature needs are added.
@@ -66,6 +68,8 @@ def components(code, identity, options, *, name, special=None,
         raise SigningError("only ad-hoc and linker-signed code needs no identity")
     parts = {} if options.linker_signed else _sealed_parts(options)
     sealed = {} if options.linker_signed else {**(special or {}), **parts}
+    if len(code) == 0:
+        options = dataclasses.replace(options, page_size=0)
     directories = [
         (hash_name, _directory(hash_name, identity, options, name, sealed,
                                executable_segment).encode(code))

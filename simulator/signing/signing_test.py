@@ -197,7 +197,8 @@ class PlainFileTest(SigningTestCase):
         for size, pages in ((0, 0), (1, 1), (4095, 1), (4096, 1), (4097, 2)):
             with self.subTest(size=size):
                 directory = read_directory(self.signed(self.make_file(size))[0])
-                self.assertEqual((directory.limit, len(directory.pages)), (size, pages))
+                self.assertEqual((directory.limit, len(directory.pages), directory.page_size),
+                                 (size, pages, 12 if size else 0))
 
     def test_entitlements_are_sealed_twice(self):
         values = {"com.example.flag": True, "com.example.list": ["a", 300, {"b": False}]}
