@@ -140,15 +140,28 @@ class BinaryScan {
     if (size == 0x0F && !ReadSize(offset, size)) return false;
     const std::uint64_t room = table_ - offset;
     if (size > room) return false;
+    if (type < 0x80) return VisitText(type, offset, size, room);
 
     constexpr std::uint64_t kDictionary = 0xD0;
-    if (type < 0x80) return (expandedSize_ += size * 4) <= kMaximumExpandedSize;
     const std::uint64_t references = type == kDictionary ? size * 2 : size;
     if (references > room / referenceSize_ || references > kMaximumValues) return false;
     if (pending_.size() + references > kMaximumValues) return false;
     for (std::uint64_t i = 0; i < references; ++i) {
       pending_.push_back(
           {Number(offset + i * referenceSize_, referenceSize_), reference.depth + 1});
+    }
+    return true;
+  }
+
+  /// Counts the bytes of data or of a string. libplist aborts at UTF-16 keys with a zero in them.
+  bool VisitText(std::uint64_t type, std::uint64_t offset, std::uint64_t size, std::uint64_t room) {
+    constexpr std::uint64_t kUtf16 = 0x60;
+    expandedSize_ += size * 4;
+    if (expandedSize_ > kMaximumExpandedSize) return false;
+    if (type != kUtf16) return true;
+    if (size > room / 2) return false;
+    for (std::uint64_t i = 0; i < size; ++i) {
+      if (Number(offset + 2 * i, 2) == 0) return false;
     }
     return true;
   }

@@ -10,7 +10,8 @@ namespace platform {
 /// text in quadratic time. The markup is read as libplist reads it.
 ///
 /// @return false when the list is nested too deeply, has too many values, grows too large when
-///     expanded, or takes too long. True says nothing about whether it can be parsed.
+///     expanded, takes too long, or has UTF-16 text with a zero in it. True says nothing about
+///     whether it can be parsed.
 bool IsWithinPropertyListLimits(std::string_view bytes);
 
 }  // namespace platform

@@ -148,6 +148,11 @@ TEST(PropertyListTest, BoundsWhatBinaryListsExpandTo) {
   EXPECT_TRUE(ParsePropertyList(Binary({"\xA2\1\1", "\xA2\2\2", "\x09"})));
 }
 
+TEST(PropertyListTest, RefusesZerosInUtf16Text) {
+  EXPECT_TRUE(ParsePropertyList(Binary({"\xD1\1\2", std::string("\x61\0k", 3), "\x09"})));
+  EXPECT_FALSE(ParsePropertyList(Binary({"\xD1\1\2", std::string("\x62\0k\0\0", 5), "\x09"})));
+}
+
 class PropertyListFileTest : public testing::Test {
  protected:
   ~PropertyListFileTest() override { std::remove(path_.c_str()); }

@@ -43,8 +43,8 @@ class MachOFile : public DiskRepresentation {
   // What is known of the slice that was last asked for. Only one is kept, so that many slices with
   // large signatures do not fill the memory.
   struct LoadedSlice {
-    std::size_t index = 0;
-    OsStatus status = kErrSecSuccess;  // of the load commands and the signature
+    std::size_t index;
+    OsStatus status;  // of the load commands and the signature
     std::optional<SuperBlob> signature;
     std::optional<MachOSlice::Range> infoPlist;
   };

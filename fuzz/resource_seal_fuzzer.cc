@@ -1,0 +1,83 @@
+// The input is a CodeResources file; what it seals is a small bundle that is made once.
+
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "platform/linux/code_signing/resource_seal.h"
+
+namespace {
+
+namespace code_signing = platform::code_signing;
+
+/// A bundle with a file, a link and a nested library. It goes when the program ends.
+class Bundle : public code_signing::DiskRepresentation {
+ public:
+  Bundle() {
+    if (mkdtemp(root_.data()) == nullptr) std::abort();
+    Make(mkdir((root_ + "/MacOS").c_str(), 0700));
+    Make(mkdir((root_ + "/Resources").c_str(), 0700));
+    Write("/MacOS/tool");
+    Write("/MacOS/lib.dylib");
+    Write("/Resources/a.txt");
+    Make(symlink("a.txt", (root_ + "/Resources/link").c_str()));
+  }
+
+  ~Bundle() override {
+    for (const char* const path : {"/MacOS/tool", "/MacOS/lib.dylib", "/MacOS", "/Resources/a.txt",
+                                   "/Resources/link", "/Resources", ""}) {
+      std::remove((root_ + path).c_str());
+    }
+  }
+
+  std::size_t SliceCount() const override { return 1; }
+  bool IsMachO() const override { return false; }
+  platform::OsStatus ReadComponent(std::size_t, code_signing::Slot,
+                                   std::optional<std::string>& bytes) const override {
+    bytes.reset();
+    return code_signing::kErrSecSuccess;
+  }
+  const code_signing::RandomAccessFile& Code() const override { return code_; }
+  platform::OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
+    offset = 0;
+    return code_signing::kErrSecSuccess;
+  }
+  std::string MainExecutablePath() const override { return root_ + "/MacOS/tool"; }
+  std::optional<std::string> ResourceRoot() const override { return root_; }
+
+ private:
+  static void Make(int result) {
+    if (result != 0) std::abort();
+  }
+
+  void Write(const char* path) const {
+    std::FILE* const file = std::fopen((root_ + path).c_str(), "w");
+    if (file == nullptr) std::abort();
+    std::fputs("contents", file);
+    std::fclose(file);
+  }
+
+  std::string root_ = "/tmp/resource_seal_fuzzer.XXXXXX";
+  code_signing::RandomAccessFile code_;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const Bundle bundle;
+  const code_signing::ResourceSeal seal = {
+      bundle,
+      std::string(reinterpret_cast<const char*>(data), size),
+      {code_signing::HashType::kSha1, code_signing::HashType::kSha256},
+      [](const std::string&, const code_signing::Requirement& requirement) {
+        return requirement({}) ? code_signing::kErrSecSuccess : code_signing::kErrSecCSReqFailed;
+      }};
+  static_cast<void>(code_signing::CheckResources(seal));
+  return 0;
+}
