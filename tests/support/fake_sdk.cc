@@ -96,6 +96,7 @@ void Sdk::RaiseAndSettle(const char* eventName) const {
 int Sdk::GetInstance(void** instance, int reserved) {
   World::Current().Record("get instance");
   EXPECT_EQ(reserved, 0);
+  instanceTime_ = World::Current().wallMicroseconds / 1000000;
   if (const int status = NextStatus(getInstanceStatuses); status != 0) return status;
   auto* const unused = reinterpret_cast<void*>(UnusedEntry);
   auto* const table = new InstanceTable{unused,

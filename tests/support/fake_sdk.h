@@ -1,6 +1,7 @@
 #ifndef TESTS_SUPPORT_FAKE_SDK_H_
 #define TESTS_SUPPORT_FAKE_SDK_H_
 
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -52,6 +53,8 @@ class Sdk {
   const std::deque<std::string>& Requests() const { return requests_; }
   /// Batch identifier of the last run.
   const std::string& Batch() const { return batch_; }
+  /// Wall clock, in seconds, when the last instance was obtained.
+  std::int64_t InstanceTime() const { return instanceTime_; }
   std::size_t LiveInstances() const { return instances_.size(); }
   std::size_t LiveRegistrations() const { return registered_.size(); }
 
@@ -69,6 +72,7 @@ class Sdk {
  private:
   std::deque<std::string> requests_;
   std::string batch_;
+  std::int64_t instanceTime_ = 0;
   AgentSDKCallbacks copy_{};
   std::set<void*> instances_;
   std::set<void*> registered_;

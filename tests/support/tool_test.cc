@@ -142,7 +142,7 @@ Lines TryLog(int number, int status, std::uint64_t batch) {
 }
 
 Lines StartedCallLog(const std::string& method, int layout, std::uint64_t batch) {
-  const auto now = static_cast<std::time_t>(World::Current().wallMicroseconds / 1000000);
+  const auto now = static_cast<std::time_t>(Sdk::Current().InstanceTime());
   char start[64];
   std::strftime(start, sizeof start, "%a %b %e %H:%M:%S %Y", std::gmtime(&now));
   return Concat({LoadedLibraryLog(method, layout),

@@ -60,7 +60,7 @@ Lines LoadedLibraryLog(const std::string& method, int layout = 1);
 Lines TryLog(int number, int status, std::uint64_t batch = World::Current().uuids);
 
 /// The main thread's log of an SDK call up to its wait, when the first try succeeds, without the
-/// line about the time limit. The wall clock has stood still since.
+/// line about the time limit.
 Lines StartedCallLog(const std::string& method, int layout = 1,
                      std::uint64_t batch = World::Current().uuids);
 
