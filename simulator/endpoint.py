@@ -13,6 +13,10 @@ Options:
     --sleep-divisor N     make the tool's sleeps N times shorter
     --build DIRECTORY     where the tool and the stand-ins were built (default: build/release)
 
+Files that the words name, such as a disk image to install from, are copied to the endpoint. Some
+scenarios have such files already, in /demo: --scenario installer -runInstaller
+/demo/package-image/Setup.iso installs the product.
+
 The tool's standard output and exit status are passed through as they are. An exit status above 128
 may stand for the signal that ended the tool. On a terminal the output's line is ended and the exit
 status is named on standard error.
@@ -95,6 +99,8 @@ def _run(options: Options, words: list[str]) -> int:
         return _list_scenarios()
     chosen = _scenario(options)
     with endpoints.open_endpoint(options.build, chosen, options.log) as endpoint:
+        for word in words[1:]:
+            endpoint.lend(word)
         status = endpoint.run_tool(words, options.sleep_divisor)
         if sys.stdout.isatty():
             print(f"\nexit status {status}", file=sys.stderr)

@@ -20,6 +20,7 @@ from collections.abc import Callable, Iterator
 from typing import Any
 
 from simulator import in_place, inside, installation, sandbox
+from simulator.installers import images
 
 Json = Any
 
@@ -45,6 +46,19 @@ class Endpoint:
     def path(self, absolute: str) -> pathlib.Path:
         """Where a path of the endpoint lies on this machine."""
         return self._installed.path(absolute)
+
+    def lend(self, word: str) -> None:
+        """Copies the file that `word` names here to where the tool will look for it, together with
+        the installer's configuration if that lies beside it."""
+        source = pathlib.Path(word)
+        destination = os.path.normpath(os.path.join(installation.WORKING_DIRECTORY, word))
+        target = self.path(destination)
+        if not source.is_file() or target.exists() or sandbox.is_machines(destination):
+            return
+        target.parent.mkdir(parents=True, exist_ok=True)
+        for name in (source.name, images.CONFIGURATION_NAME):
+            if source.with_name(name).is_file():
+                shutil.copy(source.with_name(name), target.with_name(name))
 
     def run_tool(self, words: list[str], sleep_divisor: int | None = None, **streams: Any) -> int:
         """Runs the tool with `words`, and with the product's services around it.
@@ -76,19 +90,23 @@ class Endpoint:
 
 @contextlib.contextmanager
 def open_endpoint(build: pathlib.Path, scenario: dict[str, Json], logging: bool = False,
-                  programs: dict[str, pathlib.Path] | None = None) -> Iterator[Endpoint]:
+                  programs: dict[str, pathlib.Path | None] | None = None,
+                  volumes: dict[str, int] | None = None) -> Iterator[Endpoint]:
     """An endpoint for a complete scenario; it is gone when the context ends.
 
     `build` is the build folder with the tool, `logging` switches the tool's log on, `programs` are
-    put in the place of system programs or added to them, by absolute path. Raises EndpointError,
-    and what Installation.write() raises.
+    put in the place of the stand-ins for system programs or added to them, by absolute path; None
+    leaves a program out. `volumes` are file systems of their own, by absolute path, with so many
+    octets; what they hold is seen on the endpoint only. Raises EndpointError, and what
+    Installation.write() raises.
     """
     refusal = sandbox.refusal()
+    chosen = {**installation.PROGRAMS, **(programs or {})}
     if refusal is None:
-        opened = _open_sandbox(build, scenario, logging, programs or {})
-    elif os.geteuid() == 0:
+        opened = _open_sandbox(build, scenario, logging, chosen, volumes or {})
+    elif os.geteuid() == 0 and not volumes:
         print(f"endpoint: no sandbox ({refusal}); working in place", file=sys.stderr)
-        opened = _open_in_place(build, scenario, logging, programs or {})
+        opened = _open_in_place(build, scenario, logging, chosen)
     else:
         raise EndpointError(
             f"cannot make a sandbox: {refusal}\n"
@@ -98,26 +116,33 @@ def open_endpoint(build: pathlib.Path, scenario: dict[str, Json], logging: bool 
         yield endpoint
 
 
+def _lay_out(root, build, scenario, logging):
+    installed = installation.Installation(root, build)
+    installed.write(scenario, logging)
+    images.Media(build).place(scenario["media"], installed.path(installation.DEMONSTRATIONS))
+    return installed
+
+
 @contextlib.contextmanager
-def _open_sandbox(build, scenario, logging, programs):
+def _open_sandbox(build, scenario, logging, programs, volumes):
     root = pathlib.Path(tempfile.mkdtemp(prefix="kx-endpoint-"))
     try:
         root.chmod(0o755)
-        installed = installation.Installation(root, build)
-        installed.write(scenario, logging)
+        installed = _lay_out(root, build, scenario, logging)
         for folder in ("/tmp", "/run", "/var/tmp"):
             installed.path(folder).mkdir(parents=True)
         launcher = installed.path(f"{installation.STAND_INS}/inside.py")
         shutil.copy(inside.__file__, launcher)
+        covers = sandbox.cover_programs(root, programs, build / "simulator" / "programs")
 
         def run(script: Json, **streams: Any) -> int:
             file = f"{installation.STAND_INS}/command.json"
             installed.path(file).write_text(json.dumps(script))
             first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file]
-            command = sandbox.command(root, programs, first)
+            command = sandbox.command(root, covers, volumes, first)
             return subprocess.run(command, check=False, **streams).returncode
 
-        yield Endpoint(installed, installed.services(scenario), run)
+        yield Endpoint(installed, installed.services(scenario["product"]), run)
     finally:
         sandbox.remove_tree(root)
 
@@ -125,8 +150,11 @@ def _open_sandbox(build, scenario, logging, programs):
 @contextlib.contextmanager
 def _open_in_place(build, scenario, logging, programs):
     with in_place.claim([*installation.OWN_DIRECTORIES, *programs]):
-        installed = installation.Installation(pathlib.Path("/"), build)
-        installed.write(scenario, logging)
+        installed = _lay_out(pathlib.Path("/"), build, scenario, logging)
         for path, program in programs.items():
-            shutil.copy(program, path)
-        yield Endpoint(installed, installed.services(scenario), inside.run)
+            if program is not None:
+                shutil.copy(program, path)
+        try:
+            yield Endpoint(installed, installed.services(scenario["product"]), inside.run)
+        finally:
+            in_place.end_programs(installation.SERVICES)

@@ -22,10 +22,22 @@ CALL_RECORD = f"{STAND_INS}/calls.jsonl"
 SERVICES = "/Library/Corvane/XQP/services"
 SCAN_LOGS = "/Library/Application Support/Halvard/Logs"
 ANCHORS = "/etc/kxtool/anchors.pem"
+VOLUMES = "/Volumes"
+DEMONSTRATIONS = "/demo"
 
 # The folders that belong to the endpoint as a whole.
 OWN_DIRECTORIES = (
-    "/Library/Corvane", "/Library/Application Support/Halvard", "/etc/kxtool", TOOL_DIRECTORY)
+    "/Library/Corvane", "/Library/Application Support/Halvard", "/etc/kxtool", TOOL_DIRECTORY,
+    VOLUMES, DEMONSTRATIONS)
+
+# The stand-ins for programs of the system, by where they are called.
+_INSTALLERS = pathlib.Path(__file__).with_name("installers")
+PROGRAMS = {
+    "/usr/bin/hdiutil": _INSTALLERS / "hdiutil.py",
+    "/usr/sbin/installer": _INSTALLERS / "installer.py",
+}
+# What these and the setup downloader import on the endpoint.
+_PROGRAM_MODULES = ("stand_in.py", "installer.py")
 
 
 @dataclasses.dataclass(frozen=True)
@@ -79,10 +91,11 @@ class Installation:
 
     def write(self, scenario: dict[str, Json], logging: bool) -> None:
         """Writes everything that a complete scenario wants. Raises BuildError, SigningError."""
-        for directory in (TOOL_DIRECTORY, WORKING_DIRECTORY, STAND_INS, SERVICES):
+        for directory in (TOOL_DIRECTORY, WORKING_DIRECTORY, STAND_INS, VOLUMES, DEMONSTRATIONS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self._write_tool(logging)
-        self._write_product(scenario["product"])
+        self._write_program_modules()
+        self.write_product(scenario["product"])
         self._write_links(scenario["links"])
         self._write_trust(scenario)
         self._write_scan_logs(scenario["scanLogs"])
@@ -91,23 +104,17 @@ class Installation:
         for file in scenario["files"]:
             self._write_content(self.path(file["path"]), file)
 
-    def services(self, scenario: dict[str, Json]) -> list[Json]:
-        """The scenario's service processes, each with the path of its executable."""
-        services = scenario["product"]["services"]
+    def services(self, product: dict[str, Json]) -> list[Json]:
+        """The product's service processes, each with the path of its executable."""
         return [{**service, "path": f"{SERVICES}/{number}/{service['name']}"}
-                for number, service in enumerate(services)]
+                for number, service in enumerate(product["services"])]
 
-    def _write_tool(self, logging: bool) -> None:
-        shutil.copy(self._built("KXTool"), self.path(TOOL))
-        shutil.copy(self._built("simulator/fast_sleep.so"), self.path(FAST_SLEEP))
-        if logging:
-            self.path(f"{TOOL_DIRECTORY}/configfile.txt").write_text("Logging=true\n")
-
-    def _write_product(self, product: dict[str, Json]) -> None:
-        for number, service in enumerate(product["services"]):
-            directory = self.path(f"{SERVICES}/{number}")
-            directory.mkdir()
-            shutil.copy(self._built("simulator/service"), directory / service["name"])
+    def write_product(self, product: dict[str, Json]) -> None:
+        """Writes the product's own files. Raises BuildError, SigningError."""
+        for service in self.services(product):
+            executable = self.path(service["path"])
+            executable.parent.mkdir(parents=True)
+            shutil.copy(self._built("simulator/service"), executable)
         if product["layout"] is None:
             return
         layout = LAYOUTS[product["layout"]]
@@ -117,6 +124,18 @@ class Installation:
             content = product["configuration"][name]
             if path is not None and content is not None:
                 self._write_content(self.path(path), content)
+
+    def _write_tool(self, logging: bool) -> None:
+        shutil.copy(self._built("KXTool"), self.path(TOOL))
+        shutil.copy(self._built("simulator/fast_sleep.so"), self.path(FAST_SLEEP))
+        if logging:
+            self.path(f"{TOOL_DIRECTORY}/configfile.txt").write_text("Logging=true\n")
+
+    def _write_program_modules(self) -> None:
+        directory = self.path(f"{STAND_INS}/installers")
+        directory.mkdir()
+        for name in _PROGRAM_MODULES:
+            shutil.copy(_INSTALLERS / name, directory / name)
 
     def _write_links(self, links: dict[str, Json]) -> None:
         self._write_library(f"{WORKING_DIRECTORY}/libsl.dylib", links, _LINKS_BUILDS)

@@ -4,14 +4,19 @@ The root is an empty file system in memory. The tree's own folders and, read-onl
 need of the machine are bound into it; the process table is its own.
 """
 
+import hashlib
 import os
 import pathlib
 import shutil
 import subprocess
 
+from simulator.made_once import make_once
+
 # Where the machine's /usr is to be found a second time, for links from the folders that programs of
 # the endpoint's own are added to.
 _HOST_USR = "/run/host/usr"
+# Where those programs are.
+_PROGRAMS = "/run/programs"
 _ISOLATION = (
     "--unshare-user-try", "--unshare-pid", "--unshare-ipc", "--die-with-parent", "--cap-drop", "ALL")
 # What programs look for in /etc.
@@ -30,18 +35,59 @@ def refusal() -> str | None:
     return None if probe.returncode == 0 else probe.stderr.strip()
 
 
-def command(root: pathlib.Path, programs: dict[str, pathlib.Path], first: list[str]) -> list[str]:
+def is_machines(path: str) -> bool:
+    """Whether an absolute path belongs to the machine also within a sandbox."""
+    return f"/{path.split('/')[1]}" in ("/usr", "/proc", "/dev", "/etc", "/run", *_USR_LINKS)
+
+
+def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[str, int],
+            first: list[str]) -> list[str]:
     """The command that runs `first` in a sandbox with the folders of `root`.
 
-    Folders are bound whole, one level below the root, except those in /etc. `programs` appear at
-    their absolute paths, below /usr, in place of or in addition to the machine's.
+    Folders are bound whole, one level below the root, except those in /etc. Read-only `covers` hide
+    folders of the machine. `volumes` are empty file systems in memory with so many octets.
     """
     words = ["bwrap", *_ISOLATION, *_machine()]
     folders = [root / name for name in sorted(os.listdir(root)) if name != "etc"]
     for folder in [*folders, *sorted((root / "etc").iterdir())]:
         words += ["--bind", str(folder), f"/{folder.relative_to(root)}"]
-    words += _with_programs(root, programs)
+    words += ["--ro-bind", "/usr", _HOST_USR]
+    for path, folder in covers.items():
+        words += ["--ro-bind", str(folder), path]
+    for path, size in volumes.items():
+        words += ["--size", str(size), "--tmpfs", path]
     return [*words, "--chdir", "/", "--", *first]
+
+
+def cover_programs(root: pathlib.Path, programs: dict[str, pathlib.Path | None],
+                   kept: pathlib.Path) -> dict[str, pathlib.Path]:
+    """Puts `programs`, which belong below /usr, into `root`; None leaves one out.
+
+    A folder of /usr cannot get another entry, being bound read-only, so each is covered by a folder
+    of links to the machine's programs and, in place of or in addition to these, to the given ones.
+    These covers are kept in the folder `kept`. Returns where they are, by what they cover.
+    """
+    covers = {}
+    for folder in sorted({os.path.dirname(path) for path in programs}):
+        own = {os.path.basename(path): program for path, program in programs.items()
+               if os.path.dirname(path) == folder}
+        links = {name: f"{_HOST_USR}{folder.removeprefix('/usr')}/{name}"
+                 for name in os.listdir(folder)}
+        links.update((name, f"{_PROGRAMS}{folder}/{name}") for name in own)
+        version = hashlib.sha256("\n".join(sorted(links.values())).encode()).hexdigest()[:32]
+        covers[folder] = kept / version
+        make_once(covers[folder], lambda made, links=links: _make_links(made, links))
+        target = root / f"{_PROGRAMS}{folder}".lstrip("/")
+        target.mkdir(parents=True)
+        for name, program in own.items():
+            if program is not None:
+                shutil.copy(program, target / name)
+    return covers
+
+
+def _make_links(folder: pathlib.Path, links: dict[str, str]) -> None:
+    for name, destination in links.items():
+        os.symlink(destination, folder / name)
 
 
 def _machine() -> list[str]:
@@ -54,27 +100,6 @@ def _machine() -> list[str]:
             words += ["--ro-bind", link, link]
     for name in _ETC:
         words += ["--ro-bind-try", f"/etc/{name}", f"/etc/{name}"]
-    return words
-
-
-def _with_programs(root: pathlib.Path, programs: dict[str, pathlib.Path]) -> list[str]:
-    """Covers the programs' folders by folders of links to the machine's, with the programs added.
-
-    A folder of /usr itself cannot get another entry, being bound read-only.
-    """
-    if not programs:
-        return []
-    words = ["--ro-bind", "/usr", _HOST_USR]
-    for folder in sorted({os.path.dirname(path) for path in programs}):
-        merged = root / "run" / "programs" / folder.lstrip("/")
-        merged.mkdir(parents=True)
-        own = {os.path.basename(path): program for path, program in programs.items()
-               if os.path.dirname(path) == folder}
-        for name in set(os.listdir(folder)) - set(own):
-            (merged / name).symlink_to(_HOST_USR + folder.removeprefix("/usr") + "/" + name)
-        for name, program in own.items():
-            shutil.copy(program, merged / name)
-        words += ["--ro-bind", str(merged), folder]
     return words
 
 

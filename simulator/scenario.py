@@ -18,7 +18,8 @@ _SCHEMA_PATH = pathlib.Path(__file__).with_name("scenario.schema.json")
 # What is merged with healthy's member by member. Everything else replaces it as a whole.
 _MERGED = {
     (), ("product",), ("product", "library"), ("product", "configuration"), ("sdk",),
-    ("sdk", "answers"), ("links",),
+    ("sdk", "answers"), ("links",), ("installers",), ("installers", "attach"),
+    ("installers", "detach"), ("installers", "install"), ("installers", "setupDownloader"),
 }
 _DELIVERY_DEFAULTS = {"when": "afterRun", "delay": 0, "try": 0, "repeat": 1, "context": "own"}
 _COMPLETION_DEFAULTS = {"batch": "own", "errorNumber": 0, "result": "answer"}
@@ -57,7 +58,7 @@ def load(source: str | dict[str, Json], now: float | None = None) -> dict[str, J
 
 
 def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
-    """The part of a complete scenario that the stand-in libraries read, in their own simple form."""
+    """The part of a complete scenario that the stand-ins read, in their own simple form."""
     sdk = scenario["sdk"]
     deliveries: list[Json] = []
     for method, answer in sdk["answers"].items():
@@ -73,6 +74,7 @@ def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
         "statuses": {call: sdk[call] for call in calls},
         "deliveries": deliveries,
         "links": {member: scenario["links"][member] for member in ("code", "text")},
+        "installers": scenario["installers"],
     }
 
 

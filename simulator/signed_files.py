@@ -1,12 +1,11 @@
 """Signed stand-in files. Signing takes time, so that results are kept in the build folder."""
 
 import hashlib
-import os
 import pathlib
 import shutil
-import tempfile
 
 from simulator import signing
+from simulator.made_once import make_once
 
 _OTHER_TEAM = "ZZ4OTHER99"
 # How the identities differ from the maker's.
@@ -23,6 +22,7 @@ _IDENTITIES = {
     "unknownRoot": {"root_name": "Unknown Root CA"},
 }
 _UNTRUSTED = "unknownRoot"
+_ALWAYS_TRUSTED = ("maker", "otherMaker")
 
 
 class SignedFiles:
@@ -35,34 +35,25 @@ class SignedFiles:
         """Writes `content` to `destination`, signed in one of the ways that scenarios name."""
         key = hashlib.sha256(content).hexdigest()[:32]
         made = self._directory / "signed" / f"{key}-{signature}-{destination.name}"
-        if not made.exists():
-            self._make(made, content, destination.name, signature)
+        make_once(made, lambda folder: self._make(folder, content, destination.name, signature))
         for path in made.iterdir():
             shutil.copy(path, destination.with_name(path.name))
 
     def anchors(self, signatures: list[str]) -> str:
-        """PEM texts of the roots that make the maker and these signatures acceptable."""
-        names = {"maker", *(name for name in signatures if name in _IDENTITIES)} - {_UNTRUSTED}
-        return "".join(self._identity(name).anchor_path.read_text() for name in sorted(names))
+        """PEM texts of the roots that make both makers and these signatures acceptable."""
+        names = {*_ALWAYS_TRUSTED, *(name for name in signatures if name in _IDENTITIES)}
+        names -= {_UNTRUSTED}
+        return "".join(self.identity(name).anchor_path.read_text() for name in sorted(names))
 
-    def _identity(self, name: str) -> signing.Identity:
+    def identity(self, name: str) -> signing.Identity:
+        """The identity of one of the signatures that scenarios name."""
         return signing.Identity.create(self._directory / "identities" / name, **_IDENTITIES[name])
 
-    def _make(self, made: pathlib.Path, content: bytes, name: str, signature: str) -> None:
-        """Makes a folder with the file and its signature, which appears complete or not at all."""
-        made.parent.mkdir(parents=True, exist_ok=True)
-        with tempfile.TemporaryDirectory(dir=made.parent, prefix=".") as work:
-            folder = pathlib.Path(work) / "made"
-            folder.mkdir()
-            path = folder / name
-            path.write_bytes(content)
-            path.chmod(0o755)
-            self._sign(path, signature)
-            try:
-                os.rename(folder, made)
-            except OSError:
-                if not made.exists():  # else another process was quicker
-                    raise
+    def _make(self, folder: pathlib.Path, content: bytes, name: str, signature: str) -> None:
+        path = folder / name
+        path.write_bytes(content)
+        path.chmod(0o755)
+        self._sign(path, signature)
 
     def _sign(self, path: pathlib.Path, signature: str) -> None:
         if signature == "none":
@@ -71,7 +62,7 @@ class SignedFiles:
             signing.sign_file(path, adhoc=True)
             return
         name = signature if signature in _IDENTITIES else "maker"
-        sidecar = signing.sign_file(path, self._identity(name))
+        sidecar = signing.sign_file(path, self.identity(name))
         if signature == "tampered":
             content = bytearray(path.read_bytes())
             content[len(content) // 2] ^= 0x01

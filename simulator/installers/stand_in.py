@@ -1,0 +1,51 @@
+"""What the stand-ins for programs have in common: they record their calls and end as the scenario
+says. They run on the endpoint, so they need nothing but the standard library.
+"""
+
+import json
+import os
+import sys
+import time
+
+DIRECTORY = "/Library/Corvane/XQP/simulator"
+_SCENARIO = f"{DIRECTORY}/scenario.json"
+_CALL_RECORD = f"{DIRECTORY}/calls.jsonl"
+
+
+def record(what, arguments):
+    """Writes the call down, with what the program has got from the one that started it."""
+    call = {"what": what, "arguments": arguments, "directory": os.getcwd(),
+            "descriptors": _descriptors()}
+    line = (json.dumps(call) + "\n").encode()
+    # Appending in one call keeps the lines of several programs apart.
+    file = os.open(_CALL_RECORD, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o644)
+    os.write(file, line)
+    os.close(file)
+
+
+def _descriptors():
+    """What every open descriptor leads to, by number."""
+    found = {}
+    for name in sorted(os.listdir("/proc/self/fd"), key=int):
+        try:
+            found[name] = os.readlink(f"/proc/self/fd/{name}")
+        except FileNotFoundError:
+            continue  # the one that the list was read from
+    return found
+
+
+def behaviour(name):
+    """How the scenario wants the step `name` to go."""
+    with open(_SCENARIO, encoding="utf-8") as file:
+        return json.load(file)["installers"][name]
+
+
+def end(wanted):
+    """Ends the program as `wanted` by the scenario."""
+    sys.stdout.flush()
+    sys.stderr.write("." * wanted["noise"])
+    sys.stderr.flush()
+    time.sleep(wanted["delay"] / 1000)
+    if wanted["signal"] is not None:
+        os.kill(os.getpid(), wanted["signal"])
+    sys.exit(wanted["status"])
