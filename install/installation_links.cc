@@ -36,7 +36,7 @@ int KXTool::GetInstallationLinks(std::string& result, const char* consoleUrl, co
                                  Logger* logger) {
   if (const int code = CheckLinksLibrary(*this, logger); code != kSuccess) return code;
 
-  const platform::DynamicLibrary library = platform::DynamicLibrary::OpenFromWorkingDirectory(
+  platform::DynamicLibrary library = platform::DynamicLibrary::OpenFromWorkingDirectory(
       kLinksLibrary, platform::Binding::kLazyGlobal);
   if (!library.IsOpen()) {
     Utils::LogMessage(logger, "Library not found");
@@ -46,6 +46,7 @@ int KXTool::GetInstallationLinks(std::string& result, const char* consoleUrl, co
   const auto getLinks =
       reinterpret_cast<GetInstallationLinksFunction>(library.FindSymbol("GetInstallationLinks"));
   if (getLinks == nullptr) {
+    library.Close();
     Utils::LogMessage(logger, "Handle not found");
     return kENOENT;
   }

@@ -34,9 +34,19 @@ bool WaitsForReal() {
   return World::Current().waitsAreReal || std::this_thread::get_id() != testThread;
 }
 
+/// `path` without doubled slashes and without one at its end.
+std::string Normal(const std::string& path) {
+  std::string normal;
+  for (const char character : path) {
+    if (character != '/' || normal.empty() || normal.back() != '/') normal += character;
+  }
+  if (normal.size() > 1 && normal.back() == '/') normal.pop_back();
+  return normal;
+}
+
 const Node* FindNode(const std::string& path) {
   const auto& files = World::Current().files;
-  const auto found = files.find(path);
+  const auto found = files.find(Normal(path));
   return found == files.end() ? nullptr : &found->second;
 }
 
@@ -51,7 +61,7 @@ int StatusError(const Node* node) { return node == nullptr ? ENOENT : node->stat
 /// Paths below `directory`, in order.
 std::vector<std::string> PathsBelow(const std::string& directory) {
   std::vector<std::string> paths;
-  const std::string prefix = directory + "/";
+  const std::string prefix = Normal(directory) + "/";
   for (const auto& [path, node] : World::Current().files) {
     if (path.compare(0, prefix.size(), prefix) == 0) paths.push_back(path);
   }
@@ -279,7 +289,9 @@ int FileMode(const std::string& path, std::uint32_t& mode) {
 int CheckAccess(const std::string& path, AccessTest) {
   const Node* const node = FindTarget(path);
   if (const int error = fake::StatusError(node); error != 0) return error;
-  return node->accessError;
+  const int error = node->accessError;
+  if (node->vanishesOnceAccessed) World::Current().files.erase(fake::Normal(path));
+  return error;
 }
 
 int ModificationTime(const std::string& path, FileTime& time) {
@@ -411,11 +423,12 @@ int CreateFileExclusively(const std::string& path) {
 bool CopyTree(const std::string& source, const std::string& destination) {
   World& world = World::Current();
   const Node* const node = FindNode(source);
-  if (node == nullptr || node->failsToCopy || world.Exists(destination)) return false;
+  if (node == nullptr || node->failsToCopy || FindNode(destination) != nullptr) return false;
   for (const std::string& path : fake::PathsBelow(source)) {
-    world.files[destination + path.substr(source.size())] = world.files[path];
+    world.files[fake::Normal(destination + path.substr(fake::Normal(source).size()))] =
+        world.files[path];
   }
-  world.files[destination] = *node;
+  world.files[fake::Normal(destination)] = *node;
   return true;
 }
 
@@ -424,7 +437,7 @@ bool RemoveTree(const std::string& path) {
   const Node* const node = FindNode(path);
   if (node == nullptr || node->failsToRemove) return false;
   for (const std::string& below : fake::PathsBelow(path)) world.files.erase(below);
-  world.files.erase(path);
+  world.files.erase(fake::Normal(path));
   return true;
 }
 
@@ -436,7 +449,7 @@ bool IsDeletable(const std::string& path) {
 void WalkTree(const std::string& root,
               const std::function<bool(const std::string& relativePath)>& visit) {
   for (const std::string& path : fake::PathsBelow(root)) {
-    if (!visit(path.substr(root.size() + 1))) return;
+    if (!visit(path.substr(fake::Normal(root).size() + 1))) return;
   }
 }
 
@@ -449,7 +462,11 @@ ProcessRecord::ProcessRecord(int processId, const char* shortName)
   std::strncpy(shortName_, shortName, sizeof shortName_ - 1);
 }
 
-std::string ProcessRecord::ShortName() const { return shortName_; }
+std::string ProcessRecord::ShortName() const {
+  World& world = World::Current();
+  ++world.shortNameReads[{world.looks, processId_}];
+  return shortName_;
+}
 
 namespace {
 
@@ -463,7 +480,6 @@ const std::vector<fake::Process>& CurrentProcesses() {
 bool ListProcesses(std::vector<ProcessRecord>& records) {
   World& world = World::Current();
   ++world.looks;
-  world.executableReads.clear();
   world.Record("list processes");
   if (world.processTableFails) return false;
   records.clear();
@@ -476,7 +492,7 @@ bool ListProcesses(std::vector<ProcessRecord>& records) {
 bool ExecutablePath(int processId, std::string& path) {
   World& world = World::Current();
   if (world.looks == 0) world.looks = 1;
-  ++world.executableReads[processId];
+  ++world.executableReads[{world.looks, processId}];
   for (const fake::Process& process : CurrentProcesses()) {
     if (process.processId != processId || !process.executablePath) continue;
     path = *process.executablePath;

@@ -31,8 +31,9 @@ struct Node {
 
   int statusError = 0;  ///< errno of reading its status (mode, time, existence as seen by access)
   int accessError = 0;  ///< errno of access()
-  int openError = 0;    ///< errno of opening it
-  int readError = 0;    ///< errno of reading it ...
+  bool vanishesOnceAccessed = false;
+  int openError = 0;            ///< errno of opening it
+  int readError = 0;            ///< errno of reading it ...
   std::size_t readErrorAt = 0;  ///< ... from this byte on
   bool isDeletable = true;
   bool failsToCopy = false;
@@ -106,7 +107,9 @@ class World {
   std::vector<std::vector<Process>> processTables = {{{1, "launchd", "/sbin/launchd"}}};
   std::size_t looks = 0;
   bool processTableFails = false;
-  std::map<int, int> executableReads;  ///< how often each process's path was read
+  /// How often a process's path and its short name were read, by look (from 1) and process.
+  std::map<std::pair<std::size_t, int>, int> executableReads;
+  std::map<std::pair<std::size_t, int>, int> shortNameReads;
 
   // Programs by launch path; a program that is not here cannot be started (ENOENT).
   std::map<std::string, Program> programs;

@@ -102,18 +102,6 @@ const std::vector<Query>& AllQueries() {
   return queries;
 }
 
-Lines SplitAtNewlines(const Lines& messages) {
-  Lines lines;
-  for (const std::string& message : messages) {
-    std::size_t begin = 0;
-    for (std::size_t end; (end = message.find('\n', begin)) != std::string::npos; begin = end + 1) {
-      lines.push_back(message.substr(begin, end - begin));
-    }
-    lines.push_back(message.substr(begin));
-  }
-  return lines;
-}
-
 std::string QueryTest::Untouched(const Query& query) {
   return query.name == "CheckIsUpToDate" ? "1" : kBefore;
 }

@@ -60,9 +60,6 @@ class QueryTest : public ToolTest {
                         int code);
 };
 
-/// The lines as TakeLog() yields them: a message with newlines comes as several.
-Lines SplitAtNewlines(const Lines& messages);
-
 }  // namespace fake
 
 #endif  // TESTS_SUPPORT_QUERY_TEST_H_

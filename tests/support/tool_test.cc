@@ -105,6 +105,18 @@ Lines Concat(std::initializer_list<Lines> parts) {
   return all;
 }
 
+Lines SplitAtNewlines(const Lines& messages) {
+  Lines lines;
+  for (const std::string& message : messages) {
+    std::size_t begin = 0;
+    for (std::size_t end; (end = message.find('\n', begin)) != std::string::npos; begin = end + 1) {
+      lines.push_back(message.substr(begin, end - begin));
+    }
+    lines.push_back(message.substr(begin));
+  }
+  return lines;
+}
+
 Lines AcceptedSignatureLog(const std::string& path) {
   return {"Retrieve Sec static code for " + path,
           "Check code validity",

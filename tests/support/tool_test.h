@@ -49,6 +49,9 @@ using Lines = std::vector<std::string>;
 /// One transcript made of several, one after the other.
 Lines Concat(std::initializer_list<Lines> parts);
 
+/// The lines as TakeLog() yields them: a message with newlines comes as several.
+Lines SplitAtNewlines(const Lines& messages);
+
 /// The log of the signature check of `path` when it accepts the file.
 Lines AcceptedSignatureLog(const std::string& path);
 

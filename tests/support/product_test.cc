@@ -1,0 +1,75 @@
+#include "tests/support/product_test.h"
+
+#include "product/install_locations.h"
+
+namespace fake {
+namespace {
+
+constexpr char kIdentityMethod[] = "kx.Product.Configuration.GetSkyloftIdentity";
+
+std::string IdentityAnswer(const std::string& output) {
+  return Answer(output, "kx.Product.Configuration");
+}
+
+const ProductInfoStructure& Layout(int number) {
+  return productInfoStructure.at(static_cast<std::size_t>(number - 1));
+}
+
+}  // namespace
+
+Process ServiceProcess(int processId, const std::string& name) {
+  return {processId, name.substr(0, 15), "/Library/Corvane/XQP/product/bin/" + name};
+}
+
+std::vector<Process> RunningServices() {
+  return {{1, "launchd", "/sbin/launchd"},
+          ServiceProcess(201, "KXCoreIssues"),
+          ServiceProcess(202, "KXLDaemon"),
+          {203, "bash", "/bin/bash"},
+          ServiceProcess(204, "KXUpdDaemon")};
+}
+
+void ProductTest::ScriptAnswers(const Answers& answers) {
+  sdk.answers = {Answer(answers.status), IdentityAnswer(answers.identity)};
+}
+
+void ProductTest::InstallHealthy(int number, const Answers& answers) {
+  sdk.Install(number);
+  ScriptAnswers(answers);
+  world.processTables = {RunningServices()};
+  world.AddFile(NewerFile(number), "{}");
+}
+
+std::string ProductTest::NewerFile(int number) { return Layout(number).agcfngPath; }
+
+std::string ProductTest::OlderFile(int number) { return Layout(number).agcfPath; }
+
+Lines ProductTest::AbsentLog() {
+  return {"Starting ORVEX Detect. Assign \"0\" to the result", "Get product directory",
+          "ORVEX directory not found"};
+}
+
+Lines ProductTest::CriticalIssuesLog(const std::string& output, const Lines& walkLines, int layout,
+                                     std::uint64_t batch) {
+  return Concat({{"Execute Product.GetStatus method"},
+                 AnsweredWrapperLog("Product.GetStatus", Answer(output), layout, batch),
+                 walkLines,
+                 {"Finished to get critical issues with error: 0"}});
+}
+
+Lines ProductTest::IdentityLog(const std::string& output, const Lines& searchLines, int layout,
+                               std::uint64_t batch) {
+  return Concat({{"Getting SL Identity using the wrapper method"},
+                 AnsweredWrapperLog(kIdentityMethod, IdentityAnswer(output), layout, batch),
+                 {"SL Identity retrieved successfully"},
+                 searchLines,
+                 {"Finished retrieving SL Identity with error code: 0"}});
+}
+
+std::string Configuration(const std::string& hardwareId, const std::string& companyId,
+                          const std::string& group) {
+  return R"({"id":{"hwid":")" + hardwareId + R"(","custid":")" + companyId +
+         R"(","customdata":{"ComputersFolder":")" + group + R"("}}})";
+}
+
+}  // namespace fake
