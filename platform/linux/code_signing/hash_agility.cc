@@ -78,6 +78,13 @@ bool AddHash(const ASN1_TYPE& value, HashesByDigest& hashes) {
   return added;
 }
 
+// A truncated digest is written out in full by some signers.
+bool IsHashOf(const CodeDirectory& directory, HashType type, const std::string& stated) {
+  return stated == DigestOf(type, directory.Blob()) ||
+         (type == HashType::kSha256Truncated &&
+          stated == DigestOf(HashType::kSha256, directory.Blob()));
+}
+
 OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
                             const CodeDirectorySet& directories) {
   HashesByDigest hashes;
@@ -89,7 +96,7 @@ OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
     const std::optional<HashType> type = directory.KnownHashType();
     if (!type) continue;
     const auto stated = hashes.find(DigestIdentifier(*type));
-    if (stated == hashes.end() || stated->second != directory.Hash()) {
+    if (stated == hashes.end() || !IsHashOf(directory, *type, stated->second)) {
       return kErrSecCSSignatureFailed;
     }
   }

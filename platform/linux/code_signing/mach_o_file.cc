@@ -116,9 +116,11 @@ OsStatus MachOFile::ReadComponent(std::size_t slice, Slot slot,
 
 const MachOFile::LoadedSlice& MachOFile::Load(std::size_t slice) const {
   if (!loaded_ || loaded_->index != slice) {
-    loaded_.emplace();
-    loaded_->index = slice;
-    loaded_->status = Fill(*loaded_);
+    loaded_.reset();
+    LoadedSlice loaded;
+    loaded.index = slice;
+    loaded.status = Fill(loaded);
+    loaded_ = std::move(loaded);
   }
   return *loaded_;
 }

@@ -2,6 +2,7 @@
 #define PLATFORM_LINUX_CODE_SIGNING_TRUST_STORE_H_
 
 #include <string>
+#include <utility>
 
 #include "platform/linux/code_signing/certificate.h"
 
@@ -12,6 +13,11 @@ class TrustStore {
  public:
   /// Where the product's anchors are.
   static constexpr char kAnchorsPath[] = "/etc/kxtool/anchors.pem";
+
+  /// A store that trusts nothing.
+  TrustStore() = default;
+
+  explicit TrustStore(CertificateList anchors) : anchors_(std::move(anchors)) {}
 
   /// Reads a file of PEM certificates, up to the first that is broken. A file that is missing,
   /// unreadable or empty gives a store that trusts nothing.
