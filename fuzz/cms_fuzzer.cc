@@ -1,0 +1,87 @@
+// The road of a CMS signature: message, attributes, time stamp, chain and names. The input is the
+// length of a CodeDirectory in two bytes (big-endian), the CodeDirectory, and a message about it.
+// The message's own certificates are its anchors, so that chains can be good. What lies behind a
+// check that hardly any input passes is also called on its own.
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "platform/linux/code_signing/certificate_chain.h"
+#include "platform/linux/code_signing/chain_policy.h"
+#include "platform/linux/code_signing/cms_message.h"
+#include "platform/linux/code_signing/code_directory_set.h"
+#include "platform/linux/code_signing/hash_agility.h"
+#include "platform/linux/code_signing/signature_check.h"
+#include "platform/linux/code_signing/timestamp_token.h"
+
+namespace {
+
+using namespace platform::code_signing;
+using platform::OsStatus;
+
+/// Code of which there is nothing but a CodeDirectory.
+class DirectoryOnly : public DiskRepresentation {
+ public:
+  explicit DirectoryOnly(std::string_view directory) : directory_(directory) {}
+
+  std::size_t SliceCount() const override { return 1; }
+  bool IsMachO() const override { return false; }
+  OsStatus ReadComponent(std::size_t, Slot slot, std::optional<std::string>& bytes) const override {
+    bytes.reset();
+    if (slot == kSlotCodeDirectory) bytes.emplace(directory_);
+    return kErrSecSuccess;
+  }
+  const RandomAccessFile& Code() const override { return file_; }
+  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
+    offset = 0;
+    return kErrSecSuccess;
+  }
+  std::string MainExecutablePath() const override { return {}; }
+
+ private:
+  std::string_view directory_;
+  RandomAccessFile file_;
+};
+
+void VisitCertificates(const CertificateList& certificates, const TrustStore& trust) {
+  constexpr std::size_t kMost = 8;  // building chains is bounded, but not cheap
+  for (std::size_t i = 0; i < certificates.size() && i < kMost; ++i) {
+    static_cast<void>(CommonName(*certificates[i]));
+    static_cast<void>(OrganizationalUnit(*certificates[i]));
+    const CertificateChain chain = BuildChain(certificates[i], certificates, trust);
+    static_cast<void>(IsAppleDeveloperChain(chain));
+    static_cast<void>(JudgeChain(chain, ChainPurpose::kCodeSigning, std::time(nullptr),
+                                 DateRule::kEnforce, trust));
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  std::string_view input(reinterpret_cast<const char*>(data), size);
+  if (size < 2) return 0;
+  const std::size_t length = static_cast<std::size_t>(data[0]) << 8U | data[1];
+  input.remove_prefix(2);
+  const DirectoryOnly code(input.substr(0, length));
+  const std::string_view bytes = input.substr(std::min(length, input.size()));
+
+  CodeDirectorySet directories;
+  const OsStatus status = CodeDirectorySet::Load(code, 0, directories);
+  CmsMessage message;
+  const bool parsed = CmsMessage::Parse(bytes, message) == CmsMessage::ParseResult::kComplete;
+  const TrustStore trust(parsed ? message.Certificates() : CertificateList());
+  CertificateChain chain;
+  static_cast<void>(CheckSignature(bytes, status, directories, trust, chain));
+  static_cast<void>(VerifyTimestampToken(bytes, "signature", trust));
+  if (!parsed) return 0;
+  VisitCertificates(message.Certificates(), trust);
+  for (const CmsSigner& signer : message.Signers()) {
+    static_cast<void>(signer.SigningTime());
+    if (status == kErrSecSuccess) static_cast<void>(CheckHashAgility(signer, directories));
+  }
+  return 0;
+}

@@ -1,0 +1,87 @@
+"""Makes the seeds of the signature fuzzers anew, with the simulator's signer.
+
+Run from the top of the project: python3 fuzz/make_signature_corpus.py
+"""
+
+import pathlib
+import struct
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT))
+
+from simulator.signing import blobs, sign_macho  # noqa: E402
+from simulator.signing.identity import Identity  # noqa: E402
+from simulator.signing.macho import Slice, build_fat, build_thin  # noqa: E402
+from simulator.signing.plain import sign_file  # noqa: E402
+from simulator.signing.timestamp import Timestamp  # noqa: E402
+
+SMALL = {"code_size": 600, "file_type": "bundle"}
+PLIST = b"<plist><dict/></plist>"
+
+
+def thin(processor, **options):
+    return build_thin(Slice(processor, **SMALL, **options))
+
+
+MACHO = {
+    "arm64": (thin("arm64", info_plist=PLIST), {}),
+    "i386_adhoc": (thin("i386"), {"adhoc": True}),
+    "ppc_linker_signed": (thin("ppc"), {"linker_signed": True}),
+    "universal": (build_fat([Slice("i386", **SMALL), Slice("ppc", **SMALL)], align=12),
+                  {"adhoc": True}),
+    "hidden_arm64": (build_fat([Slice("i386", **SMALL), Slice("arm64", **SMALL)], align=12,
+                               hidden_arm64=True), {"adhoc": True}),
+    "unsigned": (thin("x86_64"), None),
+}
+
+PLAIN = {
+    "plain": {},
+    "plain_two_hashes": {"hashes": ("sha1", "sha256")},
+    "plain_one_page": {"page_size": 0, "adhoc": True},
+}
+
+CMS = {
+    "developer_id": {},
+    "hash_agility": {"hashes": ("sha1", "sha256", "sha384")},
+    "timestamp": {"timestamp": Timestamp()},
+}
+
+
+def components(data):
+    """The blobs of a signature file, by slot."""
+    count, = struct.unpack_from(">8xI", data)
+    found = {}
+    for number in range(count):
+        slot, offset = struct.unpack_from(">2I", data, 12 + 8 * number)
+        length, = struct.unpack_from(">4xI", data, offset)
+        found[slot] = data[offset:offset + length]
+    return found
+
+
+def main():
+    corpus = ROOT / "fuzz" / "corpus"
+    with tempfile.TemporaryDirectory() as directory:
+        path = pathlib.Path(directory) / "code"
+        sidecar = path.with_name("code.codesignature")
+        identity = Identity.create(pathlib.Path(directory) / "identity", key_type="ec")
+        for name, (data, options) in MACHO.items():
+            path.write_bytes(data)
+            if options is not None:
+                sign_macho(path, identity, **options)
+            (corpus / "macho_signature" / name).write_bytes(path.read_bytes())
+        for name, options in PLAIN.items():
+            path.write_bytes(b"code" * 100)
+            sign_file(path, identity, **options)
+            (corpus / "macho_signature" / name).write_bytes(sidecar.read_bytes())
+        for name, options in CMS.items():
+            path.write_bytes(b"code" * 100)
+            sign_file(path, identity, **options)
+            found = components(sidecar.read_bytes())
+            (corpus / "cms" / name).write_bytes(
+                struct.pack(">H", len(found[0])) + found[0] + found[blobs.SLOT_CMS][8:])
+
+
+if __name__ == "__main__":
+    main()
