@@ -155,7 +155,6 @@ def _open_in_place(build, scenario, logging, programs):
             if program is not None:
                 shutil.copy(program, path)
         try:
-            yield Endpoint(installed, installed.services(scenario["product"]),
-                           lambda script, **streams: inside.run(**script, **streams))
+            yield Endpoint(installed, installed.services(scenario["product"]), inside.run)
         finally:
             in_place.end_programs(installation.SERVICES)

@@ -73,8 +73,7 @@ def _remove_what_was_made(journal: pathlib.Path) -> None:
         kind, _, name = line.partition(" ")
         path = pathlib.Path(name)
         if kind == "claim":
-            if path.exists() or path.is_symlink():
-                remove_tree(path)
+            remove_tree(path)
         else:
             with contextlib.suppress(OSError):  # gone already, or somebody else's by now
                 path.rmdir()

@@ -1,0 +1,429 @@
+"""What a signature is made of: blobs, CodeDirectories, special slots, the CMS message."""
+
+import datetime
+import struct
+import unittest
+
+from simulator.signing import blobs, cms, der, sign_file
+from tests.code_signing.signed_files.kit import (
+    DECODE, MAKER, SIGNATURE_FAILED, SIGNATURE_INVALID, SIGNATURE_UNSUPPORTED, UNKNOWN_FORMAT,
+    UNSIGNED, UNSUPPORTED_DIGEST, VALID, SignedFileTestCase, components, flipped, patched,
+    super_blob)
+
+# Offsets of a CodeDirectory's fields.
+VERSION, FLAGS, HASHES, IDENTIFIER, SPECIAL_COUNT, PAGE_COUNT, LIMIT = range(8, 36, 4)
+HASH_SIZE, HASH_TYPE, PLATFORM, PAGE_SIZE = range(36, 40)
+SCATTER, TEAM = 44, 48
+LIMIT_64 = 56
+PRE_ENCRYPTION = 92
+
+
+class SignatureTestCase(SignedFileTestCase):
+    def make(self, **options):
+        self.path = self.directory / "library"
+        self.path.write_bytes(b"code" * 3000)
+        self.sidecar = sign_file(self.path, self.identity, **options)
+        self.found = components(self.sidecar.read_bytes())
+        return self.found
+
+    def assert_components(self, expected, found):
+        self.sidecar.write_bytes(super_blob(found))
+        return self.assert_validity(expected, self.path)
+
+    def assert_changed(self, expected, slot, blob):
+        return self.assert_components(expected, {**self.found, slot: blob})
+
+
+class BlobTest(SignatureTestCase):
+    def assert_bytes(self, expected, data):
+        self.sidecar.write_bytes(data)
+        self.assert_validity(expected, self.path)
+
+    def test_lengths_and_offsets_must_lie_inside(self):
+        self.make()
+        data = self.sidecar.read_bytes()
+        count, = struct.unpack_from(">8xI", data)
+        for name, changed in {
+                "magic": patched(data, 0, ">I", 0xFADE0CC1),
+                "length below the header": patched(data, 4, ">I", 11),
+                "length behind the end": patched(data, 4, ">I", len(data) + 1),
+                "largest length": patched(data, 4, ">I", 0xFFFFFFFF),
+                "length before a blob's end": patched(data, 4, ">I", len(data) - 1),
+                "more entries than bytes": patched(data, 8, ">I", len(data)),
+                "most entries": patched(data, 8, ">I", 0xFFFFFFFF),
+                "offset in the index": patched(data, 16, ">I", 12 + 8 * count - 1),
+                "offset at the end": patched(data, 16, ">I", len(data) - 7),
+                "largest offset": patched(data, 16, ">I", 0xFFFFFFFF),
+        }.items():
+            with self.subTest(name):
+                self.assert_bytes(SIGNATURE_INVALID, changed)
+
+    def test_inner_length_must_lie_inside(self):
+        self.make()
+        data = self.sidecar.read_bytes()
+        offset, = struct.unpack_from(">16xI", data)
+        for length in (len(data) - offset + 1, 0xFFFFFFFF):
+            self.assert_bytes(SIGNATURE_INVALID, patched(data, offset + 4, ">I", length))
+
+    def test_an_entry_without_offset_is_absent(self):
+        self.make()
+        data = self.sidecar.read_bytes()
+        self.assert_bytes(UNSIGNED, patched(data, 16, ">I", 0))
+
+    def test_the_first_entry_of_a_slot_counts(self):
+        found = self.make()
+        bodies = [(0, found[0]), (2, found[2]), (0x10000, found[0x10000]), (0, b"\0" * 96)]
+        self.assert_bytes(VALID, self.with_index(bodies))
+        self.assert_bytes(SIGNATURE_FAILED, self.with_index(bodies[3:] + bodies[:3]))
+
+    def test_no_components_are_no_signature(self):
+        self.make()
+        self.assert_components(UNSIGNED, {})
+
+    @staticmethod
+    def with_index(bodies):
+        offset = 12 + 8 * len(bodies)
+        index = body = b""
+        for slot, blob in bodies:
+            if blob[:4] == bytes(4):  # a CodeDirectory of zeros needs a length to be a blob at all
+                blob = struct.pack(">II", 0, len(blob)) + blob[8:]
+            index += struct.pack(">II", slot, offset + len(body))
+            body += blob
+        return struct.pack(">III", 0xFADE0CC0, offset + len(body), len(bodies)) + index + body
+
+
+class CodeDirectoryTest(SignatureTestCase):
+    def test_defects(self):
+        directory = self.make()[0]
+        count, = struct.unpack_from(">I", directory, PAGE_COUNT)
+        pages, = struct.unpack_from(">I", directory, HASHES)
+        huge = 0xFFFFFFFF
+        for name, expected, changed in (
+                ("magic", SIGNATURE_FAILED, patched(directory, 0, ">I", 0xFADE0C01)),
+                ("too old", SIGNATURE_UNSUPPORTED, patched(directory, VERSION, ">I", 0x20000)),
+                ("too new", SIGNATURE_UNSUPPORTED, patched(directory, VERSION, ">I", 0x2F001)),
+                ("identifier outside", SIGNATURE_FAILED, patched(directory, IDENTIFIER, ">I", huge)),
+                ("identifier without end", SIGNATURE_FAILED,
+                 patched(directory[:-1] + b"x", IDENTIFIER, ">I", len(directory) - 1)),
+                ("team outside", SIGNATURE_FAILED, patched(directory, TEAM, ">I", len(directory))),
+                ("hashes outside", SIGNATURE_FAILED, patched(directory, HASHES, ">I", pages + 1)),
+                ("hashes far outside", SIGNATURE_FAILED, patched(directory, HASHES, ">I", huge)),
+                ("special hashes outside", SIGNATURE_FAILED,
+                 patched(directory, SPECIAL_COUNT, ">I", 1000)),
+                ("most special hashes", SIGNATURE_FAILED,
+                 patched(directory, SPECIAL_COUNT, ">I", huge)),
+                ("a page more", SIGNATURE_FAILED, patched(directory, PAGE_COUNT, ">I", count + 1)),
+                ("most pages", SIGNATURE_FAILED, patched(directory, PAGE_COUNT, ">I", huge)),
+                ("limit of no code", SIGNATURE_FAILED, patched(directory, LIMIT, ">I", 0)),
+                ("limit behind the pages", SIGNATURE_FAILED,
+                 patched(directory, LIMIT, ">I", count * 4096 + 1)),
+                ("long limit", SIGNATURE_FAILED,
+                 patched(directory, LIMIT_64, ">Q", 0xFFFFFFFFFFFFFFFF)),
+                ("page size", SIGNATURE_FAILED, patched(directory, PAGE_SIZE, "B", 13)),
+                ("page size of no shift", SIGNATURE_FAILED, patched(directory, PAGE_SIZE, "B", 255)),
+                ("scatter list outside", SIGNATURE_FAILED,
+                 patched(directory, SCATTER, ">I", len(directory) - 23)),
+                ("pre-encryption hashes outside", SIGNATURE_FAILED,
+                 patched(directory, PRE_ENCRYPTION, ">I", len(directory) - 1)),
+                ("hash type", UNSUPPORTED_DIGEST, patched(directory, HASH_TYPE, "B", 5)),
+                ("hash size", SIGNATURE_FAILED, patched(directory, HASH_SIZE, "B", 48)),
+        ):
+            with self.subTest(name):
+                self.assert_changed(expected, 0, changed)
+
+    def test_the_smallest_size_counts_for_every_version(self):
+        directory = self.make(version=0x20200, requirements=None)[0]
+        self.assert_changed(SIGNATURE_FAILED, 0,
+                            struct.pack(">II", 0xFADE0C02, 95) + directory[8:95])
+
+    def test_length_must_be_the_component_s(self):
+        directory = self.make()[0]
+        self.assert_changed(SIGNATURE_FAILED, 0,
+                            patched(directory, 4, ">I", len(directory) - 1))
+
+    def test_defects_come_after_a_missing_message(self):
+        self.make()
+        broken = patched(self.found[0], VERSION, ">I", 0x20000)
+        self.assert_components(UNSIGNED, {0: broken})
+
+    def test_defects_come_after_a_message_that_is_garbage(self):
+        self.make()
+        broken = patched(self.found[0], VERSION, ">I", 0x20000)
+        message = self.found[0x10000][8:]
+        for expected, body in ((UNKNOWN_FORMAT, b"garbage, no message"),
+                               (SIGNATURE_UNSUPPORTED, b""),
+                               (SIGNATURE_UNSUPPORTED, message[:100]),
+                               (SIGNATURE_UNSUPPORTED, message)):
+            with self.subTest(body[:10]):
+                self.assert_components(expected, {
+                    0: broken, 0x10000: blobs.blob(blobs.WRAPPER, body)})
+
+    def test_one_hash_type_twice(self):
+        self.make(hashes=("sha256", "sha256"))
+        self.assert_validity(SIGNATURE_INVALID, self.path)
+
+    def test_alternates_end_at_the_first_that_is_missing(self):
+        found = self.make(hashes=("sha256", "sha1"))
+        second = found.pop(0x1000)
+        found[0x1001] = second[:20] + b"defective" + second[29:]
+        self.assert_components(SIGNATURE_FAILED, found)  # a directory less than the attributes list
+        self.make(hashes=("sha256",))
+        self.assert_changed(VALID, 0x1001, second[:20] + b"defective" + second[29:])
+
+    def test_special_slots_are_those_of_the_best_directory(self):
+        self.make(hashes=("sha1", "sha256"), agility=())
+        best = bytearray(self.found[0x1000])
+        start, = struct.unpack_from(">I", best, HASHES)
+        best[start - 2 * 32] ^= 1
+        self.assert_changed(SIGNATURE_FAILED, 0x1000, bytes(best))
+        self.assert_components(VALID, self.make(hashes=("sha1", "sha256"), agility=()))
+
+    def test_changed_adhoc_directory_is_self_consistent(self):
+        self.make(adhoc=True, team_identifier="ABCDE12345")
+        self.found[0] = self.found[0].replace(b"ABCDE12345", b"ABCDE54321")
+        verdict = self.assert_components(VALID, self.found)
+        self.assertEqual(verdict.team, "ABCDE54321")
+
+    def test_a_stripped_signature_with_the_adhoc_flag_has_no_chain(self):
+        self.make()
+        flags, = struct.unpack_from(">I", self.found[0], FLAGS)
+        self.found[0] = patched(self.found[0], FLAGS, ">I", flags | 2)
+        verdict = self.assert_components(VALID, self.found)
+        self.assertEqual(verdict.certificates, ())
+
+
+class SpecialSlotTest(SignatureTestCase):
+    def test_changed_components(self):
+        self.make(entitlements={"key": True})
+        for slot in (2, 5, 7):
+            blob = self.found[slot]
+            with self.subTest(slot):
+                self.assert_changed(SIGNATURE_FAILED, slot, flipped(blob, len(blob) - 1))
+
+    def test_missing_components(self):
+        self.make(entitlements={"key": True})
+        for slot in (2, 5, 7):
+            found = dict(self.found)
+            del found[slot]
+            with self.subTest(slot):
+                verdict = self.assert_components(SIGNATURE_FAILED, found)
+                self.assertEqual(verdict.certificates[0], MAKER)
+
+    def test_what_no_slot_seals_is_ignored(self):
+        self.make()
+        for slot in (5, 7, 8, 11, 0x20000):
+            with self.subTest(slot):
+                self.assert_changed(VALID, slot, blobs.blob(0xFADE7171, b"anything"))
+
+    def test_raw_components_must_be_wrapped(self):
+        self.make()
+        message = self.found[0x10000]
+        self.assert_changed(SIGNATURE_INVALID, 0x10000, patched(message, 0, ">I", 0xFADE0B02))
+
+    def test_top_directory_lists_all_components(self):
+        listed = struct.pack(">4I", 0, 2, 4, 0x10000)
+        for expected, body in ((VALID, listed), (SIGNATURE_FAILED, listed[:-4]),
+                               (SIGNATURE_FAILED, listed[::-1])):
+            with self.subTest(body):
+                self.make_with_top_directory(body)
+                self.assert_validity(expected, self.path)
+
+    def make_with_top_directory(self, body):
+        """The signer has no such component: signs a directory that was made by hand."""
+        self.make()
+        code = self.path.read_bytes()
+        directory = blobs.CodeDirectory(
+            identifier="library", team_identifier=None, hash_name="sha256", page_size=12, flags=0,
+            version=0x20500, special={2: self.found[2], 4: body}).encode(code)
+        self.sidecar.write_bytes(super_blob({
+            0: directory, 2: self.found[2], 4: blobs.blob(blobs.WRAPPER, body),
+            0x10000: blobs.blob(blobs.WRAPPER, self.sign(directory))}))
+
+    def sign(self, content):
+        certificates = self.identity.certificates
+        return cms.signed_data(content, certificates["leaf"],
+                               [certificates["leaf"], certificates["intermediate"]], [],
+                               key_type=self.identity.profile.key_type)
+
+
+class MessageTest(SignatureTestCase):
+    def assert_message(self, expected, message):
+        return self.assert_changed(expected, 0x10000, blobs.blob(blobs.WRAPPER, message))
+
+    def message(self, *attributes, content=None, **options):
+        certificates = self.identity.certificates
+        return cms.signed_data(
+            self.found[0] if content is None else content, certificates["leaf"],
+            [certificates["leaf"], certificates["intermediate"]], list(attributes),
+            key_type=self.identity.profile.key_type, **options)
+
+    def test_none_is_unsigned(self):
+        self.make()
+        del self.found[0x10000]
+        verdict = self.assert_components(UNSIGNED, self.found)
+        self.assertEqual((verdict.team, verdict.certificates), (None, ()))
+
+    def test_unreadable(self):
+        self.make()
+        message = self.found[0x10000][8:]
+        for name, body in {"empty": b"", "cut off": message[:-1], "cut off early": message[:20],
+                           "garbage": b"\x80garbage", "a number": der.integer(1),
+                           "zeros": bytes(50), "nested": b"\x30\x80" * 5000}.items():
+            with self.subTest(name):
+                self.assert_message(UNKNOWN_FORMAT, body)
+
+    def test_an_unreadable_one_still_tells_the_team(self):
+        self.make()
+        verdict = self.assert_message(UNKNOWN_FORMAT, b"")
+        self.assertEqual((verdict.team, verdict.certificates), ("QK7ZP2M9XD", ()))
+
+    def test_bytes_after_it_are_ignored(self):
+        self.make()
+        self.assert_message(VALID, self.found[0x10000][8:] + b"more")
+
+    def test_not_signed_data(self):
+        self.make()
+        self.assert_message(SIGNATURE_FAILED, der.sequence(
+            der.oid(cms.ID_DATA), der.explicit(0, der.octet_string(b"data"))))
+
+    def test_without_signer(self):
+        self.make()
+        self.assert_message(SIGNATURE_FAILED, der.sequence(
+            der.oid(cms.ID_SIGNED_DATA), der.explicit(0, der.sequence(
+                der.integer(1), der.set_of(cms.SHA256), der.sequence(der.oid(cms.ID_DATA)),
+                der.set_of()))))
+
+    def test_without_further_attributes(self):
+        self.make()
+        self.assert_message(VALID, self.message())
+
+    def test_about_other_content(self):
+        self.make()
+        self.assert_message(SIGNATURE_FAILED, self.message(content=b"other"))
+
+    def test_content_within_it_does_not_count(self):
+        self.make()
+        self.assert_message(VALID, self.message(attached=True))
+        self.assert_message(SIGNATURE_FAILED, self.message(content=b"other", attached=True))
+
+    def test_digest_that_is_not_announced(self):
+        self.make()
+        self.assert_message(SIGNATURE_FAILED,
+                            self.message().replace(der.set_of(cms.SHA256), der.set_of(), 1))
+
+    def test_another_content_type_than_the_attribute_s(self):
+        self.make()
+        message = self.message()
+        kind = der.sequence(der.oid(cms.ID_DATA))
+        self.assertEqual(message.count(kind), 1)
+        self.assert_message(SIGNATURE_FAILED, message.replace(
+            kind, der.sequence(der.oid("1.2.840.113549.1.7.6"))))
+
+    def test_wrong_signature(self):
+        self.make()
+        message = self.message()
+        self.assert_message(SIGNATURE_FAILED, flipped(message, len(message) - 20))
+
+    def test_changed_signed_attribute(self):
+        self.make()
+        message = self.found[0x10000][8:]
+        digest_at = message.index(der.oid(cms.ATTRIBUTE_MESSAGE_DIGEST)) + 20
+        time_at = message.index(der.oid(cms.ATTRIBUTE_SIGNING_TIME)) + 20
+        for offset in (digest_at, time_at):
+            self.assert_message(SIGNATURE_FAILED, flipped(message, offset))
+
+    def test_unsigned_attributes_without_time_stamp(self):
+        self.make()
+        kept = cms.ATTRIBUTE_TIMESTAMP_TOKEN
+        try:
+            cms.ATTRIBUTE_TIMESTAMP_TOKEN = "1.2.840.113549.1.9.16.2.15"
+            message = self.message(timestamp=lambda _: der.null())
+        finally:
+            cms.ATTRIBUTE_TIMESTAMP_TOKEN = kept
+        self.assert_message(SIGNATURE_FAILED, message)
+
+    def test_time_stamp_that_is_none(self):
+        self.make()
+        for token in (der.null(), der.sequence(der.integer(1)), self.message(attached=True)):
+            self.assert_message(SIGNATURE_FAILED, self.message(timestamp=lambda _, t=token: t))
+
+    def test_signing_time_may_be_nonsense(self):
+        self.make()
+        for value in (der.integer(5), der.element(0x17, b"no time at all")):
+            self.assert_message(VALID, self.message(
+                cms.attribute(cms.ATTRIBUTE_SIGNING_TIME, value)))
+
+
+class HashAgilityTest(SignatureTestCase):
+    def make(self, **options):
+        super().make(hashes=("sha1", "sha256"), **options)
+        self.directories = [("sha1", self.found[0]), ("sha256", self.found[0x1000])]
+
+    def assert_attributes(self, expected, *attributes):
+        certificates = self.identity.certificates
+        message = cms.signed_data(
+            self.found[0], certificates["leaf"],
+            [certificates["leaf"], certificates["intermediate"]], list(attributes),
+            key_type=self.identity.profile.key_type)
+        self.assert_changed(expected, 0x10000, blobs.blob(blobs.WRAPPER, message))
+
+    @staticmethod
+    def second(*pairs):
+        return cms.attribute(cms.ATTRIBUTE_HASH_AGILITY_2, *(
+            der.sequence(der.oid(dotted), der.octet_string(value)) for dotted, value in pairs))
+
+    def pairs(self):
+        return [(kind.dotted, full) for kind, full in cms.directory_hashes(self.directories)]
+
+    def test_may_be_absent(self):
+        self.make()
+        self.assert_attributes(VALID)
+
+    def test_first_version_lists_the_hashes_in_order(self):
+        self.make()
+        self.assert_attributes(VALID, cms.hash_agility(self.directories))
+        for body in (b"", b"no list", cms.hash_agility(self.directories[:1])):
+            self.assert_attributes(SIGNATURE_FAILED, cms.attribute(
+                cms.ATTRIBUTE_HASH_AGILITY, der.octet_string(body or b"-")))
+        self.assert_attributes(SIGNATURE_FAILED, cms.hash_agility(self.directories[:1]))
+
+    def test_second_version_lists_every_hash(self):
+        self.make()
+        self.assert_attributes(VALID, self.second(*self.pairs()))
+        self.assert_attributes(VALID, self.second(*reversed(self.pairs())))
+        sha1, sha256 = self.pairs()
+        for name, pairs in {
+                "one less": [sha256],
+                "one more": [sha1, sha256, ("2.16.840.1.101.3.4.2.2", bytes(48))],
+                "a wrong one": [sha1, (sha256[0], bytes(32))],
+                "a cut one": [sha1, (sha256[0], sha256[1][:20])],
+                "another digest": [sha1, ("2.16.840.1.101.3.4.2.2", sha256[1])],
+        }.items():
+            with self.subTest(name):
+                self.assert_attributes(SIGNATURE_FAILED, self.second(*pairs))
+
+    def test_second_version_must_be_readable(self):
+        self.make()
+        sha1, sha256 = self.pairs()
+        self.assert_attributes(DECODE, self.second(sha1, sha1, sha256))
+        for value in (der.integer(1), der.sequence(der.integer(1), der.octet_string(b"")),
+                      der.sequence(der.oid(sha1[0]))):
+            self.assert_attributes(DECODE, cms.attribute(cms.ATTRIBUTE_HASH_AGILITY_2, value))
+
+    def test_an_attribute_that_is_there_twice_is_absent(self):
+        self.make()
+        wrong = self.second(("2.16.840.1.101.3.4.2.2", bytes(48)))
+        self.assert_attributes(VALID, wrong, wrong)
+
+    def test_a_changed_alternate_is_found(self):
+        self.make()
+        changed = self.found[0x1000].replace(b"library\0", b"Library\0")
+        self.assert_changed(SIGNATURE_FAILED, 0x1000, changed)
+
+    def test_signing_time_is_that_of_the_signer(self):
+        self.make(signing_time=datetime.datetime(2020, 1, 1, tzinfo=datetime.timezone.utc))
+        self.assert_validity(VALID, self.path)
+
+
+if __name__ == "__main__":
+    unittest.main()
