@@ -155,6 +155,7 @@ def _open_in_place(build, scenario, logging, programs):
             if program is not None:
                 shutil.copy(program, path)
         try:
-            yield Endpoint(installed, installed.services(scenario["product"]), inside.run)
+            yield Endpoint(installed, installed.services(scenario["product"]),
+                           lambda script, **streams: inside.run(**script, **streams))
         finally:
             in_place.end_programs(installation.SERVICES)

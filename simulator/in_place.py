@@ -73,7 +73,8 @@ def _remove_what_was_made(journal: pathlib.Path) -> None:
         kind, _, name = line.partition(" ")
         path = pathlib.Path(name)
         if kind == "claim":
-            remove_tree(path)
+            if path.exists() or path.is_symlink():
+                remove_tree(path)
         else:
             with contextlib.suppress(OSError):  # gone already, or somebody else's by now
                 path.rmdir()

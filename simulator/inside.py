@@ -13,8 +13,8 @@ from typing import Any
 
 
 def run(command: list[str], services: list[dict[str, Any]], directory: str,
-        environment: dict[str, str]) -> int:
-    """Runs `command` in `directory` while `services` run.
+        environment: dict[str, str], **streams: Any) -> int:
+    """Runs `command` in `directory` while `services` run; `streams` are subprocess.run()'s.
 
     Returns its exit status; 128 and the signal's number if a signal ended it, as shells do.
     """
@@ -22,7 +22,8 @@ def run(command: list[str], services: list[dict[str, Any]], directory: str,
     try:
         for service in services:
             running.append(_start(service))
-        status = subprocess.run(command, cwd=directory, env=environment, check=False).returncode
+        status = subprocess.run(command, cwd=directory, env=environment, check=False,
+                                **streams).returncode
     finally:
         for process in running:
             process.kill()

@@ -12,15 +12,10 @@
 #include <system_error>
 
 #include "platform/linux/tree_copier.h"
+#include "platform/posix/paths.h"
 
 namespace platform {
 namespace {
-
-/// `path` as the name of the thing itself: a slash at the end would lead through a symbolic link.
-std::string WithoutTrailingSlashes(const std::string& path) {
-  const std::size_t last = path.find_last_not_of('/');
-  return last == std::string::npos ? path.substr(0, 1) : path.substr(0, last + 1);
-}
 
 struct CloseWalk {
   void operator()(FTS* walk) const { fts_close(walk); }
@@ -33,13 +28,6 @@ bool IsFirstMeeting(const FTSENT& entry) {
 }
 
 }  // namespace
-
-int ModificationTime(const std::string& path, FileTime& time) {
-  struct stat status;
-  if (stat(path.c_str(), &status) != 0) return errno;
-  time = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-  return 0;
-}
 
 bool CopyTree(const std::string& source, const std::string& destination) {
   const std::string target = WithoutTrailingSlashes(destination);
@@ -86,10 +74,7 @@ void WalkTree(const std::string& root,
 std::optional<std::string> TemporaryDirectory() {
   const char* const chosen = std::getenv("TMPDIR");
   for (const char* const directory : {chosen, "/tmp"}) {
-    if (directory == nullptr || !DirectoryExists(directory)) continue;
-    std::string path = directory;
-    if (path.back() != '/') path += '/';
-    return path;
+    if (directory != nullptr && DirectoryExists(directory)) return WithTrailingSlash(directory);
   }
   return std::nullopt;
 }

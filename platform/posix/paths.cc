@@ -1,3 +1,5 @@
+#include "platform/posix/paths.h"
+
 #include "platform/files.h"
 
 namespace platform {
@@ -21,6 +23,15 @@ std::size_t LastComponentStart(const std::string& path, std::size_t length) {
 
 }  // namespace
 
+std::string WithoutTrailingSlashes(const std::string& path) {
+  return path.substr(0, LengthWithoutTrailingSlashes(path));
+}
+
+std::string WithTrailingSlash(const std::string& path) {
+  const std::string item = WithoutTrailingSlashes(path);
+  return item.back() == kSeparator ? item : item + kSeparator;
+}
+
 std::string LastPathComponent(const std::string& path) {
   const std::size_t length = LengthWithoutTrailingSlashes(path);
   const std::size_t start = LastComponentStart(path, length);
@@ -38,12 +49,12 @@ std::string ParentPath(const std::string& path) {
   const std::size_t start = LastComponentStart(path, LengthWithoutTrailingSlashes(path));
   if (start == 0) return path.empty() || path.front() != kSeparator ? "" : "/";
   const std::string parent = path.substr(0, start);
-  return parent.substr(0, LengthWithoutTrailingSlashes(parent));
+  return WithoutTrailingSlashes(parent);
 }
 
 std::string JoinPath(const std::string& directory, const std::string& component) {
   if (directory.empty()) return component;
-  std::string path = directory.substr(0, LengthWithoutTrailingSlashes(directory));
+  std::string path = WithoutTrailingSlashes(directory);
   const std::size_t start = component.find_first_not_of(kSeparator);
   if (start == std::string::npos) return path;
   if (path.back() != kSeparator) path += kSeparator;

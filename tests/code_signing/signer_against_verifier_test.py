@@ -282,6 +282,28 @@ class PlainFileTest(AgreementTestCase):
                     sidecar.write_bytes(whole)
         self.assertEqual(self.status(path), SUCCESS)
 
+    def test_named_algorithm_must_be_the_signature_s(self):
+        rsa = self.make_identity("rsa", key_type="rsa")
+        path = self.make_file()
+        with_rsa, with_ec = bytes.fromhex("2a864886f70d0101"), bytes.fromhex("2a8648ce3d0403")
+        cases = (  # with the last octet of the identifier
+            (rsa, with_rsa, 1, SUCCESS),  # RSA
+            (rsa, with_rsa, 11, SUCCESS),  # RSA with SHA-256
+            (rsa, with_rsa, 5, SIGNATURE_FAILED),  # RSA with SHA-1
+            (rsa, with_rsa, 12, SIGNATURE_FAILED),  # RSA with SHA-384
+            (rsa, with_rsa, 99, SIGNATURE_FAILED),  # nothing
+            (self.identity, with_ec, 2, SUCCESS),  # ECDSA with SHA-256
+            (self.identity, with_ec, 3, SIGNATURE_FAILED),  # ECDSA with SHA-384
+            (self.identity, with_ec, 99, SIGNATURE_FAILED),  # nothing
+        )
+        for identity, stem, last, expected in cases:
+            with self.subTest(stem=stem.hex(), last=last):
+                sidecar = sign_file(path, identity)
+                data = bytearray(sidecar.read_bytes())
+                data[data.rindex(stem) + len(stem)] = last
+                sidecar.write_bytes(data)
+                self.assertEqual(self.status(path), expected)
+
     def test_broken_signature_files(self):
         path = self.make_file()
         sidecar = sign_file(path, self.identity)

@@ -65,7 +65,8 @@ int ListArguments(const Arguments& arguments) {
   return 0;
 }
 
-/// Writes the numbers of the signals that are blocked or not handled by default.
+/// Writes the numbers of the signals that are blocked or ignored; no handler outlives the start of
+/// a program.
 int ListSignals(const Arguments& arguments) {
   std::string odd;
   sigset_t blocked;
@@ -73,7 +74,7 @@ int ListSignals(const Arguments& arguments) {
   for (int number = 1; number <= kHighestSignal; ++number) {
     struct sigaction action = {};
     sigaction(number, nullptr, &action);
-    if (action.sa_handler != SIG_DFL || sigismember(&blocked, number) == 1) {
+    if (action.sa_handler == SIG_IGN || sigismember(&blocked, number) == 1) {
       odd += ' ' + std::to_string(number);
     }
   }

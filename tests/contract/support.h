@@ -11,12 +11,8 @@
 /// Kit of the contract tests. It uses POSIX alone, so that what is tested never tests itself.
 namespace contract {
 
-/// Whether the Foundation adapters run under GNUstep and not on macOS.
-#ifdef KX_CONTRACT_GNUSTEP
-inline constexpr bool kGnustep = true;
-#else
-inline constexpr bool kGnustep = false;
-#endif
+/// Whether the Foundation adapters run under GNUstep and not on macOS. Each program says.
+extern const bool kGnustep;
 
 /// Mode of a directory that nobody may write.
 inline constexpr mode_t kReadOnly = S_IRUSR | S_IXUSR | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;

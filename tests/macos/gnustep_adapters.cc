@@ -1,0 +1,3 @@
+#include "tests/contract/support.h"
+
+const bool contract::kGnustep = true;
