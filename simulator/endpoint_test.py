@@ -212,6 +212,16 @@ class InPlace(unittest.TestCase):
         self.assertRegex(record, r"^1\|.+\|.+\|.+")
         self.assertNotIn("KX", names)
 
+    def test_installer_tools_are_there_for_the_time_of_a_run(self):
+        _, output, _ = self.in_place(
+            "$RUN --scenario installer --sleep-divisor 1000 -runInstaller "
+            "/demo/package-image/Setup.iso; cat /proc/[0-9]*/comm; "
+            "ls -d /Volumes /demo /usr/bin/hdiutil /usr/sbin/installer")
+        record, _, rest = output.partition("sh\n")
+        self.assertRegex(record, r"^1\|.+\|.+\|.+")
+        self.assertNotIn("KX", rest)
+        self.assertNotIn("/", rest)
+
     def test_taken_paths_are_left_alone(self):
         status, _, errors = self.in_place(
             "mkdir -p /Library/Corvane; $RUN -getVersion; code=$?; ls -d /Library/Corvane && "

@@ -82,7 +82,7 @@ class Endpoint:
             "command": command,
             "services": self._services,
             "directory": installation.WORKING_DIRECTORY,
-            "environment": {"PATH": _PATH, "TMPDIR": "/tmp", "HOME": "/tmp", **kept,
+            "environment": {"PATH": _PATH, "TMPDIR": installation.TEMPORARY, "HOME": installation.TEMPORARY, **kept,
                             **(environment or {})},
         }
         return self._run(script, **streams)

@@ -17,6 +17,7 @@ TOOL = f"{TOOL_DIRECTORY}/KXTool"
 LOG = f"{TOOL_DIRECTORY}/log.txt"
 WORKING_DIRECTORY = f"{TOOL_DIRECTORY}/work"
 FAST_SLEEP = f"{TOOL_DIRECTORY}/fast_sleep.so"
+TEMPORARY = f"{TOOL_DIRECTORY}/tmp"
 STAND_INS = "/Library/Corvane/XQP/simulator"
 CALL_RECORD = f"{STAND_INS}/calls.jsonl"
 SERVICES = "/Library/Corvane/XQP/services"
@@ -91,7 +92,7 @@ class Installation:
 
     def write(self, scenario: dict[str, Json], logging: bool) -> None:
         """Writes everything that a complete scenario wants. Raises BuildError, SigningError."""
-        for directory in (TOOL_DIRECTORY, WORKING_DIRECTORY, STAND_INS, VOLUMES, DEMONSTRATIONS):
+        for directory in (WORKING_DIRECTORY, TEMPORARY, STAND_INS, VOLUMES, DEMONSTRATIONS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self._write_tool(logging)
         self._write_program_modules()

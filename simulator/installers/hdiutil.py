@@ -100,7 +100,12 @@ def _attach(words):
         mount_point = _make_mount_point(_volume_name(image))
         _unpack(image, mount_point)
         device = _make_device(mount_point)
-    sys.stdout.buffer.write(_output(wanted["output"], device, mount_point))
+    try:
+        sys.stdout.buffer.write(_output(wanted["output"], device, mount_point))
+        sys.stdout.flush()
+    except OSError as error:
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())  # what is left is dropped
+        raise Failure(f"hdiutil: {error.strerror}") from error
     stand_in.end(wanted)
 
 

@@ -1,9 +1,15 @@
 """Installing a package from a disk image: whole logs, the programs' arguments, and the files."""
 
+import concurrent.futures
+import contextlib
+import fcntl
 import os
+import pathlib
 import subprocess
+import sys
 import tempfile
-import unittest
+import termios
+import time
 
 from simulator import installation
 from simulator.installers import images
@@ -11,8 +17,8 @@ from tests.end_to_end import detections as d
 from tests.end_to_end.harness import BUILD
 from tests.end_to_end.installer_case import (
     CONFIGURATION, FIRST_NUMBER, IMAGE, PACKAGE, PLACE, TEMPORARY, InstallerCase, attach,
-    device_at_top, fill_with_package, fill_with_small_package, finish, install, missing, scenario,
-    search)
+    device_at_top, fill_with_package, fill_with_small_package, finish, install, missing, needs_sandbox,
+    scenario, search)
 
 ATTACH = ["hdiutil", "attach", IMAGE, "-plist", "-private", "-nobrowse"]
 INSTALL = ["installer", "-pkg", PACKAGE, "-target", "/"]
@@ -20,7 +26,7 @@ DETACH = ["hdiutil", "detach"]  # the device is not where it is looked for
 DETACH_DEVICE = ["hdiutil", "detach", "/dev/disk2", "-quiet"]
 MOUNTED = ("/Volumes/SETUP/Setup.pkg", "/Volumes/SETUP/installer.xml")
 FOUND = search("Setup.pkg", "installer.xml")
-NEXT_TEMPORARY = f"/tmp/KXToolInstall_{FIRST_NUMBER + 1}"
+NEXT_TEMPORARY = f"{installation.TEMPORARY}/KXToolInstall_{FIRST_NUMBER + 1}"
 NOT_MOUNTED = "Cannot find mount point"
 NOT_COPIED = "Cannot copy new app or installer xml does not exist and it cannot be copied"
 
@@ -125,7 +131,7 @@ class Success(ImageCase):
             image = os.path.join(folder, "my image.iso")
             content = os.path.join(folder, "content")
             os.mkdir(content)
-            fill_with_package(images.pathlib.Path(content))
+            fill_with_package(pathlib.Path(content))
             images.write_image(content, image)
             before = sorted(os.listdir(folder))
             launcher = os.path.join(os.path.dirname(installation.__file__), "endpoint.py")
@@ -221,7 +227,7 @@ class Attaching(ImageCase):
 
     def test_program_that_cannot_be_started(self):
         with self.endpoint() as other:
-            program = other.path("/tmp/hdiutil")
+            program = other.path("/demo/hdiutil")
             for mode, content, status in ((0o644, "#!/bin/sh\n", 13), (0o755, "\0\0\0\0", 8)):
                 with self.subTest(status=status):
                     program.write_text(content)
@@ -316,10 +322,11 @@ class TemporaryFile(ImageCase):
                 "acts": False, "status": 3, "output": {"text": "said"}})) as endpoint:
             for number in range(3):
                 self.assertEqual(self.install(endpoint).status, 3)
-                path = endpoint.path(f"/tmp/KXToolInstall_{FIRST_NUMBER + number}")
+                path = endpoint.path(
+                    f"{installation.TEMPORARY}/KXToolInstall_{FIRST_NUMBER + number}")
                 self.assertEqual(path.read_text(), "said")
                 self.assertEqual(path.stat().st_mode & 0o777, 0o600)
-            self.assertEqual(len(os.listdir(endpoint.path("/tmp"))), 3)
+            self.assertEqual(len(os.listdir(endpoint.path(installation.TEMPORARY))), 3)
 
     def test_whatever_is_in_the_way_is_left_alone(self):
         ways = {"file": lambda path: path.write_text("mine"),
@@ -353,27 +360,31 @@ class TemporaryFile(ImageCase):
         run = self.install(endpoint)
         return [(call["descriptors"]["1"], call["arguments"]) for call in run.calls]
 
+    @needs_sandbox
     def test_no_temporary_directory(self):
         with self.prepared(fill_with_small_package) as endpoint:
             endpoint.path("/tmp").rmdir()
+            endpoint.path(installation.TEMPORARY).rmdir()
             run = self.install(endpoint)
             self.assert_answer(run, 2, d.ABSENT)
             self.assert_whole_log(run, [*attach(), "Cannot create temporary directory"])
             self.assert_programs(run)
 
+    @needs_sandbox
     def test_directory_in_which_nothing_can_be_created(self):
         with self.prepared(fill_with_small_package) as endpoint:
-            endpoint.path("/tmp").chmod(0o555)
+            endpoint.path(installation.TEMPORARY).chmod(0o555)
             run = self.install(endpoint)
             self.assert_answer(run, 13, d.ABSENT)
             self.assert_whole_log(run, [*attach(), "Failed to mount installer. Exit code: 13"])
             self.assert_programs(run)
 
+    @needs_sandbox
     def test_full_disk(self):
         filler = {"system-entities": [{"content-hint": "filler" * 2000},
                                       {"mount-point": "$mountPoint"}]}
         with self.prepared(fill_with_small_package, property_list(filler),
-                           volumes={"/tmp": 4096}) as endpoint:
+                           volumes={installation.TEMPORARY: 4096}) as endpoint:
             run = self.install(endpoint)
             self.assert_answer(run, 1, d.ABSENT)
             self.assert_whole_log(run, [*attach(), "Failed to mount installer. Exit code: 1"])
@@ -538,6 +549,7 @@ class Copying(ImageCase):
                 self.assert_answer(run, 0, d.HEALTHY)
                 self.assert_files(endpoint, IMAGE, *MOUNTED)
 
+    @needs_sandbox
     def test_old_copy_that_cannot_be_deleted(self):
         def prepare(endpoint):
             endpoint.path(PACKAGE).write_text("old")
@@ -545,6 +557,7 @@ class Copying(ImageCase):
 
         self.check_failure("Cannot remove app path", 13, prepare, left=[PACKAGE])
 
+    @needs_sandbox
     def test_directory_in_which_nothing_can_be_created(self):
         self.check_failure(NOT_COPIED, 2, lambda endpoint: endpoint.path(PLACE).chmod(0o555))
 
@@ -566,6 +579,7 @@ class Copying(ImageCase):
             self.assert_whole_log(run, [*attach(), *FOUND, NOT_COPIED, finish(2)])
             self.assert_files(endpoint, IMAGE)
 
+    @needs_sandbox
     def test_package_that_cannot_be_read(self):
         def fill(folder):
             fill_with_small_package(folder)
@@ -577,22 +591,79 @@ class Copying(ImageCase):
             self.assert_whole_log(run, [*attach(), *FOUND, NOT_COPIED, finish(2)])
             self.assert_files(endpoint, IMAGE)
 
+    @needs_sandbox
     def test_full_disk(self):
         """The image lies on a small disk on which there is no room for the package."""
         with self.prepared(fill_with_package, scenario(attach=device_at_top()),
                            volumes={"/demo/small": 8 * 1024}) as endpoint:
             script = (f"ln -s {IMAGE} /demo/small/Setup.iso; {installation.TOOL} -runInstaller "
-                      "/demo/small/Setup.iso; echo; echo $?; ls /demo/small")
+                      "/demo/small/Setup.iso; echo \" $?\"; ls /demo/small")
             with tempfile.TemporaryFile() as output:
                 endpoint.run(["/bin/sh", "-c", script], stdout=output, timeout=60)
                 output.seek(0)
                 lines = output.read().decode().splitlines()
-            self.assertEqual(lines, [d.ABSENT, "0", "Setup.iso"])
+            self.assertEqual(lines, [f"{d.ABSENT} 2", "Setup.iso"])
             log = endpoint.path(installation.LOG).read_text().splitlines()
             self.assertEqual([line[20:] for line in log[-2:]], [NOT_COPIED, finish(2)])
 
-    def test_item_that_vanishes_after_it_was_found(self):
-        """A helper deletes the package as soon as the walk has gone on to a folder behind it."""
+
+class Vanishing(ImageCase):
+    """Something is gone between the search and the copying.
+
+    The log is a pipe with just so much room that the tool waits in between: before the line that
+    follows the search.
+    """
+
+    PAGE = 4096
+
+    def check(self, vanishing, left):
+        expected = [*attach(), *FOUND, NOT_COPIED, finish(2)]
+        before = b"".join(b"0000-00-00 00:00:00 %b\n" % line.encode()
+                          for line in expected[:expected.index("Running ORVEX install process")])
+        with self.prepared(fill_with_small_package, scenario(attach=device_at_top())) as endpoint, \
+                tempfile.TemporaryFile() as output:
+            os.mkfifo(endpoint.path(installation.LOG))
+            pipe = os.open(endpoint.path(installation.LOG), os.O_RDWR | os.O_NONBLOCK)
+            self.assertEqual(fcntl.fcntl(pipe, fcntl.F_SETPIPE_SZ, self.PAGE), self.PAGE)
+            filler = b"." * (self.PAGE - len(before))
+            os.write(pipe, filler)
+            with concurrent.futures.ThreadPoolExecutor() as pool:
+                end = pool.submit(endpoint.run_tool, ["-runInstaller", IMAGE], 1000, stdout=output,
+                                  timeout=60)
+                self.await_content(pipe, self.PAGE, end)
+                endpoint.path(vanishing).unlink()
+                log = self.read_until(pipe, end)
+            os.close(pipe)
+            endpoint.path(installation.LOG).unlink()
+            self.assertEqual(end.result(), 2)
+            lines = log[len(filler):].decode().splitlines()
+            self.assertEqual(sorted(line[20:] for line in lines), sorted(expected))
+            self.assertEqual([line[20:] for line in lines[-2:]], expected[-2:])
+            self.assert_files(endpoint, IMAGE, *left)
+
+    def await_content(self, pipe, size, end):
+        while int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)), sys.byteorder) < size:
+            self.assertFalse(end.done(), "the tool did not wait")
+            time.sleep(0.001)
+
+    @staticmethod
+    def read_until(pipe, end):
+        content = b""
+        while True:
+            done = end.done()
+            with contextlib.suppress(BlockingIOError):
+                content += os.read(pipe, 65536)
+                continue
+            if done:
+                return content
+            time.sleep(0.001)
+
+    def test_package(self):
+        self.check("/Volumes/SETUP/Setup.pkg", left=[])
+
+    def test_configuration(self):
+        """The package has been copied by then, and stays."""
+        self.check("/Volumes/SETUP/installer.xml", left=[PACKAGE])
 
 
 class Ending(ImageCase):
@@ -606,7 +677,7 @@ class Ending(ImageCase):
             self.assert_whole_log(run, [*attach(), *FOUND, *install(status, d.NOTHING)])
             self.assert_programs(run, ATTACH, INSTALL, DETACH_DEVICE)
             return run, [path.name for path in endpoint.path(PLACE).iterdir()], \
-                os.listdir(endpoint.path("/tmp")), os.listdir(endpoint.path("/Volumes"))
+                os.listdir(endpoint.path(installation.TEMPORARY)), os.listdir(endpoint.path("/Volumes"))
 
     def test_installers_exit_status(self):
         for status in (1, 22, 255):
@@ -651,7 +722,3 @@ class Tools(ImageCase):
             output.seek(0)
             self.assertEqual(output.read().decode().split(), [str(code) for _, code in cases])
             self.assert_files(endpoint, IMAGE)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,10 +3,11 @@
 import dataclasses
 import pathlib
 import tempfile
+import unittest
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 
-from simulator import endpoints
+from simulator import endpoints, installation, sandbox
 from simulator.installers import images
 from tests.end_to_end import detections as d
 from tests.end_to_end.harness import BUILD, EndToEndCase, ToolRun
@@ -17,8 +18,11 @@ PACKAGE = f"{PLACE}/Setup.pkg"
 CONFIGURATION = f"{PLACE}/installer.xml"
 ABSENT = {"layout": None, "services": []}
 FIRST_NUMBER = 1804289383  # rand() without a seed
-TEMPORARY = f"/tmp/KXToolInstall_{FIRST_NUMBER}"
+TEMPORARY = f"{installation.TEMPORARY}/KXToolInstall_{FIRST_NUMBER}"
 MEDIA = images.Media(BUILD)
+
+# For what only a sandbox offers: users without special rights, small disks, a /tmp of its own.
+needs_sandbox = unittest.skipIf(sandbox.refusal(), "endpoints are made in place here")
 
 _STARTS = {"-runInstaller": "run installer", "-runSetupDownloader": "setup downloader"}
 
@@ -131,7 +135,7 @@ class InstallerCase(EndToEndCase):
     def assert_files(self, endpoint: endpoints.Endpoint, *expected: str) -> None:
         """All files, links and empty folders in the places that installations touch."""
         found = []
-        for place in ("/demo", "/tmp", "/Volumes"):
+        for place in (installation.DEMONSTRATIONS, installation.TEMPORARY, installation.VOLUMES):
             top = endpoint.path(place)
             found += [f"{place}/{path.relative_to(top)}" for path in top.rglob("*")
                       if path.is_symlink() or not path.is_dir() or not any(path.iterdir())]

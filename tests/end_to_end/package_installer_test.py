@@ -11,7 +11,7 @@ from simulator.installers import images
 from tests.end_to_end import detections as d
 from tests.end_to_end.installer_case import (
     ABSENT, CONFIGURATION, IMAGE, MEDIA, PACKAGE, PLACE, InstallerCase, attach, begin,
-    from_package, scenario)
+    from_package, needs_sandbox, scenario)
 
 RUN_PACKAGE = ["installer", "-pkg", PACKAGE, "-target", "/"]
 
@@ -200,7 +200,7 @@ class Failures(PackageCase):
 
     def test_installer_that_cannot_be_started(self):
         with self.endpoint() as other:
-            program = other.path("/tmp/installer")
+            program = other.path("/demo/installer")
             for mode, text, status in ((0o644, "#!/bin/sh\n", 13), (0o755, "\0\0\0\0", 8),
                                        (0o755, "#!/nowhere/sh\n", 2)):
                 with self.subTest(status=status):
@@ -209,6 +209,7 @@ class Failures(PackageCase):
                     run = self.check_failure(status, programs={"/usr/sbin/installer": program})
                     self.assert_programs(run)
 
+    @needs_sandbox
     def test_package_in_a_folder_that_may_not_be_changed(self):
         with self.prepared() as endpoint:
             self.put_package(endpoint)
@@ -271,13 +272,11 @@ class Refusals(PackageCase):
         for option in self.OPTIONS:
             with self.prepared() as endpoint:
                 self.put_files(endpoint)
-                endpoint.path("/demo/closed/below").mkdir(parents=True)
-                endpoint.path("/demo/closed").chmod(0)
                 endpoint.path("/demo/loop").symlink_to("loop")
                 endpoint.path("/demo/astray.pkg").symlink_to("nowhere")
                 for path, error in (("/demo/nothing.pkg", 2), ("/nowhere/Setup.iso", 2), ("", 2),
                                     (f"{PACKAGE}/Setup.iso", 20), (f"{PACKAGE}/", 20),
-                                    ("/demo/closed/below", 13), ("/demo/loop", 40),
+                                    ("/demo/loop", 40),
                                     ("/demo/astray.pkg", 2), (f"/demo/{'n' * 256}.pkg", 36)):
                     with self.subTest(option=option, path=path):
                         endpoint.path(installation.LOG).unlink(missing_ok=True)
@@ -286,6 +285,15 @@ class Refusals(PackageCase):
                         self.assert_whole_log(run, [
                             *begin(option), "Invalid file attributes or Installer is a directory"])
                         self.assert_programs(run)
+
+    @needs_sandbox
+    def test_path_in_a_folder_that_may_not_be_entered(self):
+        with self.prepared() as endpoint:
+            endpoint.path("/demo/closed/below").mkdir(parents=True)
+            endpoint.path("/demo/closed").chmod(0)
+            run = self.run_tool_on(endpoint, "-runInstaller", "/demo/closed/below")
+            self.assert_answer(run, 13, d.ABSENT)
+            endpoint.path("/demo/closed").chmod(0o755)
 
     def test_wrong_number_of_arguments(self):
         for option, name in zip(self.OPTIONS, ("installerPath", "setupDownloaderPath"),
