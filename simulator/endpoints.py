@@ -70,7 +70,8 @@ class Endpoint:
         environment = {}
         if sleep_divisor is not None:
             environment = {"LD_PRELOAD": installation.FAST_SLEEP,
-                           "KX_SLEEP_DIVISOR": str(sleep_divisor)}
+                           "KX_SLEEP_DIVISOR": str(sleep_divisor),
+                           "ASAN_OPTIONS": _address_sanitizer_options()}
         return self.run([installation.TOOL, *words], environment, **streams)
 
     def run(self, command: list[str], environment: dict[str, str] | None = None,
@@ -86,6 +87,12 @@ class Endpoint:
                             **(environment or {})},
         }
         return self._run(script, **streams)
+
+
+def _address_sanitizer_options() -> str:
+    """The caller's, but a tool with the sanitizer shall accept a library that is loaded before."""
+    given = os.environ.get("ASAN_OPTIONS")
+    return ":".join(([given] if given else []) + ["verify_asan_link_order=0"])
 
 
 @contextlib.contextmanager
