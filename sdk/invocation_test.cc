@@ -123,7 +123,7 @@ TEST_F(InvocationTest, AnsweredCall) {
   EXPECT_THAT(world.Calls(), ElementsAre(kLoadCall, "get instance", "register", "run", "unregister",
                                          "release instance", "unload"));
   EXPECT_THAT(sdk.Requests(), ElementsAre(agentsdkMethods.at(kMethod)));
-  EXPECT_EQ(sdk.context, &Tool());
+  EXPECT_EQ(sdk.LastRegistered().context, &Tool());
 }
 
 TEST_F(InvocationTest, NullLoggerChangesNothing) {

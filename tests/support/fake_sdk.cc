@@ -74,19 +74,26 @@ void Sdk::Install(int number) {
       {"AgentSDK_ReleaseInstance", reinterpret_cast<void*>(ReleaseInstanceExport)}};
 }
 
+Sdk::Registered Sdk::LastRegistered() const {
+  const std::lock_guard<std::mutex> lock(lastLock_);
+  return last_;
+}
+
 void Sdk::Complete(const char* batchContext, int error, const char* result) const {
-  callbacks->onRan(context, batchContext, error, result);
+  const Registered target = LastRegistered();
+  target.callbacks.onRan(target.context, batchContext, error, result);
 }
 
 void Sdk::Raise(const char* eventName, const char* eventData) const {
-  callbacks->onProductEvent(context, eventName, eventData);
+  const Registered target = LastRegistered();
+  target.callbacks.onProductEvent(target.context, eventName, eventData);
 }
 
 void Sdk::RaiseAndSettle(const char* eventName) const {
   Raise(eventName);
   const auto isPending = [this] {
     const std::lock_guard<std::mutex> lock(locker);
-    return !static_cast<KXTool*>(context)->productEvents.empty();
+    return !static_cast<KXTool*>(LastRegistered().context)->productEvents.empty();
   };
   const bool isDecisive = std::strcmp(eventName, "FileScan.OnDemand.ScanStarted") == 0 ||
                           std::strcmp(eventName, "FileScan.OnDemand.ScanFailed") == 0;
@@ -141,9 +148,10 @@ int Sdk::Register(void* instance, const AgentSDKCallbacks* newCallbacks, void* n
   EXPECT_EQ(instances_.count(instance), 1U);
   EXPECT_EQ(newCallbacks->size, 24U);
   if (const int status = NextStatus(registerStatuses); status != 0) return status;
-  copy_ = *newCallbacks;
-  callbacks = &copy_;
-  context = newContext;
+  {
+    const std::lock_guard<std::mutex> lock(lastLock_);
+    last_ = {*newCallbacks, newContext};
+  }
   registered_.insert(instance);
   return 0;
 }

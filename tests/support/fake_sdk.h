@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -58,9 +59,12 @@ class Sdk {
   std::size_t LiveInstances() const { return instances_.size(); }
   std::size_t LiveRegistrations() const { return registered_.size(); }
 
-  /// What was registered last.
-  const AgentSDKCallbacks* callbacks = nullptr;
-  void* context = nullptr;
+  /// What was registered last. Any thread may ask.
+  struct Registered {
+    AgentSDKCallbacks callbacks{};
+    void* context = nullptr;
+  };
+  Registered LastRegistered() const;
 
   // The library's functions.
   int GetInstance(void** instance, int reserved);
@@ -73,7 +77,8 @@ class Sdk {
   std::deque<std::string> requests_;
   std::string batch_;
   std::int64_t instanceTime_ = 0;
-  AgentSDKCallbacks copy_{};
+  mutable std::mutex lastLock_;
+  Registered last_;
   std::set<void*> instances_;
   std::set<void*> registered_;
 };
