@@ -1,0 +1,280 @@
+// Scans with real threads and real waits, and with callbacks that come whenever they like.
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <thread>
+
+#include "sdk/run_state.h"
+#include "tests/support/tool_test.h"
+
+namespace sdk {
+namespace {
+
+constexpr char kStarted[] = "FileScan.OnDemand.ScanStarted";
+constexpr char kFailed[] = "FileScan.OnDemand.ScanFailed";
+constexpr char kUnrelated[] = "Update.Finished";
+
+/// Seconds that a watched scan may take here. None comes near it unless a notification is lost.
+constexpr int kLimit = 60;
+
+/// How many calls the tests make: `usual`, fewer under the sanitizers, which are slow, or what the
+/// environment says.
+int CallCount(int usual) {
+  if (const char* const count = std::getenv("KX_TEST_CALLS"); count != nullptr) {
+    return std::atoi(count);
+  }
+#if defined(__SANITIZE_THREAD__)
+  return usual / 50;
+#elif defined(__SANITIZE_ADDRESS__)
+  return usual / 10;
+#else
+  return usual;
+#endif
+}
+
+/// The product's side of the calls: a thread that acts once for each run.
+class Product {
+ public:
+  /// @param rescue called again and again when a call has not returned long after its limit
+  explicit Product(std::function<void()> rescue)
+      : rescue_(std::move(rescue)), thread_([this] { ActForever(); }) {}
+  ~Product() {
+    {
+      const std::lock_guard<std::mutex> lock(lock_);
+      isOver_ = true;
+    }
+    changed_.notify_all();
+    thread_.join();
+  }
+
+  /// Lets the thread do `action`. Called once in a call to the tool, from the run.
+  void Begin(std::function<void()> action) {
+    {
+      const std::lock_guard<std::mutex> lock(lock_);
+      action_ = std::move(action);
+      hasReturned_ = false;
+    }
+    changed_.notify_all();
+  }
+
+  /// To be called when the call to the tool has returned; waits for the end of the action.
+  void End() {
+    std::unique_lock<std::mutex> lock(lock_);
+    hasReturned_ = true;
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return !action_; });
+  }
+
+ private:
+  void ActForever() {
+    std::unique_lock<std::mutex> lock(lock_);
+    while (true) {
+      changed_.wait(lock, [this] { return action_ || isOver_; });
+      if (isOver_) return;
+      lock.unlock();
+      action_();
+      lock.lock();
+      auto patience = std::chrono::milliseconds(1000 * (kLimit + 5));
+      while (!changed_.wait_for(lock, patience, [this] { return hasReturned_; })) {
+        lock.unlock();
+        rescue_();
+        lock.lock();
+        patience = std::chrono::milliseconds(100);
+      }
+      action_ = nullptr;
+      changed_.notify_all();
+    }
+  }
+
+  const std::function<void()> rescue_;
+  std::mutex lock_;
+  std::condition_variable changed_;
+  std::function<void()> action_;
+  bool hasReturned_ = true;
+  bool isOver_ = false;
+  std::thread thread_;
+};
+
+class ConcurrencyTest : public fake::ToolTest {
+ protected:
+  ConcurrencyTest() {
+    world.waitsAreReal = true;
+    sdk.Install();
+  }
+
+  /// Spends a random time, from nothing to some dozen microseconds.
+  void Dawdle(std::mt19937& random) {
+    const unsigned turns = static_cast<unsigned>(random()) % (1U << (random() % 15));
+    for (volatile unsigned turn = 0; turn < turns; turn = turn + 1) {
+    }
+    if (random() % 8 == 0) std::this_thread::yield();
+  }
+
+  void MakeScan() {
+    MakeTool({"-startFullScan", std::to_string(kLimit)});
+    Tool().scanTimeout = kLimit;
+  }
+
+  std::mt19937 random_{20240301};  // the test's thread
+  std::mt19937 productRandom_{7};  // the product's
+};
+
+TEST_F(ConcurrencyTest, NoWatchedScanMissesItsEvent) {
+  Product product([this] { sdk.Raise(kUnrelated); });
+  const int count = CallCount(100000);
+  for (int number = 0; number < count; ++number) {
+    MakeScan();
+    const bool fails = random_() % 2 == 0;
+    const unsigned unrelated = random_() % 4;
+    const bool completes = random_() % 4 == 0;
+    const bool isLate = random_() % 4 == 0;
+    sdk.onRun = [&](const std::string& batch) {
+      product.Begin([=] {
+        for (unsigned event = 0; event < unrelated; ++event) {
+          Dawdle(productRandom_);
+          sdk.Raise(kUnrelated);
+        }
+        Dawdle(productRandom_);
+        sdk.Raise(fails ? kFailed : kStarted);
+        if (completes) {
+          while (!stopThread) std::this_thread::yield();
+          Dawdle(productRandom_);
+          sdk.Complete(batch.c_str(), 0, fake::Answer("null", "FileScan.OnDemand", 12).c_str());
+        }
+        for (int event = 0; isLate && event < 3; ++event) sdk.Raise(kUnrelated);
+      });
+      Dawdle(random_);
+    };
+    long long result = -1;
+    const int code = Tool().StartFullScan(result, nullptr);
+    if (isLate) MakeTool();
+    product.End();
+    ASSERT_EQ(code, 0) << "scan " << number;
+    const long long outcome = fails ? 5023 : 0;
+    // A completion may come before or after the call looks for it, and its answer may be unpacked
+    // or not.
+    ASSERT_TRUE(result == outcome || (completes && (result == 12 || result == 3)))
+        << "scan " << number << ": " << result;
+  }
+}
+
+TEST_F(ConcurrencyTest, NoCallMissesItsCompletion) {
+  Product product([] {});
+  const int count = CallCount(20000);
+  MakeTool({"-startFullScan"});  // the longest limit
+  for (int number = 0; number < count; ++number) {
+    const bool isDouble = random_() % 4 == 0;
+    sdk.onRun = [&](const std::string& batch) {
+      product.Begin([=] {
+        Dawdle(productRandom_);
+        const std::string answer = fake::Answer("null", "FileScan.OnDemand", 12);
+        sdk.Complete("another", 0, "{}");
+        sdk.Complete(batch.c_str(), 0, answer.c_str());
+        if (isDouble) sdk.Complete(batch.c_str(), 0, answer.c_str());
+      });
+      Dawdle(random_);
+    };
+    long long result = -1;
+    ASSERT_EQ(Tool().StartFullScan(result, nullptr), 0) << "call " << number;
+    product.End();
+    ASSERT_EQ(result, 12) << "call " << number;
+  }
+}
+
+TEST_F(ConcurrencyTest, StormOfEvents) {
+  constexpr int kThreads = 4;
+  constexpr int kEvents = 25000;
+  MakeScan();
+  std::vector<std::thread> storm;
+  sdk.onRun = [&](const std::string&) {
+    for (int number = 0; number < kThreads; ++number) {
+      storm.emplace_back([this] {
+        for (int event = 0; event < kEvents; ++event) sdk.Raise(kUnrelated, "some data");
+      });
+    }
+    storm.emplace_back([&] {
+      for (int number = 0; number < kThreads; ++number) {
+        storm[static_cast<std::size_t>(number)].join();
+      }
+      sdk.Raise(kFailed);
+    });
+  };
+  long long result = -1;
+  EXPECT_EQ(Tool().StartFullScan(result, Log()), 0);
+  EXPECT_EQ(result, 5023);
+  storm.back().join();
+  EXPECT_TRUE(Tool().productEvents.empty());
+}
+
+TEST_F(ConcurrencyTest, StormThatGoesOnAfterTheOutcome) {
+  constexpr int kThreads = 4;
+  std::atomic<bool> isOver = false;
+  std::vector<std::thread> storm;
+  MakeScan();
+  sdk.onRun = [&](const std::string& batch) {
+    for (int number = 0; number < kThreads; ++number) {
+      storm.emplace_back([&, batch, number] {
+        for (int event = 0; !isOver; ++event) {
+          sdk.Raise(event % 100 == 99 ? kStarted : kUnrelated);
+          if (number == 0 && stopThread) sdk.Complete(batch.c_str(), 0, "{}");
+        }
+      });
+    }
+  };
+  long long result = -1;
+  EXPECT_EQ(Tool().StartFullScan(result, nullptr), 0);
+  MakeTool();
+  isOver = true;
+  for (std::thread& thread : storm) thread.join();
+}
+
+TEST_F(ConcurrencyTest, HugeLimitsWaitAndEndWithAnEvent) {
+  Product product([this] { sdk.Raise(kStarted); });
+  for (const long long limit : {10000000000LL, 9223372036854775807LL}) {
+    MakeScan();
+    Tool().scanTimeout = limit;
+    sdk.onRun = [&](const std::string&) {
+      product.Begin([this] {
+        sdk.RaiseAndSettle(kUnrelated);
+        sdk.Raise(kStarted);
+      });
+    };
+    long long result = -1;
+    EXPECT_EQ(Tool().StartFullScan(result, nullptr), 0);
+    product.End();
+    EXPECT_EQ(result, 0);
+  }
+}
+
+// Completion and event at once: the event decides the scan, or the completion ends the event
+// thread first and the scan runs into its limit, and past it into the next notification.
+TEST_F(ConcurrencyTest, CompletionAndEventTogetherWithALimitOfOneSecond) {
+  std::atomic<bool> hasReturned = false;
+  std::thread completion;
+  std::thread event;
+  MakeScan();
+  Tool().scanTimeout = 1;
+  sdk.onRun = [&](const std::string& batch) {
+    completion = std::thread([&, batch] { sdk.Complete(batch.c_str(), 0, "{}"); });
+    event = std::thread([&] {
+      sdk.Raise(kStarted);
+      while (!hasReturned) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        sdk.Raise(kUnrelated);
+      }
+    });
+  };
+  long long result = -1;
+  const int code = Tool().StartFullScan(result, nullptr);
+  hasReturned = true;
+  completion.join();
+  event.join();
+  EXPECT_TRUE((code == 0 && (result == 0 || result == 3)) || code == 60) << code << ' ' << result;
+}
+
+}  // namespace
+}  // namespace sdk
