@@ -15,6 +15,19 @@ if(KX_SANITIZE)
     -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
   target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
 endif()
+if(APPLE)
+  # Nothing newer than the oldest macOS may be called without a check.
+  target_compile_options(kx_options INTERFACE -Werror=unguarded-availability)
+  # The two header-only libraries, and nothing else that lies beside them.
+  find_path(KX_RAPIDJSON_INCLUDE_DIR rapidjson/rapidjson.h REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  find_path(KX_RAPIDXML_INCLUDE_DIR rapidxml/rapidxml.hpp REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/headers)
+  file(CREATE_LINK ${KX_RAPIDJSON_INCLUDE_DIR}/rapidjson ${CMAKE_BINARY_DIR}/headers/rapidjson
+    SYMBOLIC)
+  file(CREATE_LINK ${KX_RAPIDXML_INCLUDE_DIR}/rapidxml ${CMAKE_BINARY_DIR}/headers/rapidxml
+    SYMBOLIC)
+  target_include_directories(kx_options SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/headers)
+endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
@@ -32,6 +45,9 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
   if(KX_STATIC_RUNTIME)
     target_link_options(kx_tool_link INTERFACE -static-libstdc++ -static-libgcc -s)
   endif()
+elseif(APPLE)
+  target_link_options(kx_tool_link INTERFACE
+    -Wl,-dead_strip -Wl,-S -Wl,-x -Wl,-sectcreate,__TEXT,__info_plist,${KX_INFO_PLIST})
 endif()
 
 # kx_room(NAME SOURCE...): the object library kx_NAME of one room of the product.
