@@ -8,11 +8,10 @@ import hashlib
 import plistlib
 
 from simulator.signing import blobs, der, openssl
-from simulator.signing.identity import ECDSA_WITH_SHA256
+from simulator.signing.identity import signature_algorithm
 
 ID_DATA = "1.2.840.113549.1.7.1"
 ID_SIGNED_DATA = "1.2.840.113549.1.7.2"
-RSA_ENCRYPTION = "1.2.840.113549.1.1.1"
 ATTRIBUTE_CONTENT_TYPE = "1.2.840.113549.1.9.3"
 ATTRIBUTE_MESSAGE_DIGEST = "1.2.840.113549.1.9.4"
 ATTRIBUTE_SIGNING_TIME = "1.2.840.113549.1.9.5"
@@ -72,7 +71,7 @@ def signed_data(content, signer, certificates, attributes, *, key_type, content_
         der.sequence(signer.issuer, signer.serial_number),
         SHA256,
         der.explicit(0, *signed),
-        _signature_algorithm(key_type),
+        signature_algorithm(key_type),
         der.octet_string(signature),
         *unsigned)
     payload = [der.explicit(0, der.octet_string(content))] if attached else []
@@ -88,11 +87,3 @@ def signed_data(content, signer, certificates, attributes, *, key_type, content_
                 der.sequence(der.oid(content_type), *payload),
                 der.explicit(0, *(certificate.der for certificate in certificates)),
                 der.set_of(signer_info))))
-
-
-def _signature_algorithm(key_type):
-    """How a message names its signature's algorithm: for RSA, unlike a certificate, without the
-    digest."""
-    if key_type == "ec":
-        return der.sequence(der.oid(ECDSA_WITH_SHA256))
-    return der.sequence(der.oid(RSA_ENCRYPTION), der.null())

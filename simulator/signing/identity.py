@@ -220,7 +220,7 @@ def _certificate(directory, profile, role, issuer_role, issuer, subject, extensi
                  days=(-3652, 7305)):
     """One signed certificate, valid between the two `days` counted from now."""
     now = datetime.datetime.now(datetime.timezone.utc)
-    algorithm = _signature_algorithm(profile.key_type)
+    algorithm = signature_algorithm(profile.key_type)
     public_key = openssl.public_key(directory / f"{role}.key")
     issuer_key = openssl.public_key(directory / f"{issuer_role}.key")
     extensions = [
@@ -241,8 +241,8 @@ def _certificate(directory, profile, role, issuer_role, issuer, subject, extensi
     return der.sequence(body, algorithm, der.bit_string(signature))
 
 
-def _signature_algorithm(key_type):
-    """The AlgorithmIdentifier of certificates signed by a key of one of openssl.KEY_TYPES."""
+def signature_algorithm(key_type):
+    """The AlgorithmIdentifier of signatures by a key of one of openssl.KEY_TYPES with SHA-256."""
     if key_type == "ec":
         return der.sequence(der.oid(ECDSA_WITH_SHA256))
     return der.sequence(der.oid(SHA256_WITH_RSA), der.null())
