@@ -25,13 +25,11 @@ from simulator.signing.macho import Slice, build_fat, build_thin
 COMMON_NAME = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"
 TEAM = "QK7ZP2M9XD"
 ELF = b"\x7fELF" + bytes(range(256)) * 40
-NOW = datetime.datetime.now(datetime.timezone.utc)
+LONG_AGO = datetime.datetime(2019, 12, 31, tzinfo=datetime.timezone.utc)
 
 SUCCESS = 0
 UNSIGNED = -67062
 SIGNATURE_FAILED = -67061
-SIGNATURE_UNSUPPORTED = -67059
-BAD_DICTIONARY_FORMAT = -67058
 RESOURCES_NOT_FOUND = -67056
 RESOURCES_INVALID = -67055
 BAD_RESOURCE = -67054
@@ -40,13 +38,7 @@ SIGNATURE_INVALID = -67045
 INFO_PLIST_FAILED = -67030
 RESOURCE_DIRECTORY_FAILED = -67023
 BAD_NESTED_CODE = -67021
-UNKNOWN_FORMAT = -25257
 NOT_DECODED = -26275
-NOT_TRUSTED = -2147409622
-EXPIRED = -2147409654
-INVALID_EXTENDED_KEY_USAGE = -2147408889
-INVALID_KEY_USAGE = -2147408890
-NO_BASIC_CONSTRAINTS = -2147408894
 
 program = None
 
@@ -73,11 +65,11 @@ class AgreementTestCase(unittest.TestCase):
         cls.identity = cls.make_identity("maker")
 
     @classmethod
-    def make_identity(cls, name, trusted=True, **profile):
-        """An identity, made once; its root is an anchor unless it is not `trusted`."""
+    def make_identity(cls, name, **profile):
+        """An identity, made once; its root is an anchor."""
         fresh = not (cls.shared / name).exists()
         identity = Identity.create(cls.shared / name, **profile)
-        if fresh and trusted:
+        if fresh:
             with cls.anchors.open("a") as file:
                 file.write(identity.anchor_path.read_text())
         return identity
@@ -150,7 +142,7 @@ class PlainFileTest(AgreementTestCase):
             "no agility": {"agility": ()},
             "first agility": {"agility": (1,)},
             "timestamp": {"timestamp": Timestamp()},
-            "signed long ago": {"signing_time": NOW - datetime.timedelta(days=2000)},
+            "signed long ago": {"signing_time": LONG_AGO},
             "old version": {"version": 0x20200},
             "new version": {"version": 0x20600},
             "leaf first": {"certificates": ("leaf", "intermediate", "root")},
@@ -178,89 +170,11 @@ class PlainFileTest(AgreementTestCase):
                 sign_file(path, **options)
                 self.assert_nameless(path)
 
-    def test_team_is_the_code_directory_s(self):
-        path = self.make_file()
-        sign_file(path, self.identity, team_identifier="OTHER")
-        self.assert_accepted(path, "OTHER")
-        sign_file(path, self.identity, team_identifier=None)
-        self.assert_accepted(path, None)
-
     def test_signer_without_a_common_name(self):
         path = self.make_file()
         sign_file(path, self.make_identity("no-common-name", **VARIANTS["no-common-name"]))
         answer = self.judge(path)
         self.assertEqual((answer.validity, answer.common_names[0]), (SUCCESS, ""))
-
-    def test_chains(self):
-        expectations = {
-            "expired": SUCCESS,
-            "not-yet-valid": SUCCESS,
-            "wrong-extended-key-usage": INVALID_EXTENDED_KEY_USAGE,
-            "no-extended-key-usage": INVALID_EXTENDED_KEY_USAGE,
-            "wrong-key-usage": INVALID_KEY_USAGE,
-            "no-key-usage": INVALID_KEY_USAGE,
-            "no-team": SUCCESS,
-            "issuer-no-authority": NO_BASIC_CONSTRAINTS,
-        }
-        path = self.make_file()
-        for variant, expected in expectations.items():
-            with self.subTest(variant=variant):
-                sign_file(path, self.make_identity(variant, **VARIANTS[variant]))
-                self.assertEqual(self.status(path), expected)
-
-    def test_unknown_root(self):
-        path = self.make_file()
-        sign_file(path, self.make_identity("foreign", trusted=False))
-        self.assertEqual(self.status(path), NOT_TRUSTED)
-
-    def test_issuer_is_not_there(self):
-        path = self.make_file()
-        sign_file(path, self.identity, certificates=("leaf", "root"))
-        self.assertEqual(self.status(path), NOT_TRUSTED)
-
-    def test_signer_is_not_there(self):
-        path = self.make_file()
-        sign_file(path, self.identity, certificates=("intermediate", "root"))
-        self.assertEqual(self.status(path), SIGNATURE_FAILED)
-
-    def test_timestamp_decides_about_dates(self):
-        expired = self.make_identity("expired", **VARIANTS["expired"])
-        path = self.make_file()
-        for days, expected in ((400, SUCCESS), (0, EXPIRED), (1000, EXPIRED)):
-            with self.subTest(days=days):
-                when = NOW - datetime.timedelta(days=days)
-                sign_file(path, expired, timestamp=Timestamp(when))
-                self.assertEqual(self.status(path), expected)
-
-    def test_timestamp_of_a_foreign_authority(self):
-        path = self.make_file()
-        foreign = self.make_identity("foreign", trusted=False)
-        sign_file(path, self.identity, timestamp=Timestamp(authority=foreign))
-        self.assertEqual(self.status(path), SIGNATURE_FAILED)
-
-    def test_forced_expiration(self):
-        path = self.make_file()
-        expired = self.make_identity("expired", **VARIANTS["expired"])
-        sign_file(path, expired, flags=0x400)
-        self.assertEqual(self.status(path), EXPIRED)
-
-    def test_every_byte_of_the_file_is_covered(self):
-        for page_size in (0, 12):
-            path = self.make_file()
-            sign_file(path, self.identity, page_size=page_size)
-            for offset in (0, 4095, 4096, len(ELF) - 1):
-                with self.subTest(offset=offset, page_size=page_size):
-                    change(path, offset)
-                    self.assertEqual(self.status(path), SIGNATURE_FAILED)
-                    change(path, offset)
-            self.assertEqual(self.status(path), SUCCESS)
-
-    def test_file_of_another_length(self):
-        path = self.make_file()
-        sign_file(path, self.identity)
-        for content in (ELF + b"x", ELF[:-1], b""):
-            path.write_bytes(content)
-            self.assertEqual(self.status(path), SIGNATURE_FAILED)
 
     def test_every_part_of_the_signature_is_covered(self):
         path = self.make_file()
@@ -304,48 +218,10 @@ class PlainFileTest(AgreementTestCase):
                 sidecar.write_bytes(data)
                 self.assertEqual(self.status(path), expected)
 
-    def test_broken_signature_files(self):
-        path = self.make_file()
-        sidecar = sign_file(path, self.identity)
-        whole = sidecar.read_bytes()
-        cases = {
-            "empty": (b"", SIGNATURE_INVALID),
-            "cut off": (whole[:-1], SIGNATURE_INVALID),
-            "other magic": (b"\0" + whole[1:], SIGNATURE_INVALID),
-            "followed by more": (whole + b"more", SUCCESS),
-        }
-        for name, (content, expected) in cases.items():
-            with self.subTest(name=name):
-                sidecar.write_bytes(content)
-                self.assertEqual(self.status(path), expected)
-        sidecar.unlink()
-        self.assertEqual(self.status(path), UNSIGNED)
-
-    def test_two_directories_of_one_hash_type(self):
-        path = self.make_file()
-        sign_file(path, self.identity, hashes=("sha256", "sha256"))
-        self.assertEqual(self.status(path), SIGNATURE_INVALID)
-
     def test_two_hashes_by_one_algorithm(self):
         path = self.make_file()
         sign_file(path, self.identity, hashes=("sha256", "sha256-truncated"))
         self.assertEqual(self.status(path), NOT_DECODED)
-
-    def test_signature_of_another_file(self):
-        path = self.make_file()
-        other = self.make_file(ELF[::-1], "other")
-        shutil.copy(sign_file(other, self.identity), f"{path}.codesignature")
-        self.assertEqual(self.status(path), SIGNATURE_FAILED)
-
-    def test_directory_without_its_message(self):
-        path = self.make_file()
-        sidecar = sign_file(path, self.identity)
-        adhoc = self.make_file(ELF, "adhoc")
-        empty_message = sign_file(adhoc, adhoc=True).read_bytes()[-8:]
-        data = sidecar.read_bytes()
-        end = data.rindex(bytes.fromhex("fade0b01"))
-        sidecar.write_bytes(struct.pack(">4sI", data[:4], end + 8) + data[8:end] + empty_message)
-        self.assertEqual(self.status(path), UNKNOWN_FORMAT)
 
 
 class MachOTest(AgreementTestCase):
@@ -392,12 +268,6 @@ class MachOTest(AgreementTestCase):
                 change(path, offset + 0x800)
         self.assertEqual(self.status(path), SUCCESS)
 
-    def test_unsigned_slice(self):
-        for signed in (0, 1):
-            path = self.make_file(build_fat([Slice("x86_64"), Slice("arm64")]))
-            sign_macho(path, self.identity, slices=(signed,))
-            self.assertEqual(self.status(path), UNSIGNED)
-
     def test_hidden_slice(self):
         data = build_fat([Slice("arm"), Slice("arm64")], hidden_arm64=True)
         path = self.make_file(data)
@@ -406,12 +276,6 @@ class MachOTest(AgreementTestCase):
         path = self.make_file(data)
         sign_macho(path, self.identity, slices=(0,))
         self.assertEqual(self.status(path), UNSIGNED)
-
-    def test_slices_of_different_teams(self):
-        path = self.make_file(build_fat([Slice("x86_64"), Slice("arm64")]))
-        sign_macho(path, self.identity, slices=(0,))
-        sign_macho(path, self.identity, slices=(1,), team_identifier="OTHER")
-        self.assertEqual(self.status(path), SIGNATURE_INVALID)
 
     def test_parts_are_covered(self):
         plist = plistlib.dumps({"CFBundleIdentifier": "com.example.agent"})
@@ -430,9 +294,6 @@ class MachOTest(AgreementTestCase):
                            requirements=blobs.identifier_requirements("sealed.name"))
                 change(path, find(path.read_bytes()))
                 self.assertEqual(self.status(path), expected)
-
-    def test_unsigned(self):
-        self.assertEqual(self.status(self.make_file(build_thin())), UNSIGNED)
 
 
 class BundleTest(AgreementTestCase):
