@@ -1,8 +1,11 @@
 #include "platform/linux/code_signing/cms_message.h"
 
 #include <openssl/bio.h>
+#include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/x509.h>
+
+#include <algorithm>
 
 #include "platform/linux/code_signing/ber_extent.h"
 
@@ -23,6 +26,32 @@ struct FreeBioChain {
   void operator()(BIO* bio) const { BIO_free_all(bio); }
 };
 using BioPtr = std::unique_ptr<BIO, FreeBioChain>;
+
+struct FreeDigestContext {
+  void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, FreeDigestContext>;
+
+const unsigned char* UnsignedBytes(std::string_view bytes) {
+  return reinterpret_cast<const unsigned char*>(bytes.data());
+}
+
+// The DER encoding of a constructed value.
+std::string Encode(int tag, const std::string& contents) {
+  const auto length = static_cast<int>(contents.size());
+  std::string header(static_cast<std::size_t>(ASN1_object_size(1, length, tag)) - contents.size(),
+                     '\0');
+  auto* position = reinterpret_cast<unsigned char*>(header.data());
+  ASN1_put_object(&position, 1, length, tag, V_ASN1_UNIVERSAL);
+  return header + contents;
+}
+
+std::string EncodedObject(const ASN1_OBJECT& object) {
+  std::string bytes(static_cast<std::size_t>(std::max(i2d_ASN1_OBJECT(&object, nullptr), 0)), '\0');
+  auto* position = reinterpret_cast<unsigned char*>(bytes.data());
+  i2d_ASN1_OBJECT(&object, &position);
+  return bytes;
+}
 
 ObjectPtr ObjectFromText(const char* identifier) { return ObjectPtr(OBJ_txt2obj(identifier, 1)); }
 
@@ -63,7 +92,33 @@ bool CmsSigner::Verify(const CertificatePtr& certificate, std::string_view conte
   if (!digests || CMS_SignerInfo_verify_content(info_, digests.get()) != 1) return false;
   // Without signed attributes the content's own signature has just been verified.
   if (CMS_signed_get_attr_count(info_) <= 0) return true;
-  return NamesContentType() && CMS_SignerInfo_verify(info_) == 1;
+  return NamesContentType() && VerifySignedAttributes();
+}
+
+bool CmsSigner::VerifySignedAttributes() const {
+  EVP_PKEY* key = nullptr;
+  X509_ALGOR* digest = nullptr;
+  CMS_SignerInfo_get0_algs(info_, &key, nullptr, &digest, nullptr);
+  const EVP_MD* algorithm = EVP_get_digestbyobj(digest->algorithm);
+  const DigestContextPtr context(EVP_MD_CTX_new());
+  if (algorithm == nullptr || !context) return false;
+  if (EVP_DigestVerifyInit(context.get(), nullptr, algorithm, nullptr, key) != 1) return false;
+  const std::string signedBytes = SignedAttributesEncoding();
+  const std::string_view signature = Signature();
+  return EVP_DigestVerify(context.get(), UnsignedBytes(signature), signature.size(),
+                          UnsignedBytes(signedBytes), signedBytes.size()) == 1;
+}
+
+std::string CmsSigner::SignedAttributesEncoding() const {
+  std::string attributes;
+  for (int i = 0; i < CMS_signed_get_attr_count(info_); ++i) {
+    X509_ATTRIBUTE* const attribute = CMS_signed_get_attr(info_, i);
+    std::string values;
+    for (const ASN1_TYPE* const value : ValuesOf(attribute)) values += EncodedBytes(*value);
+    attributes += Encode(V_ASN1_SEQUENCE, EncodedObject(*X509_ATTRIBUTE_get0_object(attribute)) +
+                                              Encode(V_ASN1_SET, values));
+  }
+  return Encode(V_ASN1_SET, attributes);
 }
 
 bool CmsSigner::NamesOwnAlgorithm() const {

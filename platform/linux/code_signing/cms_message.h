@@ -48,6 +48,12 @@ class CmsSigner {
 
   bool NamesContentType() const;
 
+  bool VerifySignedAttributes() const;
+
+  /// What the signature covers: the signed attributes as a set, all in the order of the message.
+  /// Apple's tools do not sort the values of an attribute, which libcrypto does when it verifies.
+  std::string SignedAttributesEncoding() const;
+
   CMS_ContentInfo* message_;
   CMS_SignerInfo* info_;
 };

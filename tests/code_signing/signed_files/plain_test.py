@@ -3,8 +3,9 @@
 import os
 import pathlib
 import unittest
+import unittest.mock
 
-from simulator.signing import blobs, sign_file
+from simulator.signing import blobs, cms, der, sign_file
 from tests.code_signing.signed_files.kit import (
     BAD_BUNDLE_FORMAT, MAKER, NOT_FOUND, SIGNATURE_FAILED, SIGNATURE_INVALID, UNSIGNED, VALID,
     SignedFileTestCase, check, components, flipped, super_blob)
@@ -43,6 +44,14 @@ class ValidTest(PlainFileTestCase):
             with self.subTest(hashes):
                 self.make(hashes=hashes)
                 self.assert_validity(VALID, self.path)
+
+    def test_accepts_attribute_values_in_any_order(self):
+        def reversed_attribute(dotted, *values):
+            return der.sequence(der.oid(dotted), der.element(0x31, *sorted(values, reverse=True)))
+
+        with unittest.mock.patch.object(cms, "attribute", reversed_attribute):
+            self.make(hashes=("sha1", "sha256"))
+        self.assert_validity(VALID, self.path)
 
     def test_accepts_every_page_size(self):
         for page_size in (0, 1, 4, 12, 14, 20, 31):
