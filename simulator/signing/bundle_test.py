@@ -277,6 +277,14 @@ class NestedCodeTest(BundleTestCase):
         self.assertEqual(self.seal(bundle)["files2"],
                          {"MacOS/helper.sh": {"hash2": digest(2, script.read_bytes())}})
 
+    def test_damaged_signature_is_none(self):
+        bundle, library = self.nested("Frameworks/agent.so", ELF)
+        for damage in (b"", bytes.fromhex("fade0cc0") + b"\xff" * 40,
+                       bytes.fromhex("fade0cc00000000c00000000")):
+            library.with_name("agent.so.codesignature").write_bytes(damage)
+            sign_bundle(bundle, self.identity)
+            self.assertEqual(list(self.seal(bundle)["files2"]["Frameworks/agent.so"]), ["hash2"])
+
     def test_unsigned_nested_bundle_is_refused(self):
         bundle = self.build()
         build_bundle(bundle / "Contents/PlugIns/Inner.bundle", macho.build_thin())

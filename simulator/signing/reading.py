@@ -43,22 +43,25 @@ def read_signed(path):
     """What is signed at `path`, one Signed for each slice, the native one (arm64, else the first)
     foremost; empty when it is not signed code. The path may be a file or a bundle.
     """
-    path = pathlib.Path(path)
     try:
-        if path.is_dir():
-            layout = find_layout(path)
-            directory = layout.signature_directory
-            if (directory / "CodeDirectory").exists():
-                return [_describe(_component_files(directory))]
-            path = layout.executable
-        with contents(path) as data:
-            if macho.is_macho(data):
-                found = [_macho_components(piece) for piece in _slices(data)]
-                return [_describe(parts) for parts in found if parts]
-        sidecar = path.with_name(path.name + ".codesignature")
-        return [_describe(_split(sidecar.read_bytes()))] if sidecar.exists() else []
-    except (SigningError, OSError, struct.error, KeyError):
+        return [_describe(parts) for parts in _components(pathlib.Path(path)) if parts]
+    except (SigningError, OSError, struct.error, LookupError, ValueError):
         return []
+
+
+def _components(path):
+    """The components of the signature of every slice; none for a slice that is not signed."""
+    bundle = path.is_dir()
+    if bundle:
+        layout = find_layout(path)
+        if (layout.signature_directory / "CodeDirectory").exists():
+            return [_component_files(layout.signature_directory)]
+        path = layout.executable
+    with contents(path) as data:
+        if macho.is_macho(data):
+            return [_macho_components(piece) for piece in _slices(data)]
+    sidecar = path.with_name(path.name + ".codesignature")
+    return [_split(sidecar.read_bytes())] if not bundle and sidecar.exists() else []
 
 
 def requirement(signed):
@@ -109,9 +112,9 @@ def _describe(parts):
     for slot, encoding in parts.items():
         if slot == blobs.SLOT_CODE_DIRECTORY or 0 <= slot - blobs.SLOT_ALTERNATE < 5:
             directories[encoding[37]] = encoding
-    kind, encoding = next(
-        (blobs.HASH_TYPES[name], directories[blobs.HASH_TYPES[name].number])
-        for name in PREFERENCE if blobs.HASH_TYPES[name].number in directories)
+    kinds = [blobs.HASH_TYPES[name] for name in PREFERENCE
+             if blobs.HASH_TYPES[name].number in directories]
+    kind, encoding = kinds[0], directories[kinds[0].number]
     version, flags, identifier = struct.unpack_from(">8x2I4xI", encoding)
     team = struct.unpack_from(">48xI", encoding)[0] if version >= 0x20200 else 0
     return Signed(kind.digest(encoding)[:20], _text(encoding, identifier),
