@@ -1,0 +1,197 @@
+"""Files that Apple's tools signed must be judged as macOS judges them, and every change found.
+
+Fetches two npm packages, so it runs only when it is asked for. The anchor is Apple's root out of a
+signature's own chain, recognised by its published fingerprint.
+
+Usage: real_signatures_test.py CHECK_SIGNATURE [unittest argument...]
+"""
+
+import contextlib
+import hashlib
+import pathlib
+import re
+import ssl
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
+
+from tests.real_signatures import downloads  # noqa: E402
+from tests.real_signatures.mach_o import WRAPPER_SIZE, slices  # noqa: E402
+
+# SHA-256 of "Apple Root CA", as published at www.apple.com/certificateauthority.
+APPLE_ROOT = "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024"
+
+VALID = 0
+SIGNATURE_INVALID = -67045
+SIGNATURE_FAILED = -67061
+UNSIGNED = -67062
+
+ARM64 = 0x0100000C
+CODE_DIRECTORY, REQUIREMENTS, ENTITLEMENTS, DER_ENTITLEMENTS, CMS = 0, 2, 5, 7, 0x10000
+
+program = ""
+
+
+def verdict(path, anchors):
+    """What the program prints: label and text of every line."""
+    result = subprocess.run([program, anchors, path], capture_output=True, text=True, timeout=120)
+    if result.returncode not in (0, 1):
+        raise AssertionError(f"exit status {result.returncode}: {result.stderr}")
+    return [line.partition(": ")[::2] for line in result.stdout.splitlines()]
+
+
+def validity(path, anchors):
+    return int(dict(verdict(path, anchors))["validity"])
+
+
+def certificates(message):
+    """The certificates in a CMS message, DER."""
+    with tempfile.NamedTemporaryFile() as listing:
+        subprocess.run(["openssl", "cms", "-cmsout", "-noout", "-inform", "DER",
+                        "-certsout", listing.name], input=message, check=True, capture_output=True)
+        text = pathlib.Path(listing.name).read_text()
+    return [ssl.PEM_cert_to_DER_cert(pem) for pem in
+            re.findall("-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----", text, re.DOTALL)]
+
+
+class RealSignatureTestCase(unittest.TestCase):
+    """The downloaded file of a class, and Apple's root as anchor."""
+
+    download = None
+
+    @classmethod
+    def setUpClass(cls):
+        holder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(holder.cleanup)
+        cls.directory = pathlib.Path(holder.name)
+        cls.path = downloads.fetch(*cls.download, cls.directory)
+        cls.data = cls.path.read_bytes()
+        cls.slices = slices(cls.data)
+        cls.anchors = cls.directory / "anchors.pem"
+
+    @contextlib.contextmanager
+    def flipped(self, offset):
+        """The file with one bit changed, for as long as the context lasts."""
+        with open(self.path, "r+b", buffering=0) as file:
+            file.seek(offset)
+            file.write(bytes([self.data[offset] ^ 0x01]))
+            try:
+                yield
+            finally:
+                file.seek(offset)
+                file.write(self.data[offset:offset + 1])
+
+    def assert_flip(self, expected, offset):
+        with self.flipped(offset), self.subTest(offset=offset):
+            self.assertEqual(validity(self.path, self.anchors), expected)
+
+
+class DeveloperIdTest(RealSignatureTestCase):
+    download = downloads.DEVELOPER_ID
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        start, end = cls.slices[0].components[CMS]
+        cls.root = next(der for der in certificates(cls.data[start + WRAPPER_SIZE:end])
+                        if hashlib.sha256(der).hexdigest() == APPLE_ROOT)
+        cls.anchors.write_text(ssl.DER_cert_to_PEM_cert(cls.root))
+
+    def test_is_valid_and_tells_its_signer(self):
+        self.assertEqual(verdict(self.path, self.anchors)[1:], [
+            ("created", "0"),
+            ("validity", "0"),
+            ("team", "97JCY7859U"),
+            ("certificate", "Developer ID Application: GetSentry LLC (97JCY7859U)"),
+            ("certificate", "Developer ID Certification Authority"),
+            ("certificate", "Apple Root CA"),
+        ])
+
+    def test_is_nothing_without_the_root(self):
+        # The time stamp's authority ends in the same root and is looked at first.
+        found = verdict(self.path, "/nonexistent")
+        self.assertEqual(found[1:], [("created", "0"), ("validity", str(SIGNATURE_FAILED)),
+                                     ("team", "97JCY7859U")])
+
+    def test_changed_code_is_found_in_every_slice(self):
+        for piece in self.slices:
+            code_end = piece.components[CODE_DIRECTORY][0] - 64
+            for offset in (piece.code_start, (piece.code_start + code_end) // 2, code_end):
+                self.assert_flip(SIGNATURE_FAILED, offset)
+
+    def test_changed_page_hashes_are_found(self):
+        for piece in self.slices:
+            start, end = piece.components[CODE_DIRECTORY]
+            for offset in ((start + end) // 2, end - 1):
+                self.assert_flip(SIGNATURE_FAILED, offset)
+
+    def test_changed_team_is_found(self):
+        for piece in self.slices:
+            # The arm64 slice speaks for the file; the others must first name the same team.
+            self.assert_flip(SIGNATURE_FAILED if piece.processor == ARM64 else SIGNATURE_INVALID,
+                             self.data.index(b"97JCY7859U\0", piece.components[CODE_DIRECTORY][0]))
+
+    def test_changed_components_are_found(self):
+        for piece in self.slices:
+            for slot in (REQUIREMENTS, ENTITLEMENTS, DER_ENTITLEMENTS):
+                start, end = piece.components[slot]
+                for offset in (start + WRAPPER_SIZE, end - 1):
+                    self.assert_flip(SIGNATURE_FAILED, offset)
+
+    def test_changes_anywhere_in_the_message_are_found(self):
+        """Except in its first headers, of which some are redundant, and in the copy of the root, for
+        which the anchor stands in."""
+        for piece in self.slices:
+            start, end = piece.components[CMS]
+            root = self.data.index(self.root, start)
+            for offset in range(start + WRAPPER_SIZE + 64, end, 61):
+                if root <= offset < root + len(self.root):
+                    continue
+                with self.flipped(offset):
+                    self.assertNotEqual(validity(self.path, self.anchors), VALID, offset - start)
+
+    def test_a_changed_copy_of_the_root_does_not_matter(self):
+        for piece in self.slices:
+            root = self.data.index(self.root, piece.components[CMS][0])
+            self.assert_flip(VALID, root + len(self.root) - 10)
+
+    def test_a_root_of_the_same_name_is_not_enough(self):
+        anchors = self.directory / "namesake.pem"
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-subj",
+                        "/C=US/O=Apple Inc./OU=Apple Certification Authority/CN=Apple Root CA",
+                        "-keyout", "/dev/null", "-out", anchors], check=True, capture_output=True)
+        self.assertEqual(validity(self.path, anchors), SIGNATURE_FAILED)
+
+
+class PartlySignedTest(RealSignatureTestCase):
+    download = downloads.PARTLY_SIGNED
+
+    def piece(self, index):
+        path = self.directory / f"slice{index}"
+        path.write_bytes(self.data[self.slices[index].start:self.slices[index].end])
+        return path
+
+    def test_one_unsigned_slice_makes_it_unsigned(self):
+        self.assertEqual(sorted(bool(piece.components) for piece in self.slices), [False, True])
+        self.assertEqual(verdict(self.path, "/nonexistent")[1:],
+                         [("created", "0"), ("validity", str(UNSIGNED))])
+
+    def test_the_slices_alone(self):
+        for index, piece in enumerate(self.slices):
+            expected = VALID if piece.components else UNSIGNED
+            self.assertEqual(piece.processor == ARM64, bool(piece.components))
+            self.assertEqual(verdict(self.piece(index), "/nonexistent")[1:],
+                             [("created", "0"), ("validity", str(expected))])
+
+    def test_changed_code_of_the_linker_signed_slice_is_found(self):
+        for piece in self.slices:
+            if piece.components:
+                self.assert_flip(SIGNATURE_FAILED, piece.code_start)
+
+
+if __name__ == "__main__":
+    program = sys.argv.pop(1)
+    unittest.main()
