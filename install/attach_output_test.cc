@@ -2,43 +2,24 @@
 
 #include <gmock/gmock.h>
 
+#include "tests/support/property_lists.h"
+
 namespace install {
 namespace {
 
+using fake::Array;
+using fake::Dictionary;
+using fake::Mounted;
+using fake::Text;
 using platform::PropertyListValue;
 using Kind = PropertyListValue::Kind;
 using testing::Optional;
-
-PropertyListValue Text(const std::string& text) {
-  PropertyListValue value;
-  value.kind = Kind::kString;
-  value.text = text;
-  return value;
-}
 
 PropertyListValue Of(Kind kind) {
   PropertyListValue value;
   value.kind = kind;
   value.text = "/Volumes/X";
   return value;
-}
-
-PropertyListValue Array(std::vector<PropertyListValue> elements) {
-  PropertyListValue value;
-  value.kind = Kind::kArray;
-  value.elements = std::move(elements);
-  return value;
-}
-
-PropertyListValue Dictionary(std::vector<PropertyListValue::Member> members) {
-  PropertyListValue value;
-  value.kind = Kind::kDictionary;
-  value.members = std::move(members);
-  return value;
-}
-
-PropertyListValue Mounted(const std::string& mountPoint) {
-  return Dictionary({{"dev-entry", Text("/dev/disk9s9")}, {"mount-point", Text(mountPoint)}});
 }
 
 TEST(FindMountPointTest, TheUsualForm) {

@@ -99,24 +99,15 @@ TEST_F(DetectionTest, FileInPlaceOfTheDirectory) {
 }
 
 TEST_F(DetectionTest, HealthyProduct) {
-  InstallHealthy(1, {"{}", kIdentity});
-  world.AddFile(NewerFile(), Configuration("h", "c", "G"));
-  Expect(16, "1|C|G|E", [] {
-    return Concat({RunningLog(),
-                   {"Retrieving endpoint information"},
-                   SdkLog(BothFound(), 2),
-                   ReadLog({"Group id is: G"}),
-                   {"Empty values are entered"},
-                   EndLog()});
-  });
+  InstallTypical();
+  Expect(16, kTypicalRecord, [] { return TypicalDetectionLog(); });
   EXPECT_THAT(world.sleeps, ElementsAre(5U));
   EXPECT_EQ(world.looks, 1U);
 }
 
 TEST_F(DetectionTest, WithoutALog) {
-  InstallHealthy(1, {"{}", kIdentity});
-  world.AddFile(NewerFile(), Configuration("h", "c", "G"));
-  ExpectUnlogged("1|C|G|E");
+  InstallTypical();
+  ExpectUnlogged(kTypicalRecord);
   EXPECT_THAT(world.sleeps, ElementsAre(5U));
 }
 

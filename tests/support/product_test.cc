@@ -40,6 +40,27 @@ void ProductTest::InstallHealthy(int number, const Answers& answers) {
   world.AddFile(NewerFile(number), "{}");
 }
 
+void ProductTest::InstallTypical() {
+  InstallHealthy(1, {"{}", R"({"companyID":"C","endpointID":"E"})"});
+  world.AddFile(NewerFile(), Configuration("h", "c", "G"));
+}
+
+Lines ProductTest::TypicalDetectionLog(std::uint64_t batch) {
+  return Concat(
+      {{"Starting ORVEX Detect. Assign \"0\" to the result", "Get product directory",
+        "Found ORVEX directory", "Assign \"2\" to the result", "Check for running services",
+        "Services are running", "Get ORVEX Critical issues"},
+       CriticalIssuesLog("{}", {}, 1, batch),
+       {"Retrieving endpoint information", "Clearing non nullable values", "Get SL Identity"},
+       IdentityLog(R"({"companyID":"C","endpointID":"E"})",
+                   {"Search for endpointId in the received response", "HwId found: E",
+                    "Search for companyID in the received response", "custId found: C"},
+                   1, batch + 1),
+       {"Group id is: G", "Configuration file closed",
+        "Finished reading from Agcf configuration file", "Empty values are entered",
+        "ORVEX Already exists", "ORVEX Detect finished"}});
+}
+
 std::string ProductTest::NewerFile(int number) { return Layout(number).agcfngPath; }
 
 std::string ProductTest::OlderFile(int number) { return Layout(number).agcfPath; }

@@ -30,6 +30,12 @@ class ProductTest : public ToolTest {
   /// newer configuration file.
   void InstallHealthy(int number, const Answers& answers);
 
+  /// Puts a product of layout 1 into the world whose detection record is kTypicalRecord.
+  void InstallTypical();
+  static constexpr char kTypicalRecord[] = "1|C|G|E";
+  /// The log of its detection; the SDK runs are the `batch`th and the next of the world.
+  static Lines TypicalDetectionLog(std::uint64_t batch = 1);
+
   /// Newer and older configuration file of layout `number`.
   static std::string NewerFile(int number = 1);
   static std::string OlderFile(int number);
