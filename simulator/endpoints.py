@@ -83,8 +83,8 @@ class Endpoint:
             "command": command,
             "services": self._services,
             "directory": installation.WORKING_DIRECTORY,
-            "environment": {"PATH": _PATH, "TMPDIR": installation.TEMPORARY, "HOME": installation.TEMPORARY, **kept,
-                            **(environment or {})},
+            "environment": {"PATH": _PATH, "TMPDIR": installation.TEMPORARY,
+                            "HOME": installation.TEMPORARY, **kept, **(environment or {})},
         }
         return self._run(script, **streams)
 

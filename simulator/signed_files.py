@@ -43,29 +43,32 @@ class SignedFiles:
         """PEM texts of the roots that make both makers and these signatures acceptable."""
         names = {*_ALWAYS_TRUSTED, *(name for name in signatures if name in _IDENTITIES)}
         names -= {_UNTRUSTED}
-        return "".join(self.identity(name).anchor_path.read_text() for name in sorted(names))
+        return "".join(self._identity(name).anchor_path.read_text() for name in sorted(names))
 
-    def identity(self, name: str) -> signing.Identity:
-        """The identity of one of the signatures that scenarios name."""
+    def _identity(self, name: str) -> signing.Identity:
         return signing.Identity.create(self._directory / "identities" / name, **_IDENTITIES[name])
 
     def _make(self, folder: pathlib.Path, content: bytes, name: str, signature: str) -> None:
         path = folder / name
         path.write_bytes(content)
         path.chmod(0o755)
-        self._sign(path, signature)
+        self.sign(path, signature)
+        self._damage(path, signature)
 
-    def _sign(self, path: pathlib.Path, signature: str) -> None:
-        if signature == "none":
-            return
+    def sign(self, path: pathlib.Path, signature: str) -> None:
+        """Signs the bundle or file at `path`; what is to be damaged gets the maker's signature."""
         if signature == "adHoc":
-            signing.sign_file(path, adhoc=True)
-            return
-        name = signature if signature in _IDENTITIES else "maker"
-        sidecar = signing.sign_file(path, self.identity(name))
+            signing.sign(path, adhoc=True)
+        elif signature != "none":
+            known = signature if signature in _IDENTITIES else "maker"
+            signing.sign(path, self._identity(known))
+
+    @staticmethod
+    def _damage(path: pathlib.Path, signature: str) -> None:
         if signature == "tampered":
             content = bytearray(path.read_bytes())
             content[len(content) // 2] ^= 0x01
             path.write_bytes(content)
         elif signature == "garbled":
+            sidecar = path.with_name(path.name + ".codesignature")
             sidecar.write_bytes(sidecar.read_bytes()[:40])

@@ -19,7 +19,7 @@ import tarfile
 import tempfile
 from typing import Any
 
-from simulator import installation, scenario, signing
+from simulator import installation, scenario
 from simulator.made_once import make_once
 from simulator.signed_files import SignedFiles
 
@@ -73,7 +73,7 @@ class Media:
                 archive.add(folder, "payload")
 
     def write_application(self, path: pathlib.Path, signature: str = "maker") -> None:
-        """Makes the setup downloader's application bundle, signed by an identity of scenarios."""
+        """Makes the setup downloader's application bundle, signed in a way that scenarios name."""
         contents = path / "Contents"
         executable = contents / "MacOS" / "Setup Downloader"
         for folder in (executable.parent, contents / "Resources"):
@@ -86,7 +86,11 @@ class Media:
             "CFBundleName": "Setup Downloader",
             "CFBundlePackageType": "APPL",
         }))
-        signing.sign(path, self._signed.identity(signature))
+        self.sign(path, signature)
+
+    def sign(self, path: pathlib.Path, signature: str) -> None:
+        """Signs an application anew."""
+        self._signed.sign(path, signature)
 
     def place(self, names: list[str], folder: pathlib.Path) -> None:
         """Puts copies of demonstration media, by their names in scenarios, into `folder`."""

@@ -65,7 +65,8 @@ def ask_identity(layout: int = 1, endpoint: str | None = ENDPOINT,
 def taken(group: str | None = None, endpoint: str | None = None,
           company: str | None = None) -> list[str]:
     """What a configuration file supplies."""
-    values = (("Group id is: ", group), ("Hardware id is: ", endpoint), ("Company id is: ", company))
+    values = (("Group id is: ", group), ("Hardware id is: ", endpoint),
+              ("Company id is: ", company))
     return [text + value for text, value in values if value is not None]
 
 
