@@ -160,6 +160,21 @@ class Identity(DetectionCase):
             [*d.CLEARED, *d.taken(company="company"), *d.ALL_READ],
             [*d.CLEARED, *d.NO_FILE])])
 
+    def test_values_are_copied_as_they_are(self):
+        values = {"hwid": "a|b", "custid": "größe\n", "customdata": {"ComputersFolder": "x\0y"}}
+        self.detect(self.without_services({"json": {"id": values}}), "2|größe\n|x\0y|a|b")
+
+    def test_huge_and_deeply_nested_files(self):
+        depth = 1_000_000
+        nested = '{"x":' * depth + "1" + "}" * depth
+        huge = '{"x":"' + "x" * 20_000_000 + '","id":{"custid":"company"}}'
+        for text, record in ((nested, "2|||"), (huge, "2|company||")):
+            self.detect(self.without_services({"text": text}), record)
+
+    @staticmethod
+    def without_services(agcfng):
+        return {"product": {"services": [], "configuration": {"agcfng": agcfng}}}
+
     def test_nothing_known(self):
         wanted = {"product": {"services": [], "configuration": {"agcfng": None, "agcf": None}}}
         run = self.detect(wanted, "2|||")
