@@ -1,7 +1,5 @@
 """Detecting the product: the record, whole logs, and which processes count as its services."""
 
-import subprocess
-import tempfile
 import time
 
 from simulator import installation
@@ -257,19 +255,15 @@ class Time(DetectionCase):
     def test_services_that_come_up_late(self):
         """They start after the first ten looks and long before the last one."""
         late = {**scenarios.load("healthy")["product"], "layout": None}
-        script = ("{ sleep 1.5; installer -pkg /demo/late/Late.pkg -target / >&2; } & "
-                  f"exec env LD_PRELOAD={installation.FAST_SLEEP} KX_SLEEP_DIVISOR=50 "
-                  f"{installation.TOOL} -detect")
-        with self.endpoint(scenario={"product": {"services": []}}) as endpoint, \
-                tempfile.TemporaryFile() as output:
+        with self.endpoint(scenario={"product": {"services": []}}) as endpoint:
             folder = endpoint.path("/demo/late")
             folder.mkdir()
             images.Media(BUILD).write_package(folder / "Late.pkg", late)
             images.write_configuration(folder)
-            status = endpoint.run(["/bin/sh", "-c", script], stdout=output,
-                                  stderr=subprocess.DEVNULL, timeout=60)
-            output.seek(0)
-            self.assertEqual((status, output.read()), (PRESENT, d.HEALTHY.encode()))
-            log = endpoint.path(installation.LOG).read_text()
-            self.assertIn(" Services are not running. Waiting 5 seconds\n", log)
-            self.assertIn(" Services are running\n", log)
+            run = self.run_script_on(endpoint, (
+                "{ sleep 1.5; installer -pkg /demo/late/Late.pkg -target / >/dev/null; } & "
+                "exec $FAST KX_SLEEP_DIVISOR=50 $TOOL -detect"))
+            self.assert_answer(run, PRESENT, d.HEALTHY)
+            waits = run.log.count("Services are not running. Waiting 5 seconds")
+            self.assertIn(waits, range(1, 5))
+            self.assert_whole_log(run, d.healthy(waits))

@@ -28,7 +28,7 @@ import re
 import sys
 import tempfile
 import unittest
-from collections.abc import Iterator
+from collections.abc import Callable, Iterator
 from typing import Any
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -131,14 +131,17 @@ class EndToEndCase(unittest.TestCase):
         Waits with a deadline always take their real time. The log and the calls are all that the
         endpoint has seen so far.
         """
-        with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
-            status = endpoint.run_tool(list(words), sleep_divisor, stdout=output, stderr=errors,
-                                       timeout=timeout)
-            output.seek(0)
-            errors.seek(0)
-            return ToolRun(status, output.read(), errors.read(),
-                           _read_log(endpoint.path(installation.LOG)),
-                           _read_calls(endpoint.path(installation.CALL_RECORD)))
+        return _gathered(endpoint, lambda **streams: endpoint.run_tool(
+            list(words), sleep_divisor, timeout=timeout, **streams))
+
+    def run_script_on(self, endpoint: endpoints.Endpoint, script: str,
+                      timeout: float = 60) -> ToolRun:
+        """Runs a shell script in which $TOOL is the tool and $FAST makes its sleeps fast."""
+        environment = {
+            "TOOL": installation.TOOL,
+            "FAST": f"env LD_PRELOAD={installation.FAST_SLEEP} KX_SLEEP_DIVISOR=1000"}
+        return _gathered(endpoint, lambda **streams: endpoint.run(
+            ["/bin/sh", "-c", script], environment, timeout=timeout, **streams))
 
     def assert_answer(self, run: ToolRun, status: int, output: str | bytes) -> None:
         """The exit status and the exact standard output; nothing on standard error."""
@@ -186,6 +189,16 @@ def without_product() -> Iterator[None]:
         return
     with in_place.claim([]):
         yield
+
+
+def _gathered(endpoint: endpoints.Endpoint, run: Callable[..., int]) -> ToolRun:
+    with tempfile.TemporaryFile() as output, tempfile.TemporaryFile() as errors:
+        status = run(stdout=output, stderr=errors)
+        output.seek(0)
+        errors.seek(0)
+        return ToolRun(status, output.read(), errors.read(),
+                       _read_log(endpoint.path(installation.LOG)),
+                       _read_calls(endpoint.path(installation.CALL_RECORD)))
 
 
 def _read_log(path: pathlib.Path) -> list[str] | None:

@@ -596,15 +596,11 @@ class Copying(ImageCase):
         """The image lies on a small disk on which there is no room for the package."""
         with self.prepared(fill_with_package, scenario(attach=device_at_top()),
                            volumes={"/demo/small": 8 * 1024}) as endpoint:
-            script = (f"ln -s {IMAGE} /demo/small/Setup.iso; {installation.TOOL} -runInstaller "
-                      "/demo/small/Setup.iso; echo \" $?\"; ls /demo/small")
-            with tempfile.TemporaryFile() as output:
-                endpoint.run(["/bin/sh", "-c", script], stdout=output, timeout=60)
-                output.seek(0)
-                lines = output.read().decode().splitlines()
-            self.assertEqual(lines, [f"{d.ABSENT} 2", "Setup.iso"])
-            log = endpoint.path(installation.LOG).read_text().splitlines()
-            self.assertEqual([line[20:] for line in log[-2:]], [NOT_COPIED, finish(2)])
+            run = self.run_script_on(endpoint, (
+                f"ln -s {IMAGE} /demo/small; $TOOL -runInstaller /demo/small/Setup.iso; "
+                "echo \" $?\"; ls /demo/small"))
+            self.assert_answer(run, 0, f"{d.ABSENT} 2\nSetup.iso\n")
+            self.assertEqual(run.log[-2:], [NOT_COPIED, finish(2)])
 
 
 class Vanishing(ImageCase):
@@ -700,6 +696,31 @@ class Ending(ImageCase):
             self.assert_files(endpoint, IMAGE)
 
 
+class Inheritance(ImageCase):
+    """What the programs get of what the tool was started with."""
+
+    def run_with(self, words, output):
+        with self.prepared(fill_with_small_package, scenario(
+                attach=device_at_top(), install={"acts": False, "status": 5})) as endpoint:
+            run = self.run_script_on(endpoint, f"{words.format(f'$TOOL -runInstaller {IMAGE}')}; "
+                                               "echo \" $?\" >&9")
+            self.assert_answer(run, 0, output)
+            self.assert_whole_log(run, [*attach(), *FOUND, *install(5, d.NOTHING)])
+            self.assert_programs(run, ATTACH, INSTALL, DETACH_DEVICE)
+            for call, target in zip(run.calls, (TEMPORARY, "pipe", "pipe"), strict=True):
+                self.assert_descriptors(call, target)
+            self.assert_files(endpoint, IMAGE)
+
+    def test_no_other_descriptors(self):
+        self.run_with("exec 7</dev/null 8>/dev/null 9>&1; {}", f"{d.ABSENT} 5\n")
+
+    def test_closed_standard_streams(self):
+        self.run_with("exec 9>&1; {} <&- >&- 2>&-", " 5\n")
+
+    def test_ignored_end_of_children(self):
+        self.run_with("exec 9>&1; (trap '' CHLD PIPE; {})", f"{d.ABSENT} 5\n")
+
+
 class Tools(ImageCase):
     """The stand-ins fail as the system's own tools do."""
 
@@ -712,9 +733,7 @@ class Tools(ImageCase):
             ("hdiutil detach disk2s2", 0), ("hdiutil detach disk2", 1), ("installer", 1),
             ("installer -pkg /nowhere.pkg -target /", 1), ("installer -target / -pkg x", 1))
         script = "\n".join(f"{command} >/dev/null 2>&1; echo $?" for command, _ in cases)
-        with self.prepared(fill_with_small_package) as endpoint, \
-                tempfile.TemporaryFile() as output:
-            endpoint.run(["/bin/sh", "-c", script], stdout=output, timeout=60)
-            output.seek(0)
-            self.assertEqual(output.read().decode().split(), [str(code) for _, code in cases])
+        with self.prepared(fill_with_small_package) as endpoint:
+            run = self.run_script_on(endpoint, script)
+            self.assertEqual(run.output.decode().split(), [str(code) for _, code in cases])
             self.assert_files(endpoint, IMAGE)

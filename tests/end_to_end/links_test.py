@@ -1,7 +1,6 @@
 """Fetching installation links through the maker's library in the working directory."""
 
 import os
-import tempfile
 
 from simulator import installation
 from tests.end_to_end import transcripts as t
@@ -122,24 +121,17 @@ class Failures(LinksCase):
 
 
 class Loading(LinksCase):
-    """The library is never loaded before it has been accepted, and only from where it was checked.
-
-    Loading leaves a trace: what the library's file is opened for.
-    """
+    """The library is never loaded before it has been accepted, and only from where it was checked."""
 
     def trace(self, wanted, prepare=None):
-        """Whether the loader read the library, as it says when it is asked to."""
-        script = (f"LD_DEBUG=files exec {installation.TOOL} -getInstallationLink {' '.join(WORDS)}")
-        with self.endpoint(scenario=wanted) as endpoint, tempfile.TemporaryFile() as errors, \
-                tempfile.TemporaryFile() as output:
+        """The exit status, and what the loader says of the library when it is asked to."""
+        with self.endpoint(scenario=wanted) as endpoint:
             if prepare is not None:
                 prepare(endpoint)
-            status = endpoint.run(["/bin/sh", "-c", script], stdout=output, stderr=errors,
-                                  timeout=60)
-            errors.seek(0)
-            loaded = [line for line in errors.read().decode(errors="replace").splitlines()
-                      if LIBRARY in line and "generating link map" in line]
-            return status, loaded
+            run = self.run_script_on(
+                endpoint, f"LD_DEBUG=files exec $TOOL -getInstallationLink {' '.join(WORDS)}")
+            return run.status, [line for line in run.errors.decode().splitlines()
+                                if LIBRARY in line and "generating link map" in line]
 
     def test_loaded_by_a_path_and_not_searched_for(self):
         status, loaded = self.trace("healthy")
