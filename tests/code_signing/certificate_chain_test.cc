@@ -1,0 +1,86 @@
+#include "platform/linux/code_signing/certificate_chain.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/code_signing/test_chain.h"
+
+namespace platform::code_signing {
+namespace {
+
+CertificatePtr Issue(const std::string& name, const TestKey& key, const std::string& issuerName,
+                     const TestKey& issuerKey) {
+  CertificatePlan plan;
+  plan.name = name;
+  plan.key = key;
+  plan.issuerName = issuerName;
+  plan.issuerKey = issuerKey;
+  return MakeCertificate(plan);
+}
+
+class CertificateChainTest : public testing::Test {
+ protected:
+  const TestKey rootKey_ = MakeEcKey();
+  const TestKey middleKey_ = MakeEcKey();
+  const TestKey leafKey_ = MakeEcKey();
+  const CertificatePtr root_ = Issue("Root", rootKey_, "Root", rootKey_);
+  const CertificatePtr middle_ = Issue("Middle", middleKey_, "Root", rootKey_);
+  const CertificatePtr leaf_ = Issue("Leaf", leafKey_, "Middle", middleKey_);
+};
+
+TEST_F(CertificateChainTest, GoesFromTheLeafToTheRootInAnyOrder) {
+  const CertificateChain expected = {leaf_, middle_, root_};
+  EXPECT_EQ(BuildChain(leaf_, {middle_, root_, leaf_}, TrustStore({root_})), expected);
+  EXPECT_EQ(BuildChain(leaf_, {root_, leaf_, middle_}, TrustStore()), expected);
+}
+
+TEST_F(CertificateChainTest, TakesAMissingRootFromTheAnchors) {
+  const CertificateChain expected = {leaf_, middle_, root_};
+  EXPECT_EQ(BuildChain(leaf_, {middle_, leaf_}, TrustStore({root_})), expected);
+}
+
+TEST_F(CertificateChainTest, GivesWhatThereIsWithoutARoot) {
+  const CertificateChain expected = {leaf_, middle_};
+  EXPECT_EQ(BuildChain(leaf_, {middle_}, TrustStore()), expected);
+  EXPECT_EQ(BuildChain(leaf_, {}, TrustStore()), CertificateChain({leaf_}));
+}
+
+TEST_F(CertificateChainTest, ANameIsNotEnoughForAnIssuer) {
+  const CertificatePtr impostor = Issue("Middle", MakeEcKey(), "Root", rootKey_);
+  const CertificateChain expected = {leaf_, middle_, root_};
+  EXPECT_EQ(BuildChain(leaf_, {impostor, middle_, root_}, TrustStore({root_})), expected);
+  EXPECT_EQ(BuildChain(leaf_, {impostor, root_}, TrustStore({root_})), CertificateChain({leaf_}));
+}
+
+TEST_F(CertificateChainTest, PrefersTheRoadToAnAnchor) {
+  const TestKey otherKey = MakeEcKey();
+  const CertificatePtr otherRoot = Issue("Other", otherKey, "Other", otherKey);
+  const CertificatePtr crossSigned = Issue("Middle", middleKey_, "Other", otherKey);
+  const CertificateList embedded = {middle_, root_, crossSigned, otherRoot};
+  const CertificateChain toOther = {leaf_, crossSigned, otherRoot};
+  const CertificateChain toRoot = {leaf_, middle_, root_};
+  EXPECT_EQ(BuildChain(leaf_, embedded, TrustStore({otherRoot})), toOther);
+  EXPECT_EQ(BuildChain(leaf_, embedded, TrustStore({root_})), toRoot);
+  EXPECT_EQ(BuildChain(leaf_, embedded, TrustStore()), toRoot);
+}
+
+TEST_F(CertificateChainTest, ASelfSignedLeafIsItsOwnChain) {
+  const CertificatePtr alone = Issue("Alone", leafKey_, "Alone", leafKey_);
+  EXPECT_EQ(BuildChain(alone, {alone, root_}, TrustStore()), CertificateChain({alone}));
+}
+
+TEST_F(CertificateChainTest, EndsInTheFaceOfCircles) {
+  const CertificatePtr a = Issue("A", rootKey_, "B", middleKey_);
+  const CertificatePtr b = Issue("B", middleKey_, "A", rootKey_);
+  const CertificatePtr leaf = Issue("Leaf", leafKey_, "A", rootKey_);
+  EXPECT_EQ(BuildChain(leaf, {a, b}, TrustStore()), CertificateChain({leaf, a, b}));
+}
+
+TEST_F(CertificateChainTest, WorkIsBoundedForManyIssuersOfOneName) {
+  CertificateList twins;
+  for (int i = 0; i < 200; ++i) twins.push_back(Issue("Twin", rootKey_, "Twin", middleKey_));
+  const CertificatePtr leaf = Issue("Leaf", leafKey_, "Twin", rootKey_);
+  EXPECT_GE(BuildChain(leaf, twins, TrustStore()).size(), 2U);
+}
+
+}  // namespace
+}  // namespace platform::code_signing

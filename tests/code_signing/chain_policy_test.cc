@@ -1,0 +1,220 @@
+#include "platform/linux/code_signing/chain_policy.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/code_signing/test_chain.h"
+
+namespace platform::code_signing {
+namespace {
+
+constexpr std::int64_t kWithin = 1500;
+
+/// A chain of leaf, intermediate and root that every test spoils in its own way.
+class ChainPolicyTest : public testing::Test {
+ protected:
+  ChainPolicyTest() {
+    root_.name = "Root";
+    root_.issuerName = "Root";
+    root_.key = root_.issuerKey = MakeEcKey();
+    root_.extensions = {{"basicConstraints", "critical,CA:TRUE"}, {"keyUsage", "keyCertSign"}};
+    intermediate_.name = "Intermediate";
+    intermediate_.issuerName = "Root";
+    intermediate_.key = MakeEcKey();
+    intermediate_.issuerKey = root_.key;
+    intermediate_.extensions = root_.extensions;
+    leaf_.name = "Leaf";
+    leaf_.issuerName = "Intermediate";
+    leaf_.key = MakeEcKey();
+    leaf_.issuerKey = intermediate_.key;
+    leaf_.extensions = {{"keyUsage", "critical,digitalSignature"},
+                        {"extendedKeyUsage", "critical,codeSigning"}};
+  }
+
+  OsStatus Judge(std::int64_t time = kWithin, DateRule dateRule = DateRule::kEnforce,
+                 ChainPurpose purpose = ChainPurpose::kCodeSigning) const {
+    const CertificateChain chain = {MakeCertificate(leaf_), MakeCertificate(intermediate_),
+                                    MakeCertificate(root_)};
+    return JudgeChain(chain, purpose, time, dateRule, TrustStore({chain.back()}));
+  }
+
+  CertificatePlan leaf_;
+  CertificatePlan intermediate_;
+  CertificatePlan root_;
+};
+
+TEST_F(ChainPolicyTest, AcceptsAProperChain) { EXPECT_EQ(Judge(), kErrSecSuccess); }
+
+TEST_F(ChainPolicyTest, BothEndsOfThePeriodAreValid) {
+  EXPECT_EQ(Judge(1000), kErrSecSuccess);
+  EXPECT_EQ(Judge(2000), kErrSecSuccess);
+  EXPECT_EQ(Judge(999), kTpCertExpired);
+  EXPECT_EQ(Judge(2001), kTpCertExpired);
+}
+
+TEST_F(ChainPolicyTest, EveryCertificateMustBeValid) {
+  root_.notAfter = 1400;
+  EXPECT_EQ(Judge(), kTpCertExpired);
+  root_.notAfter = 2000;
+  intermediate_.notBefore = 1600;
+  EXPECT_EQ(Judge(), kTpCertExpired);
+}
+
+TEST_F(ChainPolicyTest, DatesCanBeTolerated) {
+  EXPECT_EQ(Judge(1, DateRule::kTolerate), kErrSecSuccess);
+  EXPECT_EQ(Judge(9999, DateRule::kTolerate), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, AnyUseOfTheKeyIsNotCodeSigning) {
+  leaf_.extensions[1].second = "anyExtendedKeyUsage";
+  EXPECT_EQ(Judge(), kTpInvalidExtendedKeyUsage);
+  leaf_.extensions[1].second = "serverAuth,codeSigning";
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, NonRepudiationIsAUseForSigning) {
+  leaf_.extensions[0].second = "nonRepudiation";
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  leaf_.extensions[0].second = "keyAgreement";
+  EXPECT_EQ(Judge(), kTpInvalidKeyUsage);
+}
+
+TEST_F(ChainPolicyTest, TimeStampingAsksForNoKeyUsage) {
+  leaf_.extensions = {{"extendedKeyUsage", "critical,timeStamping"}};
+  EXPECT_EQ(Judge(kWithin, DateRule::kEnforce, ChainPurpose::kTimeStamping), kErrSecSuccess);
+  leaf_.extensions = {{"extendedKeyUsage", "codeSigning"}};
+  EXPECT_EQ(Judge(kWithin, DateRule::kEnforce, ChainPurpose::kTimeStamping),
+            kTpInvalidExtendedKeyUsage);
+}
+
+TEST_F(ChainPolicyTest, IssuersMustBeAuthorities) {
+  intermediate_.extensions = {{"keyUsage", "keyCertSign"}};
+  EXPECT_EQ(Judge(), kTpNoBasicConstraints);
+  intermediate_.extensions = {{"basicConstraints", "CA:FALSE"}};
+  EXPECT_EQ(Judge(), kTpInvalidCa);
+  intermediate_.extensions = {{"basicConstraints", "CA:TRUE"}, {"keyUsage", "digitalSignature"}};
+  EXPECT_EQ(Judge(), kTpInvalidKeyUsage);
+  intermediate_.extensions = {{"basicConstraints", "CA:TRUE"}};
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, OldVersionsNeedNoExtensionForIt) {
+  root_.version = X509_VERSION_1;
+  root_.extensions.clear();
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, PathLengthCountsIntermediates) {
+  root_.extensions[0].second = "CA:TRUE,pathlen:0";
+  EXPECT_EQ(Judge(), kTpPathLengthExceeded);
+  root_.extensions[0].second = "CA:TRUE,pathlen:1";
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  intermediate_.extensions[0].second = "CA:TRUE,pathlen:0";
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, KeyIdentifiersMustAgree) {
+  intermediate_.extensions.emplace_back("subjectKeyIdentifier", "0102");
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  leaf_.extensions.emplace_back("2.5.29.35", "DER:30:04:80:02:01:02");
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  leaf_.extensions.back().second = "DER:30:04:80:02:01:03";
+  EXPECT_EQ(Judge(), kTpInvalidAuthorityId);
+}
+
+TEST_F(ChainPolicyTest, CriticalExtensionsMustBeKnown) {
+  leaf_.extensions.emplace_back("1.2.3.4", "DER:05:00");
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  leaf_.extensions.back().second = "critical,DER:05:00";
+  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+}
+
+TEST_F(ChainPolicyTest, AppleExtensionsAreKnown) {
+  for (const char* known :
+       {"1.2.840.113635.100.6.1.13", "1.2.840.113635.100.11.1", "1.2.840.113635.100.12.2",
+        "1.2.840.113635.100.13.1", "1.2.840.113635.100.15.9"}) {
+    leaf_.extensions.emplace_back(known, "critical,DER:05:00");
+    EXPECT_EQ(Judge(), kErrSecSuccess) << known;
+  }
+  leaf_.extensions.emplace_back("1.2.840.113635.100.60.1", "critical,DER:05:00");
+  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+}
+
+TEST_F(ChainPolicyTest, UnprocessedPolicyConstraintsMayNotBeCritical) {
+  intermediate_.extensions.emplace_back("policyConstraints", "critical,requireExplicitPolicy:0");
+  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+}
+
+TEST_F(ChainPolicyTest, ExtensionsMustBeReadableAndUnique) {
+  leaf_.extensions.emplace_back("2.5.29.14", "DER:05:00");
+  EXPECT_EQ(Judge(), kTpUnknownCertificateExtension);
+  leaf_.extensions.back() = leaf_.extensions.front();
+  // A usage that is there twice is none, and both failures are of one rank: the leaf's own is
+  // first.
+  EXPECT_EQ(Judge(), kTpInvalidKeyUsage);
+}
+
+TEST_F(ChainPolicyTest, NamesMustBePermitted) {
+  intermediate_.extensions.emplace_back("nameConstraints", "critical,excluded;email:example.com");
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
+  EXPECT_EQ(Judge(), kTpInvalidCertificate);
+}
+
+TEST_F(ChainPolicyTest, KeysMustBeLongEnough) {
+  leaf_.key = MakeRsaKey(1016);
+  EXPECT_EQ(Judge(), kTpInvalidCertificate);
+  leaf_.key = MakeRsaKey(1024);
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  leaf_.key = MakeEcKey("secp112r1");
+  EXPECT_EQ(Judge(), kTpInvalidCertificate);
+}
+
+TEST_F(ChainPolicyTest, OldDigestsAreForRootsOnly) {
+  root_.key = root_.issuerKey = intermediate_.issuerKey = MakeRsaKey(1024);
+  root_.digest = EVP_md5();
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  intermediate_.digest = EVP_sha1();
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  intermediate_.digest = EVP_md5();
+  EXPECT_EQ(Judge(), kInvalidDigestAlgorithm);
+}
+
+TEST_F(ChainPolicyTest, SubjectsMustHaveANameSomewhere) {
+  leaf_.name.clear();
+  EXPECT_EQ(Judge(), kTpInvalidEmptySubject);
+  leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
+  EXPECT_EQ(Judge(), kTpInvalidEmptySubject);
+  leaf_.extensions.back().second = "critical,email:somebody@example.com";
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, OfSeveralFailuresTheGravestIsGiven) {
+  leaf_.extensions.clear();
+  EXPECT_EQ(Judge(), kTpInvalidExtendedKeyUsage);
+  EXPECT_EQ(Judge(9999), kTpCertExpired);
+  intermediate_.extensions.clear();
+  EXPECT_EQ(Judge(9999), kTpNoBasicConstraints);
+}
+
+TEST_F(ChainPolicyTest, TheTopMustBeAnAnchorByItsBytes) {
+  const CertificateChain chain = {MakeCertificate(leaf_), MakeCertificate(intermediate_),
+                                  MakeCertificate(root_)};
+  const auto judge = [&](const TrustStore& trust) {
+    return JudgeChain(chain, ChainPurpose::kCodeSigning, kWithin, DateRule::kEnforce, trust);
+  };
+  EXPECT_EQ(judge(TrustStore()), kTpNotTrusted);
+  EXPECT_EQ(judge(TrustStore({chain[1]})), kTpNotTrusted);
+  // The same names and the same key, but another serial number.
+  EXPECT_EQ(judge(TrustStore({MakeCertificate(root_)})), kTpNotTrusted);
+  EXPECT_EQ(judge(TrustStore({chain[2]})), kErrSecSuccess);
+}
+
+TEST_F(ChainPolicyTest, MadeUpMarkersMakeNoAppleDeveloper) {
+  leaf_.extensions.emplace_back("1.2.840.113635.100.6.1.13", "DER:05:00");
+  intermediate_.extensions.emplace_back("1.2.840.113635.100.6.2.6", "DER:05:00");
+  EXPECT_FALSE(IsAppleDeveloperChain(
+      {MakeCertificate(leaf_), MakeCertificate(intermediate_), MakeCertificate(root_)}));
+}
+
+}  // namespace
+}  // namespace platform::code_signing
