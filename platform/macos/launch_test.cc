@@ -1,0 +1,47 @@
+#include "platform/macos/launch.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <string>
+
+#include "tests/contract/support.h"
+
+namespace platform {
+namespace {
+
+TEST(CheckLaunchPathTest, GivesTheErrnoThatStartingWouldGive) {
+  const contract::TemporaryTree tree;
+  const std::string program = tree.MakeFile("program");
+  EXPECT_EQ(CheckLaunchPath(tree.Path("nothing")), ENOENT);
+  EXPECT_EQ(CheckLaunchPath(""), ENOENT);
+  EXPECT_EQ(CheckLaunchPath(program + "/below"), ENOTDIR);
+  EXPECT_EQ(CheckLaunchPath(tree.Root()), EACCES);
+  contract::SetMode(program, S_IRUSR | S_IWUSR);
+  EXPECT_EQ(CheckLaunchPath(program), EACCES);
+  contract::SetMode(program, S_IRWXU);
+  EXPECT_EQ(CheckLaunchPath(program), 0);
+}
+
+TEST(OutputErrorTest, IsNeverNone) {
+  const contract::TemporaryTree tree;
+  EXPECT_EQ(OutputError(tree.Path("nothing")), ENOENT);
+  EXPECT_EQ(OutputError(tree.MakeFile("file")), EACCES);
+}
+
+TEST(LaunchErrorTest, IsTheNumberThatEndsTheReason) {
+  EXPECT_EQ(LaunchError("Couldn't posix_spawn: error 8"), 8);
+  EXPECT_EQ(LaunchError("*** -[NSConcreteTask launch]: Couldn't posix_spawn: error 86"), 86);
+  EXPECT_EQ(LaunchError("13"), 13);
+}
+
+TEST(LaunchErrorTest, IsAnUnusableFormatWhereTheReasonNamesNone) {
+  EXPECT_EQ(LaunchError("launch path not accessible"), ENOEXEC);
+  EXPECT_EQ(LaunchError("error 8 somewhere"), ENOEXEC);
+  EXPECT_EQ(LaunchError("error 0"), ENOEXEC);
+  EXPECT_EQ(LaunchError(""), ENOEXEC);
+}
+
+}  // namespace
+}  // namespace platform
