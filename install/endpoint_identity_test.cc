@@ -413,6 +413,36 @@ TEST_F(EndpointIdentityTest, ValuesFoundBeforeAFailureStay) {
   ExpectWithSdk({}, output, EACCES, values, found, {"Cannot access agcfJso file path"});
 }
 
+TEST_F(EndpointIdentityTest, FailedAllocationWhileReadingIsAReadFault) {
+  AddFile(Configuration("a hardware with a long name", "a company with a long name",
+                        "a group with a long name"));
+  Logger* const log = Log();
+  bool hasFailed = true;
+  int faults = 0;
+  for (std::size_t number = 1; hasFailed; ++number) {
+    Values values;
+    int code = -1;
+    fake::AllocationFailure failure;
+    failure.Arm(number);
+    try {
+      code = Tool().GetEndpointInformation(&values.company, &values.group, &values.endpoint, kFile,
+                                           false, log);
+    } catch (const std::bad_alloc&) {
+      // Not while reading.
+    }
+    hasFailed = failure.Disarm();
+    const Lines lines = TakeLog();
+    EXPECT_EQ(world.openFiles, 0);
+    if (code != 9) continue;
+    ++faults;
+    EXPECT_EQ(lines.back(), "Exception happened while configuration file was opened. Read fault");
+    // They are taken in this order, and what was taken stays.
+    EXPECT_TRUE(values.endpoint.empty() || !values.group.empty());
+    EXPECT_TRUE(values.company.empty() || !values.endpoint.empty());
+  }
+  EXPECT_GT(faults, 3);
+}
+
 TEST_F(EndpointIdentityTest, DeepNesting) {
   constexpr std::size_t kDepth = 100000;
   std::string objects;

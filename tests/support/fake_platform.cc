@@ -386,8 +386,8 @@ int InputFile::Open(const std::string& path) {
   if (node->openError != 0) return node->openError;
   Close();
   static int nextDescriptor = 100;
+  OpenFiles()[nextDescriptor] = {*node, 0};
   descriptor_ = nextDescriptor++;
-  OpenFiles()[descriptor_] = {*node, 0};
   ++World::Current().openFiles;
   return 0;
 }
