@@ -7,7 +7,7 @@ import subprocess
 import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-PATTERNS = ("*_test.cc", "*_bench.cc", "*_fuzzer.cc", "*_test.py")
+PATTERNS = ("*_test.cc", "*_test.mm", "*_bench.cc", "*_fuzzer.cc", "*_test.py")
 
 
 def is_named(source):
@@ -17,7 +17,7 @@ def is_named(source):
             continue
         name = re.escape(str(source.relative_to(folder).with_suffix("")))
         module = re.escape(str(source.relative_to(folder).with_suffix("")).replace("/", "."))
-        if re.search(rf"(?<![\w])(?:[\w./]*[./])?(?:{name}|{module})(?:\.cc|\.py)?(?!\w)",
+        if re.search(rf"(?<![\w])(?:[\w./]*[./])?(?:{name}|{module})(?:\.cc|\.mm|\.py)?(?!\w)",
                      description.read_text()):
             return True
     return False

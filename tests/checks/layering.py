@@ -44,7 +44,7 @@ def tracked_sources():
 
 def breaches(name):
     room = name.split("/")[0]
-    is_test = name.endswith("_test.cc")
+    is_test = name.endswith(("_test.cc", "_test.mm"))
     for number, line in enumerate((ROOT / name).read_text().splitlines(), 1):
         include = INCLUDE.search(line)
         if include and not is_test:
