@@ -60,7 +60,8 @@ class Success(LinksCase):
         self.fetch("healthy", 0, "v||p|1", called(0), words)
 
     def test_values_are_passed_on_untouched(self):
-        words = ("-slUrl", "-apiKey", "-apiKey", "$(touch x) `y` \"z\"", "-packageName", "für|alle\n")
+        words = ("-slUrl", "-apiKey", "-apiKey", "$(touch x) `y` \"z\"",
+                 "-packageName", "für|alle\n")
         self.fetch("healthy", 0, "-apiKey|$(touch x) `y` \"z\"|für|alle\n|1", called(0), words)
 
     def test_bytes_that_are_no_characters(self):
@@ -121,7 +122,7 @@ class Failures(LinksCase):
 
 
 class Loading(LinksCase):
-    """The library is never loaded before it has been accepted, and only from where it was checked."""
+    """The library is loaded only when it has been accepted, and from where it was checked."""
 
     def trace(self, wanted, prepare=None):
         """The exit status, and what the loader says of the library when it is asked to."""
