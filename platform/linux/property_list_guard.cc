@@ -3,15 +3,17 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace platform {
 namespace {
 
 constexpr std::size_t kMaximumDepth = 256;
-constexpr std::size_t kMaximumValues = std::size_t{1} << 18;
+constexpr std::size_t kMaximumValues = std::size_t{1} << 19;
 constexpr std::uint64_t kMaximumExpandedSize = std::uint64_t{64} << 20;
 constexpr std::uint64_t kMaximumEntityWork = std::uint64_t{1} << 32;
+constexpr std::uint64_t kMaximumKeyWork = std::uint64_t{1} << 26;
 
 bool StartsWith(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
@@ -32,7 +34,8 @@ class XmlScan {
         return false;
       }
     }
-    return entityWork_ <= kMaximumEntityWork;
+    while (!open_.empty()) CloseContainer();
+    return entityWork_ <= kMaximumEntityWork && keyWork_ <= kMaximumKeyWork;
   }
 
  private:
@@ -64,17 +67,46 @@ class XmlScan {
     rest_.remove_prefix(std::min(end + 1, rest_.size()));
     if (StartsWith(name, "?")) return beforeEnd == '?';
     if (StartsWith(name, "/")) {
-      if (name == "/dict" || name == "/array") depth_ -= depth_ > 0 ? 1 : 0;
+      if ((name == "/dict" || name == "/array") && !open_.empty()) CloseContainer();
       return true;
     }
-    if ((name == "dict" || name == "array") && beforeEnd != '/') ++depth_;
-    return depth_ <= kMaximumDepth && ++values_ <= kMaximumValues;
+    if ((name == "dict" || name == "array") && beforeEnd != '/') open_.emplace_back();
+    if (name == "key" && !open_.empty()) open_.back().push_back(HashOfKey());
+    return open_.size() <= kMaximumDepth && ++values_ <= kMaximumValues;
+  }
+
+  /// The hash by which libplist finds the key whose text comes next; the same one for all keys that
+  /// are not written plainly.
+  std::uint32_t HashOfKey() const {
+    const std::size_t length = std::min(rest_.find('<'), rest_.size());
+    const std::string_view key = rest_.substr(0, length);
+    if (key.find('&') != key.npos || StartsWith(rest_.substr(length), "<!")) return 0;
+    std::uint32_t hash = 5381;
+    for (const char c : key) hash = hash * 33 + static_cast<std::uint32_t>(c);
+    return hash;
+  }
+
+  /// Adds up what it takes libplist to look up each key among those of its bucket, and to replace
+  /// the value of a key that comes again.
+  void CloseContainer() {
+    constexpr std::uint32_t kBuckets = 4096;
+    std::vector<std::uint32_t>& hashes = open_.back();
+    std::sort(hashes.begin(), hashes.end(), [](std::uint32_t a, std::uint32_t b) {
+      return std::make_pair(a % kBuckets, a) < std::make_pair(b % kBuckets, b);
+    });
+    std::size_t inBucket = 0;
+    for (std::size_t i = 1; i < hashes.size(); ++i) {
+      inBucket = hashes[i] % kBuckets == hashes[i - 1] % kBuckets ? inBucket + 1 : 0;
+      keyWork_ += inBucket + (hashes[i] == hashes[i - 1] ? hashes.size() : 0);
+    }
+    open_.pop_back();
   }
 
   std::string_view rest_;
-  std::size_t depth_ = 0;
+  std::vector<std::vector<std::uint32_t>> open_;  ///< containers, as the hashes of their keys
   std::size_t values_ = 0;
   std::uint64_t entityWork_ = 0;
+  std::uint64_t keyWork_ = 0;
 };
 
 /// Follows the references of a binary list from its top, as often as they occur.

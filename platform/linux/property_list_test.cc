@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -135,6 +136,36 @@ TEST(PropertyListTest, BoundsTheNumberOfValues) {
 TEST(PropertyListTest, BoundsTheWorkForEntities) {
   EXPECT_TRUE(ParsePropertyList(Xml("<string>" + Repeat("&lt;", 10000) + "</string>")));
   EXPECT_FALSE(ParsePropertyList(Xml("<string>" + Repeat("&lt;", 1000000) + "</string>")));
+}
+
+std::string Keys(std::size_t count, const std::function<std::string(std::size_t)>& name) {
+  std::string keys;
+  for (std::size_t i = 0; i < count; ++i) keys += "<key>" + name(i) + "</key><true/>";
+  return Xml("<dict>" + keys + "</dict>");
+}
+
+TEST(PropertyListTest, BoundsTheWorkForKeys) {
+  constexpr std::size_t kCount = 100000;
+  const auto path = [](std::size_t i) { return "Resources/file" + std::to_string(i) + ".png"; };
+  const auto list = ParsePropertyList(Keys(kCount, path));
+  ASSERT_TRUE(list);
+  EXPECT_EQ(list->members.size(), kCount);
+  EXPECT_TRUE(ParsePropertyList(Keys(kCount, [&](std::size_t i) {
+    return i % 1000 == 0 ? "a &amp; b" + std::to_string(i) : path(i);
+  })));
+  // Names of one hash, written plainly and not, and names that all come twice.
+  const auto colliding = [](std::size_t i) {
+    std::string name;
+    for (std::size_t bit = 0; bit < 17; ++bit) name += (i >> bit & 1) != 0 ? "AB" : "B!";
+    return name;
+  };
+  EXPECT_FALSE(ParsePropertyList(Keys(kCount, colliding)));
+  EXPECT_FALSE(ParsePropertyList(Keys(kCount, [&](std::size_t i) {
+    return "&#" + std::to_string(i % 2 + 65) + ";" + colliding(i);
+  })));
+  EXPECT_FALSE(ParsePropertyList(
+      Keys(kCount, [&](std::size_t i) { return "<![CDATA[" + colliding(i) + "]]>"; })));
+  EXPECT_FALSE(ParsePropertyList(Keys(kCount, [&](std::size_t i) { return path(i / 2); })));
 }
 
 TEST(PropertyListTest, BoundsWhatBinaryListsExpandTo) {
