@@ -13,7 +13,7 @@ namespace platform::code_signing {
 namespace {
 
 // Real messages have some ten thousand bytes. Values take more memory than their encoding.
-constexpr std::size_t kLargestMessage = 4U << 20U;
+constexpr std::size_t kLargestMessage = 1U << 20U;
 
 constexpr char kSequenceTag = 0x30;
 
@@ -63,15 +63,64 @@ std::vector<const ASN1_TYPE*> ValuesOf(X509_ATTRIBUTE* attribute) {
   return values;
 }
 
-// A detached content that is read through the digests of the message's algorithms.
-BioPtr DigestContent(CMS_ContentInfo& message, std::string_view content) {
-  BioPtr source(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
-  if (!source) return nullptr;
-  BioPtr digests(CMS_dataInit(&message, source.get()));
-  if (!digests) return nullptr;
-  static_cast<void>(source.release());  // now the end of the chain
-  char buffer[4096];
-  while (BIO_read(digests.get(), buffer, sizeof(buffer)) > 0) {
+// The digest of a content, in the form in which libcrypto compares it with a signer's.
+BioPtr DigestContent(const X509_ALGOR& algorithm, std::string_view content) {
+  const EVP_MD* digest = EVP_get_digestbyobj(algorithm.algorithm);
+  BioPtr chain(BIO_new(BIO_f_md()));
+  if (digest == nullptr || !chain || BIO_set_md(chain.get(), digest) != 1) return nullptr;
+  BIO_push(chain.get(), BIO_new(BIO_s_null()));
+  const auto length = static_cast<int>(content.size());
+  if (length > 0 && BIO_write(chain.get(), content.data(), length) != length) return nullptr;
+  return chain;
+}
+
+// Walks over the values in a piece of DER.
+class DerCursor {
+ public:
+  DerCursor(const unsigned char* begin, long length) : position_(begin), end_(begin + length) {}
+
+  bool AtEnd() const { return position_ == end_; }
+
+  // Steps over one value. Returns what is in it, which is empty at the end.
+  DerCursor Next() {
+    long length = 0;
+    int tag = 0;
+    int tagClass = 0;
+    const unsigned char* contents = position_;
+    if (AtEnd() ||
+        (ASN1_get_object(&contents, &length, &tag, &tagClass, end_ - position_) & 0x80) != 0) {
+      position_ = end_;
+      return {end_, 0};
+    }
+    position_ = contents + length;
+    return {contents, length};
+  }
+
+  // The identifier that comes next.
+  int NextIdentifier() {
+    const ObjectPtr object(d2i_ASN1_OBJECT(nullptr, &position_, end_ - position_));
+    return object ? OBJ_obj2nid(object.get()) : NID_undef;
+  }
+
+ private:
+  const unsigned char* position_;
+  const unsigned char* end_;
+};
+
+// The digests that signed data announces, which libcrypto keeps to itself.
+std::set<int> AnnouncedDigests(const CMS_ContentInfo& message) {
+  unsigned char* encoded = nullptr;
+  const int length = i2d_CMS_ContentInfo(&message, &encoded);
+  const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
+      encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
+  std::set<int> digests;
+  if (length <= 0) return digests;
+  DerCursor contentInfo = DerCursor(encoded, length).Next();
+  contentInfo.Next();  // the message's type
+  DerCursor signedData = contentInfo.Next().Next();
+  signedData.Next();  // its version
+  for (DerCursor list = signedData.Next(); !list.AtEnd();) {
+    digests.insert(list.Next().NextIdentifier());
   }
   return digests;
 }
@@ -88,8 +137,11 @@ CertificatePtr CmsSigner::FindCertificate(const CertificateList& certificates) c
 bool CmsSigner::Verify(const CertificatePtr& certificate, std::string_view content) const {
   CMS_SignerInfo_set1_signer_cert(info_, certificate.get());
   if (!NamesOwnAlgorithm()) return false;
-  const BioPtr digests = DigestContent(*message_, content);
-  if (!digests || CMS_SignerInfo_verify_content(info_, digests.get()) != 1) return false;
+  X509_ALGOR* algorithm = nullptr;
+  CMS_SignerInfo_get0_algs(info_, nullptr, nullptr, &algorithm, nullptr);
+  if (announcedDigests_->count(OBJ_obj2nid(algorithm->algorithm)) == 0) return false;
+  const BioPtr digest = DigestContent(*algorithm, content);
+  if (!digest || CMS_SignerInfo_verify_content(info_, digest.get()) != 1) return false;
   // Without signed attributes the content's own signature has just been verified.
   if (CMS_signed_get_attr_count(info_) <= 0) return true;
   return NamesContentType() && VerifySignedAttributes();
@@ -189,7 +241,10 @@ CmsMessage::ParseResult CmsMessage::Parse(std::string_view bytes, CmsMessage& me
   if (bytes.size() > kLargestMessage) return ParseResult::kMalformed;
   const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
   message.message_.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
-  return message.message_ ? ParseResult::kComplete : ParseResult::kMalformed;
+  if (!message.message_) return ParseResult::kMalformed;
+  message.announcedDigests_.clear();
+  if (message.IsSignedData()) message.announcedDigests_ = AnnouncedDigests(*message.message_);
+  return ParseResult::kComplete;
 }
 
 bool CmsMessage::IsSignedData() const {
@@ -201,7 +256,7 @@ std::vector<CmsSigner> CmsMessage::Signers() const {
   if (!IsSignedData()) return signers;
   STACK_OF(CMS_SignerInfo)* infos = CMS_get0_SignerInfos(message_.get());
   for (int i = 0; i < sk_CMS_SignerInfo_num(infos); ++i) {
-    signers.emplace_back(*message_, *sk_CMS_SignerInfo_value(infos, i));
+    signers.emplace_back(*message_, *sk_CMS_SignerInfo_value(infos, i), announcedDigests_);
   }
   return signers;
 }

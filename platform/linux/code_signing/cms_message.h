@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,13 +18,16 @@ namespace platform::code_signing {
 /// One signer of a message. Valid as long as the message.
 class CmsSigner {
  public:
-  CmsSigner(CMS_ContentInfo& message, CMS_SignerInfo& info) : message_(&message), info_(&info) {}
+  /// @param announcedDigests libcrypto's numbers of the digests that the message announces.
+  CmsSigner(CMS_ContentInfo& message, CMS_SignerInfo& info, const std::set<int>& announcedDigests)
+      : message_(&message), info_(&info), announcedDigests_(&announcedDigests) {}
 
   /// The signer's certificate, found among those of the message; null when it is not there.
   CertificatePtr FindCertificate(const CertificateList& certificates) const;
 
   /// Whether the signature is that of the certificate's key over `content` and the signed
-  /// attributes, which must name the message's content type.
+  /// attributes, which must name the message's content type. Its digest must be one that the
+  /// message announces.
   bool Verify(const CertificatePtr& certificate, std::string_view content) const;
 
   /// The octets of the signature.
@@ -56,6 +60,7 @@ class CmsSigner {
 
   CMS_ContentInfo* message_;
   CMS_SignerInfo* info_;
+  const std::set<int>* announcedDigests_;
 };
 
 /// A message of the Cryptographic Message Syntax (RFC 5652), in BER.
@@ -90,6 +95,7 @@ class CmsMessage {
   };
 
   std::unique_ptr<CMS_ContentInfo, Free> message_;
+  std::set<int> announcedDigests_;
 };
 
 /// The encoding of a value.
