@@ -34,7 +34,8 @@ Logger* logger = nullptr;
 
 Logger* Logger::GetLogger(std::string directory) {
   if (m_pThis == nullptr) {
-    m_pThis = new Logger();
+    static Logger theLogger;
+    m_pThis = &theLogger;
     m_LogFile.open(directory + m_sFilename, std::ios::out | std::ios::app);
   }
   return m_pThis;
