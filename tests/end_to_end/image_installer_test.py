@@ -360,6 +360,19 @@ class TemporaryFile(ImageCase):
         run = self.install(endpoint)
         return [(call["descriptors"]["1"], call["arguments"]) for call in run.calls]
 
+    def test_runs_at_the_same_time_have_files_of_their_own(self):
+        count = 6
+        with self.prepared(fill_with_small_package, scenario(attach={
+                "acts": False, "status": 3, "output": {"text": "said"}})) as endpoint:
+            run = self.run_script_on(
+                endpoint, f"for n in $(seq {count}); do $TOOL -runInstaller {IMAGE} & done; wait")
+            self.assert_answer(run, 0, d.ABSENT * count)
+            written = [f"{installation.TEMPORARY}/KXToolInstall_{FIRST_NUMBER + number}"
+                       for number in range(count)]
+            self.assertEqual(sorted(call["descriptors"]["1"] for call in run.calls), written)
+            self.assertEqual([endpoint.path(path).read_text() for path in written],
+                             ["said"] * count)
+
     @needs_sandbox
     def test_no_temporary_directory(self):
         with self.prepared(fill_with_small_package) as endpoint:
