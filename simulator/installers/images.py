@@ -45,10 +45,16 @@ def write_configuration(folder: pathlib.Path, company: str = _COMPANY, group: st
 
 
 def write_image(content: pathlib.Path, image: pathlib.Path, volume: str = "SETUP") -> None:
-    """Makes a disk image with everything in the folder `content`; ISO 9660 with Rock Ridge."""
+    """Makes a disk image with everything in the folder `content`; ISO 9660 with Rock Ridge.
+
+    Raises BuildError.
+    """
     command = ["xorriso", "-no_rc", "-abort_on", "FAILURE", "-outdev", f"stdio:{image}",
                "-volid", volume, "-padding", "0", "-map", str(content), "/"]
-    subprocess.run(command, check=True, stdin=subprocess.DEVNULL, capture_output=True)
+    made = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=False)
+    if made.returncode != 0:
+        reason = made.stderr.decode(errors="replace").strip()
+        raise installation.BuildError(f"cannot make the disk image {image}: {reason}")
 
 
 class Media:
@@ -103,7 +109,8 @@ class Media:
         """Changes with everything that the demonstration media are made of."""
         made_of = [pathlib.Path(__file__), _SETUP_DOWNLOADER,
                    *(self._build / "simulator" / name for name in ("agentsdk.so", "service"))]
-        return hashlib.sha256(b"".join(path.read_bytes() for path in made_of)).hexdigest()[:32]
+        content = [self._signed.anchors([]).encode(), *(path.read_bytes() for path in made_of)]
+        return hashlib.sha256(b"".join(content)).hexdigest()[:32]
 
     def _make(self, name: str, target: pathlib.Path) -> None:
         if name == "package":
