@@ -64,7 +64,8 @@ TEST(WriteStandardOutputContract, WritesAllOfItIntoANonBlockingPipe) {
   }
   close(ends[0]);
   EXPECT_EQ(total, kMoreThanAPipeHolds);
-  EXPECT_EQ(WEXITSTATUS(contract::Await(child)), 5);
+  const int status = contract::Await(child);
+  EXPECT_EQ(WEXITSTATUS(status), 5);
 }
 
 TEST(WriteStandardOutputContract, SurvivesAPipeWithoutAReader) {

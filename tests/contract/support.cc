@@ -4,6 +4,7 @@
 #include <ftw.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,7 +20,7 @@
 namespace contract {
 namespace {
 
-constexpr uid_t kOrdinaryUser = 65534;
+[[maybe_unused]] constexpr uid_t kOrdinaryUser = 65534;
 constexpr int kOpenDirectories = 64;
 
 std::string& OwnProgramStorage() {
@@ -97,8 +98,15 @@ bool NothingAt(const std::string& path) {
 void SetMode(const std::string& path, mode_t mode) { Check(chmod(path.c_str(), mode) == 0, path); }
 
 void SetModificationTime(const std::string& path, long seconds, long nanoseconds) {
+#ifdef __APPLE__
+  // The oldest macOS sets whole microseconds.
+  const timeval time{seconds, static_cast<suseconds_t>(nanoseconds / 1000)};
+  const timeval times[] = {time, time};
+  Check(lutimes(path.c_str(), times) == 0, path);
+#else
   const timespec times[] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
   Check(utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0, path);
+#endif
 }
 
 WorkingDirectory::WorkingDirectory(const std::string& path)

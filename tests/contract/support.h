@@ -82,7 +82,7 @@ class OrdinaryUser {
 
  private:
   bool isOne_;
-  bool changed_ = false;
+  [[maybe_unused]] bool changed_ = false;  ///< where root can go there and back
 };
 
 /// Absolute path of the test program.
