@@ -54,9 +54,20 @@ class Success(InvocationCase):
     def test_whole_transcript_in_every_layout(self):
         for layout in (1, 2, 3):
             with self.subTest(layout=layout):
-                run = self.query("completion-delayed", layout=layout)
+                run = self.query({"sdk": {"answers": {t.GET_STATUS: {"text": ANSWER}}}},
+                                 layout=layout)
                 self.assert_log(run, found(t.answered(layout=layout)),
                                 t.on_ran(run.batch, ANSWER))
+
+    def test_answer_after_two_seconds(self):
+        run = self.query("completion-delayed")
+        self.assert_log(run, found(t.answered()), t.on_ran(run.batch, ANSWER))
+
+    def test_expired_certificate_is_as_good_as_another(self):
+        self.query("library-expired-certificate", output="7.16.42.200137")
+
+    def test_large_library(self):
+        self.query("library-large", output="7.16.42.200137")
 
     def test_healthy_scenario(self):
         run = self.query("healthy", output="7.16.42.200137")

@@ -102,7 +102,9 @@ class Contents(ScanReportCase):
                           found("1_Full Scan.xml", value))
 
     def test_no_root(self):
-        for text in ("", "\n", '<?xml version="1.0"?>', "<!-- nothing -->"):
+        self.failed("scan-logs-empty-file", 2, [
+            *BEGIN, f"Invalid XML file for{installation.SCAN_LOGS}/1_Full Scan.xml"])
+        for text in ("\n", '<?xml version="1.0"?>', "<!-- nothing -->"):
             with self.subTest(text=text):
                 self.failed({"scanLogs": [log("1_Full Scan.xml", text)]}, 2, [
                     *BEGIN, f"Invalid XML file for{installation.SCAN_LOGS}/1_Full Scan.xml"])
@@ -139,8 +141,8 @@ class Contents(ScanReportCase):
             'Invalid XML file. Could not find "startTime" node'])
 
     def test_text_that_is_no_xml_ends_the_process_abnormally(self):
-        for text in ("scanned\n", "<a", "<a b>"):
-            with self.subTest(text=text):
-                run = self.run_tool("-getLastSystemScan",
-                                    scenario={"scanLogs": [log("1_Full Scan.xml", text)]})
+        for scenario in ("scan-logs-not-xml", {"scanLogs": [log("1_Full Scan.xml", "<a")]},
+                         {"scanLogs": [log("1_Full Scan.xml", "<a b>")]}):
+            with self.subTest(scenario=scenario):
+                run = self.run_tool("-getLastSystemScan", scenario=scenario)
                 self.assertEqual((run.status, run.output, run.log), (128 + 6, b"", BEGIN))
