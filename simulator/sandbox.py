@@ -104,12 +104,19 @@ def _machine() -> list[str]:
 
 
 def remove_tree(path: pathlib.Path) -> None:
-    """Removes whatever is at `path`, also below folders that may not be entered."""
-    def open_up(function, name, _):
-        os.chmod(os.path.dirname(name), 0o700)
-        function(name)
-
-    if path.is_dir() and not path.is_symlink():
-        shutil.rmtree(path, onerror=open_up)
-    else:
+    """Removes whatever is at `path`, also folders that their owner may not enter."""
+    if not path.is_dir() or path.is_symlink():
         path.unlink(missing_ok=True)
+        return
+    try:
+        shutil.rmtree(path)
+    except PermissionError:
+        _let_owner_in(path)
+        shutil.rmtree(path)
+
+
+def _let_owner_in(folder: pathlib.Path) -> None:
+    folder.chmod(0o700)
+    for entry in list(os.scandir(folder)):
+        if entry.is_dir(follow_symlinks=False):
+            _let_owner_in(pathlib.Path(entry.path))
