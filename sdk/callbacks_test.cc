@@ -1,10 +1,12 @@
 #include "sdk/callbacks.h"
 
+#include <csignal>
 #include <memory>
 #include <thread>
 
 #include "diag/global_logger.h"
 #include "sdk/run_state.h"
+#include "tests/support/allocation_failure.h"
 #include "tests/support/tool_test.h"
 
 namespace sdk {
@@ -122,6 +124,29 @@ TEST_F(CallbacksTest, TextsOfAnySize) {
   const std::string text(100 << 20, 'x');
   OnRan(&Tool(), Batch(), 0, text.c_str());
   EXPECT_EQ(Tool().sdkResponse.size(), text.size());
+}
+
+// An exception must not reach the SDK, which may not even be C++.
+TEST_F(CallbacksTest, NoMemoryEndsTheProcess) {
+  logger = nullptr;
+  const std::string text(1000, 'x');
+  const auto complete = [&] {
+    fake::AllocationFailure::Arm(1);
+    try {
+      OnRan(&Tool(), Batch(), 0, text.c_str());
+    } catch (...) {
+    }
+  };
+  const auto raise = [&] {
+    stopThread = false;
+    fake::AllocationFailure::Arm(1);
+    try {
+      OnProductEvent(&Tool(), text.c_str(), "data");
+    } catch (...) {
+    }
+  };
+  EXPECT_EXIT(complete(), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(raise(), testing::KilledBySignal(SIGABRT), "");
 }
 
 // Callbacks that are on their way while the tool is destroyed either do all of their work first or
