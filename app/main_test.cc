@@ -1,5 +1,4 @@
 #include <csignal>
-#include <cstdlib>
 #include <new>
 
 #include "tests/support/tool_test.h"
@@ -14,7 +13,12 @@ bool memoryIsOut = false;
 }  // namespace
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return memoryIsOut ? nullptr : std::malloc(size);
+  if (memoryIsOut) return nullptr;
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
 }
 
 namespace {

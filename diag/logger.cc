@@ -23,6 +23,9 @@ std::ofstream Logger::m_LogFile;
 
 /// Goes just before the stream does; Log() leaves the stream alone from then on.
 struct Logger::EndOfLogging {
+  EndOfLogging() = default;
+  EndOfLogging(const EndOfLogging&) = delete;
+  EndOfLogging& operator=(const EndOfLogging&) = delete;
   ~EndOfLogging() {
     const std::lock_guard<std::mutex> lock(LineLock());
     m_pThis = nullptr;
@@ -36,7 +39,7 @@ Logger* Logger::GetLogger(std::string directory) {
   if (m_pThis == nullptr) {
     static Logger theLogger;
     m_pThis = &theLogger;
-    m_LogFile.open(directory + m_sFilename, std::ios::out | std::ios::app);
+    m_LogFile.open(std::move(directory) + m_sFilename, std::ios::out | std::ios::app);
   }
   return m_pThis;
 }
@@ -44,6 +47,7 @@ Logger* Logger::GetLogger(std::string directory) {
 void Logger::Log(std::string message) {
   const std::lock_guard<std::mutex> lock(LineLock());
   if (m_pThis == nullptr || !m_LogFile.is_open()) return;
-  m_LogFile << Utils::GetUtcTime() << ' ' << message << '\n';
-  m_LogFile.flush();
+  message.insert(0, Utils::GetUtcTime() + ' ');
+  message += '\n';
+  m_LogFile << message << std::flush;
 }

@@ -16,8 +16,7 @@ void OnRan(void* context, const char* batchContext, int error, const char* resul
   Utils::LogMessage(logger, "Start OnRan");
   Utils::LogMessage(logger, "Is null batch_context = ", batchContext == nullptr);
   if (batchContext != nullptr) {
-    const int firstCharacter = static_cast<signed char>(batchContext[0]);
-    Utils::LogMessage(logger, "Batch context = ", firstCharacter);
+    Utils::LogMessage(logger, "Batch context = ", static_cast<signed char>(batchContext[0]));
   }
   Utils::LogMessage(logger, "Error = ", error);
   Utils::LogMessage(logger, "Is null result = ", result == nullptr);

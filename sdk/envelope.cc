@@ -3,6 +3,7 @@
 #include <rapidjson/document.h>
 
 #include <string_view>
+#include <utility>
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
@@ -85,7 +86,7 @@ int KXTool::ExecuteAgentSDKMethodWrapper(std::string method, rapidjson::Document
   Utils::LogMessage(logger, "Executing AgentSDK Wrapper method: ", method);
   int apiError = 0;
   long long sdkError = 0;
-  const int code = ExecuteAgentSDKMethod(method, output, apiError, sdkError, logger);
+  const int code = ExecuteAgentSDKMethod(std::move(method), output, apiError, sdkError, logger);
   Utils::LogMessage(logger, "Return error: ", code);
   Utils::LogMessage(logger, "API error = ", apiError);
   Utils::LogMessage(logger, "Agent SDK Error = ", sdkError);

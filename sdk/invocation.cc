@@ -3,6 +3,7 @@
 #include <array>
 #include <ctime>
 #include <mutex>
+#include <utility>
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
@@ -41,8 +42,8 @@ std::string SecondsSince(std::int64_t start) {
 /// in order when it goes, whatever way the call ends.
 class Invocation {
  public:
-  Invocation(KXTool& tool, const std::string& method, int& apiError, Logger* logger)
-      : tool_(tool), method_(method), apiError_(apiError), logger_(logger) {}
+  Invocation(KXTool& tool, std::string method, int& apiError, Logger* logger)
+      : tool_(tool), method_(std::move(method)), apiError_(apiError), logger_(logger) {}
 
   /// Finds, checks and loads the library and finds its exports.
   int Load();
@@ -50,6 +51,10 @@ class Invocation {
   int Start();
   /// Waits for the completion or, in a watched scan, for a decisive event.
   int Await();
+  /// Unpacks the answer. @return the method's own error
+  long long Unpack(rapidjson::Document& output) const {
+    return sdk::UnpackAnswer(tool_.sdkResponse, method_, output, logger_);
+  }
   /// Ends the registration, and gives the instance and the library back.
   void Finish(const char* message);
 
@@ -68,7 +73,7 @@ class Invocation {
   }
 
   KXTool& tool_;
-  const std::string& method_;
+  const std::string method_;
   int& apiError_;
   Logger* logger_;
   const AgentSDKCallbacks callbacks_{sizeof(AgentSDKCallbacks), OnProductEvent, OnRan};
@@ -246,11 +251,11 @@ int KXTool::ExecuteAgentSDKMethod(std::string method, rapidjson::Document& outpu
   Utils::LogMessage(logger, "Executing AgentSDK method: ", method);
   sdkError = 0;
   apiError = 0;
-  Invocation invocation(*this, method, apiError, logger);
+  Invocation invocation(*this, std::move(method), apiError, logger);
   if (const int code = invocation.Load(); code != kSuccess) return code;
   if (const int code = invocation.Start(); code != kSuccess) return code;
   if (const int code = invocation.Await(); code != kSuccess) return code;
-  sdkError = sdk::UnpackAnswer(sdkResponse, method, output, logger);
+  sdkError = invocation.Unpack(output);
   invocation.Finish("Instance unregistered with exit code : ");
   Utils::LogMessage(logger, "Finished executing AgentSDK method");
   return kSuccess;
