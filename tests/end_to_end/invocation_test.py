@@ -284,6 +284,10 @@ class Completions(InvocationCase):
                 self.assertEqual(run.main_log, found(t.answered()))
                 self.assert_stored_while_waiting(run)
 
+    def test_late_ones_come_even_when_the_tool_is_gone(self):
+        run = self.query("completion-after-unregistration")
+        self.assertEqual([call["batch"] for call in run.calls_of("completion")], [run.batch] * 3)
+
 
 class TimeOuts(InvocationCase):
     """The limit of ten seconds passes in real time, once for each."""

@@ -1,0 +1,1 @@
+"""The stand-in for the SDK library, and its tests."""
