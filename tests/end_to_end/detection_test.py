@@ -241,16 +241,29 @@ class Services(DetectionCase):
 class Time(DetectionCase):
     """How long it takes."""
 
-    def elapsed(self, wanted, record, divisor):
-        start = time.monotonic()
-        self.detect(wanted, record, sleep_divisor=divisor)
-        return (time.monotonic() - start) * (divisor or 1)
+    def sleeps(self, wanted, record, status=PRESENT):
+        """Every sleep of a detection, in seconds."""
+        with self.endpoint(scenario=wanted) as endpoint:
+            path = f"{installation.TEMPORARY}/sleeps"
+            run = self.run_script_on(endpoint, f"exec $FAST KX_SLEEP_RECORD={path} $TOOL -detect")
+            self.assert_answer(run, status, record)
+            made = endpoint.path(path)
+            return [int(line) for line in made.read_text().split()] if made.exists() else []
 
     def test_services_that_never_come_up_take_270_seconds(self):
-        self.assertGreaterEqual(self.elapsed("services-missing", d.UNHEALTHY, 100), 270)
+        """Five times ten looks, each after a pause, and four more pauses between the times."""
+        self.assertEqual(self.sleeps("services-missing", d.UNHEALTHY), [5] * (5 * 10 + 4))
+
+    def test_one_pause_before_the_first_look(self):
+        self.assertEqual(self.sleeps("healthy", d.HEALTHY), [5])
+
+    def test_no_pause_without_the_product(self):
+        self.assertEqual(self.sleeps("not-installed", d.ABSENT, 0), [])
 
     def test_five_seconds_of_real_time_before_the_first_look(self):
-        self.assertGreaterEqual(self.elapsed("healthy", d.HEALTHY, None), 5)
+        start = time.monotonic()
+        self.detect(sleep_divisor=None)
+        self.assertGreaterEqual(time.monotonic() - start, 5)
 
     def test_services_that_come_up_late(self):
         """They start after the first ten looks and long before the last one."""

@@ -482,16 +482,15 @@ class Searching(ImageCase):
 
     def test_walk_ends_when_both_are_found(self):
         def fill(folder):
-            inner = folder / "One.pkg"
-            inner.mkdir()
-            images.write_configuration(inner)
-            for number in range(200):
-                (inner / "installer.xml.d" / f"Late {number}.pkg").mkdir(parents=True)
+            for number in range(20):
+                (folder / f"folder {number}").mkdir()
+                (folder / f"folder {number}" / f"{number}.pkg").touch()
+                images.write_configuration(folder / f"folder {number}")
 
         run = self.search_for(fill)
-        found = [line for line in run.log if line.startswith("Found installer path")]
-        self.assertEqual(len(found), 1)
-        self.assertEqual(run.log[run.log.index(found[0]) + 1], "Running ORVEX install process")
+        found = [line.partition(":")[2].strip() for line in run.log if line.startswith("Found ")]
+        self.assertEqual(len(found), 2)
+        self.assertEqual(os.path.dirname(found[0]), os.path.dirname(found[1]))
 
     def test_entry_that_is_a_folder_in_the_working_directory_is_passed_over(self):
         with self.prepared(fill_with_small_package, scenario(attach=device_at_top())) as endpoint:
