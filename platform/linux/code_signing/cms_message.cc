@@ -57,7 +57,9 @@ ObjectPtr ObjectFromText(const char* identifier) { return ObjectPtr(OBJ_txt2obj(
 
 std::vector<const ASN1_TYPE*> ValuesOf(X509_ATTRIBUTE* attribute) {
   std::vector<const ASN1_TYPE*> values;
-  for (int i = 0; i < X509_ATTRIBUTE_count(attribute); ++i) {
+  const int count = X509_ATTRIBUTE_count(attribute);
+  values.reserve(static_cast<std::size_t>(count));
+  for (int i = 0; i < count; ++i) {
     values.push_back(X509_ATTRIBUTE_get0_type(attribute, i));
   }
   return values;

@@ -19,7 +19,8 @@ class RandomAccessFile {
  public:
   RandomAccessFile() = default;
   ~RandomAccessFile();
-
+  RandomAccessFile(const RandomAccessFile&) = delete;
+  RandomAccessFile& operator=(const RandomAccessFile&) = delete;
   RandomAccessFile(RandomAccessFile&& other) noexcept;
   RandomAccessFile& operator=(RandomAccessFile&& other) noexcept;
 
