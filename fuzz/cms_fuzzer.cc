@@ -29,7 +29,6 @@ class DirectoryOnly : public DiskRepresentation {
   explicit DirectoryOnly(std::string_view directory) : directory_(directory) {}
 
   std::size_t SliceCount() const override { return 1; }
-  bool IsMachO() const override { return false; }
   OsStatus ReadComponent(std::size_t, Slot slot, std::optional<std::string>& bytes) const override {
     bytes.reset();
     if (slot == kSlotCodeDirectory) bytes.emplace(directory_);

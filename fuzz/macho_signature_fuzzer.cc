@@ -24,7 +24,6 @@ class SignatureFile : public DiskRepresentation {
   }
 
   std::size_t SliceCount() const override { return 1; }
-  bool IsMachO() const override { return false; }
   OsStatus ReadComponent(std::size_t, Slot slot, std::optional<std::string>& bytes) const override {
     bytes.reset();
     return status_ == kErrSecSuccess ? signature_.ReadComponent(slot, bytes) : status_;

@@ -37,7 +37,6 @@ class Bundle : public code_signing::DiskRepresentation {
   }
 
   std::size_t SliceCount() const override { return 1; }
-  bool IsMachO() const override { return false; }
   platform::OsStatus ReadComponent(std::size_t, code_signing::Slot,
                                    std::optional<std::string>& bytes) const override {
     bytes.reset();

@@ -24,7 +24,6 @@ class Places : public DiskRepresentation {
       : root_(std::move(root)), executable_(std::move(executable)) {}
 
   std::size_t SliceCount() const override { return 1; }
-  bool IsMachO() const override { return false; }
   OsStatus ReadComponent(std::size_t, Slot, std::optional<std::string>& bytes) const override {
     bytes.reset();
     return kErrSecSuccess;

@@ -52,7 +52,6 @@ class BundleRepresentation : public DiskRepresentation {
       : layout_(std::move(layout)), executable_(std::move(executable)) {}
 
   std::size_t SliceCount() const override { return executable_->SliceCount(); }
-  bool IsMachO() const override { return executable_->IsMachO(); }
 
   OsStatus ReadComponent(std::size_t slice, Slot slot,
                          std::optional<std::string>& bytes) const override {

@@ -51,9 +51,6 @@ class DiskRepresentation {
   /// At least 1.
   virtual std::size_t SliceCount() const = 0;
 
-  /// Whether the signed code is Mach-O, which carries its signature within.
-  virtual bool IsMachO() const = 0;
-
   /// Reads one component of the signature of a slice, as the CodeDirectory seals it: whole blobs
   /// for slots 0, 2, 5, 7 to 11 and the alternate CodeDirectories, contents without a wrapper for
   /// all others.

@@ -25,7 +25,6 @@ class MachOFile : public DiskRepresentation {
                        DiskRepresentationPtr& representation);
 
   std::size_t SliceCount() const override { return slices_.size(); }
-  bool IsMachO() const override { return true; }
   OsStatus ReadComponent(std::size_t slice, Slot slot,
                          std::optional<std::string>& bytes) const override;
   const RandomAccessFile& Code() const override { return file_; }

@@ -16,7 +16,6 @@ class PlainFile : public DiskRepresentation {
   PlainFile(std::string path, RandomAccessFile file, PlainFileSignature signature);
 
   std::size_t SliceCount() const override { return 1; }
-  bool IsMachO() const override { return false; }
   OsStatus ReadComponent(std::size_t slice, Slot slot,
                          std::optional<std::string>& bytes) const override;
   const RandomAccessFile& Code() const override { return file_; }

@@ -44,13 +44,6 @@ int RandomAccessFile::Open(const std::string& path) {
   return descriptor_ < 0 ? errno : 0;
 }
 
-int RandomAccessFile::OpenAt(int directory, const std::string& relativePath) {
-  Close();
-  descriptor_ = RetryOnSignal(
-      [&] { return openat(directory, relativePath.c_str(), kOpenFlags | O_NOFOLLOW); });
-  return descriptor_ < 0 ? errno : 0;
-}
-
 int RandomAccessFile::Size(std::uint64_t& size) const {
   struct stat status {};
   if (fstat(descriptor_, &status) != 0) return errno;

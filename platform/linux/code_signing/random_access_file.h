@@ -27,12 +27,6 @@ class RandomAccessFile {
   /// Opens for reading, never blocking, whatever kind of file it is. @return 0 or the `errno`.
   int Open(const std::string& path);
 
-  /// open() below the directory `directory`. Symbolic links in the last component are not followed
-  /// (ELOOP). @return 0 or the `errno`.
-  int OpenAt(int directory, const std::string& relativePath);
-
-  bool IsOpen() const { return descriptor_ >= 0; }
-
   /// @param size receives the file's size at this moment. @return 0 or the `errno`.
   int Size(std::uint64_t& size) const;
 

@@ -37,7 +37,6 @@ enum : OsStatus {
   kErrSecCSSignatureFailed = -67061,
   kErrSecCSUnsigned = -67062,
   kErrSecCSStaticCodeNotFound = -67068,
-  kErrSecCSObjectRequired = -67069,
   kErrSecInternalError = -67671,
 
   kTpNotTrusted = -2147409622,
