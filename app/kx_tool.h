@@ -23,8 +23,8 @@ class Logger;
 /// to them on failure is said with each operation. They run on the main thread.
 class KXTool {
  public:
-  /// @param argv `argc` strings, copied.
-  KXTool(int argc, const char** argv);
+  /// @param argv `argumentCount` strings, copied.
+  KXTool(int argumentCount, const char** argv);
   ~KXTool();
   KXTool(const KXTool&) = delete;
   KXTool& operator=(const KXTool&) = delete;

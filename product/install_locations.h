@@ -8,9 +8,8 @@
 struct ProductInfoStructure {
   /// A null pointer leaves its field empty. Note that the newer configuration file comes first
   /// here, and the older one first among the fields.
-  ProductInfoStructure(const char* directory, const char* agcfngPath, const char* agcfPath,
-                       const char* sdkLibraryPath);
-  ProductInfoStructure(const ProductInfoStructure& other) = default;
+  ProductInfoStructure(const char* directoryText, const char* agcfngText, const char* agcfText,
+                       const char* sdkLibraryText);
 
   std::string directory;       ///< base directory; its existence selects the layout
   std::string agcfPath;        ///< older agent configuration file
