@@ -1,6 +1,7 @@
 #include "app/options.h"
 
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 #include "app/error_codes.h"

@@ -1,7 +1,8 @@
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string>
-#include <utility>
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <utility>
 
 #include "app/kx_tool.h"
 #include "platform/clock.h"

@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"

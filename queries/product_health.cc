@@ -1,5 +1,7 @@
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"

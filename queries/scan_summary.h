@@ -20,9 +20,8 @@ enum class SummaryResult {
 /// @param xml is parsed in place and of no use afterwards
 /// @param endTime receives startTime (seconds) plus duration (milliseconds), in whole seconds,
 ///     truncated toward zero; the sum wraps around in 64 bits. Only for kRead.
-/// @throws rapidxml::parse_error for text that is not XML. Elements nested beyond all reason
-/// exhaust
-///     the stack.
+/// @throws rapidxml::parse_error for text that is not XML. Nesting beyond all reason exhausts the
+///     stack.
 SummaryResult ReadScanSummary(std::string& xml, std::int64_t& endTime);
 
 }  // namespace queries

@@ -1,7 +1,10 @@
+#include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"

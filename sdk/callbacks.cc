@@ -26,8 +26,6 @@ void OnRan(void* context, const char* batchContext, int error, const char* resul
   if (pass.Tool() == nullptr || !pass.IsCurrentBatch(batchContext)) return;
   {
     const std::lock_guard<std::mutex> lock(locker);
-    // The main thread may have begun another batch while this one waited for the lock.
-    if (!pass.IsCurrentBatch(batchContext)) return;
     if (result != nullptr) pass.Tool()->sdkResponse = result;
     Utils::LogMessage(logger, "OnRun response");
     Utils::LogMessage(logger, result == nullptr ? "nullptr" : result);

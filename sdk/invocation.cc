@@ -1,8 +1,10 @@
 #include <rapidjson/document.h>
 
 #include <array>
+#include <cstdint>
 #include <ctime>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "app/error_codes.h"
@@ -38,8 +40,8 @@ std::string SecondsSince(std::int64_t start) {
   return std::to_string(static_cast<double>(platform::WallClockMicroseconds() - start) / 1000000.0);
 }
 
-/// One call of ExecuteAgentSDKMethod() from the loaded library on. What it acquires is given back
-/// in order when it goes, whatever way the call ends.
+/// One call of ExecuteAgentSDKMethod(), but for the answer. What it acquires is given back in order
+/// when it goes, whatever way the call ends.
 class Invocation {
  public:
   Invocation(KXTool& tool, std::string method, int& apiError, Logger* logger)
@@ -64,7 +66,6 @@ class Invocation {
   void TryRun(int tryNumber, const char* request);
   /// @return whether the next try may follow.
   bool Disconnect();
-  int FailAwait(const char* message);
   bool WaitForFlag(const std::atomic<bool>& flag, long long seconds);
 
   template <typename... Parts>
