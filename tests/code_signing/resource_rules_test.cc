@@ -94,7 +94,8 @@ TEST_F(ResourceRulesTest, RefusesPatternsThatCostTooMuch) {
   for (const std::string& pattern :
        {std::string(5000, 'a'), std::string("(((a{1,255}){1,255}){1,255}){1,255}"),
         std::string("a{99999999999999999999}"), opened + "a" + closed, std::string("(a*)\\1"),
-        std::string("((a+)+b{9})\\9")}) {
+        "v" + std::string(100, '*'), std::string("b+($){1,3}{1,3}++"),
+        std::string(100, '(') + "v" + closed, std::string("((a+)+b{9})\\9")}) {
     EXPECT_EQ(rules_.Load(Rules(Rule(pattern, "<true/>"))), kErrSecCSResourceRulesInvalid)
         << pattern.substr(0, 60);
   }

@@ -11,7 +11,8 @@ using Kind = PropertyListValue::Kind;
 
 constexpr std::size_t kMaximumRules = 256;
 constexpr std::size_t kMaximumPatternLength = 1024;
-constexpr std::size_t kMaximumPositions = 2048;
+constexpr std::size_t kMaximumPositions = 512;
+constexpr std::size_t kMaximumRepetitions = 2;
 
 // glibc keeps each state of the automaton that it meets; they go when it is compiled anew.
 constexpr std::size_t kMaximumWork = std::size_t{4} << 20;
@@ -20,25 +21,26 @@ constexpr std::size_t kWorkOfState = 128;
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
 /// Counts the positions of the automaton that glibc makes from a pattern: repeated parts are
-/// copied, so nested repetitions multiply.
+/// copied, so nested repetitions multiply. Few of them one in the other keep glibc busy for
+/// minutes.
 class PatternSize {
  public:
   explicit PatternSize(const std::string& pattern) : pattern_(pattern) {}
 
-  /// @return nothing for a pattern that is too large or refers back.
+  /// @return nothing for a pattern that is too large, too deeply repeated, or refers back.
   std::optional<std::size_t> Measure() {
-    std::vector<std::size_t> outer;
-    std::size_t group = 0;
+    std::vector<Part> outer;
+    Part group;
     for (position_ = 0; position_ < pattern_.size(); ++position_) {
       const char c = pattern_[position_];
       if (c == '(') {
         outer.push_back(group);
-        group = 0;
+        group = {};
         continue;
       }
-      std::size_t part = 1;
+      Part part = {1, 0};
       if (c == ')' && !outer.empty()) {
-        part = std::max<std::size_t>(group, 1);
+        part = {group.positions + 1, group.repetitions};
         group = outer.back();
         outer.pop_back();
       } else if (c == '[') {
@@ -46,15 +48,23 @@ class PatternSize {
       } else if (c == '\\' && IsDigit(Peek(++position_))) {
         return std::nullopt;
       }
-      part = Repeat(part);
-      group += part;
-      if (group > kMaximumPositions) return std::nullopt;
+      Repeat(part);
+      group.positions += part.positions;
+      group.repetitions = std::max(group.repetitions, part.repetitions);
+      if (group.positions > kMaximumPositions || group.repetitions > kMaximumRepetitions) {
+        return std::nullopt;
+      }
     }
-    for (const std::size_t size : outer) group += size;
-    return group;
+    for (const Part& part : outer) group.positions += part.positions;
+    return group.positions;
   }
 
  private:
+  struct Part {
+    std::size_t positions = 0;
+    std::size_t repetitions = 0;  ///< how many are one in the other
+  };
+
   char Peek(std::size_t position) const {
     return position < pattern_.size() ? pattern_[position] : '\0';
   }
@@ -65,18 +75,19 @@ class PatternSize {
     position_ = std::min(pattern_.find(']', first + 1), pattern_.size());
   }
 
-  /// @return the size of a part with the repetitions that follow it.
-  std::size_t Repeat(std::size_t part) {
-    for (;; ++position_) {
+  /// Applies the repetitions that follow a part to it.
+  void Repeat(Part& part) {
+    for (; part.positions <= kMaximumPositions; ++position_) {
       const char next = Peek(position_ + 1);
-      if (next == '+') {
-        part *= 2;
-      } else if (next == '{') {
-        part *= LargestCount() + 1;
+      if (next == '{') {
+        part.positions *= LargestCount() + 1;
+        position_ = std::min(pattern_.find('}', position_ + 1), pattern_.size()) - 1;
+      } else if (next == '+') {
+        part.positions *= 2;
       } else if (next != '*' && next != '?') {
-        return part;
+        return;
       }
-      if (part > kMaximumPositions) return part;
+      ++part.repetitions;
     }
   }
 
