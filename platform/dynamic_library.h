@@ -16,7 +16,8 @@ class DynamicLibrary {
  public:
   DynamicLibrary() = default;
   ~DynamicLibrary();
-
+  DynamicLibrary(const DynamicLibrary&) = delete;
+  DynamicLibrary& operator=(const DynamicLibrary&) = delete;
   DynamicLibrary(DynamicLibrary&& other) noexcept;
   DynamicLibrary& operator=(DynamicLibrary&& other) noexcept;
 

@@ -44,7 +44,8 @@ class DirectoryReader {
  public:
   DirectoryReader() = default;
   ~DirectoryReader();
-
+  DirectoryReader(const DirectoryReader&) = delete;
+  DirectoryReader& operator=(const DirectoryReader&) = delete;
   DirectoryReader(DirectoryReader&& other) noexcept;
   DirectoryReader& operator=(DirectoryReader&& other) noexcept;
 
@@ -64,7 +65,8 @@ class InputFile {
  public:
   InputFile() = default;
   ~InputFile();
-
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
   InputFile(InputFile&& other) noexcept;
   InputFile& operator=(InputFile&& other) noexcept;
 

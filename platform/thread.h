@@ -12,6 +12,7 @@ class Thread {
   using Routine = void* (*)(void*);
 
   Thread() = default;
+  ~Thread() = default;
   Thread(const Thread&) = delete;
   Thread& operator=(const Thread&) = delete;
 

@@ -126,6 +126,7 @@ int Spawn(const Task& task, const Streams& streams, pid_t& child) {
   std::vector<std::string> words = {task.launchPath};
   words.insert(words.end(), task.arguments.begin(), task.arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(words.size() + 1);
   for (std::string& word : words) pointers.push_back(word.data());
   pointers.push_back(nullptr);
   const FileActions actions(streams);

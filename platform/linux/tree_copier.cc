@@ -13,7 +13,7 @@ namespace platform {
 namespace {
 
 constexpr int kReadFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-constexpr std::size_t kChunkSize = 128 * 1024;
+constexpr std::size_t kChunkSize = std::size_t{128} * 1024;
 
 struct CloseStream {
   void operator()(DIR* stream) const { closedir(stream); }

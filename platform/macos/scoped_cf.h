@@ -15,7 +15,8 @@ class ScopedCf {
   ScopedCf() = default;
   explicit ScopedCf(Reference reference) : reference_(reference) {}
   ~ScopedCf() { Reset(); }
-
+  ScopedCf(const ScopedCf&) = delete;
+  ScopedCf& operator=(const ScopedCf&) = delete;
   ScopedCf(ScopedCf&& other) noexcept : reference_(other.Release()) {}
   ScopedCf& operator=(ScopedCf&& other) noexcept {
     Reset(other.Release());

@@ -15,7 +15,8 @@ class Descriptor {
   Descriptor() = default;
   explicit Descriptor(int number) : number_(number) {}
   ~Descriptor() { Reset(); }
-
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
   Descriptor(Descriptor&& other) noexcept : number_(other.Release()) {}
   Descriptor& operator=(Descriptor&& other) noexcept {
     Reset(other.Release());

@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <string>
 #include <vector>
 
@@ -173,6 +175,42 @@ TEST(CopyTreeContract, LeavesNothingOfAnIncompleteCopy) {
   if (!user.IsOne()) GTEST_SKIP() << "root only";
   EXPECT_FALSE(CopyTree(source, tree.Path("place/copy")));
   EXPECT_TRUE(contract::NothingAt(tree.Path("place/copy")));
+}
+
+/// Lets files grow to no more than `size` for a while, as a full disk would.
+class SmallFiles {
+ public:
+  explicit SmallFiles(rlim_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &previous_);
+    const rlimit limit{size, previous_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~SmallFiles() {
+    setrlimit(RLIMIT_FSIZE, &previous_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  SmallFiles(const SmallFiles&) = delete;
+  SmallFiles& operator=(const SmallFiles&) = delete;
+
+ private:
+  void (*handler_)(int);
+  rlimit previous_;
+};
+
+TEST(CopyTreeContract, LeavesNothingWhenTheDiskIsFull) {
+  const TemporaryTree tree;
+  const std::string source = MakeApplication(tree);
+  bool copiedTree = true;
+  bool copiedFile = true;
+  {
+    const SmallFiles limit(100000);
+    copiedTree = CopyTree(source, tree.Path("copy"));
+    copiedFile = CopyTree(source + "/Contents/tool", tree.Path("copy of tool"));
+  }
+  EXPECT_FALSE(copiedTree);
+  EXPECT_FALSE(copiedFile);
+  EXPECT_TRUE(contract::NothingAt(tree.Path("copy")));
+  EXPECT_TRUE(contract::NothingAt(tree.Path("copy of tool")));
 }
 
 TEST(CopyTreeContract, CannotCopyAPipe) {
