@@ -74,6 +74,6 @@ endfunction()
 # kx_discover_tests(TARGET [ctest properties...]): makes each case of a GoogleTest program a test.
 include(GoogleTest)
 function(kx_discover_tests target)
-  gtest_discover_tests(${target} TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60
+  gtest_discover_tests(${target} NO_PRETTY_VALUES TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300 ${ARGN})
 endfunction()
