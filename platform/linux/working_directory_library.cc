@@ -1,11 +1,15 @@
+#include <filesystem>
+#include <system_error>
+
 #include "platform/dynamic_library.h"
 
 namespace platform {
 
-// The loader never looks a bare name up in the working directory here; a path with a slash is
-// opened as it stands.
+// The loader never looks a bare name up in the working directory here.
 DynamicLibrary DynamicLibrary::OpenFromWorkingDirectory(const std::string& name, Binding binding) {
-  return Open("./" + name, binding);
+  std::error_code error;
+  const std::filesystem::path path = std::filesystem::absolute(name, error);
+  return error ? DynamicLibrary() : Open(path, binding);
 }
 
 }  // namespace platform
