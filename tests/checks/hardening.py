@@ -1,6 +1,7 @@
-"""Checks how the release binary was linked: position-independent, relocations read-only from the
-start, no executable stack, stack protector and fortified calls in use, no run path, and only the C
-library linked dynamically. Usage: hardening.py BINARY. Prints what is wrong and exits with 1."""
+"""Checks how the release binary was linked: with its property list, position-independent,
+relocations read-only from the start, no executable stack, stack protector and fortified calls in
+use, no run path, and only the C library linked dynamically. Usage: hardening.py BINARY. Prints what
+is wrong and exits with 1."""
 
 import re
 import subprocess
@@ -29,6 +30,8 @@ def problems(binary):
         yield "no stack protector"
     if not re.search(r"__\w+_chk", symbols.replace("__stack_chk_fail", "")):
         yield "no fortified calls"
+    if " __info_plist " not in readelf("--sections", binary):
+        yield "has no information property list"
     if re.search(r"\((RPATH|RUNPATH)\)", dynamic):
         yield "has a run path"
     for library in re.findall(r"\(NEEDED\).*\[(.*)\]", dynamic):

@@ -134,11 +134,11 @@ class Loading(LinksCase):
             return run.status, [line for line in run.errors.decode().splitlines()
                                 if LIBRARY in line and "generating link map" in line]
 
-    def test_loaded_by_a_path_and_not_searched_for(self):
+    def test_loaded_by_its_full_path_and_not_searched_for(self):
         status, loaded = self.trace("healthy")
         self.assertEqual(status, 0)
         self.assertEqual(len(loaded), 1)
-        self.assertIn(f"file=./{LIBRARY} ", loaded[0])
+        self.assertIn(f"file={installation.WORKING_DIRECTORY}/{LIBRARY} ", loaded[0])
 
     def test_not_loaded_when_refused(self):
         for wanted in ("links-unsigned", "links-other-maker", "links-missing"):
