@@ -3,14 +3,12 @@ kx_check_signature (named by KX_CHECK_SIGNATURE) judges them."""
 
 import dataclasses
 import os
-import pathlib
 import struct
 import subprocess
-import tempfile
-import unittest
 
 from simulator.signing import Identity, blobs
 from simulator.signing.identity import VARIANTS
+from simulator.signing.test_kit import SigningTestCase
 
 PROGRAM = os.environ["KX_CHECK_SIGNATURE"]
 
@@ -86,20 +84,8 @@ def flipped(data, offset):
     return patched(data, offset, "B", data[offset] ^ 0x01)
 
 
-class SignedFileTestCase(unittest.TestCase):
-    """A directory of its own for every test, and identities that the tests of a class share."""
-
-    @classmethod
-    def setUpClass(cls):
-        holder = tempfile.TemporaryDirectory()
-        cls.addClassCleanup(holder.cleanup)
-        cls.shared = pathlib.Path(holder.name)
-        cls.identity = Identity.create(cls.shared / "identity")
-
-    def setUp(self):
-        holder = tempfile.TemporaryDirectory()
-        self.addCleanup(holder.cleanup)
-        self.directory = pathlib.Path(holder.name)
+class SignedFileTestCase(SigningTestCase):
+    """Verdicts on files that the test signs."""
 
     def variant(self, name):
         return self.another_identity(name, **VARIANTS[name])
