@@ -241,9 +241,14 @@ def _google_benchmark(bench: Bench, program: str, repetitions: int) -> dict[str,
 def answers(bench: Bench) -> Iterator[Result]:
     """Unpacking the SDK's answer against a copy of its text and a bare parse."""
     seconds = _google_benchmark(bench, "kx_envelope_bench", 30)
-    for size in (10_000, 1_000_000, 100_000_000):
-        yield compare(f"answer of {size:,} bytes", "copy and bare iterative parse",
-                      seconds[f"UnpackAnswer/{size}"], seconds[f"CopyAndParse/{size}"], 1.25)
+    sizes = (10_000, 1_000_000, 100_000_000)
+    for name in ("UnpackAnswer", "GetFeatureStatus"):
+        for size in sizes:
+            yield compare(f"{name}, {size:,} bytes", "copy and bare iterative parse",
+                          seconds[f"{name}/{size}"], seconds[f"CopyAndParse/{size}"], 1.25)
+    yield compare(f"GetFeatureStatus, {sizes[2]:,} bytes", f"100 times {sizes[1]:,} bytes",
+                  seconds[f"GetFeatureStatus/{sizes[2]}"],
+                  [100 * one for one in seconds[f"GetFeatureStatus/{sizes[1]}"]], 1.5)
 
 
 def scan_events(bench: Bench) -> Iterator[Result]:

@@ -1,11 +1,15 @@
-// Cost of unpacking the SDK's answer and walking it, against a copy of the text and a bare parse.
+// Cost of unpacking the SDK's answer, and of the whole query for the features, against a copy of
+// the text and a bare parse.
 
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 
 #include <string>
 
+#include "app/kx_tool.h"
 #include "sdk/envelope.h"
+#include "tests/support/fake_platform.h"
+#include "tests/support/fake_sdk.h"
 
 namespace {
 
@@ -31,6 +35,23 @@ void UnpackAnswer(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
 }
 
+void GetFeatureStatus(benchmark::State& state) {
+  const std::string text = AnswerOfSize(static_cast<std::size_t>(state.range(0)));
+  fake::World& world = fake::World::Reset();
+  fake::Sdk& sdk = fake::Sdk::Reset();
+  sdk.Install();
+  sdk.onRun = [&](const std::string& batch) {
+    world.whenWaiting.push_back([&, batch] { sdk.Complete(batch.c_str(), 0, text.c_str()); });
+  };
+  const char* words[] = {"KXTool", "-getFeatureStatus"};
+  KXTool tool(2, words);
+  for (auto _ : state) {
+    std::string result;
+    benchmark::DoNotOptimize(tool.GetFeatureStatus(result, nullptr));
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
+}
+
 void CopyAndParse(benchmark::State& state) {
   const std::string text = AnswerOfSize(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
@@ -47,6 +68,7 @@ void Sizes(benchmark::internal::Benchmark* benchmark) {
 }
 
 BENCHMARK(UnpackAnswer)->Apply(Sizes);
+BENCHMARK(GetFeatureStatus)->Apply(Sizes);
 BENCHMARK(CopyAndParse)->Apply(Sizes);
 
 }  // namespace
