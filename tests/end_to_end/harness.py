@@ -137,9 +137,8 @@ class EndToEndCase(unittest.TestCase):
     def run_script_on(self, endpoint: endpoints.Endpoint, script: str,
                       timeout: float = 60) -> ToolRun:
         """Runs a shell script in which $TOOL is the tool and $FAST makes its sleeps fast."""
-        environment = {
-            "TOOL": installation.TOOL,
-            "FAST": f"env LD_PRELOAD={installation.FAST_SLEEP} KX_SLEEP_DIVISOR=1000"}
+        fast = [f"{name}={value}" for name, value in endpoints.faster_sleeps(1000).items()]
+        environment = {"TOOL": installation.TOOL, "FAST": " ".join(["env", *fast])}
         return _gathered(endpoint, lambda **streams: endpoint.run(
             ["/bin/sh", "-c", script], environment, timeout=timeout, **streams))
 
