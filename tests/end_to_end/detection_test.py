@@ -8,6 +8,7 @@ from simulator.installers import images
 from tests.end_to_end import detections as d
 from tests.end_to_end import transcripts as t
 from tests.end_to_end.harness import BUILD, EndToEndCase
+from tests.end_to_end.installer_case import needs_sandbox
 
 BEGIN = ["Starting ORVEX Detect"]
 PRESENT = 16
@@ -92,13 +93,19 @@ class State(DetectionCase):
     def test_newer_configuration_unusable_demotes(self):
         for wanted, line in (("configuration-not-json", "Invalid agcfJso file"),
                              ("configuration-empty", "Invalid agcfJso file"),
-                             ("configuration-unreadable", "Cannot access agcfJso file path"),
                              ("configuration-directory",
                               "Exception happened while configuration file was opened. "
                               "Read fault")):
             with self.subTest(scenario=wanted):
-                run = self.detect(wanted, f"2|{d.COMPANY}||{d.ENDPOINT}")
-                self.assertEqual(run.log[run.log.index(FAILED) - 1], line)
+                self.assert_demoted(wanted, line)
+
+    @needs_sandbox  # in place, the tool runs as a user who may read every file
+    def test_newer_configuration_that_may_not_be_read_demotes(self):
+        self.assert_demoted("configuration-unreadable", "Cannot access agcfJso file path")
+
+    def assert_demoted(self, wanted, line):
+        run = self.detect(wanted, f"2|{d.COMPANY}||{d.ENDPOINT}")
+        self.assertEqual(run.log[run.log.index(FAILED) - 1], line)
 
 
 class Identity(DetectionCase):
