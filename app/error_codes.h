@@ -2,7 +2,7 @@
 #define APP_ERROR_CODES_H_
 
 /// The numbers that operations return, which are the tool's exit statuses. They are macOS's errno
-/// numbers on every host; the names are those of <cerrno> with a `k` before them.
+/// numbers on every host; the names are those of `<cerrno>` with a `k` before them.
 
 inline constexpr int kSuccess = 0;
 inline constexpr int kENOENT = 2;      ///< something looked for is not there

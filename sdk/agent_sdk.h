@@ -14,6 +14,7 @@ using ProductEventCallback = void (*)(void* context, const char* eventName, cons
 using RanCallback = void (*)(void* context, const char* batchContext, int error,
                              const char* result);
 
+/// What a client registers. The SDK calls from threads of its own.
 struct AgentSDKCallbacks {
   std::uint32_t size;  ///< of this record
   ProductEventCallback onProductEvent;
@@ -44,7 +45,7 @@ class Instance {
   void Release();
   bool IsHeld() const { return table_ != nullptr; }
 
-  // The instance must be held.
+  /// Starts a request. The instance must be held, for this and the next two.
   int RunAsync(const char* requestJson, const char* batchContext);
   int Register(const AgentSDKCallbacks& callbacks, void* context);
   int Unregister(const AgentSDKCallbacks& callbacks);
@@ -81,6 +82,7 @@ class Registration {
 /// The loaded SDK library and its two exports.
 class Library {
  public:
+  /// The three return whether it went well; the exports can be looked for once the library is open.
   bool Open(const std::string& path);
   bool FindGetInstance();
   bool FindReleaseInstance();

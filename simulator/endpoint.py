@@ -18,12 +18,13 @@ scenarios have such files already, in /demo: --scenario installer -runInstaller
 /demo/package-image/Setup.iso installs the product.
 
 The tool's standard output and exit status are passed through as they are. An exit status above 128
-may stand for the signal that ended the tool. On a terminal the output's line is ended and the exit
-status is named on standard error.
+may stand for the signal that ended the tool. On a terminal the output's line is ended, and standard
+error names the exit status, and an option that the tool does not have.
 """
 
 import dataclasses
 import pathlib
+import re
 import signal
 import sys
 
@@ -78,7 +79,9 @@ def parse(words: list[str]) -> tuple[Options, list[str]]:
         if name in switches:
             setattr(options, switches[name], True)
         elif name not in readers:
-            raise UsageError(f"unknown option {name}")
+            known = [*readers, *switches]
+            raise UsageError(f"unknown option {name}{scenario.did_you_mean(name, known)}; "
+                             f"the options are {', '.join(known)}")
         elif not rest:
             raise UsageError(f"{name} needs a value")
         else:
@@ -103,11 +106,20 @@ def _run(options: Options, words: list[str]) -> int:
             endpoint.lend(word)
         status = endpoint.run_tool(words, options.sleep_divisor)
         if sys.stdout.isatty():
-            print(f"\nexit status {status}", file=sys.stderr)
+            print(f"\nexit status {status}{_about_option(words)}", file=sys.stderr)
         log = endpoint.path(installation.LOG)
         if options.log and log.exists():
             sys.stderr.write(log.read_text(errors="replace"))
     return status
+
+
+def _about_option(words: list[str]) -> str:
+    """A remark when the first word is none of the tool's options; "" when it is."""
+    table = (_ROOT / "app" / "options.cc").read_text(encoding="utf-8")
+    known = re.findall(r'^    \{"(-\w+)", \d', table, re.MULTILINE)
+    if not words or words[0].lower() in map(str.lower, known):
+        return ""
+    return f": the tool has no option {words[0]}{scenario.did_you_mean(words[0], known)}"
 
 
 def _shell(options: Options, words: list[str]) -> int:

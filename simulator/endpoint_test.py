@@ -60,16 +60,31 @@ class CommandLine(unittest.TestCase):
                       errors)
         self.assertNotIn("Validate", launch("-getProductVersion")[2])
 
-    def test_terminal_gets_the_line_ended_and_the_status_named(self):
+    def on_terminal(self, *words):
+        """The exit status and standard error of a run whose output goes to a terminal."""
         own, terminal = pty.openpty()
         try:
-            run = subprocess.run([*RUN, "--scenario", "method-error", "-getProductVersion"],
-                                 stdout=terminal, stderr=subprocess.PIPE, check=False, timeout=60)
+            run = subprocess.run([*RUN, *words], stdout=terminal, stderr=subprocess.PIPE,
+                                 check=False, timeout=60)
         finally:
             os.close(terminal)
             os.close(own)
-        self.assertEqual(run.returncode, 7)
-        self.assertTrue(run.stderr.endswith(b"\nexit status 7\n"), run.stderr)
+        return run.returncode, run.stderr.decode()
+
+    def test_terminal_gets_the_line_ended_and_the_status_named(self):
+        status, errors = self.on_terminal("--scenario", "method-error", "-getProductVersion")
+        self.assertEqual(status, 7)
+        self.assertTrue(errors.endswith("\nexit status 7\n"), errors)
+
+    def test_terminal_is_told_of_an_option_that_the_tool_does_not_have(self):
+        for words, remark in ((["-getProductVersoin"], ": the tool has no option "
+                               "-getProductVersoin (did you mean -getProductVersion?)"),
+                              (["-xyzzy"], ": the tool has no option -xyzzy"),
+                              (["-GETVERSION", "more"], "")):
+            with self.subTest(words=words):
+                status, errors = self.on_terminal(*words)
+                self.assertEqual(status, 22)
+                self.assertTrue(errors.endswith(f"\nexit status 22{remark}\n"), errors)
 
     def test_scenario_from_a_file(self):
         with tempfile.TemporaryDirectory() as directory:
@@ -87,9 +102,14 @@ class CommandLine(unittest.TestCase):
         for words, message in (
                 (["--layout", "4", "-detect"], "'4' is no number from 1 to 3\n"),
                 (["--layout"], "--layout needs a value\n"),
-                (["--bogus"], "unknown option --bogus\n"),
+                (["--xyzzy"], "unknown option --xyzzy; the options are --scenario, --layout, "
+                 "--sleep-divisor, --build, --log, --list-scenarios\n"),
+                (["--layuot", "1"], "unknown option --layuot (did you mean --layout?); the options "
+                 "are --scenario, --layout, --sleep-divisor, --build, --log, --list-scenarios\n"),
                 (["--scenario", "bogus"],
                  "endpoint: there is no scenario bogus; --list-scenarios names them all\n"),
+                (["--scenario", "helthy"], "endpoint: there is no scenario helthy "
+                 "(did you mean healthy?); --list-scenarios names them all\n"),
                 (["--build", "/nowhere", "-detect"],
                  "endpoint: /nowhere/KXTool has not been built\n")):
             with self.subTest(words=words):

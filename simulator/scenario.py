@@ -5,6 +5,7 @@ what differs from the scenario `healthy`.
 """
 
 import copy
+import difflib
 import json
 import pathlib
 import time
@@ -34,6 +35,12 @@ class ScenarioError(Exception):
 def names() -> list[str]:
     """The scenarios that come with the simulator, in alphabetical order."""
     return sorted(path.stem for path in DIRECTORY.glob("*.json"))
+
+
+def did_you_mean(word: str, known: list[str]) -> str:
+    """A question with the known word that is most like this one; "" if none is."""
+    nearest = difflib.get_close_matches(word, known, n=1)
+    return f" (did you mean {nearest[0]}?)" if nearest else ""
 
 
 def describe(name: str) -> str:
@@ -83,7 +90,8 @@ def _path_of(name: str) -> pathlib.Path:
         return pathlib.Path(name)
     path = DIRECTORY / f"{name}.json"
     if not path.exists():
-        raise ScenarioError(f"there is no scenario {name}; --list-scenarios names them all")
+        raise ScenarioError(f"there is no scenario {name}{did_you_mean(name, names())}; "
+                            "--list-scenarios names them all")
     return path
 
 

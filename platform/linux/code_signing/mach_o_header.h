@@ -13,6 +13,7 @@ namespace platform::code_signing {
 /// open xnu).
 constexpr std::uint64_t kMachOHeaderSize = 28;
 
+/// What of a header matters here, from any processor.
 struct MachOHeader {
   ByteOrder order = ByteOrder::kLittle;
   bool is64Bit = false;

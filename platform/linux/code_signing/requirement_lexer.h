@@ -8,6 +8,7 @@
 
 namespace platform::code_signing {
 
+/// A piece of a requirement's text.
 struct RequirementToken {
   enum class Kind {
     kWord,    ///< letters and digits in parts with dots between: a keyword, key or plain value
