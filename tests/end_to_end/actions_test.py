@@ -205,7 +205,7 @@ class WatchedScanWithoutOutcome(ScanCase):
 
 
 class WatchedScanRefused(ScanCase):
-    """A scan that cannot be started ends at once, although it would be watched."""
+    """A scan that cannot be started ends within a second, although it would be watched."""
 
     CODES = {
         "not-installed": 20,
@@ -226,7 +226,9 @@ class WatchedScanRefused(ScanCase):
         for scenario, code in self.CODES.items():
             for word, capital, _ in SCANS:
                 with self.subTest(scenario=scenario, scan=word):
-                    run = self.run_tool(f"-start{capital}Scan", "5", scenario=scenario, timeout=4)
+                    with self.endpoint(scenario) as endpoint:
+                        run = self.run_script_on(
+                            endpoint, f"timeout 1 $FAST $TOOL -start{capital}Scan 5")
                     self.assert_answer(run, code % 256, "")
                     self.assertEqual(run.main_log[:4], self.begun(word, capital, True))
                     self.assertEqual(run.main_log[-1],

@@ -101,6 +101,7 @@ class EndToEndCase(unittest.TestCase):
 
     maxDiff = None
     longMessage = True
+    _has_endpoint = False
 
     @contextlib.contextmanager
     def endpoint(self, scenario: str | dict[str, Any] = scenarios.DEFAULT,
@@ -110,13 +111,19 @@ class EndToEndCase(unittest.TestCase):
         """An endpoint that the tool can be run on several times, with run_tool_on().
 
         Its path() gives the place of any of the endpoint's files on this machine. The arguments are
-        those of endpoints.open_endpoint(); `layout` overrides the scenario's.
+        those of endpoints.open_endpoint(); `layout` overrides the scenario's. A test has one at a
+        time, since a machine where they are made in place has room for one only.
         """
+        self.assertFalse(self._has_endpoint, "the test has an endpoint already")
         complete = scenarios.load(scenario)
         if layout is not None:
             complete["product"]["layout"] = layout
-        with endpoints.open_endpoint(BUILD, complete, logging, programs, volumes) as endpoint:
-            yield endpoint
+        self._has_endpoint = True
+        try:
+            with endpoints.open_endpoint(BUILD, complete, logging, programs, volumes) as endpoint:
+                yield endpoint
+        finally:
+            self._has_endpoint = False
 
     def run_tool(self, *words: str, sleep_divisor: int | None = 1000, timeout: float = 60,
                  **options: Any) -> ToolRun:

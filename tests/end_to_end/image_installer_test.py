@@ -226,8 +226,8 @@ class Attaching(ImageCase):
         self.check_refusal(2, programs={"/usr/bin/hdiutil": None}, mounted=(), called=False)
 
     def test_program_that_cannot_be_started(self):
-        with self.endpoint() as other:
-            program = other.path("/demo/hdiutil")
+        with tempfile.TemporaryDirectory() as folder:
+            program = pathlib.Path(folder, "hdiutil")
             for mode, content, status in ((0o644, "#!/bin/sh\n", 13), (0o755, "\0\0\0\0", 8)):
                 with self.subTest(status=status):
                     program.write_text(content)

@@ -4,6 +4,8 @@ Whole logs, the programs' arguments, and the files before and after.
 """
 
 import os
+import pathlib
+import tempfile
 
 from simulator import installation
 from simulator import scenario as scenarios
@@ -199,8 +201,8 @@ class Failures(PackageCase):
         self.assert_programs(self.check_failure(2, programs={"/usr/sbin/installer": None}))
 
     def test_installer_that_cannot_be_started(self):
-        with self.endpoint() as other:
-            program = other.path("/demo/installer")
+        with tempfile.TemporaryDirectory() as folder:
+            program = pathlib.Path(folder, "installer")
             for mode, text, status in ((0o644, "#!/bin/sh\n", 13), (0o755, "\0\0\0\0", 8),
                                        (0o755, "#!/nowhere/sh\n", 2)):
                 with self.subTest(status=status):
