@@ -71,9 +71,14 @@ function(kx_unit_tests name)
   kx_discover_tests(kx_${name}_tests)
 endfunction()
 
+# Code of tests is not optimised and keeps line numbers only: compiling it is most of a clean build.
+add_library(kx_test_code INTERFACE)
+target_compile_options(kx_test_code INTERFACE -O0 -U_FORTIFY_SOURCE $<$<CONFIG:Debug>:-g1>)
+
 # kx_discover_tests(TARGET [ctest properties...]): makes each case of a GoogleTest program a test.
 include(GoogleTest)
 function(kx_discover_tests target)
+  target_link_libraries(${target} PRIVATE kx_test_code)
   gtest_discover_tests(${target} NO_PRETTY_VALUES TEST_PREFIX "${target}." DISCOVERY_TIMEOUT 60
     PROPERTIES TIMEOUT 300 ${ARGN})
 endfunction()
