@@ -601,10 +601,14 @@ TEST_F(InvocationTest, ForeignBatchInsideTheRunCallReturns) {
 TEST_F(InvocationTest, LateCompletionOfAnEarlierTryIsIgnored) {
   sdk.Install();
   sdk.runStatuses = {1, 0};
+  std::string firstBatch;
   std::thread late;
   sdk.onRun = [&](const std::string& batch) {
-    if (late.joinable()) return;
-    late = std::thread([this, batch] { sdk.Complete(batch.c_str(), 0, Answer("1").c_str()); });
+    if (firstBatch.empty()) {
+      firstBatch = batch;
+      return;
+    }
+    late = std::thread([&] { sdk.Complete(firstBatch.c_str(), 0, Answer("1").c_str()); });
   };
   sdk.answers = {Answer(R"({"a":2})")};
   world.whenWaiting = {[&] { late.join(); }};

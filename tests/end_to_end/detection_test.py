@@ -7,8 +7,7 @@ from simulator import scenario as scenarios
 from simulator.installers import images
 from tests.end_to_end import detections as d
 from tests.end_to_end import transcripts as t
-from tests.end_to_end.harness import BUILD, EndToEndCase
-from tests.end_to_end.installer_case import needs_sandbox
+from tests.end_to_end.harness import BUILD, EndToEndCase, needs_sandbox
 
 BEGIN = ["Starting ORVEX Detect"]
 PRESENT = 16

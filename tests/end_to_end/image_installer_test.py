@@ -14,11 +14,11 @@ import time
 from simulator import installation
 from simulator.installers import images
 from tests.end_to_end import detections as d
-from tests.end_to_end.harness import BUILD
+from tests.end_to_end.harness import BUILD, needs_sandbox
 from tests.end_to_end.installer_case import (
     CONFIGURATION, FIRST_NUMBER, IMAGE, PACKAGE, PLACE, TEMPORARY, InstallerCase, attach,
     device_at_top, fill_with_package, fill_with_small_package, finish, install, missing,
-    needs_sandbox, scenario, search)
+    scenario, search)
 
 ATTACH = ["hdiutil", "attach", IMAGE, "-plist", "-private", "-nobrowse"]
 INSTALL = ["installer", "-pkg", PACKAGE, "-target", "/"]

@@ -3,11 +3,10 @@
 import dataclasses
 import pathlib
 import tempfile
-import unittest
 from collections.abc import Callable, Iterator
 from contextlib import contextmanager
 
-from simulator import endpoints, installation, sandbox
+from simulator import endpoints, installation
 from simulator.installers import images
 from tests.end_to_end import detections as d
 from tests.end_to_end.harness import BUILD, EndToEndCase, ToolRun
@@ -20,9 +19,6 @@ ABSENT = {"layout": None, "services": []}
 FIRST_NUMBER = 1804289383  # rand() without a seed
 TEMPORARY = f"{installation.TEMPORARY}/KXToolInstall_{FIRST_NUMBER}"
 MEDIA = images.Media(BUILD)
-
-# For what only a sandbox offers: users without special rights, small disks, a /tmp of its own.
-needs_sandbox = unittest.skipIf(sandbox.refusal(), "endpoints are made in place here")
 
 _STARTS = {"-runInstaller": "run installer", "-runSetupDownloader": "setup downloader"}
 

@@ -11,9 +11,10 @@ from simulator import installation
 from simulator import scenario as scenarios
 from simulator.installers import images
 from tests.end_to_end import detections as d
+from tests.end_to_end.harness import needs_sandbox
 from tests.end_to_end.installer_case import (
     ABSENT, CONFIGURATION, IMAGE, MEDIA, PACKAGE, PLACE, InstallerCase, attach, begin,
-    from_package, needs_sandbox, scenario)
+    from_package, scenario)
 
 RUN_PACKAGE = ["installer", "-pkg", PACKAGE, "-target", "/"]
 

@@ -3,7 +3,7 @@
 import os
 
 from simulator import installation
-from tests.end_to_end.harness import EndToEndCase
+from tests.end_to_end.harness import EndToEndCase, needs_sandbox
 
 FULL = "3b7e91a0-5c42-4d18-9f6e-2a0c7d45e8b1"
 QUICK = "8f05c2d6-71e9-4a3b-b2c4-6d19e0f37a5c"
@@ -65,6 +65,7 @@ class Choice(ScanReportCase):
     def test_no_directory(self):
         self.failed("scan-logs-missing", 2, ["Get last system scan"])
 
+    @needs_sandbox
     def test_directory_that_may_not_be_read(self):
         with self.endpoint() as endpoint:
             endpoint.path(installation.SCAN_LOGS).chmod(0)
