@@ -6,6 +6,11 @@ readonly team=QK7ZP2M9XD
 # Outside any bundle-shaped folder: in one, the system would not read the tool's own property list.
 # The tool keeps its configuration and its log beside itself, so it has a folder of its own.
 readonly install_directory=/usr/local/libexec/kxtool
+# What is installed besides the tool: where it lies in the sources, and where it goes.
+readonly -a documents=(
+  docs/KXTool.1=/usr/local/share/man/man1/KXTool.1
+  packaging/completions/KXTool.bash=/usr/local/share/bash-completion/completions/KXTool
+  packaging/completions/_KXTool=/usr/local/share/zsh/site-functions/_KXTool)
 
 fail() {
   printf '%s: %s\n' "$(basename "$0")" "$*" >&2

@@ -19,5 +19,11 @@ root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 install -d -m 755 "$root$install_directory"
 install -m 755 "$binary" "$root$install_directory/KXTool"
+sources=$(dirname "${BASH_SOURCE[0]}")/../..
+for document in "${documents[@]}"; do
+  target=$root${document#*=}
+  install -d -m 755 "$(dirname "$target")"
+  install -m 644 "$sources/${document%=*}" "$target"
+done
 pkgbuild --root "$root" --ownership recommended --identifier "$identifier" --version "$version" \
   --min-os-version 10.11 --sign "$identity" --timestamp "$package"

@@ -6,13 +6,16 @@ import tempfile
 import unittest
 from pathlib import Path
 
+from simulator import sandbox
+
+BUILD = Path(os.environ.get("KX_BUILD", "build/release")).resolve()
 SCRIPTS = Path(__file__).resolve().parents[2] / "packaging" / "macos"
 APPLICATION = 'echo \'  1) AB "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"\''
 INSTALLER = 'echo \'  1) CD "Developer ID Installer: Corvane SRL (QK7ZP2M9XD)"\''
 SLICES = "echo x86_64 arm64"
 
 
-class PackagingTest(unittest.TestCase):
+class PackagingCase(unittest.TestCase):
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
@@ -30,21 +33,25 @@ class PackagingTest(unittest.TestCase):
             path.write_text(f'#!/bin/bash\necho "{name} $*" >>"{self.folder}/calls"\n{text}\n')
             path.chmod(0o755)
 
-    def run_script(self, name, *arguments):
-        """Returns the exit status and the error text."""
+    def run_script(self, name, *arguments, within=()):
+        """Runs a script, by way of the command `within`; returns the exit status and the error
+        text."""
         path = f"{self.folder}/bin:{os.environ['PATH']}"
-        done = subprocess.run(["bash", SCRIPTS / name, *map(str, arguments)], text=True, check=False,
-                              capture_output=True, env={**os.environ, "PATH": path})
+        done = subprocess.run([*within, "bash", SCRIPTS / name, *map(str, arguments)], text=True,
+                              check=False, capture_output=True, env={**os.environ, "PATH": path})
         return done.returncode, done.stderr
 
     def calls(self):
-        return (self.folder / "calls").read_text().splitlines()
+        record = self.folder / "calls"
+        return record.read_text().splitlines() if record.exists() else []
 
     def assert_fails(self, message, name, *arguments):
         status, errors = self.run_script(name, *arguments)
         self.assertNotEqual(status, 0)
         self.assertIn(message, errors)
 
+
+class PackagingTest(PackagingCase):
     def test_each_script_tells_its_usage(self):
         for script in ("sign.sh", "package.sh", "notarize.sh", "install.sh"):
             self.assert_fails(f"usage: {script} ", script)
@@ -76,10 +83,16 @@ class PackagingTest(unittest.TestCase):
         self.stand_in(security=APPLICATION, codesign="echo TeamIdentifier=ABCDEFGHIJ")
         self.assert_fails("not by team QK7ZP2M9XD", "sign.sh", self.binary)
 
-    def test_packages_the_tool_in_a_folder_of_its_own(self):
+    def test_packages_what_cmake_installs(self):
+        installed = self.folder / "installed"
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", installed], check=True,
+                       capture_output=True)
+        expected = [f"./usr/local/{path.relative_to(installed)}"
+                    for path in installed.rglob("*") if path.is_file()]
+        self.assertIn("./usr/local/libexec/kxtool/KXTool", expected)
         self.stand_in(codesign="", security=INSTALLER, pkgbuild='(cd "$2" && find . -type f) >&2')
         status, errors = self.run_script("package.sh", self.binary, self.package)
-        self.assertEqual((status, errors), (0, "./usr/local/libexec/kxtool/KXTool\n"))
+        self.assertEqual((status, sorted(errors.splitlines())), (0, sorted(expected)))
         call = next(call for call in self.calls() if call.startswith("pkgbuild"))
         self.assertRegex(call, "--identifier com.corvane.KXTool --version 1.0.0.206 "
                                "--min-os-version 10.11 --sign Developer ID Installer: .* "
@@ -102,6 +115,82 @@ class PackagingTest(unittest.TestCase):
         self.assert_fails('Apple\'s answer is "Invalid"', "notarize.sh", self.package, "profile")
         self.assertIn("xcrun notarytool log the-id --keychain-profile profile", self.calls())
         self.assertFalse([call for call in self.calls() if "stapler" in call])
+
+
+@unittest.skipIf(sandbox.refusal(), "no sandbox here to install into")
+class InstallationTest(PackagingCase):
+    """In a sandbox whose /usr/local is a folder of the test, and whose user is root."""
+
+    def setUp(self):
+        super().setUp()
+        self.local = self.folder / "local"
+        self.tool_folder = self.local / "libexec" / "kxtool"
+        self.local.mkdir()
+        self.package.touch()
+        self.stand_in(
+            pkgutil='[[ $1 != --check-signature ]] || echo "   1. Developer ID Installer: '
+                    'Corvane SRL (QK7ZP2M9XD)"',
+            installer=f'install -D "{self.binary}" /usr/local/libexec/kxtool/KXTool')
+
+    def run_as(self, user, name, *arguments):
+        within = ["bwrap", "--unshare-user", "--uid", str(user), "--dev-bind", "/", "/",
+                  "--bind", str(self.local), "/usr/local"]
+        return self.run_script(name, *arguments, within=within)
+
+    def installed(self):
+        return sorted(str(path.relative_to(self.local)) for path in self.local.rglob("*")
+                      if path.is_file())
+
+    def install_everything(self):
+        """All that the package holds, and what the tool itself leaves."""
+        self.stand_in(codesign="", security=INSTALLER,
+                      pkgbuild=f'cp -R "$2/usr/local/." "{self.local}"')
+        self.assertEqual(self.run_script("package.sh", self.binary, self.package), (0, ""))
+        for name in ("configfile.txt", "log.txt"):
+            (self.tool_folder / name).touch()
+
+    def test_installs_a_package_of_the_team(self):
+        self.assertEqual(self.run_as(0, "install.sh", self.package), (0, ""))
+        self.assertEqual(self.calls(), [f"pkgutil --check-signature {self.package}",
+                                        f"installer -pkg {self.package} -target /"])
+        self.assertEqual(self.installed(), ["libexec/kxtool/KXTool"])
+
+    def test_installs_no_package_of_another_team(self):
+        self.stand_in(pkgutil='echo "   1. Developer ID Installer: Other (ABCDEFGHIJ)"')
+        self.assertEqual(self.run_as(0, "install.sh", self.package),
+                         (1, f"install.sh: {self.package} is not signed by team QK7ZP2M9XD\n"))
+        self.assertEqual(self.installed(), [])
+
+    def test_tells_when_the_installer_fails(self):
+        self.stand_in(installer="echo 'no room' >&2; exit 1")
+        self.assertEqual(self.run_as(0, "install.sh", self.package), (1, "no room\n"))
+
+    def test_removes_all_that_was_installed(self):
+        self.install_everything()
+        self.assertEqual(self.run_as(0, "uninstall.sh"), (0, ""))
+        self.assertEqual(self.installed(), [])
+        self.assertFalse(self.tool_folder.exists())
+        self.assertEqual(self.calls()[-1], "pkgutil --forget com.corvane.KXTool")
+
+    def test_leaves_what_is_not_its_own(self):
+        self.install_everything()
+        (self.tool_folder / "notes.txt").touch()
+        status, errors = self.run_as(0, "uninstall.sh")
+        self.assertEqual(status, 1)
+        self.assertIn("uninstall.sh: there is more in /usr/local/libexec/kxtool: notes.txt", errors)
+        self.assertEqual(self.installed(), ["libexec/kxtool/notes.txt"])
+        self.assertNotIn("pkgutil --forget com.corvane.KXTool", self.calls())
+
+    def test_tells_when_there_is_nothing_to_remove(self):
+        self.assertEqual(
+            self.run_as(0, "uninstall.sh"),
+            (1, "uninstall.sh: the tool is not installed in /usr/local/libexec/kxtool\n"))
+
+    def test_only_root_installs_and_uninstalls(self):
+        self.assertEqual(self.run_as(1000, "install.sh", self.package),
+                         (1, "install.sh: run this as root\n"))
+        self.assertEqual(self.run_as(1000, "uninstall.sh"), (1, "uninstall.sh: run this as root\n"))
+        self.assertEqual(self.calls(), [])
 
 
 if __name__ == "__main__":
