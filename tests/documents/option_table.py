@@ -1,4 +1,4 @@
-"""The tool's options, read from the text of their table in app/options.cc."""
+"""The tool's options, read from the text of their table in app/options.cc, and the documents."""
 
 import ast
 import dataclasses
@@ -6,6 +6,9 @@ import pathlib
 import re
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+DOCUMENTS = sorted(path for path in ROOT.rglob("*.md")
+                   if path.relative_to(ROOT).parts[0] != "build")
+
 
 # Neighbouring literals of C++, which are one text.
 _TEXT = re.compile(r'"(?:[^"\\\n]|\\.)*"(?:\s*"(?:[^"\\\n]|\\.)*")*')

@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from tests.documents import option_table
-from tests.documents.option_table import ROOT
+from tests.documents.option_table import DOCUMENTS, ROOT
 
 OPTIONS = option_table.options()
 NAMES = [option.name for option in OPTIONS]
@@ -113,9 +113,14 @@ class OptionsDocumentedTest(unittest.TestCase):
 
 class LinksTest(unittest.TestCase):
     def test_lead_somewhere(self) -> None:
-        for document in (ROOT / "README.md", *(ROOT / "docs").glob("*.md")):
-            for target in re.findall(r"\]\(([^)#:]+)\)", document.read_text(encoding="utf-8")):
-                self.assertTrue((document.parent / target).exists(), f"{document.name}: {target}")
+        for document in DOCUMENTS:
+            text = document.read_text(encoding="utf-8")
+            for target, anchor in re.findall(r"\]\(([^)#:]*)(?:#([^)]*))?\)", text):
+                path = document.parent / target if target else document
+                self.assertTrue(path.exists(), f"{document.name}: {target}")
+                if anchor:
+                    headings = re.findall("^#+ (.*)$", path.read_text(encoding="utf-8"), re.MULTILINE)
+                    self.assertIn(anchor, [heading.lower().replace(" ", "-") for heading in headings])
 
 
 if __name__ == "__main__":
