@@ -3,7 +3,7 @@
     console    commands that begin with "$ ./kx run", each followed by what a terminal then shows
     sh         commands, one a line
     json       a scenario
-    text       lines of the log, whose order contract_test.py compares with runs
+    text       lines of the log, which transcripts_test.py compares with runs
 
 Programs, and documents whose examples need more than an endpoint, have tests of their own, which
 ELSEWHERE names.
@@ -68,7 +68,7 @@ class BlocksTest(EndToEndCase):
     def test_each_is_run(self) -> None:
         known = {(name_of(document), mark): mark for document in DOCUMENTS
                  for mark in ("console", "sh", "json")}
-        known[("docs/contract.md", "text")] = "contract_test.py"
+        known[("docs/contract.md", "text")] = "transcripts_test.py"
         for document in DOCUMENTS:
             text = document.read_text(encoding="utf-8")
             blocks = blocks_of(document)
