@@ -167,6 +167,36 @@ TEST_F(ConcurrencyTest, NoWatchedScanMissesItsEvent) {
   }
 }
 
+// The SDK refuses the run, while events come nevertheless: the call has to end the event thread,
+// which may be about to wait, at work or done.
+TEST_F(ConcurrencyTest, NoRefusedScanLeavesItsEventThread) {
+  Product product([this] { sdk.Raise(kUnrelated); });
+  const int count = CallCount(20000);
+  sdk.runStatuses = std::deque<int>(static_cast<std::size_t>(count), 5);
+  for (int number = 0; number < count; ++number) {
+    MakeScan();
+    const auto events = static_cast<int>(random_() % 3);
+    const bool isDecided = random_() % 4 == 0;
+    sdk.onRun = [&](const std::string&) {
+      product.Begin([=] {
+        for (int event = 0; event < events; ++event) {
+          Dawdle(productRandom_);
+          sdk.Raise(kUnrelated);
+        }
+        Dawdle(productRandom_);
+        if (isDecided) sdk.Raise(kFailed);
+      });
+      Dawdle(random_);
+    };
+    long long result = -1;
+    const Clock::time_point start = Clock::now();
+    ASSERT_EQ(Tool().StartFullScan(result, nullptr), 45) << "scan " << number;
+    ASSERT_LT(Clock::now() - start, std::chrono::seconds(kLimit)) << "scan " << number;
+    ASSERT_TRUE(stopThread);
+    product.End();
+  }
+}
+
 TEST_F(ConcurrencyTest, NoCallMissesItsCompletion) {
   Product product([] {});
   const int count = CallCount(20000);
