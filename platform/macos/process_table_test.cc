@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ constexpr int kArgumentAreaSize = 4096;
 struct Kernel {
   std::vector<kinfo_proc> table;
   std::map<int, std::string> argumentAreas;
+  std::set<const void*> areaBuffers;  ///< where argument areas were wanted
   bool refusesSize = false;
   bool refusesTable = false;
 };
@@ -73,6 +75,7 @@ extern "C" int sysctl(int* name, unsigned length, void* buffer, std::size_t* siz
     return Answer(&kArgumentAreaSize, sizeof(kArgumentAreaSize), buffer, size);
   }
   if (words.size() == 3 && words[0] == 1 && words[1] == 49) {
+    kernel.areaBuffers.insert(buffer);
     const auto area = kernel.argumentAreas.find(words[2]);
     if (area == kernel.argumentAreas.end() || *size != kArgumentAreaSize) return Refuse();
     return Answer(area->second.data(), area->second.size(), buffer, size);
@@ -124,6 +127,13 @@ TEST_F(KernelProcessTableTest, TakesThePathFromTheArgumentArea) {
   EXPECT_EQ(path, "/Library/X/KXCoreIssues");
   ASSERT_TRUE(ExecutablePath(8, path));
   EXPECT_EQ(path, "daemon");
+}
+
+TEST_F(KernelProcessTableTest, AllLooksShareOneArea) {
+  kernel.argumentAreas = {{7, Area("/a")}, {8, Area("/b")}};
+  std::string path;
+  for (const int process : {7, 9, 8}) ExecutablePath(process, path);
+  EXPECT_EQ(kernel.areaBuffers.size(), 1u);
 }
 
 TEST_F(KernelProcessTableTest, StaysInsideTheArea) {
