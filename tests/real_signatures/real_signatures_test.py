@@ -18,6 +18,9 @@ import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
+from simulator import installation  # noqa: E402
+from tests.end_to_end import transcripts  # noqa: E402
+from tests.end_to_end.harness import EndToEndCase  # noqa: E402
 from tests.real_signatures import downloads  # noqa: E402
 from tests.real_signatures.mach_o import WRAPPER_SIZE, slices  # noqa: E402
 
@@ -57,7 +60,7 @@ def certificates(message):
             re.findall("-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----", text, re.DOTALL)]
 
 
-class RealSignatureTestCase(unittest.TestCase):
+class RealSignatureTestCase(EndToEndCase):
     """The downloaded file of a class, and Apple's root as anchor."""
 
     download = None
@@ -88,6 +91,22 @@ class RealSignatureTestCase(unittest.TestCase):
         with self.flipped(offset), self.subTest(offset=offset):
             self.assertEqual(validity(self.path, self.anchors), expected)
 
+    def assert_log_of(self, path, outcome, code, end):
+        """What the tool logs and answers when it finds the file in the place of the product's
+        library: how the check ends (see transcripts.check()), its last line and the tool's code."""
+        library = installation.LAYOUTS[1].library
+        with self.endpoint() as endpoint:
+            endpoint.path(library).write_bytes(pathlib.Path(path).read_bytes())
+            if self.anchors.exists():
+                endpoint.path(installation.ANCHORS).write_bytes(self.anchors.read_bytes())
+            run = self.run_tool_on(endpoint, "-getProductVersion")
+        self.assert_answer(run, code, "")
+        lines = [*transcripts.find_product(), *transcripts.check(library, outcome), end]
+        start = run.log.index(lines[0])
+        self.assertEqual(run.log[start:start + len(lines)], lines)
+        self.assertEqual(run.log[start + len(lines)], f"Return error: {code}")
+        self.assertEqual(run.calls, [])
+
 
 class DeveloperIdTest(RealSignatureTestCase):
     download = downloads.DEVELOPER_ID
@@ -109,6 +128,13 @@ class DeveloperIdTest(RealSignatureTestCase):
             ("certificate", "Developer ID Certification Authority"),
             ("certificate", "Apple Root CA"),
         ])
+
+    def test_log_names_another_signer(self):
+        self.assert_log_of(self.path, "other signer", 22, "Binary is not valid")
+
+    def test_log_of_a_changed_file(self):
+        with self.flipped(self.slices[-1].code_start):
+            self.assert_log_of(self.path, "invalid", 22, "Binary is not valid")
 
     def test_is_nothing_without_the_root(self):
         # The time stamp's authority ends in the same root and is looked at first.
@@ -185,6 +211,16 @@ class PartlySignedTest(RealSignatureTestCase):
             self.assertEqual(piece.processor == ARM64, bool(piece.components))
             self.assertEqual(verdict(self.piece(index), "/nonexistent")[1:],
                              [("created", "0"), ("validity", str(expected))])
+
+    def test_logs(self):
+        self.assert_log_of(self.path, "invalid", 22, "Binary is not valid")
+        for index, piece in enumerate(self.slices):
+            with self.subTest(slice=index):
+                if piece.components:  # nobody has signed it but the linker
+                    self.assert_log_of(self.piece(index), "no certificate", 2,
+                                    "Failed to validate binary. Error code : 2")
+                else:
+                    self.assert_log_of(self.piece(index), "invalid", 22, "Binary is not valid")
 
     def test_changed_code_of_the_linker_signed_slice_is_found(self):
         for piece in self.slices:
