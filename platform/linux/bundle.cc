@@ -1,5 +1,6 @@
 #include "platform/bundle.h"
 
+#include <memory>
 #include <rapidxml/rapidxml.hpp>
 #include <string_view>
 
@@ -17,13 +18,14 @@ namespace platform {
 // the version need not load libplist.
 std::optional<std::string> MainBundleText(const std::string& key) {
   std::string text(kx_info_plist_begin, kx_info_plist_end);
-  rapidxml::xml_document<> document;
+  // On the stack, where each page is touched, the document's 64 KiB would cost more than the rest.
+  const std::unique_ptr<rapidxml::xml_document<>> document(new rapidxml::xml_document<>);
   try {
-    document.parse<0>(text.data());
+    document->parse<0>(text.data());
   } catch (const rapidxml::parse_error&) {
     return std::nullopt;
   }
-  const rapidxml::xml_node<>* node = document.first_node("plist");
+  const rapidxml::xml_node<>* node = document->first_node("plist");
   if (node != nullptr) node = node->first_node("dict");
   if (node == nullptr) return std::nullopt;
   for (node = node->first_node("key"); node != nullptr; node = node->next_sibling("key")) {
