@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <ctime>
 
 #include "platform/linux/code_signing/subject_text.h"
@@ -78,16 +77,13 @@ bool HasExtension(const X509& certificate, const char* identifier) {
   return found;
 }
 
-bool AreSameCertificate(const X509& a, const X509& b) {
-  unsigned char* encodedA = nullptr;
-  unsigned char* encodedB = nullptr;
-  const int lengthA = i2d_X509(&a, &encodedA);
-  const int lengthB = i2d_X509(&b, &encodedB);
-  const bool same = lengthA > 0 && lengthA == lengthB &&
-                    std::memcmp(encodedA, encodedB, static_cast<std::size_t>(lengthA)) == 0;
-  OPENSSL_free(encodedA);
-  OPENSSL_free(encodedB);
-  return same;
+std::string EncodedCertificate(const X509& certificate) {
+  unsigned char* encoded = nullptr;
+  const int length = i2d_X509(&certificate, &encoded);
+  std::string bytes(reinterpret_cast<char*>(encoded),
+                    length > 0 ? static_cast<std::size_t>(length) : 0);
+  OPENSSL_free(encoded);
+  return bytes;
 }
 
 bool IsSelfSigned(const X509& certificate) {

@@ -35,8 +35,9 @@ std::optional<std::string> OrganizationalUnit(const X509& certificate);
 /// Whether there is an extension with this dotted identifier.
 bool HasExtension(const X509& certificate, const char* identifier);
 
-/// Whether both are the same bytes.
-bool AreSameCertificate(const X509& a, const X509& b);
+/// The certificate's very bytes, which is what certificates are compared by; empty when libcrypto
+/// fails.
+std::string EncodedCertificate(const X509& certificate);
 
 /// Whether it is its own issuer by name and its signature agrees with its own key.
 bool IsSelfSigned(const X509& certificate);

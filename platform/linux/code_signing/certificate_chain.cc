@@ -1,6 +1,8 @@
 #include "platform/linux/code_signing/certificate_chain.h"
 
 #include <algorithm>
+#include <optional>
+#include <string>
 
 namespace platform::code_signing {
 namespace {
@@ -14,9 +16,7 @@ enum class Ending { kIncomplete, kSelfSigned, kAnchor };
 class ChainBuilder {
  public:
   ChainBuilder(const CertificateList& embedded, const TrustStore& trust)
-      : trust_(trust), issuers_(embedded) {
-    issuers_.insert(issuers_.end(), trust.Anchors().begin(), trust.Anchors().end());
-  }
+      : trust_(trust), embedded_(embedded) {}
 
   CertificateChain Build(const CertificatePtr& leaf) {
     Extend(leaf);
@@ -50,8 +50,14 @@ class ChainBuilder {
 
   bool FollowIssuers(X509& certificate) {
     if (path_.size() == kLongestChain) return false;
+    if (FollowIssuersAmong(embedded_, certificate)) return true;
+    if (!anchors_) anchors_ = trust_.Anchors();
+    return FollowIssuersAmong(*anchors_, certificate);
+  }
+
+  bool FollowIssuersAmong(const CertificateList& candidates, X509& certificate) {
     const X509_NAME* name = X509_get_issuer_name(&certificate);
-    for (const CertificatePtr& issuer : issuers_) {
+    for (const CertificatePtr& issuer : candidates) {
       if (X509_NAME_cmp(X509_get_subject_name(issuer.get()), name) != 0) continue;
       if (IsInPath(*issuer) || checksLeft_ == 0) continue;
       --checksLeft_;
@@ -62,13 +68,15 @@ class ChainBuilder {
   }
 
   bool IsInPath(const X509& certificate) const {
+    const std::string encoded = EncodedCertificate(certificate);
     return std::any_of(path_.begin(), path_.end(), [&](const CertificatePtr& member) {
-      return AreSameCertificate(*member, certificate);
+      return EncodedCertificate(*member) == encoded;
     });
   }
 
   const TrustStore& trust_;
-  CertificateList issuers_;
+  const CertificateList& embedded_;
+  std::optional<CertificateList> anchors_;  ///< taken apart when one is first needed
   CertificateChain path_;
   CertificateChain best_;
   Ending ending_ = Ending::kIncomplete;

@@ -30,8 +30,13 @@ OsStatus Guarded(const Call& call) {
   return status;
 }
 
-// The check must not depend on a configuration file that the environment may name.
-void StartCrypto() { OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr); }
+// The check must not depend on a configuration file that the environment may name. Nor does it need
+// the texts of errors, the names of ciphers, or every table taken apart at the end of the process.
+void StartCrypto() {
+  OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS |
+                          OPENSSL_INIT_NO_ADD_ALL_CIPHERS | OPENSSL_INIT_NO_ATEXIT,
+                      nullptr);
+}
 
 SignedCode& Unwrap(const StaticCode& code) {
   return *const_cast<SignedCode*>(static_cast<const SignedCode*>(code.handle.get()));

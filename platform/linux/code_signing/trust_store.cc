@@ -4,6 +4,8 @@
 #include <openssl/pem.h>
 
 #include <algorithm>
+#include <memory>
+#include <optional>
 
 #include "platform/linux/code_signing/random_access_file.h"
 
@@ -14,29 +16,47 @@ constexpr std::uint64_t kLargestFile = 1U << 20U;
 
 }  // namespace
 
+TrustStore::TrustStore(const CertificateList& anchors) {
+  for (const CertificatePtr& anchor : anchors) {
+    encodedAnchors_.push_back(EncodedCertificate(*anchor));
+  }
+}
+
 TrustStore TrustStore::Load(const std::string& path) {
   TrustStore store;
   RandomAccessFile file;
   std::uint64_t size = 0;
-  std::string text;
-  if (file.Open(path) != 0 || file.Size(size) != 0 || size > kLargestFile ||
-      file.ReadAll(text) != 0) {
-    return store;
-  }
+  if (file.Open(path) != 0 || file.Size(size) != 0 || size > kLargestFile) return store;
+  const std::optional<std::string> text = file.ReadPiece(0, size);
+  if (!text) return store;
   const std::unique_ptr<BIO, int (*)(BIO*)> source(
-      BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free);
+      BIO_new_mem_buf(text->data(), static_cast<int>(text->size())), BIO_free);
   // An encrypted entry is a broken one: nobody is asked for a password.
   const auto noPassword = [](char*, int, int, void*) { return -1; };
-  while (X509* certificate = PEM_read_bio_X509(source.get(), nullptr, noPassword, nullptr)) {
-    store.anchors_.emplace_back(certificate, X509_free);
+  unsigned char* bytes = nullptr;
+  long length = 0;
+  while (PEM_bytes_read_bio(&bytes, &length, nullptr, PEM_STRING_X509, source.get(), noPassword,
+                            nullptr) == 1) {
+    store.encodedAnchors_.emplace_back(reinterpret_cast<char*>(bytes), length);
+    OPENSSL_free(bytes);
   }
   return store;
 }
 
+CertificateList TrustStore::Anchors() const {
+  CertificateList anchors;
+  for (const std::string& encoded : encodedAnchors_) {
+    const auto* position = reinterpret_cast<const unsigned char*>(encoded.data());
+    X509* const anchor = d2i_X509(nullptr, &position, static_cast<long>(encoded.size()));
+    if (anchor != nullptr) anchors.emplace_back(anchor, X509_free);
+  }
+  return anchors;
+}
+
 bool TrustStore::IsAnchor(const X509& certificate) const {
-  return std::any_of(anchors_.begin(), anchors_.end(), [&](const CertificatePtr& anchor) {
-    return AreSameCertificate(*anchor, certificate);
-  });
+  const std::string encoded = EncodedCertificate(certificate);
+  return !encoded.empty() && std::find(encodedAnchors_.begin(), encodedAnchors_.end(), encoded) !=
+                                 encodedAnchors_.end();
 }
 
 }  // namespace platform::code_signing

@@ -59,6 +59,12 @@ class AnchorTest(TrustTestCase):
         text = "comment\n" + self.other_root() + "\n" + self.root()
         self.assert_validity(VALID, self.sign(), anchors=self.anchors(text))
 
+    def test_what_is_no_certificate_is_passed_over(self):
+        text = self.root().replace("MII", "MIH", 1) + self.root()
+        self.assert_validity(VALID, self.sign(), anchors=self.anchors(text))
+        path = self.sign(certificates=("leaf", "intermediate"))
+        self.assert_validity(VALID, path, anchors=self.anchors(text))
+
     def test_adhoc_code_needs_none(self):
         self.assert_validity(VALID, self.sign(adhoc=True), anchors=self.directory / "none")
 
