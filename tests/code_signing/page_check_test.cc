@@ -32,7 +32,9 @@ class PageCheckTest : public testing::Test {
     ASSERT_EQ(CodeDirectorySet::Load(plain, 0, directories_), kErrSecSuccess);
   }
 
-  OsStatus Check() const { return CheckPages(file_, 0, directories_); }
+  OsStatus Check(std::uint64_t start = 0) const {
+    return PageCheck(file_, start, directories_).Finish();
+  }
 
   TestDirectory directory_;
   RandomAccessFile file_;
@@ -41,6 +43,19 @@ class PageCheckTest : public testing::Test {
 
 TEST_F(PageCheckTest, HashesWithAllKnownTypes) {
   Sign(std::string(1000000, 'x'), {HashType::kSha1, HashType::kSha256, HashType::kSha384});
+  EXPECT_EQ(Check(), kErrSecSuccess);
+}
+
+TEST_F(PageCheckTest, CanBeginBeforeItIsAskedFor) {
+  Sign(std::string(1000000, 'x'), {HashType::kSha256});
+  PageCheck check(file_, 0, directories_);
+  check.Begin();
+  EXPECT_EQ(check.Finish(), kErrSecSuccess);
+}
+
+TEST_F(PageCheckTest, CanBeLeftUnfinished) {
+  Sign(std::string(10000000, 'x'), {HashType::kSha256});
+  PageCheck(file_, 0, directories_).Begin();
   EXPECT_EQ(Check(), kErrSecSuccess);
 }
 
@@ -54,8 +69,8 @@ TEST_F(PageCheckTest, AFileThatShrinksIsNoValidCode) {
 
 TEST_F(PageCheckTest, AStartBehindTheFileIsNoValidCode) {
   Sign("code", {HashType::kSha256});
-  EXPECT_EQ(CheckPages(file_, 0xFFFFFFFF, directories_), kErrSecCSSignatureFailed);
-  EXPECT_EQ(CheckPages(file_, ~std::uint64_t{0}, directories_), kErrSecCSSignatureFailed);
+  EXPECT_EQ(Check(0xFFFFFFFF), kErrSecCSSignatureFailed);
+  EXPECT_EQ(Check(~std::uint64_t{0}), kErrSecCSSignatureFailed);
 }
 
 TEST_F(PageCheckTest, WhatCannotBeReadGivesTheError) {

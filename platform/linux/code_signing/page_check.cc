@@ -1,23 +1,22 @@
 #include "platform/linux/code_signing/page_check.h"
 
 #include <algorithm>
-#include <atomic>
 #include <new>
-#include <string_view>
 #include <system_error>
-#include <thread>
-#include <vector>
 
 namespace platform::code_signing {
 namespace {
 
-// Small enough to stay in a processor's own cache between reading and hashing.
-constexpr std::uint64_t kBufferSize = 256U << 10U;
+// Small enough to stay in a processor's own cache between reading and hashing, and not to cost a
+// small file more in fresh memory than in hashing.
+constexpr std::uint64_t kBufferSize = 64U << 10U;
 
 constexpr unsigned kMostThreads = 8;
 
+}  // namespace
+
 // Reads a range of a file in pieces.
-class RangeReader {
+class PageCheck::RangeReader {
  public:
   RangeReader(const RandomAccessFile& file, std::vector<char>& buffer, std::uint64_t begin,
               std::uint64_t end)
@@ -49,36 +48,6 @@ class RangeReader {
   std::string_view rest_;
 };
 
-// The work is cut into runs of pages, each for one directory; the threads take them one by one.
-class PageCheck {
- public:
-  PageCheck(const RandomAccessFile& file, std::uint64_t start, const CodeDirectorySet& directories);
-
-  OsStatus Run();
-
- private:
-  void Work();
-  void WorkOrFail();
-  OsStatus CheckRun(const CodeDirectory& directory, Digest& digest, std::uint64_t run,
-                    std::vector<char>& buffer) const;
-  OsStatus CheckPage(const CodeDirectory& directory, Digest& digest, std::uint32_t page,
-                     RangeReader& reader) const;
-  void Fail(OsStatus status);
-
-  std::uint64_t PageBegin(std::uint64_t page) const { return std::min(limit_, page * pageSize_); }
-
-  const RandomAccessFile& file_;
-  const std::uint64_t start_;
-  const std::uint64_t limit_;
-  const std::uint64_t pageCount_;
-  const std::uint64_t pageSize_;
-  const std::uint64_t pagesPerRun_;
-  const std::uint64_t runCount_;
-  std::vector<const CodeDirectory*> directories_;
-  std::atomic<std::uint64_t> nextItem_{0};
-  std::atomic<OsStatus> status_{kErrSecSuccess};
-};
-
 PageCheck::PageCheck(const RandomAccessFile& file, std::uint64_t start,
                      const CodeDirectorySet& directories)
     : file_(file),
@@ -93,22 +62,44 @@ PageCheck::PageCheck(const RandomAccessFile& file, std::uint64_t start,
   }
 }
 
-OsStatus PageCheck::Run() {
-  const std::uint64_t items = runCount_ * directories_.size();
+PageCheck::~PageCheck() {
+  Fail(kErrSecCSInternalError);  // which nobody asks for any more
+  JoinHelpers();
+}
+
+void PageCheck::Begin() {
+  if (hasBegun_) return;
+  hasBegun_ = true;
+  status_ = CheckExtent();
+  if (status_ != kErrSecSuccess) return;
   const std::uint64_t processors =
       std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
-  std::vector<std::thread> helpers;
-  helpers.reserve(kMostThreads);
+  helpers_.reserve(kMostThreads);
   try {
-    while (helpers.size() + 1 < std::min(processors, items)) {
-      helpers.emplace_back([this] { WorkOrFail(); });
+    while (helpers_.size() + 1 < std::min(processors, ItemCount())) {
+      helpers_.emplace_back([this] { WorkOrFail(); });
     }
   } catch (const std::system_error&) {
     // Fewer threads do the same work.
   }
+}
+
+OsStatus PageCheck::Finish() {
+  Begin();
   WorkOrFail();
-  for (std::thread& helper : helpers) helper.join();
+  JoinHelpers();
   return status_;
+}
+
+OsStatus PageCheck::CheckExtent() const {
+  std::uint64_t size = 0;
+  if (const int error = file_.Size(size); error != 0) return StatusFromErrno(error);
+  return start_ <= size && limit_ <= size - start_ ? kErrSecSuccess : kErrSecCSSignatureFailed;
+}
+
+void PageCheck::JoinHelpers() {
+  for (std::thread& helper : helpers_) helper.join();
+  helpers_.clear();
 }
 
 void PageCheck::WorkOrFail() {
@@ -126,15 +117,18 @@ void PageCheck::Work() {
   for (const CodeDirectory* directory : directories_) {
     digests.emplace_back(*directory->KnownHashType());
   }
-  const std::uint64_t items = runCount_ * directories_.size();
   while (status_ == kErrSecSuccess) {
     const std::uint64_t item = nextItem_.fetch_add(1);
-    if (item >= items) return;
+    if (item >= ItemCount()) return;
     const auto which = static_cast<std::size_t>(item % directories_.size());
     const OsStatus status =
         CheckRun(*directories_[which], digests[which], item / directories_.size(), buffer);
     if (status != kErrSecSuccess) Fail(status);
   }
+}
+
+std::uint64_t PageCheck::PageBegin(std::uint64_t page) const {
+  return std::min(limit_, page * pageSize_);
 }
 
 OsStatus PageCheck::CheckRun(const CodeDirectory& directory, Digest& digest, std::uint64_t run,
@@ -170,17 +164,6 @@ OsStatus PageCheck::CheckPage(const CodeDirectory& directory, Digest& digest, st
 void PageCheck::Fail(OsStatus status) {
   OsStatus expected = kErrSecSuccess;
   status_.compare_exchange_strong(expected, status);
-}
-
-}  // namespace
-
-OsStatus CheckPages(const RandomAccessFile& file, std::uint64_t start,
-                    const CodeDirectorySet& directories) {
-  std::uint64_t size = 0;
-  if (const int error = file.Size(size); error != 0) return StatusFromErrno(error);
-  if (start > size || directories.Best().CodeLimit() > size - start)
-    return kErrSecCSSignatureFailed;
-  return PageCheck(file, start, directories).Run();
 }
 
 }  // namespace platform::code_signing

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "platform/linux/code_signing/byte_reader.h"
-#include "platform/linux/code_signing/page_check.h"
 #include "platform/linux/code_signing/signature_check.h"
 
 namespace platform::code_signing {
@@ -60,10 +59,16 @@ OsStatus SliceSignature::VerifyOnce() {
 }
 
 OsStatus SliceSignature::Validate(PageRule pageRule, const Requirement& requirement) {
+  // Other processors hash the pages while this one verifies the signature.
+  std::optional<PageCheck> pages;
+  OsStatus pageStatus = kErrSecSuccess;
+  if (pageRule == PageRule::kCheck && Directories() != nullptr) pageStatus = BeginPages(pages);
+
   OsStatus status = Verify();
   if (status == kErrSecSuccess) status = CheckSpecialSlots();
   if (status == kErrSecSuccess) status = CheckTopDirectory();
-  if (status == kErrSecSuccess && pageRule == PageRule::kCheck) status = CheckCodePages();
+  if (status == kErrSecSuccess) status = pageStatus;
+  if (status == kErrSecSuccess && pages) status = pages->Finish();
   if (status == kErrSecSuccess && requirement && !Satisfies(requirement)) {
     status = kErrSecCSReqFailed;
   }
@@ -125,7 +130,7 @@ OsStatus SliceSignature::CheckTopDirectory() const {
   return listed == present ? kErrSecSuccess : kErrSecCSSignatureFailed;
 }
 
-OsStatus SliceSignature::CheckCodePages() const {
+OsStatus SliceSignature::BeginPages(std::optional<PageCheck>& pages) const {
   if (code_.LimitIsFileSize()) {
     std::uint64_t size = 0;
     if (const int error = code_.Code().Size(size); error != 0) return StatusFromErrno(error);
@@ -133,7 +138,10 @@ OsStatus SliceSignature::CheckCodePages() const {
   }
   std::uint64_t start = 0;
   const OsStatus status = code_.FindSliceStart(slice_, start);
-  return status == kErrSecSuccess ? CheckPages(code_.Code(), start, directories_) : status;
+  if (status != kErrSecSuccess) return status;
+  pages.emplace(code_.Code(), start, directories_);
+  pages->Begin();
+  return kErrSecSuccess;
 }
 
 bool SliceSignature::Satisfies(const Requirement& requirement) const {

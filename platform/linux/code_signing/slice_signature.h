@@ -7,6 +7,7 @@
 #include "platform/linux/code_signing/certificate.h"
 #include "platform/linux/code_signing/code_directory_set.h"
 #include "platform/linux/code_signing/disk_representation.h"
+#include "platform/linux/code_signing/page_check.h"
 #include "platform/linux/code_signing/requirement_subject.h"
 #include "platform/linux/code_signing/trust_store.h"
 
@@ -49,7 +50,7 @@ class SliceSignature {
   OsStatus VerifyOnce();
   OsStatus CheckSpecialSlots() const;
   OsStatus CheckTopDirectory() const;
-  OsStatus CheckCodePages() const;
+  OsStatus BeginPages(std::optional<PageCheck>& pages) const;
   bool Satisfies(const Requirement& requirement) const;
 
   const DiskRepresentation& code_;
