@@ -39,8 +39,16 @@ void AppendPart(std::string& message, Integer number) {
   }
 }
 
-/// Writes a line made of `parts`, texts and whole numbers (in decimal; a bool as 1 or 0), one
-/// directly after the other. Does nothing, and builds no text, when `logger` is null.
+/// A part that is made only for a line that is written.
+template <typename MakeText, typename = std::enable_if_t<std::is_invocable_v<const MakeText&>>,
+          typename = void>
+void AppendPart(std::string& message, const MakeText& makeText) {
+  message += makeText();
+}
+
+/// Writes a line made of `parts`, one directly after the other: texts, whole numbers (in decimal; a
+/// bool as 1 or 0), and functions that return a text. Does nothing, and builds no text, when
+/// `logger` is null.
 template <typename... Parts>
 void LogMessage(Logger* logger, const Parts&... parts) {
   if (logger == nullptr) return;

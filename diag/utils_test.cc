@@ -146,9 +146,11 @@ TEST_F(UtilsTest, MessagesAreMadeOfTheirParts) {
   Utils::LogMessage(log, text, ":", std::string_view("view").substr(1), -5, 18446744073709551615U,
                     -9223372036854775807LL - 1, true, false);
   Utils::LogMessage(log, "");
+  Utils::LogMessage(log, "made ", [] { return std::string("late"); });
   Utils::LogMessage(nullptr, "nothing");
-  EXPECT_THAT(TakeLog(), testing::ElementsAre(
-                             "fixed", "text:iew-518446744073709551615-922337203685477580810", ""));
+  EXPECT_THAT(TakeLog(),
+              testing::ElementsAre("fixed", "text:iew-518446744073709551615-922337203685477580810",
+                                   "", "made late"));
 }
 
 TEST_F(UtilsTest, NullLoggerBuildsNoText) {
@@ -159,6 +161,7 @@ TEST_F(UtilsTest, NullLoggerBuildsNoText) {
     }
   };
   Utils::LogMessage(nullptr, Costly());
+  Utils::LogMessage(nullptr, []() -> std::string_view { return Costly(); });
 }
 
 TEST_F(UtilsTest, EqualsIgnoringCase) {

@@ -35,9 +35,12 @@ std::string LocalTimeText() {
   return ctime_r(&now, text.data()) == nullptr ? "\n" : text.data();
 }
 
-/// Seconds since `start` (microseconds on the wall clock), with six places.
-std::string SecondsSince(std::int64_t start) {
-  return std::to_string(static_cast<double>(platform::WallClockMicroseconds() - start) / 1000000.0);
+/// Tells the seconds since `start` (microseconds on the wall clock), with six places.
+auto SecondsSince(std::int64_t start) {
+  return [start] {
+    return std::to_string(static_cast<double>(platform::WallClockMicroseconds() - start) /
+                          1000000.0);
+  };
 }
 
 /// One call of ExecuteAgentSDKMethod(), but for the answer. What it acquires is given back in order
@@ -140,7 +143,7 @@ int Invocation::Start() {
   tool_.sdkResponse.clear();
   isReady.exchange(false);
   Log("Start RunAsync");
-  Log("Run async starts at ", LocalTimeText());
+  Log("Run async starts at ", LocalTimeText);
   const std::int64_t start = platform::WallClockMicroseconds();
 
   for (int tryNumber = 1; tryNumber <= kMostTries; ++tryNumber) {
