@@ -14,22 +14,24 @@
 
 namespace sdk {
 
-/// The member `name` of `value`; null when `value` is no object.
+/// All bytes of a JSON string, NULs included.
+inline std::string_view TextOf(const rapidjson::Value& string) {
+  return {string.GetString(), string.GetStringLength()};
+}
+
+/// The member `name` of `value`; null when `value` is no object. Where the name is a constant, the
+/// comparison takes a few instructions, which counts in answers with a hundred thousand members.
 inline const rapidjson::Value* FindMember(const rapidjson::Value& value, std::string_view name) {
   if (!value.IsObject()) return nullptr;
-  const rapidjson::Value key(rapidjson::StringRef(name.data(), name.size()));
-  const rapidjson::Value::ConstMemberIterator member = value.FindMember(key);
-  return member == value.MemberEnd() ? nullptr : &member->value;
+  for (const rapidjson::Value::Member& member : value.GetObject()) {
+    if (TextOf(member.name) == name) return &member.value;
+  }
+  return nullptr;
 }
 
 inline const rapidjson::Value* FindObject(const rapidjson::Value& value, std::string_view name) {
   const rapidjson::Value* const member = FindMember(value, name);
   return member != nullptr && member->IsObject() ? member : nullptr;
-}
-
-/// All bytes of a JSON string, NULs included.
-inline std::string_view TextOf(const rapidjson::Value& string) {
-  return {string.GetString(), string.GetStringLength()};
 }
 
 inline std::optional<std::string_view> FindText(const rapidjson::Value& value,
