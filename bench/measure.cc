@@ -1,7 +1,7 @@
 // kx_measure ROUNDS COMMAND... [-- COMMAND...]...: runs the commands in alternation and prints a
-// line for each run: the command's number, its wall time in seconds and its peak resident memory in
-// kB. What the commands print is thrown away. A small program, because a child's peak memory counts
-// from its parent's size.
+// line for each run: the command's number, its wall time in seconds, its peak resident memory in kB
+// and the number of its page faults. What the commands print is thrown away. A small program,
+// because a child's peak memory counts from its parent's size.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -41,9 +41,17 @@ bool Run(const Words& command, const posix_spawn_file_actions_t& actions, int nu
     return false;
   }
   rusage usage{};
-  wait4(child, nullptr, 0, &usage);
+  int status = 0;
+  wait4(child, &status, 0, &usage);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-  if (number >= 0) std::printf("%d %.9f %ld\n", number, elapsed.count(), usage.ru_maxrss);
+  if (status != 0) {
+    std::fprintf(stderr, "kx_measure: %s failed\n", command.front());
+    return false;
+  }
+  if (number >= 0) {
+    std::printf("%d %.9f %ld %ld\n", number, elapsed.count(), usage.ru_maxrss,
+                usage.ru_minflt + usage.ru_majflt);
+  }
   return true;
 }
 

@@ -1,5 +1,7 @@
-/* kx_minimal_client LIBRARY: asks the SDK for the product's status with the calls that the tool
- * makes, and nothing else: no signature check, no time limit, no log. Prints the answer's size. */
+/* kx_minimal_client [LIBRARY]: asks the SDK for the product's status with the calls that the tool
+ * makes, and nothing else: no signature check, no time limit, no log. Prints the answer's size.
+ * kx_checking_client is the same with the least that libcrypto can check a signature with. Without
+ * a library both do nothing, which is what it costs to start them. */
 
 #define _POSIX_C_SOURCE 200809L
 
@@ -8,6 +10,10 @@
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
+
+#ifdef KX_BARE_CHECK
+#include "bare_check.h"
+#endif
 
 struct callbacks {
   uint32_t size;
@@ -44,7 +50,12 @@ int main(int argc, char** argv) {
   int (*register_callbacks)(void*, const struct callbacks*, void*);
   int (*unregister_callbacks)(void*, const struct callbacks*);
 
-  if (argc != 2 || !(library = dlopen(argv[1], RTLD_NOW))) return 1;
+  if (argc == 1) return 0;
+  if (argc != 2) return 1;
+#ifdef KX_BARE_CHECK
+  if (!passes_bare_check(argv[1])) return 1;
+#endif
+  if (!(library = dlopen(argv[1], RTLD_NOW))) return 1;
   *(void**)&get_instance = dlsym(library, "AgentSDK_GetInstance");
   *(void**)&release_instance = dlsym(library, "AgentSDK_ReleaseInstance");
   if (!get_instance || !release_instance || get_instance((void**)&table, 0) != 0) return 1;

@@ -1,0 +1,106 @@
+"""Makes the tables of docs/performance.md, and its plot, out of what bench.py --json wrote.
+
+    report.py DOCUMENT PLOT.svg REPORT.json...
+
+Puts the table of all rows and the line about the machine in the place of those that are in the
+document (between its "made by" comments), and draws the plot with gnuplot. The reports are of
+consecutive runs on one machine. The same reports always give the same files.
+"""
+
+import argparse
+import json
+import pathlib
+import re
+import statistics
+import subprocess
+
+_BEGIN, _END = "<!-- made by bench/report.py: {} -->", "<!-- end of {} -->"
+
+
+def table(reports: list[dict]) -> str:
+    """All rows, with the ratios of each run."""
+    runs = range(1, len(reports) + 1)
+    lines = ["| subject | peer | amount | of peer | target | " +
+             " | ".join(f"ratio, run {run}" for run in runs) + " |",
+             "|---|---|--:|--:|--:|" + "--:|" * len(reports)]
+    for rows in zip(*(report["rows"] for report in reports), strict=True):
+        first = rows[0]
+        if any((row["name"], row["peer"]) != (first["name"], first["peer"]) for row in rows):
+            raise ValueError(f"the reports do not have the same rows: {first['name']}")
+        amounts = [statistics.median(row[key] for row in rows)
+                   for key in ("subject_amount", "peer_amount")]
+        target = "" if first["limit"] is None else \
+            f"{statistics.median(row['limit'] for row in rows):.2f}"
+        lines.append(f"| {first['name']} | {first['peer']} | " +
+                     " | ".join(f"{amount:,.2f} {first['unit']}" for amount in amounts) +
+                     f" | {target} | " + " | ".join(_ratio(row) for row in rows) + " |")
+    return "\n".join(lines)
+
+
+def _ratio(row: dict) -> str:
+    low, high = row["quartiles"]
+    missed = row["limit"] is not None and row["ratio"] > row["limit"]
+    ratio = f"**{row['ratio']:.2f}**" if missed else f"{row['ratio']:.2f}"
+    return f"{ratio} ({low:.2f}–{high:.2f})"
+
+
+def machine(reports: list[dict]) -> str:
+    """What the figures were measured on, as a list."""
+    facts = reports[0]["machine"]
+    loads = " and ".join(str(report["machine"]["load at the start"]) for report in reports)
+    return "\n".join([f"* {name}: {value}" for name, value in facts.items()
+                      if name != "load at the start"] + [f"* load when a run began: {loads}"])
+
+
+def fill(document: str, name: str, text: str) -> str:
+    """The document with `text` in the place of the part with this name."""
+    begin, end = _BEGIN.format(name), _END.format(name)
+    filled, count = re.subn(f"{re.escape(begin)}\n.*?\n{re.escape(end)}",
+                            lambda _: f"{begin}\n{text}\n{end}", document, flags=re.DOTALL)
+    if count != 1:
+        raise ValueError(f"the document has no place for {name}")
+    return filled
+
+
+def plot(reports: list[dict]) -> bytes:
+    """The plot of cost against size: a panel for each way to grow, both axes logarithmic."""
+    panels = reports[0]["curves"]
+    script = [f"set terminal svg size 900,{300 * ((len(panels) + 1) // 2)} font 'sans-serif,12' "
+              "background '#ffffff'",
+              f"set multiplot layout {(len(panels) + 1) // 2},2",
+              "set logscale xy", "set format '10^{%T}'", "set grid", "set key left top",
+              "set ylabel 'milliseconds'", "set offsets graph 0.05, graph 0.05, 0, 0"]
+    for panel, curves in panels.items():
+        drawn = []
+        for number, (curve, points) in enumerate(curves.items()):
+            script.append(f"$curve{number} << END")
+            for index, (size, _) in enumerate(points):
+                cost = statistics.median(report["curves"][panel][curve][index][1]
+                                         for report in reports)
+                script.append(f"{size} {cost:.4g}")
+            script.append("END")
+            drawn.append(f"$curve{number} with linespoints linewidth 2 title '{curve}'")
+        title, _, unit = panel.partition(", by ")
+        script += [f"set title '{title}'", f"set xlabel '{unit}'", "plot " + ", ".join(drawn)]
+    done = subprocess.run(["gnuplot"], input="\n".join(script).encode(), check=True,
+                          stdout=subprocess.PIPE)
+    return done.stdout
+
+
+def main() -> None:
+    """Fills the document and draws the plot."""
+    parser = argparse.ArgumentParser(prog="report", description=__doc__.splitlines()[0])
+    parser.add_argument("document", type=pathlib.Path)
+    parser.add_argument("plot", type=pathlib.Path)
+    parser.add_argument("reports", type=pathlib.Path, nargs="+", metavar="REPORT")
+    options = parser.parse_args()
+    reports = [json.loads(path.read_text()) for path in options.reports]
+    text = options.document.read_text()
+    for name, part in (("machine", machine(reports)), ("table", table(reports))):
+        text = fill(text, name, part)
+    options.document.write_text(text)
+    options.plot.write_bytes(plot(reports))
+
+
+if __name__ == "__main__":
+    main()
