@@ -35,7 +35,7 @@ class XmlScan {
       }
     }
     while (!open_.empty()) CloseContainer();
-    return entityWork_ <= kMaximumEntityWork && keyWork_ <= kMaximumKeyWork;
+    return !isListOpen_ && entityWork_ <= kMaximumEntityWork && keyWork_ <= kMaximumKeyWork;
   }
 
  private:
@@ -63,8 +63,11 @@ class XmlScan {
       if (rest_[end] == '"') end = std::min(rest_.find('"', end + 1), rest_.size() - 1);
       ++end;
     }
+    const bool isWhole = end < rest_.size();
     const char beforeEnd = rest_[end - 1];
     rest_.remove_prefix(std::min(end + 1, rest_.size()));
+    if (name == "plist") isListOpen_ = true;
+    if (name == "/plist" && isWhole) isListOpen_ = false;
     if (StartsWith(name, "?")) return beforeEnd == '?';
     if (StartsWith(name, "/")) {
       if ((name == "/dict" || name == "/array") && !open_.empty()) CloseContainer();
@@ -104,6 +107,7 @@ class XmlScan {
 
   std::string_view rest_;
   std::vector<std::vector<std::uint32_t>> open_;  ///< containers, as the hashes of their keys
+  bool isListOpen_ = false;                       ///< "plist" itself has begun and not ended
   std::size_t values_ = 0;
   std::uint64_t entityWork_ = 0;
   std::uint64_t keyWork_ = 0;

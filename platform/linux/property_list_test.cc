@@ -102,10 +102,11 @@ TEST(PropertyListTest, RefusesWhatIsNoPropertyList) {
 
 TEST(PropertyListTest, RefusesTruncationAnywhere) {
   const std::string xml = Xml("<dict><key>k</key><array><string>v</string></array></dict>");
-  const std::size_t end = xml.find("</dict>");
+  const std::size_t end = xml.size() - 1;  // without the newline
   for (std::size_t length = 0; length < end; ++length) {
     EXPECT_FALSE(ParsePropertyList(xml.substr(0, length))) << length;
   }
+  EXPECT_TRUE(ParsePropertyList(xml.substr(0, end)));
   const std::string binary = Binary({"\xD1\1\2", "\x51k", "\x51v"});
   for (std::size_t length = 0; length < binary.size(); ++length) {
     EXPECT_FALSE(ParsePropertyList(binary.substr(0, length))) << length;
