@@ -22,7 +22,7 @@ void OnRan(void* context, const char* batchContext, int error, const char* resul
   Utils::LogMessage(logger, "Is null result = ", result == nullptr);
   if (batchContext == nullptr) return;
 
-  const sdk::CallbackGate::Pass pass(context);
+  sdk::CallbackGate::Pass pass(context);
   if (pass.Tool() == nullptr || !pass.IsCurrentBatch(batchContext)) return;
   {
     const std::lock_guard<std::mutex> lock(locker);
@@ -30,6 +30,7 @@ void OnRan(void* context, const char* batchContext, int error, const char* resul
     Utils::LogMessage(logger, "OnRun response");
     Utils::LogMessage(logger, result == nullptr ? "nullptr" : result);
     isReady.exchange(true);
+    pass.SetDelivered();
   }
   cv.notify_all();
   Utils::LogMessage(logger, "End OnRan");
@@ -37,11 +38,12 @@ void OnRan(void* context, const char* batchContext, int error, const char* resul
 
 void OnProductEvent(void* context, const char* eventName, const char* eventData) noexcept {
   if (context == nullptr || stopThread) return;
-  const sdk::CallbackGate::Pass pass(context);
+  sdk::CallbackGate::Pass pass(context);
   if (pass.Tool() == nullptr) return;
   {
     const std::lock_guard<std::mutex> lock(locker);
     pass.Tool()->productEvents.emplace_back(TextOrEmpty(eventName), TextOrEmpty(eventData));
+    pass.SetDelivered();
   }
   cv.notify_all();
 }

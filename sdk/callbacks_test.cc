@@ -1,7 +1,10 @@
 #include "sdk/callbacks.h"
 
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <thread>
 
 #include "diag/global_logger.h"
@@ -169,6 +172,22 @@ TEST_F(CallbacksTest, DestructionWaitsForTheCallbacksInside) {
     event.join();
     destruction.join();
   }
+}
+
+TEST_F(CallbacksTest, ThoseThatHaveDeliveredCanBeWaitedFor) {
+  std::optional<CallbackGate::Pass> early(std::in_place, &Tool());
+  std::optional<CallbackGate::Pass> late(std::in_place, &Tool());
+  CallbackGate::AwaitDelivered();
+  early->SetDelivered();
+  std::atomic<bool> isOver = false;
+  std::thread waiter([&] {
+    CallbackGate::AwaitDelivered();
+    isOver = true;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_FALSE(isOver);
+  early.reset();
+  waiter.join();
 }
 
 TEST_F(CallbacksTest, ManyThreadsAtOnce) {

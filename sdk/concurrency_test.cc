@@ -222,6 +222,26 @@ TEST_F(ConcurrencyTest, NoCallMissesItsCompletion) {
   }
 }
 
+// A callback that came back to a library that is no longer there would end the process.
+TEST_F(ConcurrencyTest, CallbacksAreThroughBeforeTheLibraryIsGivenBack) {
+  std::thread completion;
+  bool isStillThere = false;
+  MakeTool({"-startUpdate"});
+  sdk.onRun = [&](const std::string& batch) {
+    completion = std::thread([&, batch] {
+      CallbackGate::Pass slow(&Tool());
+      slow.SetDelivered();
+      sdk.Complete(batch.c_str(), 0, "{}");
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      isStillThere = sdk.LiveRegistrations() == 1 && sdk.LiveInstances() == 1;
+    });
+  };
+  long long result = -1;
+  EXPECT_EQ(Tool().StartUpdate(result, nullptr), 0);
+  completion.join();
+  EXPECT_TRUE(isStillThere);
+}
+
 TEST_F(ConcurrencyTest, StormOfEvents) {
   constexpr int kThreads = 4;
   constexpr int kEvents = 25000;

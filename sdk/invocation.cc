@@ -236,6 +236,8 @@ int Invocation::Await() {
 }
 
 void Invocation::Finish(const char* message) {
+  // The callback that ended the wait still has to return into the library.
+  sdk::CallbackGate::AwaitDelivered();
   apiError_ = registration_.End();
   Log(message, apiError_);
   instance_.Release();

@@ -15,9 +15,10 @@ namespace {
 
 struct GateState {
   std::mutex lock;  ///< also guards the tool's batchContext
-  std::condition_variable empty;
+  std::condition_variable left;
   KXTool* tool = nullptr;
   int inside = 0;
+  int delivered = 0;  ///< of those inside
 };
 
 /// Never destroyed, because an SDK thread may still call while the process exits.
@@ -38,7 +39,13 @@ void CallbackGate::Close(KXTool& tool) {
   GateState& gate = Gate();
   std::unique_lock<std::mutex> lock(gate.lock);
   if (gate.tool == &tool) gate.tool = nullptr;
-  gate.empty.wait(lock, [&gate] { return gate.inside == 0; });
+  gate.left.wait(lock, [&gate] { return gate.inside == 0; });
+}
+
+void CallbackGate::AwaitDelivered() {
+  GateState& gate = Gate();
+  std::unique_lock<std::mutex> lock(gate.lock);
+  gate.left.wait(lock, [&gate] { return gate.delivered == 0; });
 }
 
 void CallbackGate::SetBatchContext(KXTool& tool, const char* text) {
@@ -59,7 +66,16 @@ CallbackGate::Pass::~Pass() {
   if (tool_ == nullptr) return;
   GateState& gate = Gate();
   const std::lock_guard<std::mutex> lock(gate.lock);
-  if (--gate.inside == 0) gate.empty.notify_all();
+  --gate.inside;
+  if (hasDelivered_) --gate.delivered;
+  gate.left.notify_all();
+}
+
+void CallbackGate::Pass::SetDelivered() {
+  GateState& gate = Gate();
+  const std::lock_guard<std::mutex> lock(gate.lock);
+  hasDelivered_ = true;
+  ++gate.delivered;
 }
 
 bool CallbackGate::Pass::IsCurrentBatch(const char* batchContext) const {

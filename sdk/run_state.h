@@ -35,6 +35,10 @@ class CallbackGate {
   /// Waits for the callbacks that are with `tool` to end; none gets through afterwards.
   static void Close(KXTool& tool);
 
+  /// Waits until the callbacks that have delivered are gone, so that the library they return to can
+  /// be given back. Does not wait for those that still want `locker`, which may be held.
+  static void AwaitDelivered();
+
   /// Replaces the tool's batch identifier.
   static void SetBatchContext(KXTool& tool, const char* text);
 
@@ -53,8 +57,13 @@ class CallbackGate {
     /// Whether `batchContext` is the tool's current batch identifier. There must be a tool.
     bool IsCurrentBatch(const char* batchContext) const;
 
+    /// Tells, while `locker` is held, that the callback has delivered and takes no lock of the tool
+    /// any more. There must be a tool.
+    void SetDelivered();
+
    private:
     KXTool* tool_;
+    bool hasDelivered_ = false;
   };
 };
 
