@@ -148,7 +148,9 @@ class Installation:
             content = b"This is no library.\n"
         else:
             content = self._built(f"simulator/{builds[library['build']]}").read_bytes()
-        content = content.ljust(library.get("size") or 0, b"\0")
+        size = library.get("size")
+        if size is not None:
+            content = content[:size].ljust(size, b"\0")
         self._signed.place(content, self.path(path), library["signature"])
 
     def _write_trust(self, scenario: dict[str, Json]) -> None:
@@ -189,6 +191,10 @@ class Installation:
             path.mkdir()
         elif "link" in content:
             path.symlink_to(content["link"])
+        elif "fifo" in content:
+            os.mkfifo(path)
+        if "size" in content:
+            os.truncate(path, content["size"])
         if "mode" in content:
             path.chmod(int(content["mode"], 8))
 

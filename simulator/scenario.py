@@ -22,7 +22,8 @@ _MERGED = {
     ("sdk", "answers"), ("links",), ("installers",), ("installers", "attach"),
     ("installers", "detach"), ("installers", "install"), ("installers", "setupDownloader"),
 }
-_DELIVERY_DEFAULTS = {"when": "afterRun", "delay": 0, "try": 0, "repeat": 1, "context": "own"}
+_DELIVERY_DEFAULTS = {
+    "when": "afterRun", "delay": 0, "try": 0, "repeat": 1, "padding": 0, "context": "own"}
 _COMPLETION_DEFAULTS = {"batch": "own", "errorNumber": 0, "result": "answer"}
 
 Json = Any

@@ -45,7 +45,10 @@ std::optional<std::string> BatchOf(const Delivery& delivery, const Run& run) {
 /// client that keeps the pointer is found out.
 class LentText {
  public:
-  explicit LentText(std::optional<std::string> text) : text_(std::move(text)) {}
+  explicit LentText(std::optional<std::string> text, std::size_t padding = 0)
+      : text_(std::move(text)) {
+    if (text_.has_value()) text_->append(padding, ' ');
+  }
   ~LentText() {
     if (text_.has_value()) std::fill(text_->begin(), text_->end(), '#');
   }
@@ -79,11 +82,11 @@ void Deliver(const Delivery& delivery, const Client& client, const Run& run) {
   for (unsigned count = 0; count < delivery.repeat; ++count) {
     if (delivery.isEvent) {
       const LentText name(delivery.name);
-      const LentText data(delivery.data);
+      const LentText data(delivery.data, delivery.padding);
       client.onProductEvent(context, name.Get(), data.Get());
     } else {
       const LentText batch(BatchOf(delivery, run));
-      const LentText result(delivery.result);
+      const LentText result(delivery.result, delivery.padding);
       client.onRan(context, batch.Get(), delivery.error, result.Get());
     }
   }

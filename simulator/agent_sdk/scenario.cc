@@ -48,6 +48,11 @@ std::string Text(const rapidjson::Value& value) {
   return std::string(value.GetString(), value.GetStringLength());
 }
 
+std::optional<std::string> OptionalText(const rapidjson::Value& value) {
+  if (value.IsNull()) return std::nullopt;
+  return Text(value);
+}
+
 template <typename Value, std::size_t Count>
 Value Named(const std::array<NamedValues<Value>, Count>& values, const rapidjson::Value& name) {
   const std::string_view wanted(name.GetString(), name.GetStringLength());
@@ -70,17 +75,17 @@ Delivery ReadDelivery(const rapidjson::Value& object) {
   delivery.delay = std::chrono::milliseconds(Member(object, "delay").GetInt64());
   delivery.repeat = Member(object, "repeat").GetUint();
   delivery.tryNumber = Member(object, "try").GetInt();
+  delivery.padding = Member(object, "padding").GetUint();
   delivery.context = Named(kContexts, Member(object, "context"));
   if (delivery.isEvent) {
-    delivery.name = Text(Member(object, "event"));
-    delivery.data = Text(Member(object, "data"));
+    delivery.name = OptionalText(Member(object, "event"));
+    delivery.data = OptionalText(Member(object, "data"));
     return delivery;
   }
   delivery.method = Text(Member(object, "method"));
   delivery.batch = Named(kBatches, Member(object, "batch"));
   delivery.error = Member(object, "errorNumber").GetInt();
-  const rapidjson::Value& result = Member(object, "result");
-  if (!result.IsNull()) delivery.result = Text(result);
+  delivery.result = OptionalText(Member(object, "result"));
   return delivery;
 }
 

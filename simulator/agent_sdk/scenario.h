@@ -40,6 +40,7 @@ struct Delivery {
   std::chrono::milliseconds delay{0};
   unsigned repeat = 1;
   int tryNumber = 0;  ///< belongs to this instance, counted from 1; 0: to all whose run is accepted
+  std::size_t padding = 0;  ///< blanks that follow the result or the data
   Context context = Context::kOwn;
 
   // Completions.
@@ -49,8 +50,8 @@ struct Delivery {
   std::optional<std::string> result;
 
   // Events.
-  std::string name;
-  std::string data;
+  std::optional<std::string> name;
+  std::optional<std::string> data;
 };
 
 /// How the library behaves.

@@ -224,7 +224,7 @@ def _gathered(endpoint: endpoints.Endpoint, run: Callable[..., int]) -> ToolRun:
 
 
 def _read_log(path: pathlib.Path) -> list[str] | None:
-    if not path.exists():
+    if not path.is_file():
         return None
     messages: list[str] = []
     for line in path.read_text(encoding="utf-8", errors="surrogateescape").split("\n")[:-1]:
