@@ -68,6 +68,18 @@ int ConsiderEntry(const char* name, ScanReports& reports) {
   return kSuccess;
 }
 
+/// Finds the newest summary of each kind.
+/// @return 0, or the errno of a failure to read the directory or an entry's status
+int FindSummaries(ScanReports& reports, Logger* logger) {
+  platform::DirectoryReader directory;
+  if (const int error = directory.Open(kLogDirectory); error != 0) return error;
+  Utils::LogMessage(logger, "Retrieve Quick and Full scan XMLs");
+  while (const char* const name = directory.Next()) {
+    if (const int error = ConsiderEntry(name, reports); error != 0) return error;
+  }
+  return kSuccess;
+}
+
 /// The whole file; empty when it cannot be opened or read.
 std::string ReadFile(const std::string& path) {
   std::string contents;
@@ -100,13 +112,8 @@ void LogUnusableSummary(queries::SummaryResult problem, const std::string& path,
 }  // namespace
 
 int KXTool::GetLastSystemScan(std::string& result, Logger* logger) {
-  platform::DirectoryReader directory;
-  if (const int error = directory.Open(kLogDirectory); error != 0) return error;
-  Utils::LogMessage(logger, "Retrieve Quick and Full scan XMLs");
   ScanReports reports = MakeReports();
-  while (const char* const name = directory.Next()) {
-    if (const int error = ConsiderEntry(name, reports); error != 0) return error;
-  }
+  if (const int error = FindSummaries(reports, logger); error != 0) return error;
 
   for (const ScanReport& report : reports) {
     if (report.path.empty()) continue;
