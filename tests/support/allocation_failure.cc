@@ -38,4 +38,8 @@ bool AllocationFailure::Disarm() {
   return std::exchange(hasFailed, false);
 }
 
+AllocationFailure::Pause::Pause() : left_(std::exchange(countdown, 0)) {}
+
+AllocationFailure::Pause::~Pause() { countdown = left_; }
+
 }  // namespace fake

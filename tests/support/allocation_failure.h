@@ -19,6 +19,18 @@ class AllocationFailure {
 
   /// Lets all allocations succeed again. @return whether the armed one was reached and failed.
   static bool Disarm();
+
+  /// While it lasts the calling thread's allocations succeed and do not count.
+  class Pause {
+   public:
+    Pause();
+    ~Pause();
+    Pause(const Pause&) = delete;
+    Pause& operator=(const Pause&) = delete;
+
+   private:
+    std::size_t left_;  ///< of the countdown
+  };
 };
 
 }  // namespace fake

@@ -18,6 +18,7 @@
 #include "platform/standard_streams.h"
 #include "platform/thread.h"
 #include "platform/uuid.h"
+#include "tests/support/allocation_failure.h"
 
 namespace fake {
 namespace {
@@ -112,9 +113,17 @@ void World::AddFile(const std::string& path, const std::string& contents) {
 
 void World::AddDirectory(const std::string& path) { files[path].mode = S_IFDIR | 0755; }
 
-void World::Record(const std::string& call) {
+void World::Record(std::string_view call) {
+  const AllocationFailure::Pause pause;  // destructors record, too
   const std::lock_guard<std::mutex> lock(callsLock_);
-  calls_.push_back(call);
+  calls_.emplace_back(call);
+}
+
+bool World::FailsNow(const char* call) {
+  ++fallibleCalls;
+  if (fallibleCalls != failingCall) return false;
+  failedCall = call;
+  return true;
 }
 
 std::vector<std::string> World::Calls() const {
@@ -141,6 +150,7 @@ using fake::World;
 // bundle.h
 
 std::optional<std::string> MainBundleText(const std::string& key) {
+  if (World::Current().FailsNow("MainBundleText")) return std::nullopt;
   const auto& texts = World::Current().mainBundleTexts;
   const auto found = texts.find(key);
   if (found == texts.end()) return std::nullopt;
@@ -148,6 +158,7 @@ std::optional<std::string> MainBundleText(const std::string& key) {
 }
 
 std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) {
+  if (World::Current().FailsNow("ApplicationExecutable")) return std::nullopt;
   const auto& executables = World::Current().applicationExecutables;
   const auto found = executables.find(bundlePath);
   if (found == executables.end()) return std::nullopt;
@@ -196,6 +207,7 @@ bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
 
 OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
   code = {};
+  if (World::Current().FailsNow("CreateStaticCode")) return fake::kFailedCheck;
   const auto& signatures = World::Current().signatures;
   const auto found = signatures.find(path);
   if (found == signatures.end()) return -67068;
@@ -205,10 +217,12 @@ OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
 }
 
 OsStatus CheckValidity(const StaticCode& code) {
+  if (World::Current().FailsNow("CheckValidity")) return fake::kFailedCheck;
   return static_cast<const fake::Signature*>(code.handle.get())->validity;
 }
 
 OsStatus CopySigningInformation(const StaticCode& code, SigningInformation& information) {
+  if (World::Current().FailsNow("CopySigningInformation")) return fake::kFailedCheck;
   const auto& signature = *static_cast<const fake::Signature*>(code.handle.get());
   if (signature.informationStatus != 0) return signature.informationStatus;
   information = {};
@@ -223,6 +237,7 @@ OsStatus CopySigningInformation(const StaticCode& code, SigningInformation& info
 }
 
 OsStatus CopyCommonName(const Certificate& certificate, std::optional<std::string>& name) {
+  if (World::Current().FailsNow("CopyCommonName")) return fake::kFailedCheck;
   name = *static_cast<const std::optional<std::string>*>(certificate.handle.get());
   return name ? 0 : -26276;
 }
@@ -243,6 +258,7 @@ DynamicLibrary DynamicLibrary::Open(const std::string& path, Binding binding) {
   World& world = World::Current();
   world.Record("load " + path + (binding == Binding::kNow ? " now" : " lazy global"));
   DynamicLibrary library;
+  if (world.FailsNow("DynamicLibrary::Open")) return library;
   const auto found = world.libraries.find(path);
   if (found != world.libraries.end()) {
     library.handle_ = &found->second;
@@ -256,6 +272,7 @@ DynamicLibrary DynamicLibrary::OpenFromWorkingDirectory(const std::string& name,
 }
 
 void* DynamicLibrary::FindSymbol(const char* name) const {
+  if (World::Current().FailsNow("DynamicLibrary::FindSymbol")) return nullptr;
   const auto& symbols = *static_cast<const std::map<std::string, void*>*>(handle_);
   const auto found = symbols.find(name);
   return found == symbols.end() ? nullptr : found->second;
@@ -271,15 +288,19 @@ void DynamicLibrary::Close() {
 // files.h
 
 bool FileExists(const std::string& path) {
+  if (World::Current().FailsNow("FileExists")) return false;
   const Node* const node = FindTarget(path);
   return node != nullptr && node->statusError == 0;
 }
 
 bool DirectoryExists(const std::string& path) {
-  return FileExists(path) && S_ISDIR(FindTarget(path)->mode);
+  const Node* const node = FindTarget(path);
+  if (World::Current().FailsNow("DirectoryExists")) return false;
+  return node != nullptr && node->statusError == 0 && S_ISDIR(node->mode);
 }
 
 int FileMode(const std::string& path, std::uint32_t& mode) {
+  if (World::Current().FailsNow("FileMode")) return EIO;
   const Node* const node = FindTarget(path);
   if (const int error = fake::StatusError(node); error != 0) return error;
   mode = node->mode;
@@ -287,6 +308,7 @@ int FileMode(const std::string& path, std::uint32_t& mode) {
 }
 
 int CheckAccess(const std::string& path, AccessTest) {
+  if (World::Current().FailsNow("CheckAccess")) return EIO;
   const Node* const node = FindTarget(path);
   if (const int error = fake::StatusError(node); error != 0) return error;
   const int error = node->accessError;
@@ -295,6 +317,7 @@ int CheckAccess(const std::string& path, AccessTest) {
 }
 
 int ModificationTime(const std::string& path, FileTime& time) {
+  if (World::Current().FailsNow("ModificationTime")) return EIO;
   World::Current().timeReads.push_back(path);
   const Node* const node = FindTarget(path);
   if (const int error = fake::StatusError(node); error != 0) return error;
@@ -331,6 +354,7 @@ DirectoryReader& DirectoryReader::operator=(DirectoryReader&& other) noexcept {
 int DirectoryReader::Open(const std::string& path) {
   World& world = World::Current();
   if (world.directoryOpenError != 0) return world.directoryOpenError;
+  if (world.FailsNow("DirectoryReader::Open")) return EIO;
   const Node* const node = FindTarget(path);
   if (node == nullptr) return ENOENT;
   if (!S_ISDIR(node->mode)) return ENOTDIR;
@@ -350,6 +374,7 @@ int DirectoryReader::Open(const std::string& path) {
 }
 
 const char* DirectoryReader::Next() {
+  if (World::Current().FailsNow("DirectoryReader::Next")) return nullptr;
   OpenDirectory& directory = *ToDirectory(stream_);
   if (directory.next == directory.names.size()) return nullptr;
   return directory.names[directory.next++].c_str();
@@ -381,6 +406,7 @@ InputFile& InputFile::operator=(InputFile&& other) noexcept {
 }
 
 int InputFile::Open(const std::string& path) {
+  if (World::Current().FailsNow("InputFile::Open")) return EIO;
   const Node* const node = FindTarget(path);
   if (node == nullptr) return ENOENT;
   if (node->openError != 0) return node->openError;
@@ -393,6 +419,7 @@ int InputFile::Open(const std::string& path) {
 }
 
 int InputFile::Read(char* buffer, std::size_t capacity, std::size_t& count) {
+  if (World::Current().FailsNow("InputFile::Read")) return EIO;
   OpenFile& file = OpenFiles().at(descriptor_);
   if (S_ISDIR(file.node.mode)) return EISDIR;
   std::size_t end = file.node.contents.size();
@@ -415,6 +442,7 @@ void InputFile::Close() {
 int CreateFileExclusively(const std::string& path) {
   World& world = World::Current();
   if (world.createError != 0) return world.createError;
+  if (world.FailsNow("CreateFileExclusively")) return EIO;
   if (world.Exists(path)) return EEXIST;
   world.AddFile(path);
   return 0;
@@ -422,6 +450,7 @@ int CreateFileExclusively(const std::string& path) {
 
 bool CopyTree(const std::string& source, const std::string& destination) {
   World& world = World::Current();
+  if (world.FailsNow("CopyTree")) return false;
   const Node* const node = FindNode(source);
   if (node == nullptr || node->failsToCopy || FindNode(destination) != nullptr) return false;
   for (const std::string& path : fake::PathsBelow(source)) {
@@ -434,6 +463,7 @@ bool CopyTree(const std::string& source, const std::string& destination) {
 
 bool RemoveTree(const std::string& path) {
   World& world = World::Current();
+  if (world.FailsNow("RemoveTree")) return false;
   const Node* const node = FindNode(path);
   if (node == nullptr || node->failsToRemove) return false;
   for (const std::string& below : fake::PathsBelow(path)) world.files.erase(below);
@@ -442,18 +472,24 @@ bool RemoveTree(const std::string& path) {
 }
 
 bool IsDeletable(const std::string& path) {
+  if (World::Current().FailsNow("IsDeletable")) return false;
   const Node* const node = FindNode(path);
   return node != nullptr && node->isDeletable;
 }
 
 void WalkTree(const std::string& root,
               const std::function<bool(const std::string& relativePath)>& visit) {
+  if (World::Current().FailsNow("WalkTree")) return;
   for (const std::string& path : fake::PathsBelow(root)) {
     if (!visit(path.substr(fake::Normal(root).size() + 1))) return;
   }
 }
 
-std::optional<std::string> TemporaryDirectory() { return World::Current().temporaryDirectory; }
+std::optional<std::string> TemporaryDirectory() {
+  World& world = World::Current();
+  if (world.FailsNow("TemporaryDirectory")) return std::nullopt;
+  return world.temporaryDirectory;
+}
 
 // process_table.h
 
@@ -481,6 +517,7 @@ bool ListProcesses(std::vector<ProcessRecord>& records) {
   World& world = World::Current();
   ++world.looks;
   world.Record("list processes");
+  if (world.FailsNow("ListProcesses")) return false;
   if (world.processTableFails) return false;
   records.clear();
   for (const fake::Process& process : CurrentProcesses()) {
@@ -492,6 +529,7 @@ bool ListProcesses(std::vector<ProcessRecord>& records) {
 bool ExecutablePath(int processId, std::string& path) {
   World& world = World::Current();
   if (world.looks == 0) world.looks = 1;
+  if (world.FailsNow("ExecutablePath")) return false;
   ++world.executableReads[{world.looks, processId}];
   for (const fake::Process& process : CurrentProcesses()) {
     if (process.processId != processId || !process.executablePath) continue;
@@ -504,6 +542,7 @@ bool ExecutablePath(int processId, std::string& path) {
 // property_list.h
 
 std::optional<PropertyListValue> ReadPropertyListDictionary(const std::string& path) {
+  if (World::Current().FailsNow("ReadPropertyListDictionary")) return std::nullopt;
   const auto& lists = World::Current().propertyLists;
   const auto found = lists.find(path);
   if (found == lists.end()) return std::nullopt;
@@ -524,6 +563,7 @@ int RunTask(const Task& task) {
   std::string words = "run " + task.launchPath;
   for (const std::string& argument : task.arguments) words += " " + argument;
   world.Record(words);
+  if (world.FailsNow("RunTask")) return EAGAIN;
   const auto program = world.programs.find(task.launchPath);
   if (program == world.programs.end()) return ENOENT;
   if (program->second.effect) program->second.effect(task);
@@ -535,6 +575,7 @@ int RunTask(const Task& task) {
 int Thread::Start(Routine routine, void* argument) {
   World& world = World::Current();
   if (world.threadStartError != 0) return world.threadStartError;
+  if (world.FailsNow("Thread::Start")) return EAGAIN;
   const int error = pthread_create(&thread_, nullptr, routine, argument);
   joinable_ = error == 0;
   if (joinable_) ++world.runningThreads;
@@ -543,6 +584,7 @@ int Thread::Start(Routine routine, void* argument) {
 
 int Thread::Join() {
   World& world = World::Current();
+  if (world.FailsNow("Thread::Join")) return EDEADLK;
   if (world.threadJoinError != 0) return std::exchange(world.threadJoinError, 0);
   joinable_ = false;
   --world.runningThreads;

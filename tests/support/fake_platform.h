@@ -12,6 +12,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -21,6 +22,9 @@
 #include "platform/task.h"
 
 namespace fake {
+
+/// The status of a signature check that fails by FailsNow().
+constexpr platform::OsStatus kFailedCheck = 100005;
 
 /// A file, directory or other entry of the fake file system.
 struct Node {
@@ -141,8 +145,15 @@ class World {
 
   std::uint64_t uuids = 0;  ///< made so far
 
+  /// Every function that can fail asks this first. @return whether it fails this time, which is
+  /// once: the `failingCall`th (from 1) of all such calls of the world.
+  bool FailsNow(const char* call);
+  std::size_t failingCall = 0;
+  std::size_t fallibleCalls = 0;     ///< so far
+  const char* failedCall = nullptr;  ///< once it has failed
+
   /// Calls of interest in their order: SDK calls, sleeps, tasks, library loads.
-  void Record(const std::string& call);
+  void Record(std::string_view call);
   std::vector<std::string> Calls() const;
 
  private:

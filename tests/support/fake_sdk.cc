@@ -11,6 +11,7 @@
 #include "app/kx_tool.h"
 #include "product/install_locations.h"
 #include "sdk/run_state.h"
+#include "tests/support/allocation_failure.h"
 #include "tests/support/fake_platform.h"
 
 namespace fake {
@@ -80,11 +81,13 @@ Sdk::Registered Sdk::LastRegistered() const {
 }
 
 void Sdk::Complete(const char* batchContext, int error, const char* result) const {
+  const AllocationFailure::Pause pause;
   const Registered target = LastRegistered();
   target.callbacks.onRan(target.context, batchContext, error, result);
 }
 
 void Sdk::Raise(const char* eventName, const char* eventData) const {
+  const AllocationFailure::Pause pause;
   const Registered target = LastRegistered();
   target.callbacks.onProductEvent(target.context, eventName, eventData);
 }
@@ -101,6 +104,7 @@ void Sdk::RaiseAndSettle(const char* eventName) const {
 }
 
 int Sdk::GetInstance(void** instance, int reserved) {
+  const AllocationFailure::Pause pause;
   World::Current().Record("get instance");
   EXPECT_EQ(reserved, 0);
   instanceTime_ = World::Current().wallMicroseconds / 1000000;
@@ -118,6 +122,7 @@ int Sdk::GetInstance(void** instance, int reserved) {
 }
 
 void Sdk::ReleaseInstance(void* instance) {
+  const AllocationFailure::Pause pause;
   World::Current().Record("release instance");
   EXPECT_EQ(instances_.erase(instance), 1U) << "released twice, or never obtained";
   registered_.erase(instance);
@@ -125,6 +130,7 @@ void Sdk::ReleaseInstance(void* instance) {
 }
 
 int Sdk::RunAsync(void* instance, const char* request, const char* batchContext) {
+  const AllocationFailure::Pause pause;
   World& world = World::Current();
   world.Record("run");
   EXPECT_EQ(instances_.count(instance), 1U);
@@ -144,6 +150,7 @@ int Sdk::RunAsync(void* instance, const char* request, const char* batchContext)
 }
 
 int Sdk::Register(void* instance, const AgentSDKCallbacks* newCallbacks, void* newContext) {
+  const AllocationFailure::Pause pause;
   World::Current().Record("register");
   EXPECT_EQ(instances_.count(instance), 1U);
   EXPECT_EQ(newCallbacks->size, 24U);
@@ -157,6 +164,7 @@ int Sdk::Register(void* instance, const AgentSDKCallbacks* newCallbacks, void* n
 }
 
 int Sdk::Unregister(void* instance, const AgentSDKCallbacks* oldCallbacks) {
+  const AllocationFailure::Pause pause;
   World::Current().Record("unregister");
   EXPECT_EQ(registered_.count(instance), 1U) << "unregistered twice, or never registered";
   EXPECT_EQ(oldCallbacks->size, 24U);
