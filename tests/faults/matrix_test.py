@@ -1,0 +1,110 @@
+"""Runs the fault matrix, or some families of it: see matrix.py.
+
+    KX_BUILD=build/release python3 -m unittest tests.faults.matrix_test
+    KX_BUILD=build/release python3 -m tests.faults.matrix_test [FAMILY...]     lists the rows
+"""
+
+import concurrent.futures
+import hashlib
+import os
+import pathlib
+import stat
+import sys
+import tempfile
+import unittest
+from collections.abc import Iterable
+
+from simulator import installation, sandbox
+from tests.end_to_end.harness import EndToEndCase
+from tests.faults.matrix import ABORTED, FAMILIES, Row
+
+# Many rows only wait.
+_AT_ONCE = 3 * (os.cpu_count() or 1)
+_FEWEST_ROWS = 150
+# What the stand-ins write for themselves, and where the sandbox sees the machine's programs.
+_NOT_COMPARED = (installation.STAND_INS, "/run/host")
+# Larger files are compared by their size and time.
+_MOST_HASHED = 1 << 20
+
+Entry = tuple[str | int, ...]
+
+
+def _entry(path: pathlib.Path) -> Entry:
+    status = path.lstat()
+    if stat.S_ISLNK(status.st_mode):
+        return (status.st_mode, os.readlink(path))
+    if not stat.S_ISREG(status.st_mode):
+        return (status.st_mode,)
+    if status.st_size > _MOST_HASHED:
+        return (status.st_mode, status.st_size, status.st_mtime_ns)
+    mode = stat.S_IMODE(status.st_mode)
+    return (mode, hashlib.sha256(path.read_bytes()).hexdigest())
+
+
+def _snapshot(root: pathlib.Path) -> dict[str, Entry]:
+    """Everything below `root`, by its path on the endpoint."""
+    found = {}
+    for folder, directories, files in os.walk(root):
+        for name in [*directories, *files]:
+            path = pathlib.Path(folder, name)
+            found[f"/{path.relative_to(root)}"] = _entry(path)
+    return {path: entry for path, entry in found.items()
+            if not _is_at_or_below(path, _NOT_COMPARED)}
+
+
+def _is_at_or_below(path: str, places: Iterable[str]) -> bool:
+    return any(path == place or path.startswith(f"{place}/") for place in places)
+
+
+def _write_programs(row: Row, folder: pathlib.Path) -> dict[str, pathlib.Path | None]:
+    programs: dict[str, pathlib.Path | None] = {}
+    for number, (path, program) in enumerate(row.programs.items()):
+        programs[path] = None
+        if program is not None:
+            content, mode = program
+            file = folder / str(number)
+            file.write_bytes(content)
+            file.chmod(mode)
+            programs[path] = file
+    return programs
+
+
+class Matrix(EndToEndCase):
+    """Every row of the matrix."""
+
+    def check(self, row: Row) -> None:
+        with tempfile.TemporaryDirectory() as folder, self.endpoint(
+                scenario=row.scenario, logging=row.logging, volumes=row.volumes,
+                programs=_write_programs(row, pathlib.Path(folder))) as endpoint:
+            for volume in row.volumes:  # the sandbox would make the place that is covered
+                endpoint.path(volume).mkdir(parents=True, exist_ok=True)
+            root = endpoint.path("/")
+            before = _snapshot(root)
+            run = self.run_script_on(
+                endpoint, f"{row.before} exec $FAST {row.under} $TOOL {row.words}")
+            after = _snapshot(root)
+        self.assertEqual((run.status, run.output), (row.status, row.output.encode()), run.log)
+        if row.status != ABORTED:
+            self.assertEqual(run.errors, b"")
+        self.assertEqual(run.main_log[-1] if run.main_log else None, row.last)
+        expected = [*row.changes, *([installation.LOG] if row.last is not None else [])]
+        changed = sorted(path for path in before.keys() | after.keys()
+                         if before.get(path) != after.get(path))
+        self.assertEqual([path for path in changed if not _is_at_or_below(path, expected)], [])
+
+    @unittest.skipIf(sandbox.refusal(), "endpoints are made in place here")
+    def test_rows(self):
+        rows = [(family, row) for family, rows in FAMILIES.items() for row in rows]
+        self.assertGreaterEqual(len(rows), _FEWEST_ROWS)
+        with concurrent.futures.ThreadPoolExecutor(_AT_ONCE) as pool:
+            for family, row, result in [
+                    (family, row, pool.submit(self.check, row)) for family, row in rows]:
+                with self.subTest(family=family, fault=row.name, words=row.words):
+                    result.result()
+
+
+if __name__ == "__main__":
+    for chosen in sys.argv[1:] or FAMILIES:
+        print(f"{chosen}: {len(FAMILIES[chosen])} rows")
+        for line in FAMILIES[chosen]:
+            print(f"  {line.name}: {line.words}: {line.status}")
