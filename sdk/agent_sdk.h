@@ -16,7 +16,8 @@ using RanCallback = void (*)(void* context, const char* batchContext, int error,
 
 /// What a client registers. The SDK calls from threads of its own.
 struct AgentSDKCallbacks {
-  std::uint32_t size;  ///< of this record
+  std::uint32_t size;     ///< of this record
+  std::uint32_t padding;  ///< 0, so that nothing of the stack is handed over
   ProductEventCallback onProductEvent;
   RanCallback onRan;
 };

@@ -80,7 +80,7 @@ class Invocation {
   const std::string method_;
   int& apiError_;
   Logger* logger_;
-  const AgentSDKCallbacks callbacks_{sizeof(AgentSDKCallbacks), OnProductEvent, OnRan};
+  const AgentSDKCallbacks callbacks_{sizeof(AgentSDKCallbacks), 0, OnProductEvent, OnRan};
   std::unique_lock<std::mutex> lock_;  ///< of `locker`; given back last
   sdk::Library library_;
   sdk::Instance instance_;

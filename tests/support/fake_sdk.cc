@@ -154,6 +154,7 @@ int Sdk::Register(void* instance, const AgentSDKCallbacks* newCallbacks, void* n
   World::Current().Record("register");
   EXPECT_EQ(instances_.count(instance), 1U);
   EXPECT_EQ(newCallbacks->size, 24U);
+  EXPECT_EQ(newCallbacks->padding, 0U);
   if (const int status = NextStatus(registerStatuses); status != 0) return status;
   {
     const std::lock_guard<std::mutex> lock(lastLock_);
