@@ -49,17 +49,6 @@ CMS = {
 }
 
 
-def components(data):
-    """The blobs of a signature file, by slot."""
-    count, = struct.unpack_from(">8xI", data)
-    found = {}
-    for number in range(count):
-        slot, offset = struct.unpack_from(">2I", data, 12 + 8 * number)
-        length, = struct.unpack_from(">4xI", data, offset)
-        found[slot] = data[offset:offset + length]
-    return found
-
-
 def main():
     corpus = ROOT / "fuzz" / "corpus"
     with tempfile.TemporaryDirectory() as directory:
@@ -78,7 +67,7 @@ def main():
         for name, options in CMS.items():
             path.write_bytes(b"code" * 100)
             sign_file(path, identity, **options)
-            found = components(sidecar.read_bytes())
+            found = blobs.split_super_blob(sidecar.read_bytes())
             (corpus / "cms" / name).write_bytes(
                 struct.pack(">H", len(found[0])) + found[0] + found[blobs.SLOT_CMS][8:])
 

@@ -12,17 +12,7 @@ constexpr char kPath[] = "/some where/file";
 constexpr char kMaker[] = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)";
 
 /// The whole log of a check that finds a file of the maker.
-const Lines kLog = {"Retrieve Sec static code for /some where/file",
-                    "Check code validity",
-                    "Code is valid",
-                    "Retrieve signing information",
-                    "Signing information retrieved successfully",
-                    "Save certificate name",
-                    "Certificate saved successfully",
-                    "Save certificate team id",
-                    "Certificate team id saved successfully",
-                    "Check if it is signed by Corvane",
-                    "Check complete. File is signed by Corvane"};
+const Lines kLog = fake::AcceptedSignatureLog(kPath);
 
 Lines LogUpTo(std::size_t count, const std::string& last) {
   Lines lines(kLog.begin(), kLog.begin() + static_cast<std::ptrdiff_t>(count));

@@ -70,6 +70,17 @@ def super_blob(magic, entries):
     return blob(magic, struct.pack(">I", len(entries)) + index + body)
 
 
+def split_super_blob(data):
+    """The encodings in a blob of blobs, by type."""
+    count, = struct.unpack_from(">8xI", data)
+    found = {}
+    for number in range(count):
+        kind, offset = struct.unpack_from(">2I", data, 12 + 8 * number)
+        length, = struct.unpack_from(">4xI", data, offset)
+        found[kind] = data[offset:offset + length]
+    return found
+
+
 EMPTY_REQUIREMENTS = super_blob(REQUIREMENT_SET, {})
 
 

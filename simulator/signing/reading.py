@@ -61,7 +61,7 @@ def _components(path):
         if macho.is_macho(data):
             return [_macho_components(piece) for piece in _slices(data)]
     sidecar = path.with_name(path.name + ".codesignature")
-    return [_split(sidecar.read_bytes())] if not bundle and sidecar.exists() else []
+    return [blobs.split_super_blob(sidecar.read_bytes())] if not bundle and sidecar.exists() else []
 
 
 def requirement(signed):
@@ -94,17 +94,7 @@ def _macho_components(data):
     if command is None:
         return {}
     offset, size = struct.unpack_from(image.order + "8x2I", data, command)
-    return _split(bytes(data[offset:offset + size]))
-
-
-def _split(data):
-    count, = struct.unpack_from(">8xI", data)
-    found = {}
-    for number in range(count):
-        kind, offset = struct.unpack_from(">2I", data, 12 + 8 * number)
-        length, = struct.unpack_from(">I", data, offset + 4)
-        found[kind] = data[offset:offset + length]
-    return found
+    return blobs.split_super_blob(bytes(data[offset:offset + size]))
 
 
 def _describe(parts):

@@ -58,17 +58,6 @@ def check(path, anchors, **process):
                    tuple(text for label, text in lines if label == "certificate"))
 
 
-def components(data):
-    """The blobs of a SuperBlob, by slot."""
-    count, = struct.unpack_from(">8xI", data)
-    found = {}
-    for number in range(count):
-        slot, offset = struct.unpack_from(">2I", data, 12 + 8 * number)
-        length, = struct.unpack_from(">4xI", data, offset)
-        found[slot] = data[offset:offset + length]
-    return found
-
-
 def super_blob(found):
     return blobs.super_blob(blobs.EMBEDDED_SIGNATURE, found)
 

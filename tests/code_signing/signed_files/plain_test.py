@@ -8,7 +8,7 @@ import unittest.mock
 from simulator.signing import blobs, cms, der, sign_file
 from tests.code_signing.signed_files.kit import (
     BAD_BUNDLE_FORMAT, MAKER, NOT_FOUND, SIGNATURE_FAILED, SIGNATURE_INVALID, UNSIGNED, VALID,
-    SignedFileTestCase, check, components, flipped, super_blob)
+    SignedFileTestCase, check, flipped, super_blob)
 
 
 class PlainFileTestCase(SignedFileTestCase):
@@ -19,7 +19,7 @@ class PlainFileTestCase(SignedFileTestCase):
 
     def edit(self, change):
         """Replaces components by what `change` makes of the dictionary of them."""
-        found = components(self.sidecar.read_bytes())
+        found = blobs.split_super_blob(self.sidecar.read_bytes())
         change(found)
         self.sidecar.write_bytes(super_blob(found))
 
@@ -196,7 +196,7 @@ class SidecarTest(PlainFileTestCase):
         """Except in the bytes that no signature covers and the verdict does not rest on."""
         self.make(300, certificates=("leaf", "intermediate"))
         data = self.sidecar.read_bytes()
-        found = components(data)
+        found = blobs.split_super_blob(data)
         cms_start = data.index(found[blobs.SLOT_CMS])
         for offset in range(0, cms_start, 3):
             self.sidecar.write_bytes(flipped(data, offset))

@@ -7,7 +7,7 @@ import unittest
 from simulator.signing import blobs, cms, der, sign_file
 from tests.code_signing.signed_files.kit import (
     DECODE, MAKER, SIGNATURE_FAILED, SIGNATURE_INVALID, SIGNATURE_UNSUPPORTED, UNKNOWN_FORMAT,
-    UNSIGNED, UNSUPPORTED_DIGEST, VALID, SignedFileTestCase, components, flipped, patched,
+    UNSIGNED, UNSUPPORTED_DIGEST, VALID, SignedFileTestCase, flipped, patched,
     super_blob)
 
 # Offsets of a CodeDirectory's fields.
@@ -23,7 +23,7 @@ class SignatureTestCase(SignedFileTestCase):
         self.path = self.directory / "library"
         self.path.write_bytes(b"code" * 3000)
         self.sidecar = sign_file(self.path, self.identity, **options)
-        self.found = components(self.sidecar.read_bytes())
+        self.found = blobs.split_super_blob(self.sidecar.read_bytes())
         return self.found
 
     def assert_components(self, expected, found):
