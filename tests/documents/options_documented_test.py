@@ -12,6 +12,8 @@ from tests.documents.option_table import DOCUMENTS, ROOT
 OPTIONS = option_table.options()
 NAMES = [option.name for option in OPTIONS]
 BASH_COMPLETIONS = ROOT / "packaging" / "completions" / "KXTool.bash"
+# Numbers that are no exit status: of a configuration file that cannot be used, and of a scan.
+INNER_CODES = {"9", "5023"}
 LINK_NAMES = ["-slUrl", "-apiKey", "-packageName"]
 
 
@@ -62,6 +64,13 @@ class OptionsDocumentedTest(unittest.TestCase):
         description = re.search(r"^\.Sh DESCRIPTION\n(.*?)^\.Sh ", text, re.MULTILINE | re.DOTALL)
         items = re.findall(r"^\.It (Fl .*)$", description[1], re.MULTILINE)
         self.assert_synopses([from_mdoc(item) for item in items])
+
+    def test_codes(self) -> None:
+        readme = synopses_of("README.md", r"^\| (\d+) \|")
+        self.assertEqual(synopses_of("docs/KXTool.1", r"^\.It (\d+)$"), readme)
+        source = synopses_of("app/error_codes.h", r"^inline constexpr int k\w+ = (\d+);")
+        self.assertLessEqual(set(readme), set(source))
+        self.assertEqual(set(source) - set(readme), INNER_CODES)
 
     @unittest.skipUnless(shutil.which("mandoc"), "mandoc is not installed")
     def test_manual_page_is_well_formed(self) -> None:
