@@ -19,7 +19,7 @@ foreach(slice x86_64 arm64)
       -DKX_MACOS_SDK:PATH=${KX_MACOS_SDK}
       -DKX_INFO_PLIST:FILEPATH=${KX_INFO_PLIST}
       -DKX_TESTS:BOOL=OFF
-    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target KXTool kx_declarations_match
+    BUILD_COMMAND ${CMAKE_COMMAND} --build . --target KXTool kx_declarations_match simulator
     BUILD_BYPRODUCTS ${CMAKE_BINARY_DIR}/${slice}/KXTool
     BUILD_ALWAYS ON
     INSTALL_COMMAND ""

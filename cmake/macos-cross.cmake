@@ -29,6 +29,8 @@ endforeach()
 # more than the oldest one, or, put together from headers alone, none at all.
 set(CMAKE_EXE_LINKER_FLAGS_INIT
   "-fuse-ld=lld -B${tools_dir} -L${CMAKE_CURRENT_LIST_DIR}/macos-symbols")
+# The stand-ins are only to be linked here, and may take whatever there is.
+set(CMAKE_MODULE_LINKER_FLAGS_INIT "-fuse-ld=lld -B${tools_dir} -Wl,-undefined,dynamic_lookup")
 set(CMAKE_AR ${tools_dir}/llvm-ar)
 set(CMAKE_RANLIB ${tools_dir}/llvm-ranlib)
 set(CMAKE_STRIP ${tools_dir}/llvm-strip)

@@ -92,18 +92,25 @@ class Installation:
 
     def write(self, scenario: dict[str, Json], logging: bool) -> None:
         """Writes everything that a complete scenario wants. Raises BuildError, SigningError."""
-        for directory in (WORKING_DIRECTORY, TEMPORARY, STAND_INS, VOLUMES, DEMONSTRATIONS):
+        for directory in (TEMPORARY, VOLUMES, DEMONSTRATIONS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self._write_tool(logging)
+        self.write_answers(scenario)
         self._write_program_modules()
+        self._write_trust(scenario)
+        for file in scenario["files"]:
+            self._write_content(self.path(file["path"]), file)
+
+    def write_answers(self, scenario: dict[str, Json]) -> None:
+        """Writes what queries are answered from: the product with its libraries and what these
+        are to say, and the scan logs. Raises BuildError, SigningError."""
+        for directory in (WORKING_DIRECTORY, STAND_INS):
+            self.path(directory).mkdir(parents=True, exist_ok=True)
         self.write_product(scenario["product"])
         self._write_links(scenario["links"])
-        self._write_trust(scenario)
         self._write_scan_logs(scenario["scanLogs"])
         script = json.dumps(scenarios.stand_in_script(scenario), ensure_ascii=False)
         self.path(f"{STAND_INS}/scenario.json").write_text(script, encoding="utf-8")
-        for file in scenario["files"]:
-            self._write_content(self.path(file["path"]), file)
 
     def services(self, product: dict[str, Json]) -> list[Json]:
         """The product's service processes, each with the path of its executable."""

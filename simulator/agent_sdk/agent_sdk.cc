@@ -1,3 +1,5 @@
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <map>
@@ -32,9 +34,20 @@ struct Instance {
 };
 static_assert(offsetof(Instance, table) == 0);
 
-/// All that the library holds. It outlives every call: the library stays resident after the client
-/// has closed it, since callbacks may still be under way on threads that run its code.
+/// Keeps the library in memory after the client has closed it, since its threads may still be
+/// calling back, and would return into nothing.
+bool StayLoaded() {
+  Dl_info here;
+  if (dladdr(reinterpret_cast<void*>(&StayLoaded), &here) == 0 ||
+      dlopen(here.dli_fname, RTLD_LAZY) == nullptr) {
+    Panic("cannot stay in memory");
+  }
+  return true;
+}
+
+/// All that the library holds. It outlives every call.
 struct Library {
+  bool isResident = StayLoaded();
   std::mutex mutex;
   Scenario scenario = ReadScenario(kScenarioPath);
   std::map<void*, std::unique_ptr<Instance>> instances;

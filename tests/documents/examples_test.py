@@ -15,6 +15,7 @@ import shlex
 import subprocess
 import sys
 import tempfile
+import unittest
 from pathlib import Path
 
 from simulator import endpoint as launcher
@@ -49,19 +50,28 @@ def blocks_marked(mark: str) -> list[tuple[str, str]]:
             if found == mark and (name_of(document), mark) not in ELSEWHERE]
 
 
-def as_shown(run: ToolRun, with_log: bool) -> str:
-    """What a terminal shows of a run, with "<time>" in place of the log's times."""
+def console_examples() -> list[tuple[str, str, str]]:
+    """Each example of a run: the document, the words behind `./kx run`, and what follows."""
+    found = []
+    for document, block in blocks_marked("console"):
+        examples = re.findall(r"^\$ \./kx run (.*)\n((?:(?!\$ ).*\n)*)", block, re.MULTILINE)
+        if len(examples) != len(re.findall(r"^\$ ", block, re.MULTILINE)):
+            raise AssertionError(f"{document} shows another command:\n{block}")
+        found += [(document, *example) for example in examples]
+    return found
+
+
+def assert_shown(case: unittest.TestCase, run: ToolRun, with_log: bool, expected: str) -> None:
+    """A terminal shows of the run what an example expects; "<time>" stands for the log's times."""
     lines = [run.output.decode(), f"exit status {run.status}"]
     if with_log:
         lines += [f"<time> {message}" for message in run.log or []]
-    return "\n".join(lines) + "\n"
-
-
-def pattern_of(expected: str) -> str:
+    shown = "\n".join(lines) + "\n"
     pattern = re.escape(expected)
     for placeholder, what in _PLACEHOLDERS.items():
         pattern = pattern.replace(re.escape(placeholder), what)
-    return pattern
+    if not re.fullmatch(pattern, shown):
+        case.assertEqual(shown, expected)
 
 
 class BlocksTest(EndToEndCase):
@@ -79,21 +89,13 @@ class BlocksTest(EndToEndCase):
 
 class TranscriptsTest(EndToEndCase):
     def test_are_what_a_terminal_shows(self) -> None:
-        count = 0
-        for document, block in blocks_marked("console"):
-            examples = re.findall(r"^\$ \./kx run (.*)\n((?:(?!\$ ).*\n)*)", block, re.MULTILINE)
-            self.assertEqual(len(examples), len(re.findall(r"^\$ ", block, re.MULTILINE)))
-            for command, expected in examples:
-                count += 1
-                with self.subTest(document=document, command=command):
-                    options, words = launcher.parse(command.split())
-                    run = self.run_tool(*words, scenario=options.scenario, layout=options.layout,
-                                        logging=options.log, sleep_divisor=options.sleep_divisor)
-                    self.assertEqual(run.errors, b"")
-                    shown = as_shown(run, options.log)
-                    if not re.fullmatch(pattern_of(expected), shown):
-                        self.assertEqual(shown, expected)
-        self.assertGreater(count, 30)
+        for document, command, expected in console_examples():
+            with self.subTest(document=document, command=command):
+                options, words = launcher.parse(command.split())
+                run = self.run_tool(*words, scenario=options.scenario, layout=options.layout,
+                                    logging=options.log, sleep_divisor=options.sleep_divisor)
+                self.assertEqual(run.errors, b"")
+                assert_shown(self, run, options.log, expected)
 
 
 class CommandsTest(EndToEndCase):

@@ -219,11 +219,12 @@ def _gathered(endpoint: endpoints.Endpoint, run: Callable[..., int]) -> ToolRun:
         output.seek(0)
         errors.seek(0)
         return ToolRun(status, output.read(), errors.read(),
-                       _read_log(endpoint.path(installation.LOG)),
+                       read_log(endpoint.path(installation.LOG)),
                        _read_calls(endpoint.path(installation.CALL_RECORD)))
 
 
-def _read_log(path: pathlib.Path) -> list[str] | None:
+def read_log(path: pathlib.Path) -> list[str] | None:
+    """The messages in a log file, as ToolRun has them."""
     if not path.is_file():
         return None
     messages: list[str] = []
