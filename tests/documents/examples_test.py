@@ -1,4 +1,4 @@
-"""Every example of every document is run. The blocks of the documents are marked with what they hold:
+"""Every example of every document is run. The blocks are marked with what they hold:
 
     console    commands that begin with "$ ./kx run", each followed by what a terminal then shows
     sh         commands, one a line

@@ -196,7 +196,8 @@ class Deeds(AnsibleCase):
 
 class Document(AnsibleCase):
     def test_module_takes_the_options_of_the_tool(self) -> None:
-        run = self.run_command("ansible-doc", "-M", str(MODULE.parent), "-t", "module", "-j", "kxtool")
+        run = self.run_command("ansible-doc", "-M", str(MODULE.parent), "-t", "module", "-j",
+                               "kxtool")
         self.assertEqual(run.returncode, 0, run.stderr)
         choices = json.loads(run.stdout)["kxtool"]["doc"]["options"]["option"]["choices"]
         self.assertEqual(choices, [option.name for option in option_table.options()])
