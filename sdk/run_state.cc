@@ -1,6 +1,8 @@
 #include "sdk/run_state.h"
 
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "app/kx_tool.h"
 
@@ -15,7 +17,7 @@ namespace {
 
 struct GateState {
   std::mutex lock;  ///< also guards the tool's batchContext
-  std::condition_variable left;
+  std::condition_variable empty;
   KXTool* tool = nullptr;
   int inside = 0;
   int delivered = 0;  ///< of those inside
@@ -39,13 +41,18 @@ void CallbackGate::Close(KXTool& tool) {
   GateState& gate = Gate();
   std::unique_lock<std::mutex> lock(gate.lock);
   if (gate.tool == &tool) gate.tool = nullptr;
-  gate.left.wait(lock, [&gate] { return gate.inside == 0; });
+  gate.empty.wait(lock, [&gate] { return gate.inside == 0; });
 }
 
 void CallbackGate::AwaitDelivered() {
   GateState& gate = Gate();
   std::unique_lock<std::mutex> lock(gate.lock);
-  gate.left.wait(lock, [&gate] { return gate.delivered == 0; });
+  while (gate.delivered != 0) {
+    // To be woken by the callback would take the processor from it just before it is back there.
+    lock.unlock();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    lock.lock();
+  }
 }
 
 void CallbackGate::SetBatchContext(KXTool& tool, const char* text) {
@@ -66,9 +73,8 @@ CallbackGate::Pass::~Pass() {
   if (tool_ == nullptr) return;
   GateState& gate = Gate();
   const std::lock_guard<std::mutex> lock(gate.lock);
-  --gate.inside;
   if (hasDelivered_) --gate.delivered;
-  gate.left.notify_all();
+  if (--gate.inside == 0) gate.empty.notify_all();
 }
 
 void CallbackGate::Pass::SetDelivered() {
