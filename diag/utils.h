@@ -46,15 +46,20 @@ void AppendPart(std::string& message, const MakeText& makeText) {
   message += makeText();
 }
 
-/// Writes a line made of `parts`, one directly after the other: texts, whole numbers (in decimal; a
-/// bool as 1 or 0), and functions that return a text. Does nothing, and builds no text, when
-/// `logger` is null.
+/// Writes a line made of `parts`, one directly after the other. `logger` is not null.
 template <typename... Parts>
-void LogMessage(Logger* logger, const Parts&... parts) {
-  if (logger == nullptr) return;
+void WriteMessage(Logger* logger, const Parts&... parts) {
   std::string message;
   (AppendPart(message, parts), ...);
   logger->Log(std::move(message));
+}
+
+/// Writes a line made of `parts`, one directly after the other: texts, whole numbers (in decimal; a
+/// bool as 1 or 0), and functions that return a text. Does nothing, and builds no text, when
+/// `logger` is null: the caller then pays for the test alone.
+template <typename... Parts>
+void LogMessage(Logger* logger, const Parts&... parts) {
+  if (logger != nullptr) WriteMessage(logger, parts...);
 }
 
 }  // namespace Utils
