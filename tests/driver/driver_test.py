@@ -61,7 +61,8 @@ class Mistakes(unittest.TestCase):
                  "test does not know real-signature; did you mean real-signatures? "
                  "(./kx test -R real-signature runs the tests named so)"),
                 (["fuzz", "soon"], "usage: ./kx fuzz SECONDS"),
-                (["fuzz"], "usage: ./kx fuzz SECONDS")):
+                (["fuzz"], "usage: ./kx fuzz SECONDS"),
+                (["soak", "long"], "usage: ./kx soak [RUNS [SEED [FIRST]]]")):
             with self.subTest(words=words):
                 self.assertEqual(run(*words), (1, "", f"kx: {message}\n"))
 
