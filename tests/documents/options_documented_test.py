@@ -56,8 +56,14 @@ class OptionsDocumentedTest(unittest.TestCase):
                              synopsis)
 
     def test_readme_has_an_example_of_each(self) -> None:
-        examples = synopses_of("README.md", r"^\$ \./kx run (?:--\S+ (?:[^-\s]\S* )?)*(-\w+)")
-        self.assertEqual(sorted(set(examples)), sorted(NAMES))
+        readme = (ROOT / "README.md").read_text(encoding="utf-8")
+        in_table = re.findall(r"^\| `(-\w+).* \| `([^`]*)` \|$", readme, re.MULTILINE)
+        self.assertEqual([name for name, _ in in_table], NAMES)
+        runs = re.findall(r"^\$ \./kx run (?:--\S+ (?:[^-\s]\S* )?)*(-\w+).*\n(.*)\n", readme,
+                          re.MULTILINE)
+        self.assertEqual(set(name for name, _ in runs), set(NAMES))
+        for name, answer in in_table:
+            self.assertIn((name, answer.replace(r"\|", "|")), runs)
 
     def test_manual_page(self) -> None:
         text = (ROOT / "docs" / "KXTool.1").read_text(encoding="utf-8")
