@@ -152,6 +152,8 @@ DETECTED = {"state": "healthy", **IDENTITY}
 DEEDS = {
     "asked": Deed("critical-issues", "-hasCriticalIssues",
                   answer=["ProtectionOff", "LicenceExpired"]),
+    "asked-secretly": Deed("healthy", "-getInstallationLink",
+                           ["-slUrl", "u", "-apiKey", "the-key", "-packageName", "p"]),
     "asked-wrongly": Deed("healthy", "-getUpdateStatus", ["nowhere"],
                           failure="-getUpdateStatus ended with code 22"),
     "to-install": Deed("installer", "-runInstaller", ["/demo/package/Setup.pkg"], changed=True,
@@ -181,6 +183,7 @@ class Deeds(AnsibleCase):
                 self.assertEqual(result["changed"], deed.changed)
                 self.assertEqual(result.get("answer"), deed.answer)
                 self.assertEqual(result.get("msg"), deed.failure)
+        self.assertIn("censored", account.results["asked-secretly"])
         self.assertEqual(account.hosts_with("failed"),
                          sorted(host for host, deed in DEEDS.items() if deed.failure))
 
