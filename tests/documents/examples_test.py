@@ -116,6 +116,9 @@ class CommandsTest(EndToEndCase):
         driver.chmod(0o755)
         (_, scenario), = blocks_marked("json")
         (self.folder / "mine.json").write_text(scenario, encoding="utf-8")
+        script, = [block for mark, block in blocks_of(ROOT / "docs" / "rmm-integration.md")
+                   if mark == "sh"]
+        (self.folder / "script.sh").write_text(script, encoding="utf-8")
         images.Media(BUILD).place(["package-image"], self.folder)
         (self.folder / "package-image" / "Setup.iso").rename(self.folder / "my-own.iso")
 
@@ -132,16 +135,31 @@ class CommandsTest(EndToEndCase):
         words = shlex.split(line, comments=True)
         if words[0] == "cmake":
             self.check_preset(words[1:])
-        elif words[:2] in (["./kx", "run"], ["./kx", "endpoint"]):
+        elif "./kx run " in line or "./kx endpoint " in line:
             self.check_launch(line)
         else:
             self.assertEqual(words[0], "./kx")
             self.check_driver(words[1:])
 
-    def check_launch(self, line: str) -> None:
+    def check_launch(self, line: str) -> str:
         run = subprocess.run(["bash", "-o", "pipefail", "-c", line], cwd=self.folder, check=False,
                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
         self.assertNotIn(run.returncode, (125, 126, 127), run.stderr)
+        return run.stdout
+
+    def test_scripts_are_tried_on_endpoints(self) -> None:
+        lines = [line for _, block in blocks_marked("sh") for line in block.splitlines()
+                 if "script.sh" in line]
+        self.assertEqual([self.check_launch(line) for line in lines], [
+            "version 7.16.42\nnot up to date: antimalware=-1|webfilter=1005\n",
+            "version 7.16.42.200137\nnot installed\n"])
+
+    def test_members_of_scenarios_are_named(self) -> None:
+        text = (ROOT / "docs" / "simulated-endpoint.md").read_text(encoding="utf-8")
+        section = text.partition("\n## Writing a scenario\n")[2].partition("\n## ")[0]
+        schema = json.loads((ROOT / "simulator" / "scenario.schema.json").read_text("utf-8"))
+        self.assertEqual(re.findall(r"^\| `(\w+)` \|", section, re.MULTILINE),
+                         list(schema["properties"]))
 
     def check_driver(self, words: list[str]) -> None:
         usage = subprocess.run([ROOT / "kx", "help"], check=True, capture_output=True, text=True)
