@@ -1,25 +1,10 @@
 #include <csignal>
-#include <new>
 
+#include "tests/support/allocation_failure.h"
 #include "tests/support/tool_test.h"
 
 // The program's main(), which the build renames.
 int ToolMain(int argc, const char** argv);
-
-namespace {
-
-bool memoryIsOut = false;
-
-}  // namespace
-
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  if (memoryIsOut) return nullptr;
-  try {
-    return ::operator new(size);
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
 
 namespace {
 
@@ -57,9 +42,10 @@ TEST_F(MainTest, ResultIsPrintedAndTheCodeReturned) {
 }
 
 TEST_F(MainTest, NoMemoryForTheTool) {
-  memoryIsOut = true;
-  EXPECT_EQ(Main({"-getVersion"}), 12);
-  memoryIsOut = false;
+  const char* words[] = {"/opt/kx/KXTool", "-getVersion"};
+  fake::AllocationFailure::Arm(1);
+  EXPECT_EQ(ToolMain(2, words), 12);
+  EXPECT_TRUE(fake::AllocationFailure::Disarm());
   EXPECT_EQ(world.standardOutput, "");
 }
 
