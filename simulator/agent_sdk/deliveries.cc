@@ -60,6 +60,12 @@ class LentText {
   std::optional<std::string> text_;
 };
 
+CallLine LineOf(const Delivery& delivery, const Run& run) {
+  const int count = static_cast<int>(delivery.repeat);
+  if (delivery.isEvent) return {"event", {}, {}, count, {}, {}, {}, delivery.name};
+  return {"completion", {}, delivery.error, count, {}, {}, BatchOf(delivery, run), delivery.result};
+}
+
 bool BeginsInsideCall(Moment moment) {
   return moment == Moment::kDuringRegister || moment == Moment::kDuringRun ||
          moment == Moment::kDuringUnregister;
@@ -69,16 +75,7 @@ bool BeginsInsideCall(Moment moment) {
 
 void Deliver(const Delivery& delivery, const Client& client, const Run& run) {
   void* const context = ContextOf(delivery, client);
-  CallLine line{delivery.isEvent ? "event" : "completion"};
-  line.number = static_cast<int>(delivery.repeat);
-  if (delivery.isEvent) {
-    line.text = delivery.name;
-  } else {
-    line.status = delivery.error;
-    line.batch = BatchOf(delivery, run);
-    line.text = delivery.result;
-  }
-  Record(line);
+  Record(LineOf(delivery, run));
   for (unsigned count = 0; count < delivery.repeat; ++count) {
     if (delivery.isEvent) {
       const LentText name(delivery.name);
