@@ -285,8 +285,8 @@ std::set<std::string>& FailedCalls() {
   return calls;
 }
 
-/// How often each fallible call of an operation failed.
-void SweepCalls(const Operation& operation) {
+/// Runs the operation once for each of its fallible calls. @param count their number
+void SweepCalls(const Operation& operation, std::size_t& count) {
   for (std::size_t number = 1;; ++number) {
     int code = -1;
     const auto run = RunOnce(operation, code, [number](OperationRun& prepared) {
@@ -295,6 +295,7 @@ void SweepCalls(const Operation& operation) {
     });
     const fake::World& world = run->TheWorld();
     if (world.failedCall == nullptr) return;
+    count = number;
     const std::string failed = world.failedCall;
     FailedCalls().insert(failed);
     const auto known =
@@ -311,7 +312,13 @@ void SweepCalls(const Operation& operation) {
 }
 
 TEST(CallSweepTest, EveryCallOfThePlatformFailsOnce) {
-  for (const Operation& operation : Operations()) SweepCalls(operation);
+  std::size_t calls = 0;
+  for (const Operation& operation : Operations()) {
+    std::size_t count = 0;
+    SweepCalls(operation, count);
+    calls += count;
+  }
+  RecordProperty("calls", static_cast<int>(calls));
   for (const FallibleCall& call : FallibleCalls()) {
     EXPECT_EQ(FailedCalls().count(call.name), 1U) << call.name << " is never called";
   }

@@ -35,6 +35,9 @@ TRACE = f"{installation.STAND_INS}/trace"
 # made.
 CODES = {0, 2, 3, 9, 12, 13, 14, 16, 20, 22, 35, 45, 60}
 CHECK_CODES = {-67068, -67049, -67048, -67028, -67011, -108}
+# What else can come of a call's failure: a thread that cannot be made for want of a stack; a program
+# that cannot be run, because it stays open for writing when strace keeps the call from closing it.
+FURTHER_CODES = {"mprotect": (errno.EAGAIN,), "close": (errno.ETXTBSY,)}
 # How each call can fail. A call that waits can also be interrupted.
 ERRORS = {
     "access": ("EACCES",), "faccessat2": ("EACCES",), "clone": ("EAGAIN",), "clone3": ("EAGAIN",),
@@ -156,9 +159,8 @@ def _check(endpoint: session.Session, fault: Fault) -> dict[str, Json]:
     if "stand-in library: " in ended.errors:
         return {}  # the count was another this time, and it has hit a stand-in
     number = getattr(errno, fault.error)
-    # A thread without memory for its stack is one that cannot be made now.
-    codes = {number, errno.EAGAIN, *CODES,
-             *(code % 256 for code in (100_000 + number, *CHECK_CODES))}
+    codes = {number, *CODES, *(code % 256 for code in (100_000 + number, *CHECK_CODES)),
+             *FURTHER_CODES.get(fault.call, ())}
     log = endpoint.path(installation.LOG)
     text = log.read_text(errors="replace") if log.exists() else ""
     # The file stays when the image could not be attached, or when its deletion is what failed.
