@@ -35,8 +35,8 @@ TRACE = f"{installation.STAND_INS}/trace"
 # made.
 CODES = {0, 2, 3, 9, 12, 13, 14, 16, 20, 22, 35, 45, 60}
 CHECK_CODES = {-67068, -67049, -67048, -67028, -67011, -108}
-# What else can come of a call's failure: a thread that cannot be made for want of a stack; a program
-# that cannot be run, because it stays open for writing when strace keeps the call from closing it.
+# What else can come of a call's failure: a thread cannot be made for want of a stack; a program
+# cannot be run because it is still open for writing, since strace keeps the call from closing it.
 FURTHER_CODES = {"mprotect": (errno.EAGAIN,), "close": (errno.ETXTBSY,)}
 # How each call can fail. A call that waits can also be interrupted.
 ERRORS = {
