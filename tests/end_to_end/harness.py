@@ -59,8 +59,6 @@ _CALLBACK_LINE = re.compile(
     r"Start OnRan|Is null batch_context = [01]|Batch context = -?\d+|Error = -?\d+|"
     r"Is null result = [01]|OnRun response|nullptr|End OnRan")
 
-_END = "End OnRan"
-
 
 @dataclasses.dataclass(frozen=True)
 class ToolRun:
@@ -167,22 +165,11 @@ class EndToEndCase(unittest.TestCase):
         """The whole log: the main thread's lines, and those of completions (transcripts.on_ran()).
 
         Their order among each other is checked as far as the lock guarantees it: what a completion
-        stores is logged while the main thread waits. A completion's last line is written without
-        the lock, so it may come after lines of the next invocation's completion.
+        stores is logged while the main thread waits.
         """
         self.assertEqual(run.main_log, main)
-        self.assertEqual(_without_ends(run.callback_log), _without_ends(callbacks or []))
-        self.assert_ends_follow(run, (callbacks or []).count(_END))
+        self.assertEqual(run.callback_log, callbacks or [])
         self.assert_stored_while_waiting(run)
-
-    def assert_ends_follow(self, run: ToolRun, count: int) -> None:
-        """So many completions have ended, each after it was stored."""
-        log = run.callback_log
-        ends = [index for index, message in enumerate(log) if message == _END]
-        stored = [index for index, message in enumerate(log) if message == "OnRun response"]
-        self.assertEqual(len(ends), count)
-        for begin, end in zip(stored, ends):
-            self.assertLess(begin + 1, end)
 
     def assert_stored_while_waiting(self, run: ToolRun) -> None:
         """Answers were stored after the main thread began to wait and, but for those that came
@@ -241,10 +228,6 @@ def read_log(path: pathlib.Path) -> list[str] | None:
         else:
             raise AssertionError(f"the log begins without a time: {line!r}")
     return [_without_variable_parts(message) for message in messages]
-
-
-def _without_ends(messages: list[str]) -> list[str]:
-    return [message for message in messages if message != _END]
 
 
 def _without_variable_parts(message: str) -> str:
