@@ -139,6 +139,11 @@ TEST_F(UtilsTest, UtcTime) {
   setenv("TZ", "UTC", 1);
 }
 
+TEST_F(UtilsTest, TimeBeyondTheCalendar) {
+  world.secondsAhead = std::int64_t{1} << 60;
+  EXPECT_EQ(Utils::GetUtcTime(), "Cannot retrieve time!");
+}
+
 TEST_F(UtilsTest, MessagesAreMadeOfTheirParts) {
   Logger* const log = Log();
   const std::string text = "text";

@@ -32,9 +32,10 @@ class FileStream {
     if (position_ < count_ && ++position_ == count_) Fill();
     return character;
   }
-  std::size_t Tell() const { return consumed_ + position_; }
 
-  // The rest of the stream concept is for writing, which the parser does not do here.
+  // The rest of the stream concept is for the place of an error, which nobody asks for, and for
+  // writing, which the parser does not do here.
+  std::size_t Tell() const { return 0; }
   Ch* PutBegin() { return nullptr; }
   void Put(Ch) {}
   void Flush() {}
@@ -42,9 +43,7 @@ class FileStream {
 
  private:
   void Fill() {
-    consumed_ += count_;
     position_ = 0;
-    count_ = 0;
     if (file_.Read(chunk_.data(), chunk_.size(), count_) != 0) {
       throw std::runtime_error("read fault");
     }
@@ -54,7 +53,6 @@ class FileStream {
   std::array<char, 16384> chunk_;
   std::size_t count_ = 0;
   std::size_t position_ = 0;
-  std::size_t consumed_ = 0;  ///< characters of earlier chunks
 };
 
 /// Copies `found` into `value` when both are there and `value` is still empty.

@@ -14,12 +14,11 @@ using testing::Pair;
 using testing::UnorderedElementsAre;
 
 TEST(ServiceTableTest, TwoGroups) {
-  std::vector<std::unordered_set<std::string>> groups;
-  for (const auto& group : MakeServiceTable()) groups.push_back(group.second);
-  EXPECT_THAT(groups,
-              UnorderedElementsAre(UnorderedElementsAre("KXCoreIssues", "KXLDaemon", "KXUpdDaemon"),
-                                   UnorderedElementsAre("PrivHelperTool", "CoreIssues", "UpdDaemon",
-                                                        "Daemon", "upgrade")));
+  EXPECT_THAT(MakeServiceTable(),
+              UnorderedElementsAre(
+                  Pair(1, UnorderedElementsAre("PrivHelperTool", "CoreIssues", "UpdDaemon",
+                                               "Daemon", "upgrade")),
+                  Pair(2, UnorderedElementsAre("KXCoreIssues", "KXLDaemon", "KXUpdDaemon"))));
 }
 
 bool IsRunning(const std::vector<std::string>& names) {

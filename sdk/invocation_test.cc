@@ -489,6 +489,14 @@ TEST_F(InvocationTest, RunStartIsLocalTime) {
   EXPECT_THAT(TakeLog(), testing::Contains("Run async starts at Wed Nov 15 00:13:20 2023"));
 }
 
+TEST_F(InvocationTest, RunStartBeyondTheCalendar) {
+  sdk.Install();
+  world.secondsAhead = std::int64_t{1} << 60;
+  EXPECT_EQ(Execute(), 60);
+  world.secondsAhead = 0;
+  EXPECT_THAT(TakeLog(), testing::Contains("Cannot retrieve time! Run async starts at "));
+}
+
 TEST_F(InvocationTest, StatusOfTheFinalUnregistration) {
   sdk.Install();
   sdk.answers = {Answer("{}")};

@@ -174,7 +174,9 @@ void Sleep(unsigned seconds) {
   fake::Advance(std::int64_t{seconds} * 1000000000);
 }
 
-std::int64_t WallClockSeconds() { return World::Current().wallMicroseconds / 1000000; }
+std::int64_t WallClockSeconds() {
+  return World::Current().wallMicroseconds / 1000000 + World::Current().secondsAhead;
+}
 
 std::int64_t WallClockMicroseconds() { return World::Current().wallMicroseconds; }
 

@@ -121,6 +121,8 @@ class World {
 
   // Time. Sleeps and waits of the test's thread advance all three clocks.
   std::atomic<std::int64_t> wallMicroseconds = 1700000000LL * 1000000;
+  /// The clock of whole seconds is so far ahead: microseconds do not reach the end of the calendar.
+  std::int64_t secondsAhead = 0;
   std::atomic<std::int64_t> monotonicNanoseconds = 1000;
   /// Makes the monotonic clock real, and the waits of the test's thread too; nothing scripted runs
   /// then.

@@ -108,8 +108,11 @@ int Sdk::GetInstance(void** instance, int reserved) {
   World::Current().Record("get instance");
   EXPECT_EQ(reserved, 0);
   instanceTime_ = World::Current().wallMicroseconds / 1000000;
-  if (const int status = NextStatus(getInstanceStatuses); status != 0) return status;
   auto* const unused = reinterpret_cast<void*>(UnusedEntry);
+  if (const int status = NextStatus(getInstanceStatuses); status != 0) {
+    *instance = unused;  // no instance, whatever is there
+    return status;
+  }
   auto* const table = new InstanceTable{unused,
                                         unused,
                                         unused,
