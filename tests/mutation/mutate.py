@@ -20,6 +20,7 @@ import time
 from collections import Counter
 from collections.abc import Callable, Iterable, Sequence
 
+from simulator import sandbox
 from tests.mutation.operators import Mutation, mutations
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -35,15 +36,14 @@ NOTICED, ENDLESS, SURVIVED, NOT_BUILT = "noticed", "without end", "survived", "n
 
 @dataclasses.dataclass(frozen=True)
 class Stage:
-    """Tests that run at the same time: what has to be built for them, and the commands."""
+    """Tests that run at the same time: what has to be built for them, and the commands.
+
+    They are confined unless they run what they test in a sandbox themselves.
+    """
 
     build: tuple[str, ...]
     tests: tuple[tuple[str, ...], ...]
-
-
-def _together(*stages: Stage) -> Stage:
-    return Stage(tuple(target for stage in stages for target in stage.build),
-                 tuple(test for stage in stages for test in stage.tests))
+    confined: bool = True
 
 
 def _programs(*paths: str, cases: str = "*") -> Stage:
@@ -54,8 +54,9 @@ def _programs(*paths: str, cases: str = "*") -> Stage:
 
 
 def _modules(targets: Iterable[str], *modules: str) -> Stage:
-    return Stage(tuple(targets), tuple(("/usr/bin/python3", "-m", "unittest", "--failfast", module)
-                                       for module in modules))
+    return Stage(tuple(targets),
+                 tuple(("/usr/bin/python3", "-m", "unittest", "--failfast", module)
+                       for module in modules), confined=False)
 
 
 def _end_to_end(*names: str) -> Stage:
@@ -93,7 +94,7 @@ def stages_of(file: str) -> Sequence[Stage]:
     others = [program for name, program in _UNIT_TESTS.items() if name != room]
     return (_programs(_UNIT_TESTS[room], cases=f"-{_SLOW}"),
             _programs(*others, "tests/faults/kx_faults_tests", cases=f"-{_SLOW}"),
-            _together(_programs(_UNIT_TESTS[room], cases=_SLOW), _end_to_end(*_END_TO_END[room])))
+            _programs(_UNIT_TESTS[room], cases=_SLOW), _end_to_end(*_END_TO_END[room]))
 
 
 class Tree:
@@ -134,7 +135,7 @@ class Tree:
         status, output = self._run([*self._build_command, *stage.build])
         return status == 0, output
 
-    def _confined(self, command: Sequence[str], bind: str) -> list[str]:
+    def _confined(self, command: Sequence[str], bind: str) -> Sequence[str]:
         """A command that takes its children along and changes nothing but what `bind` lets it."""
         folder = str(self.folder)
         return ["bwrap", "--ro-bind", "/", "/", "--dev", "/dev", "--proc", "/proc",
@@ -177,9 +178,9 @@ class Tree:
 
     def _run_all(self, stage: Stage, bind: str,
                  seconds: float | None = None) -> list[tuple[int | None, str]]:
-        with concurrent.futures.ThreadPoolExecutor(len(stage.tests)) as pool:
-            return list(pool.map(lambda test: self._run(self._confined(test, bind), seconds),
-                                 stage.tests))
+        tests = [self._confined(test, bind) if stage.confined else test for test in stage.tests]
+        with concurrent.futures.ThreadPoolExecutor(len(tests)) as pool:
+            return list(pool.map(lambda test: self._run(test, seconds), tests))
 
 
 def judge_all(trees: Sequence[Tree], chosen: Iterable[Mutation],
@@ -243,6 +244,8 @@ def main() -> None:
     parser.add_argument("folders", nargs="*", metavar="FOLDER", default=ROOMS,
                         help="where: a room, platform/linux, platform/posix (all rooms)")
     arguments = parser.parse_args()
+    if reason := sandbox.refusal():
+        raise SystemExit(f"mutants run in a sandbox only: {reason}")
 
     files = [file for file in _listed(*(f"{folder}/*" for folder in arguments.folders))
              if file.endswith((".cc", ".h")) and not file.endswith("_test.cc")]

@@ -172,7 +172,7 @@ class Stages(unittest.TestCase):
             self.assertEqual(stages[0].build, (f"kx_{room}_tests",))
             self.assertEqual({target for stage in stages[:2] for target in stage.build},
                              {f"kx_{other}_tests" for other in (*mutate.ROOMS, "faults")})
-            self.assertIn("KXTool", stages[2].build)
+            self.assertIn("KXTool", stages[3].build)
 
 
 if __name__ == "__main__":
