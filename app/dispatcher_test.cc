@@ -468,6 +468,14 @@ TEST(OptionTable, HasTheRowsInTheirOrder) {
 
 // Start of a run.
 
+TEST_F(DispatcherTest, UpToDateIsPrintedAndLogged) {
+  sdk.Install();
+  sdk.answers = {fake::Answer(R"({"Locations":{}})")};
+  EXPECT_EQ(Run({"-isUpToDate"}), 0);
+  EXPECT_EQ(world.standardOutput, "1");
+  EXPECT_THAT(TakeLog(), testing::Contains("Is ORVEX up to date value:1"));
+}
+
 TEST_F(DispatcherTest, UnknownOptions) {
   for (const std::string option : {"", "-", "detect", "--detect", "-detect ", " -detect", "-detec",
                                    "-detects", "-help", "-GETVERSION1"}) {
