@@ -341,6 +341,7 @@ def _work(share: list[tuple[str, int]], put: Callable[[Any], None]) -> None:
 
 def main(words: list[str]) -> int:
     """Prints how often each kind was run and what was wrong; gives the exit status."""
+    session.require_sandbox()
     runs = int(words[0]) if words else 20_000
     seed = words[1] if len(words) > 1 else str(random.SystemRandom().randrange(10**9))
     first = int(words[2]) if len(words) > 2 else 0

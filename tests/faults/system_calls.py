@@ -194,6 +194,7 @@ def _work(share: list[Fault], put: Callable[[Any], None]) -> None:
 
 def main(words: list[str]) -> int:
     """Prints what was wrong and how much was tried; gives the exit status."""
+    session.require_sandbox()
     step = int(words[0]) if words else 1
     start = time.monotonic()
     faults = [fault for found in session.spread(_find, list(OPTIONS)) for fault in found]
