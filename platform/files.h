@@ -88,7 +88,7 @@ class InputFile {
 int CreateFileExclusively(const std::string& path);
 
 /// Copies a file, a symbolic link (as a link) or a whole directory, with modes and times. A copy
-/// that belongs to another user loses the bits that would run it as its owner or group.
+/// that gets another owner or group loses the bit that would run it as that one.
 /// @return false when `destination` exists already (a dangling link counts) or the copy is not
 ///     complete, as with a pipe or a socket inside; what had been copied by then is removed again.
 bool CopyTree(const std::string& source, const std::string& destination);

@@ -54,12 +54,16 @@ bool CopyContents(int from, int to) {
   }
 }
 
-/// Gives mode and times of `status` to an open file. The bits that run a program as its owner or
-/// group are left out: the copy has another owner.
+/// Gives mode and times of `status` to an open file. A bit that runs a program as its owner or group
+/// is left out where the copy has another one: it would run with rights that nobody gave it.
 bool CopyAttributes(int to, const struct stat& status) {
+  struct stat copy;
+  if (fstat(to, &copy) != 0) return false;
+  mode_t mode = status.st_mode & ~mode_t{S_IFMT};
+  if (copy.st_uid != status.st_uid) mode &= ~mode_t{S_ISUID};
+  if (copy.st_gid != status.st_gid) mode &= ~mode_t{S_ISGID};
   const timespec times[] = {status.st_atim, status.st_mtim};
-  return fchmod(to, status.st_mode & (S_IRWXU | S_IRWXG | S_IRWXO | S_ISVTX)) == 0 &&
-         futimens(to, times) == 0;
+  return fchmod(to, mode) == 0 && futimens(to, times) == 0;
 }
 
 }  // namespace

@@ -114,10 +114,20 @@ TEST(CopyTreeContract, TheCopyRunsAsNobodyElse) {
   if (contract::kGnustep) GTEST_SKIP() << "GNUstep copies the bits as they are";
   const TemporaryTree tree;
   const std::string file = tree.MakeFile("file");
-  contract::SetMode(file, S_ISUID | S_ISGID | S_IRWXU);
-  ASSERT_TRUE(CopyTree(file, tree.Path("copy")));
-  if (geteuid() != 0) GTEST_SKIP() << "the copy has the same owner";
-  EXPECT_EQ(Status(tree.Path("copy")).st_mode & (S_ISUID | S_ISGID), mode_t{0});
+  const uid_t owners[] = {geteuid(), 12345};
+  const gid_t groups[] = {getegid(), 12345};
+  for (const uid_t owner : owners) {
+    for (const gid_t group : groups) {
+      if (chown(file.c_str(), owner, group) != 0) continue;  // only root may
+      contract::SetMode(file, S_ISUID | S_ISGID | S_IRWXU);
+      const std::string copy =
+          tree.Path("copy " + std::to_string(owner) + " " + std::to_string(group));
+      ASSERT_TRUE(CopyTree(file, copy));
+      const struct stat status = Status(copy);
+      EXPECT_EQ((status.st_mode & S_ISUID) != 0, status.st_uid == owner) << copy;
+      EXPECT_EQ((status.st_mode & S_ISGID) != 0, status.st_gid == group) << copy;
+    }
+  }
 }
 
 TEST(CopyTreeContract, CopiesWhatTheUserMayNotWrite) {
