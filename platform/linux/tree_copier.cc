@@ -54,8 +54,8 @@ bool CopyContents(int from, int to) {
   }
 }
 
-/// Gives mode and times of `status` to an open file. A bit that runs a program as its owner or group
-/// is left out where the copy has another one: it would run with rights that nobody gave it.
+/// Gives mode and times of `status` to an open file. A bit that runs a program as its owner or
+/// group is left out where the copy has another one: it would run with rights that nobody gave it.
 bool CopyAttributes(int to, const struct stat& status) {
   struct stat copy;
   if (fstat(to, &copy) != 0) return false;
