@@ -5,6 +5,7 @@
 
 #include "diag/global_logger.h"
 #include "diag/utils.h"
+#include "platform/files.h"
 
 namespace {
 
@@ -39,7 +40,11 @@ Logger* Logger::GetLogger(std::string directory) {
   if (m_pThis == nullptr) {
     static Logger theLogger;
     m_pThis = &theLogger;
-    m_LogFile.open(std::move(directory) + m_sFilename, std::ios::out | std::ios::app);
+    const std::string path = std::move(directory) + m_sFilename;
+    // The stream alone would wait for the reader of a FIFO, and let anybody write to a file that it
+    // creates where the process's mask does.
+    platform::AppendedFile file;
+    if (file.Open(path) == 0) m_LogFile.open(path, std::ios::out | std::ios::app);
   }
   return m_pThis;
 }

@@ -4,10 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "diag/global_logger.h"
 #include "diag/utils.h"
@@ -116,6 +119,18 @@ TEST_F(LoggerTest, FileThatCannotBeOpened) {
     std::exit(0);
   };
   EXPECT_EXIT(runWithDirectory(), ExitedWithCode(0), "");
+}
+
+TEST_F(LoggerTest, FileThatMayNotBeAppendedToIsLeftAlone) {
+  const auto run = [this] {
+    fake::World& world = fake::World::Current();
+    world.appendError = ENXIO;
+    Logger::GetLogger(Directory())->Log("lost");
+    const std::vector<std::string> expected = {Directory() + "log.txt"};
+    std::exit(world.appendedFiles == expected ? 0 : 1);
+  };
+  EXPECT_EXIT(run(), ExitedWithCode(0), "");
+  EXPECT_NE(access((Directory() + "log.txt").c_str(), F_OK), 0);
 }
 
 TEST_F(LoggerTest, LoggingIsOffAtTheStart) {

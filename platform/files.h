@@ -83,6 +83,24 @@ class InputFile {
   int descriptor_ = -1;
 };
 
+/// Makes sure that a file can be opened for appending without waiting for anybody. While it lives, a
+/// pipe stays open, so that the reader does not see its end; other files are closed at once.
+class AppendedFile {
+ public:
+  AppendedFile() = default;
+  ~AppendedFile();
+  AppendedFile(const AppendedFile&) = delete;
+  AppendedFile& operator=(const AppendedFile&) = delete;
+
+  /// To be called once. A file that is not there is created, for the user alone to write and for
+  /// all to read, less what the process's mask forbids. Links are followed.
+  /// @return ENXIO for a FIFO that nobody reads.
+  int Open(const std::string& path);
+
+ private:
+  int descriptor_ = -1;
+};
+
 /// Creates an empty regular file that only the user may read and write. EEXIST when anything, a
 /// symbolic link included, has that name already.
 int CreateFileExclusively(const std::string& path);

@@ -89,6 +89,23 @@ void InputFile::Close() {
   if (descriptor_ >= 0) close(std::exchange(descriptor_, Descriptor::kNone));
 }
 
+AppendedFile::~AppendedFile() {
+  if (descriptor_ >= 0) close(descriptor_);
+}
+
+int AppendedFile::Open(const std::string& path) {
+  do {
+    descriptor_ = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC,
+                       S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
+  } while (descriptor_ < 0 && errno == EINTR);
+  if (descriptor_ < 0) return errno;
+  struct stat status;
+  if (fstat(descriptor_, &status) == 0 && !S_ISFIFO(status.st_mode)) {
+    close(std::exchange(descriptor_, Descriptor::kNone));
+  }
+  return 0;
+}
+
 int CreateFileExclusively(const std::string& path) {
   const Descriptor file(
       open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));

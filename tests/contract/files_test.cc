@@ -336,6 +336,60 @@ TEST(InputFileContract, IsNotInherited) {
   EXPECT_EQ(open.find(' ' + std::to_string(before - 2) + ' '), std::string::npos) << open;
 }
 
+TEST(AppendedFileContract, OthersMayNotWriteWhatItCreates) {
+  const TemporaryTree tree;
+  for (const mode_t mask : {mode_t{0}, mode_t{S_IRWXO}}) {
+    const std::string path = tree.Path(std::to_string(mask));
+    const mode_t usual = umask(mask);
+    AppendedFile file;
+    const int error = file.Open(path);
+    umask(usual);
+    ASSERT_EQ(error, 0);
+    struct stat status;
+    ASSERT_EQ(lstat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, (S_IFREG | S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH) & ~mask);
+    EXPECT_EQ(status.st_size, 0);
+  }
+}
+
+TEST(AppendedFileContract, KeepsWhatIsThere) {
+  const TemporaryTree tree;
+  const std::string path = tree.MakeFile("file", "text");
+  contract::SetMode(path, S_IRUSR | S_IWUSR);
+  AppendedFile file;
+  EXPECT_EQ(file.Open(tree.MakeLink("link", "file")), 0);
+  EXPECT_EQ(contract::ReadAll(path), "text");
+  struct stat status;
+  ASSERT_EQ(lstat(path.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode, mode_t{S_IFREG | S_IRUSR | S_IWUSR});
+}
+
+TEST(AppendedFileContract, WaitsForNoReader) {
+  const TemporaryTree tree;
+  const std::string path = tree.Path("pipe");
+  ASSERT_EQ(mkfifo(path.c_str(), S_IRUSR | S_IWUSR), 0);
+  AppendedFile file;
+  EXPECT_EQ(file.Open(path), ENXIO);
+  InputFile reader;
+  ASSERT_EQ(reader.Open(path), 0);
+  AppendedFile other;
+  EXPECT_EQ(other.Open(path), 0);
+}
+
+TEST(AppendedFileContract, GivesTheError) {
+  const TemporaryTree tree;
+  const struct {
+    std::string path;
+    int error;
+  } rows[] = {{tree.Path("nothing/file"), ENOENT},
+              {tree.MakeDirectory("directory"), EISDIR},
+              {tree.MakeLink("loop", "loop"), ELOOP}};
+  for (const auto& row : rows) {
+    AppendedFile file;
+    EXPECT_EQ(file.Open(row.path), row.error) << row.path;
+  }
+}
+
 TEST(CreateFileExclusivelyContract, MakesAnEmptyFileForTheUserAlone) {
   const TemporaryTree tree;
   const std::string path = tree.Path(kOddName);

@@ -1,5 +1,6 @@
 """The tool's options, their arguments and messages, its version and its log."""
 
+import os
 import shutil
 import subprocess
 import tempfile
@@ -161,6 +162,15 @@ class Version(EndToEndCase):
         with self.endpoint() as endpoint:
             first = self.run_tool_on(endpoint, "-getVersion").log
             self.assertEqual(self.run_tool_on(endpoint, "-getVersion").log, first * 2)
+
+    def test_others_may_not_write_the_log(self):
+        usual = os.umask(0)
+        try:
+            with self.endpoint() as endpoint:
+                self.run_tool_on(endpoint, "-getVersion")
+                self.assertEqual(endpoint.path(installation.LOG).stat().st_mode & 0o777, 0o644)
+        finally:
+            os.umask(usual)
 
     def test_configuration_lines(self):
         lines = {

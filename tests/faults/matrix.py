@@ -431,6 +431,7 @@ CONFIGURATION_AND_LOG = [
                  before=f"head -c 4096 /dev/zero >{SMALL}/filler;"),
     Row("the disk fills up while the log is written", QUERY, 0, VERSION, None,
         replaced(LOG, link="small/log.txt"), volumes={SMALL: 4096}, changes=(SMALL,)),
+    tool_version("the log is a FIFO that nobody reads", False, replaced(LOG, fifo=True)),
     tool_version("the log is a FIFO that somebody reads", False, replaced(LOG, fifo=True),
                  before=f"cat {LOG} >/dev/null &"),
 ]

@@ -441,6 +441,15 @@ void InputFile::Close() {
   --World::Current().openFiles;
 }
 
+// The logger's stream appends to a real file.
+AppendedFile::~AppendedFile() = default;
+
+int AppendedFile::Open(const std::string& path) {
+  World& world = World::Current();
+  world.appendedFiles.push_back(path);
+  return world.appendError;
+}
+
 int CreateFileExclusively(const std::string& path) {
   World& world = World::Current();
   if (world.createError != 0) return world.createError;
