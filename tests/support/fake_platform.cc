@@ -442,12 +442,17 @@ void InputFile::Close() {
 }
 
 // The logger's stream appends to a real file.
-AppendedFile::~AppendedFile() = default;
+AppendedFile::~AppendedFile() {
+  if (descriptor_ >= 0) --World::Current().openFiles;
+}
 
 int AppendedFile::Open(const std::string& path) {
   World& world = World::Current();
   world.appendedFiles.push_back(path);
-  return world.appendError;
+  if (world.appendError != 0) return world.appendError;
+  descriptor_ = 0;
+  ++world.openFiles;
+  return 0;
 }
 
 int CreateFileExclusively(const std::string& path) {
