@@ -313,6 +313,14 @@ LIBRARY_FAULTS = (
     ({"signature": "unknownRoot"}, 22),
 )
 
+# With it, OpenSSL's libcrypto finds no algorithm at all.
+NO_CRYPTOGRAPHY = """openssl_conf = all
+[all]
+alg_section = algorithms
+[algorithms]
+default_properties = fips=yes
+"""
+
 LIBRARIES = [
     row
     for fault, code in LIBRARY_FAULTS
@@ -349,6 +357,9 @@ LIBRARIES = [
             replaced(installation.ANCHORS, directory=True), 22),
     version("the list of accepted roots is unreadable",
             replaced(installation.ANCHORS, text="", mode="000"), 22),
+    version("the environment names a configuration without cryptography",
+            replaced(ELSEWHERE, text=NO_CRYPTOGRAPHY),
+            before=f"export OPENSSL_CONF={ELSEWHERE};"),
     version("the product's directory is a FIFO", {
         "product": {"layout": None}, "files": [
             {"path": installation.LAYOUTS[1].directory, "fifo": True}]}, 20),
