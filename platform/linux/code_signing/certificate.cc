@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <array>
 #include <ctime>
+#include <new>
 
+#include "platform/linux/code_signing/libcrypto.h"
 #include "platform/linux/code_signing/subject_text.h"
 
 namespace platform::code_signing {
@@ -71,10 +73,8 @@ std::optional<std::string> OrganizationalUnit(const X509& certificate) {
 }
 
 bool HasExtension(const X509& certificate, const char* identifier) {
-  ASN1_OBJECT* object = OBJ_txt2obj(identifier, 1);
-  const bool found = object != nullptr && X509_get_ext_by_OBJ(&certificate, object, -1) >= 0;
-  ASN1_OBJECT_free(object);
-  return found;
+  const ObjectPtr object = ObjectFromText(identifier);
+  return object && X509_get_ext_by_OBJ(&certificate, object.get(), -1) >= 0;
 }
 
 std::string EncodedCertificate(const X509& certificate) {
@@ -96,10 +96,11 @@ bool IsSelfSigned(const X509& certificate) {
 
 bool IsAppleRoot(const X509& certificate) {
   Fingerprint fingerprint{};
-  unsigned int length = 0;
-  if (X509_digest(&certificate, EVP_sha256(), fingerprint.data(), &length) != 1) return false;
-  return length == fingerprint.size() && std::find(std::begin(kAppleRoots), std::end(kAppleRoots),
-                                                   fingerprint) != std::end(kAppleRoots);
+  if (X509_digest(&certificate, EVP_sha256(), fingerprint.data(), nullptr) != 1) {
+    throw std::bad_alloc();
+  }
+  return std::find(std::begin(kAppleRoots), std::end(kAppleRoots), fingerprint) !=
+         std::end(kAppleRoots);
 }
 
 std::optional<std::int64_t> UnixTime(const ASN1_TIME* time) {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace platform::code_signing {
 namespace {
@@ -27,13 +28,37 @@ using AuthorityKeyId = Owned<AUTHORITY_KEYID, AUTHORITY_KEYID_free>;
 using KeyPurposes = Owned<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free>;
 using NameConstraints = Owned<NAME_CONSTRAINTS, NAME_CONSTRAINTS_free>;
 
-// The decoded extension; null when it is absent, repeated or not decodable. What the two latter
-// mean is decided by HasBrokenExtension().
-template <typename OwnedType>
-OwnedType Extension(const X509& certificate, int nid) {
-  return OwnedType(static_cast<typename OwnedType::pointer>(
-      X509_get_ext_d2i(&certificate, nid, nullptr, nullptr)));
-}
+// What the policy reads of a certificate's extensions. Each is decoded once, so that one that is
+// absent cannot be mistaken for one that libcrypto just had no memory for.
+class Extensions {
+ public:
+  explicit Extensions(const X509& certificate)
+      : basicConstraints(Decode<BasicConstraints>(certificate, NID_basic_constraints)),
+        keyUsage(Decode<BitString>(certificate, NID_key_usage)),
+        keyPurposes(Decode<KeyPurposes>(certificate, NID_ext_key_usage)),
+        subjectKeyId(Decode<OctetString>(certificate, NID_subject_key_identifier)),
+        authorityKeyId(Decode<AuthorityKeyId>(certificate, NID_authority_key_identifier)),
+        nameConstraints(Decode<NameConstraints>(certificate, NID_name_constraints)) {}
+
+  bool areBroken = false;  ///< whether one is there twice or cannot be decoded; it is then null
+
+  BasicConstraints basicConstraints;
+  BitString keyUsage;
+  KeyPurposes keyPurposes;
+  OctetString subjectKeyId;
+  AuthorityKeyId authorityKeyId;
+  NameConstraints nameConstraints;
+
+ private:
+  template <typename OwnedType>
+  OwnedType Decode(const X509& certificate, int nid) {
+    int critical = -1;  // stays so only for an absent extension
+    OwnedType value(static_cast<typename OwnedType::pointer>(
+        X509_get_ext_d2i(&certificate, nid, &critical, nullptr)));
+    if (!value && critical != -1) areBroken = true;
+    return value;
+  }
+};
 
 // Bits of a key usage, numbered as in RFC 5280.
 enum KeyUsageBit : int { kDigitalSignature = 0, kNonRepudiation = 1, kKeyCertSign = 5 };
@@ -92,35 +117,17 @@ bool HasUnknownCriticalExtension(const X509& certificate) {
   return false;
 }
 
-// Whether an extension that the policy reads is there twice or cannot be decoded.
-bool HasBrokenExtension(const X509& certificate) {
-  constexpr int kRead[] = {NID_basic_constraints,
-                           NID_key_usage,
-                           NID_ext_key_usage,
-                           NID_subject_key_identifier,
-                           NID_authority_key_identifier,
-                           NID_name_constraints};
-  return std::any_of(std::begin(kRead), std::end(kRead), [&](int nid) {
-    int critical = -1;  // stays so only for an absent extension
-    void* value = X509_get_ext_d2i(&certificate, nid, &critical, nullptr);
-    if (value == nullptr) return critical != -1;
-    ASN1_item_free(static_cast<ASN1_VALUE*>(value), X509V3_EXT_get_nid(nid)->it());
-    return false;
-  });
-}
-
 enum class Answer { kNo, kYes, kNotStated };
 
-Answer KeyUsageAllows(const X509& certificate, KeyUsageBit bit) {
-  const auto usage = Extension<BitString>(certificate, NID_key_usage);
-  if (!usage) return Answer::kNotStated;
-  return ASN1_BIT_STRING_get_bit(usage.get(), bit) != 0 ? Answer::kYes : Answer::kNo;
+Answer KeyUsageAllows(const Extensions& extensions, KeyUsageBit bit) {
+  if (!extensions.keyUsage) return Answer::kNotStated;
+  return ASN1_BIT_STRING_get_bit(extensions.keyUsage.get(), bit) != 0 ? Answer::kYes : Answer::kNo;
 }
 
-bool HasKeyPurpose(const X509& certificate, int purpose) {
-  const auto purposes = Extension<KeyPurposes>(certificate, NID_ext_key_usage);
-  for (int i = 0; purposes && i < sk_ASN1_OBJECT_num(purposes.get()); ++i) {
-    if (OBJ_obj2nid(sk_ASN1_OBJECT_value(purposes.get(), i)) == purpose) return true;
+bool HasKeyPurpose(const Extensions& extensions, int purpose) {
+  const EXTENDED_KEY_USAGE* const purposes = extensions.keyPurposes.get();
+  for (int i = 0; i < sk_ASN1_OBJECT_num(purposes); ++i) {
+    if (OBJ_obj2nid(sk_ASN1_OBJECT_value(purposes, i)) == purpose) return true;
   }
   return false;
 }
@@ -143,17 +150,16 @@ bool IsVersion3(const X509& certificate) {
   return X509_get_version(&certificate) >= X509_VERSION_3;
 }
 
-bool IsCa(const X509& certificate) {
-  const auto constraints = Extension<BasicConstraints>(certificate, NID_basic_constraints);
-  return constraints && constraints->ca != 0;
+bool IsCa(const Extensions& extensions) {
+  return extensions.basicConstraints && extensions.basicConstraints->ca != 0;
 }
 
-bool HasEmptySubject(const X509& certificate) {
+bool HasEmptySubject(const X509& certificate, const Extensions& extensions) {
   if (X509_NAME_entry_count(X509_get_subject_name(&certificate)) > 0) return false;
   const int position = X509_get_ext_by_NID(&certificate, NID_subject_alt_name, -1);
   const bool namedOtherwise =
       position >= 0 && X509_EXTENSION_get_critical(X509_get_ext(&certificate, position)) != 0;
-  return IsCa(certificate) || !namedOtherwise;
+  return IsCa(extensions) || !namedOtherwise;
 }
 
 bool IsSelfIssued(const X509& certificate) {
@@ -182,14 +188,16 @@ int Priority(OsStatus status) {
 class ChainJudge {
  public:
   ChainJudge(const CertificateChain& chain, std::int64_t time, DateRule dateRule)
-      : chain_(chain), time_(time), dateRule_(dateRule) {}
+      : chain_(chain), time_(time), dateRule_(dateRule) {
+    for (const CertificatePtr& certificate : chain_) extensions_.emplace_back(*certificate);
+  }
 
   OsStatus Judge(ChainPurpose purpose, const TrustStore& trust) {
     JudgeLeaf(purpose);
     for (std::size_t i = 0; i < chain_.size(); ++i) {
-      JudgeAny(*chain_[i]);
-      if (i > 0) JudgeIssuer(*chain_[i], i);
-      if (i + 1 < chain_.size()) JudgeLink(*chain_[i], *chain_[i + 1]);
+      JudgeAny(*chain_[i], extensions_[i]);
+      if (i > 0) JudgeIssuer(i);
+      if (i + 1 < chain_.size()) JudgeLink(extensions_[i], extensions_[i + 1]);
     }
     if (!trust.IsAnchor(*chain_.back())) Fail(kTpNotTrusted);
     return status_;
@@ -201,7 +209,7 @@ class ChainJudge {
   }
 
   void JudgeLeaf(ChainPurpose purpose) {
-    const X509& leaf = *chain_.front();
+    const Extensions& leaf = extensions_.front();
     if (purpose == ChainPurpose::kTimeStamping) {
       if (!HasKeyPurpose(leaf, NID_time_stamp)) Fail(kTpInvalidExtendedKeyUsage);
       return;
@@ -213,24 +221,25 @@ class ChainJudge {
     }
   }
 
-  void JudgeAny(const X509& certificate) {
+  void JudgeAny(const X509& certificate, const Extensions& extensions) {
     // Apple's roots never expire where code is concerned.
     if (dateRule_ == DateRule::kEnforce && !IsAppleRoot(certificate) &&
         !IsValidAt(certificate, time_)) {
       Fail(kTpCertExpired);
     }
-    if (HasBrokenExtension(certificate)) Fail(kTpUnknownCertificateExtension);
+    if (extensions.areBroken) Fail(kTpUnknownCertificateExtension);
     if (HasUnknownCriticalExtension(certificate)) Fail(kTpUnknownCriticalExtension);
     if (HasWeakKey(certificate)) Fail(kTpInvalidCertificate);
     if (HasWeakSignature(certificate)) Fail(kInvalidDigestAlgorithm);
-    if (HasEmptySubject(certificate)) Fail(kTpInvalidEmptySubject);
+    if (HasEmptySubject(certificate, extensions)) Fail(kTpInvalidEmptySubject);
   }
 
-  void JudgeIssuer(const X509& issuer, std::size_t position) {
-    const auto constraints = Extension<BasicConstraints>(issuer, NID_basic_constraints);
-    if (!constraints) {
+  void JudgeIssuer(std::size_t position) {
+    const Extensions& issuer = extensions_[position];
+    const BASIC_CONSTRAINTS* const constraints = issuer.basicConstraints.get();
+    if (constraints == nullptr) {
       // Certificates of the old versions have no extensions to say it in.
-      if (IsVersion3(issuer)) Fail(kTpNoBasicConstraints);
+      if (IsVersion3(*chain_[position])) Fail(kTpNoBasicConstraints);
     } else if (constraints->ca == 0) {
       Fail(kTpInvalidCa);
     } else if (constraints->pathlen != nullptr &&
@@ -238,7 +247,7 @@ class ChainJudge {
       Fail(kTpPathLengthExceeded);
     }
     if (KeyUsageAllows(issuer, kKeyCertSign) == Answer::kNo) Fail(kTpInvalidKeyUsage);
-    JudgeNames(issuer, position);
+    if (issuer.nameConstraints) JudgeNames(*issuer.nameConstraints, position);
   }
 
   // Counts the intermediate certificates below an issuer, without those that issued themselves.
@@ -251,27 +260,28 @@ class ChainJudge {
                                                         : below <= number;
   }
 
-  void JudgeNames(const X509& issuer, std::size_t position) {
-    const auto constraints = Extension<NameConstraints>(issuer, NID_name_constraints);
-    for (std::size_t i = 0; constraints && i < position; ++i) {
-      // The check goes by what libcrypto has decoded of the extensions, which this makes it do.
-      static_cast<void>(X509_get_extension_flags(chain_[i].get()));
-      if (NAME_CONSTRAINTS_check(chain_[i].get(), constraints.get()) != X509_V_OK) {
+  void JudgeNames(NAME_CONSTRAINTS& constraints, std::size_t position) {
+    for (std::size_t i = 0; i < position; ++i) {
+      // libcrypto goes by the names that it decodes here, once, and passes what it could not
+      // decode.
+      const bool isDecoded = (X509_get_extension_flags(chain_[i].get()) & EXFLAG_INVALID) == 0;
+      if (!isDecoded || NAME_CONSTRAINTS_check(chain_[i].get(), &constraints) != X509_V_OK) {
         Fail(kTpInvalidCertificate);
       }
     }
   }
 
-  void JudgeLink(const X509& certificate, const X509& issuer) {
-    const auto stated = Extension<AuthorityKeyId>(certificate, NID_authority_key_identifier);
-    const auto actual = Extension<OctetString>(issuer, NID_subject_key_identifier);
-    if (stated && stated->keyid != nullptr && actual &&
-        ASN1_OCTET_STRING_cmp(stated->keyid, actual.get()) != 0) {
+  void JudgeLink(const Extensions& certificate, const Extensions& issuer) {
+    const AUTHORITY_KEYID* const stated = certificate.authorityKeyId.get();
+    const ASN1_OCTET_STRING* const actual = issuer.subjectKeyId.get();
+    if (stated != nullptr && stated->keyid != nullptr && actual != nullptr &&
+        ASN1_OCTET_STRING_cmp(stated->keyid, actual) != 0) {
       Fail(kTpInvalidAuthorityId);
     }
   }
 
   const CertificateChain& chain_;
+  std::vector<Extensions> extensions_;  ///< of each certificate
   const std::int64_t time_;
   const DateRule dateRule_;
   OsStatus status_ = kErrSecSuccess;

@@ -8,6 +8,7 @@
 #include <algorithm>
 
 #include "platform/linux/code_signing/ber_extent.h"
+#include "platform/linux/code_signing/libcrypto.h"
 
 namespace platform::code_signing {
 namespace {
@@ -16,11 +17,6 @@ namespace {
 constexpr std::size_t kLargestMessage = 1U << 20U;
 
 constexpr char kSequenceTag = 0x30;
-
-struct FreeObject {
-  void operator()(ASN1_OBJECT* object) const { ASN1_OBJECT_free(object); }
-};
-using ObjectPtr = std::unique_ptr<ASN1_OBJECT, FreeObject>;
 
 struct FreeBioChain {
   void operator()(BIO* bio) const { BIO_free_all(bio); }
@@ -52,8 +48,6 @@ std::string EncodedObject(const ASN1_OBJECT& object) {
   i2d_ASN1_OBJECT(&object, &position);
   return bytes;
 }
-
-ObjectPtr ObjectFromText(const char* identifier) { return ObjectPtr(OBJ_txt2obj(identifier, 1)); }
 
 std::vector<const ASN1_TYPE*> ValuesOf(X509_ATTRIBUTE* attribute) {
   std::vector<const ASN1_TYPE*> values;

@@ -2,6 +2,8 @@
 
 #include <openssl/evp.h>
 
+#include <new>
+
 namespace platform::code_signing {
 namespace {
 
@@ -38,19 +40,20 @@ Digest::Digest(HashType type) : type_(type), context_(EVP_MD_CTX_new()) {
 }
 
 void Digest::Start(const evp_md_st* algorithm) {
-  failed_ = context_ == nullptr || EVP_DigestInit_ex(context_.get(), algorithm, nullptr) != 1;
+  if (context_ == nullptr || EVP_DigestInit_ex(context_.get(), algorithm, nullptr) != 1) {
+    throw std::bad_alloc();
+  }
 }
 
 void Digest::Update(std::string_view bytes) {
-  failed_ = failed_ || EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) != 1;
+  if (EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) != 1) throw std::bad_alloc();
 }
 
 std::string Digest::Finish() {
   std::string digest(EVP_MAX_MD_SIZE, '\0');
-  failed_ =
-      failed_ || EVP_DigestFinal_ex(context_.get(), reinterpret_cast<unsigned char*>(digest.data()),
-                                    nullptr) != 1;
-  digest.resize(failed_ ? 0 : DigestLength(type_));
+  auto* const bytes = reinterpret_cast<unsigned char*>(digest.data());
+  if (EVP_DigestFinal_ex(context_.get(), bytes, nullptr) != 1) throw std::bad_alloc();
+  digest.resize(DigestLength(type_));
   // Without an algorithm the context's own is kept, which saves looking it up anew for every page.
   Start(nullptr);
   return digest;

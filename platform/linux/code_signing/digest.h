@@ -29,15 +29,15 @@ std::optional<HashType> HashTypeFromNumber(std::uint8_t number);
 /// @return the digest's length in bytes.
 std::size_t DigestLength(HashType type);
 
-/// One digest that is computed in pieces. Moves only.
+/// One digest that is computed in pieces. Moves only. Where libcrypto fails, which is when it has
+/// no memory, std::bad_alloc is thrown.
 class Digest {
  public:
   explicit Digest(HashType type);
 
   void Update(std::string_view bytes);
 
-  /// @return the digest, cut to DigestLength(), or empty when libcrypto failed at any point (an
-  ///     empty digest equals no stored one). The object then starts anew.
+  /// @return the digest, cut to DigestLength(). The object then starts anew.
   std::string Finish();
 
  private:
@@ -48,11 +48,10 @@ class Digest {
   void Start(const evp_md_st* algorithm);
 
   HashType type_;
-  bool failed_ = false;
   std::unique_ptr<evp_md_ctx_st, Free> context_;
 };
 
-/// The digest of `bytes`; see Digest::Finish().
+/// The digest of `bytes`, cut to DigestLength().
 std::string DigestOf(HashType type, std::string_view bytes);
 
 }  // namespace platform::code_signing

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <initializer_list>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -56,11 +57,9 @@ bool IsSignedByApple(const Subject& subject) {
 }
 
 std::string Sha1Of(const X509& certificate) {
-  std::string digest(EVP_MAX_MD_SIZE, '\0');
-  unsigned int length = 0;
-  const int done = X509_digest(&certificate, EVP_sha1(),
-                               reinterpret_cast<unsigned char*>(digest.data()), &length);
-  digest.resize(done == 1 ? length : 0);
+  std::string digest(DigestLength(HashType::kSha1), '\0');
+  auto* const bytes = reinterpret_cast<unsigned char*>(digest.data());
+  if (X509_digest(&certificate, EVP_sha1(), bytes, nullptr) != 1) throw std::bad_alloc();
   return digest;
 }
 

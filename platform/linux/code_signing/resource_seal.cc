@@ -67,7 +67,7 @@ const std::string* FindHash(const PropertyListValue& hashes, HashType type) {
 
 /// Whether a sealed hash, of which more may be stored than is compared, begins with `digest`.
 bool IsSealedHash(const std::string& sealed, const std::string& digest) {
-  return !digest.empty() && sealed.compare(0, digest.size(), digest) == 0;
+  return sealed.compare(0, digest.size(), digest) == 0;
 }
 
 /// Walks below a resource root and checks what it finds.

@@ -1,8 +1,12 @@
 #include "platform/linux/code_signing/subject_text.h"
 
 #include <algorithm>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string_view>
+
+#include "platform/linux/code_signing/libcrypto.h"
 
 namespace platform::code_signing {
 namespace {
@@ -31,17 +35,20 @@ Encoding EncodingOf(int type) {
 
 // Lets libcrypto convert, which checks the bytes on the way.
 std::optional<std::string> ConvertToUtf8(std::string_view bytes, int type) {
-  ASN1_STRING* source = ASN1_STRING_type_new(type);
-  if (source == nullptr) return std::nullopt;
-  std::optional<std::string> text;
-  if (ASN1_STRING_set(source, bytes.data(), static_cast<int>(bytes.size())) == 1) {
-    unsigned char* converted = nullptr;
-    const int length = ASN1_STRING_to_UTF8(&converted, source);
-    if (length >= 0) text.emplace(reinterpret_cast<char*>(converted), length);
-    OPENSSL_free(converted);
+  const std::unique_ptr<ASN1_STRING, void (*)(ASN1_STRING*)> source(ASN1_STRING_type_new(type),
+                                                                    ASN1_STRING_free);
+  if (!source || ASN1_STRING_set(source.get(), bytes.data(), static_cast<int>(bytes.size())) != 1) {
+    throw std::bad_alloc();
   }
-  ASN1_STRING_free(source);
-  return text;
+  unsigned char* converted = nullptr;
+  const int length = ASN1_STRING_to_UTF8(&converted, source.get());
+  const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
+      converted, [](unsigned char* text) { OPENSSL_free(text); });
+  if (length < 0) {
+    RequireMemory();
+    return std::nullopt;
+  }
+  return std::string(reinterpret_cast<char*>(converted), static_cast<std::size_t>(length));
 }
 
 bool IsAscii(std::string_view bytes) {

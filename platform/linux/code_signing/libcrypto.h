@@ -1,0 +1,25 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_LIBCRYPTO_H_
+#define PLATFORM_LINUX_CODE_SIGNING_LIBCRYPTO_H_
+
+#include <openssl/asn1.h>
+
+#include <memory>
+
+namespace platform::code_signing {
+
+/// Throws std::bad_alloc if libcrypto has run out of memory since its queue of errors was last
+/// emptied, which this does. To be asked where libcrypto's failure could be taken for an answer.
+void RequireMemory();
+
+struct FreeObject {
+  void operator()(ASN1_OBJECT* object) const { ASN1_OBJECT_free(object); }
+};
+using ObjectPtr = std::unique_ptr<ASN1_OBJECT, FreeObject>;
+
+/// The object with a dotted identifier; null when the text is no identifier.
+/// @throws std::bad_alloc
+ObjectPtr ObjectFromText(const char* identifier);
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_LIBCRYPTO_H_
