@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/code_signing/libcrypto_memory.h"
 #include "tests/code_signing/test_chain.h"
 
 namespace platform::code_signing {
@@ -9,7 +10,8 @@ namespace {
 
 constexpr std::int64_t kWithin = 1500;
 
-/// A chain of leaf, intermediate and root that every test spoils in its own way.
+/// A chain of leaf, intermediate and root that every test spoils in its own way. Want of memory
+/// must not make up for it.
 class ChainPolicyTest : public testing::Test {
  protected:
   ChainPolicyTest() {
@@ -30,11 +32,21 @@ class ChainPolicyTest : public testing::Test {
                         {"extendedKeyUsage", "critical,codeSigning"}};
   }
 
+  CertificateChain MakeChain() const {
+    return {MakeCertificate(leaf_), MakeCertificate(intermediate_), MakeCertificate(root_)};
+  }
+
   OsStatus Judge(std::int64_t time = kWithin, DateRule dateRule = DateRule::kEnforce,
                  ChainPurpose purpose = ChainPurpose::kCodeSigning) const {
-    const CertificateChain chain = {MakeCertificate(leaf_), MakeCertificate(intermediate_),
-                                    MakeCertificate(root_)};
-    return JudgeChain(chain, purpose, time, dateRule, TrustStore({chain.back()}));
+    const CertificateChain chain = MakeChain();
+    const TrustStore trust({chain.back()});
+    const OsStatus usual = JudgeChain(chain, purpose, time, dateRule, trust);
+    WithEachFailedAllocation([&] {
+      if (JudgeChain(chain, purpose, time, dateRule, trust) == kErrSecSuccess) {
+        EXPECT_EQ(usual, kErrSecSuccess) << "for want of memory";
+      }
+    });
+    return usual;
   }
 
   CertificatePlan leaf_;
@@ -158,6 +170,25 @@ TEST_F(ChainPolicyTest, NamesMustBePermitted) {
   EXPECT_EQ(Judge(), kErrSecSuccess);
   leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
   EXPECT_EQ(Judge(), kTpInvalidCertificate);
+}
+
+// libcrypto decodes the names of a certificate once, and remembers that it could not.
+TEST_F(ChainPolicyTest, NamesThatWereNotDecodedAreNotPermitted) {
+  intermediate_.extensions.emplace_back("nameConstraints", "critical,excluded;email:example.com");
+  leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
+  CertificateChain chain;
+  OsStatus status = kErrSecSuccess;
+  std::size_t number = 0;
+  do {
+    chain = MakeChain();
+    status = kErrSecAllocate;
+    ++number;
+  } while (WithFailedAllocation(number, Failing::kOne, [&] {
+    status = JudgeChain(chain, ChainPurpose::kCodeSigning, kWithin, DateRule::kEnforce,
+                        TrustStore({chain.back()}));
+    EXPECT_NE(status, kErrSecSuccess) << number;
+  }));
+  EXPECT_EQ(status, kTpInvalidCertificate);
 }
 
 TEST_F(ChainPolicyTest, KeysMustBeLongEnough) {

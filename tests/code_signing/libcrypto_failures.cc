@@ -1,0 +1,127 @@
+// kx_libcrypto_failures STEP ANCHORS PATH...: checks the signature of each path again and again
+// with the roots in the PEM file ANCHORS. Each time another allocation of libcrypto's fails, first
+// alone, then with all that follow; of the failures only every STEP-th is tried. Whatever fails,
+// code that is not valid must not become valid, no signer may get another name, nothing may be left
+// allocated, and the next check must find what the first one found. Ends with 0 when all that
+// holds.
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/linux/code_signing/signed_code.h"
+#include "tests/code_signing/libcrypto_memory.h"
+
+namespace platform::code_signing {
+namespace {
+
+/// The status of a check, and what the code's signer is called when it is valid.
+struct Verdict {
+  OsStatus status = kErrSecAllocate;
+  std::optional<std::string> team;
+  std::vector<std::optional<std::string>> names;
+
+  bool operator==(const Verdict& other) const {
+    return status == other.status && team == other.team && names == other.names;
+  }
+};
+
+Verdict Check(const char* anchors, const char* path) {
+  const auto trust = std::make_shared<const TrustStore>(TrustStore::Load(anchors));
+  std::unique_ptr<SignedCode> code;
+  Verdict verdict;
+  verdict.status = SignedCode::Open(path, trust, code);
+  if (verdict.status == kErrSecSuccess) verdict.status = code->CheckValidity();
+  if (verdict.status != kErrSecSuccess) return verdict;
+  const SigningInformation information = code->CopySigningInformation();
+  verdict.team = information.teamIdentifier;
+  if (!information.certificates) return verdict;
+  for (const Certificate& certificate : *information.certificates) {
+    verdict.names.emplace_back();
+    static_cast<void>(CopyCommonName(certificate, verdict.names.back()));
+  }
+  return verdict;
+}
+
+/// Whether a check in which an allocation failed may say `verdict`. A name may be missing, since
+/// nothing is equal to a missing one.
+bool IsHarmless(const Verdict& verdict, const Verdict& usual) {
+  if (verdict.status != kErrSecSuccess) return true;
+  if (usual.status != kErrSecSuccess || verdict.team != usual.team) return false;
+  if (verdict.names.size() != usual.names.size()) return false;
+  for (std::size_t i = 0; i < usual.names.size(); ++i) {
+    if (verdict.names[i] && verdict.names[i] != usual.names[i]) return false;
+  }
+  return true;
+}
+
+class Sweep {
+ public:
+  Sweep(const char* anchors, const char* path)
+      : anchors_(anchors), path_(path), usual_(Check(anchors, path)) {}
+
+  /// @return whether all was well.
+  bool Run(Failing failing, std::size_t step) {
+    bool isWell = true;
+    for (std::size_t number = 1; RunOnce(number, failing, isWell); number += step) ++count_;
+    return isWell;
+  }
+
+  std::size_t Count() const { return count_; }
+
+ private:
+  /// @return whether there was an allocation of this number.
+  bool RunOnce(std::size_t number, Failing failing, bool& isWell) {
+    const auto check = [&] {
+      const long living = LivingLibcryptoAllocations();
+      verdict_ = {};
+      hasFailed_ =
+          WithFailedAllocation(number, failing, [&] { verdict_ = Check(anchors_, path_); });
+      return LivingLibcryptoAllocations() > living;
+    };
+    // What libcrypto puts away for later it does not put away twice.
+    const bool leaks = check() && check();
+    const auto complain = [&](const char* what) {
+      std::fprintf(stderr, "%s, allocation %zu%s: %s (%d)\n", path_, number,
+                   failing == Failing::kOne ? "" : " and all that follow", what, verdict_.status);
+      isWell = false;
+    };
+    if (!IsHarmless(verdict_, usual_)) complain("a wrong verdict");
+    if (leaks) complain("memory is left allocated");
+    if (!(Check(anchors_, path_) == usual_)) complain("the next check fails");
+    return hasFailed_;
+  }
+
+  const char* anchors_;
+  const char* path_;
+  Verdict usual_;
+  std::size_t count_ = 0;
+  Verdict verdict_;         ///< of the last check
+  bool hasFailed_ = false;  ///< whether an allocation failed in it
+};
+
+int SweepFiles(int argc, char** argv) {
+  const std::size_t step = argc < 4 ? 0 : std::strtoul(argv[1], nullptr, 10);
+  if (step == 0) {
+    std::fprintf(stderr, "usage: %s STEP ANCHORS PATH...\n", argv[0]);
+    return 2;
+  }
+  if (!WatchLibcryptoMemory()) return 2;
+  bool isWell = true;
+  for (int i = 3; i < argc; ++i) {
+    Sweep sweep(argv[2], argv[i]);
+    for (const Failing failing : {Failing::kOne, Failing::kOneAndAllThatFollow}) {
+      isWell = sweep.Run(failing, step) && isWell;
+    }
+    std::printf("%s: %zu failures\n", argv[i], sweep.Count());
+  }
+  return isWell ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace platform::code_signing
+
+int main(int argc, char** argv) { return platform::code_signing::SweepFiles(argc, argv); }
