@@ -2,8 +2,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "platform/linux/code_signing/certificate.h"
 #include "platform/linux/code_signing/requirement.h"
+#include "tests/code_signing/test_certificate.h"
 
 namespace {
 
@@ -20,7 +20,8 @@ RequirementSubject MakeSubject(const X509* certificate) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const platform::code_signing::CertificatePtr certificate(X509_new(), X509_free);
+  static const auto certificate = platform::code_signing::MakeCertificate(
+      {{"CN", "Example"}, {"OU", "TEAM"}}, {"1.2.840.113635.100.6.1.13"});
   static const RequirementSubject subject = MakeSubject(certificate.get());
   const auto requirement = platform::code_signing::ParseRequirement(
       std::string_view(reinterpret_cast<const char*>(data), size));
