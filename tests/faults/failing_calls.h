@@ -1,0 +1,31 @@
+#ifndef TESTS_FAULTS_FAILING_CALLS_H_
+#define TESTS_FAULTS_FAILING_CALLS_H_
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+/// The calls of the system that the Linux adapters make, through which this program is linked.
+namespace failing_calls {
+
+enum class Fault {
+  kError,        ///< the call fails with EIO, or with a null pointer
+  kInterrupted,  ///< it fails with EINTR
+  kCut,          ///< it reads or writes one byte
+};
+
+/// Names of all the calls that can fail.
+std::vector<std::string> Names();
+
+/// How often a call was made so far, by all threads.
+std::size_t Count(const std::string& name);
+
+/// The `number`th (from 1) of the calling thread's calls of `name` meets `fault` from now on.
+void Arm(const std::string& name, std::size_t number, Fault fault);
+
+/// Lets all calls succeed again. @return whether the armed one was made.
+bool Disarm();
+
+}  // namespace failing_calls
+
+#endif  // TESTS_FAULTS_FAILING_CALLS_H_
