@@ -124,6 +124,16 @@ TEST_F(ChainPolicyTest, PathLengthCountsIntermediates) {
   EXPECT_EQ(Judge(), kErrSecSuccess);
 }
 
+TEST_F(ChainPolicyTest, PathLengthMayBeAnyNumber) {
+  // A sequence of TRUE and an integer.
+  root_.extensions[0] = {"2.5.29.19", "DER:30:0E:01:01:FF:02:09:01:00:00:00:00:00:00:00:00"};
+  EXPECT_EQ(Judge(), kErrSecSuccess);
+  root_.extensions[0].second = "DER:30:0E:01:01:FF:02:09:80:00:00:00:00:00:00:00:00";
+  EXPECT_EQ(Judge(), kTpPathLengthExceeded);
+  root_.extensions[0].second = "DER:30:06:01:01:FF:02:01:FF";
+  EXPECT_EQ(Judge(), kTpPathLengthExceeded);
+}
+
 TEST_F(ChainPolicyTest, KeyIdentifiersMustAgree) {
   intermediate_.extensions.emplace_back("subjectKeyIdentifier", "0102");
   EXPECT_EQ(Judge(), kErrSecSuccess);
@@ -131,12 +141,18 @@ TEST_F(ChainPolicyTest, KeyIdentifiersMustAgree) {
   EXPECT_EQ(Judge(), kErrSecSuccess);
   leaf_.extensions.back().second = "DER:30:04:80:02:01:03";
   EXPECT_EQ(Judge(), kTpInvalidAuthorityId);
+  leaf_.extensions.back().second = "DER:30:00";
+  EXPECT_EQ(Judge(), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, CriticalExtensionsMustBeKnown) {
   leaf_.extensions.emplace_back("1.2.3.4", "DER:05:00");
   EXPECT_EQ(Judge(), kErrSecSuccess);
   leaf_.extensions.back().second = "critical,DER:05:00";
+  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+  std::string longest = "1.2.840.113635.100.6";
+  while (longest.size() < 128) longest += ".1";
+  leaf_.extensions.back().first = longest;
   EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
 }
 

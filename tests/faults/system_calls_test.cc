@@ -10,7 +10,7 @@
 #include <array>
 #include <atomic>
 #include <cstdlib>
-#include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <thread>
@@ -18,11 +18,13 @@
 
 #include "platform/files.h"
 #include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/code_signing/signed_code.h"
 #include "platform/linux/property_list.h"
 #include "platform/posix/descriptor.h"
 #include "platform/process_table.h"
 #include "platform/standard_streams.h"
 #include "platform/task.h"
+#include "tests/code_signing/test_signature.h"
 #include "tests/contract/support.h"
 #include "tests/faults/failing_calls.h"
 
@@ -302,6 +304,63 @@ std::string RunSize(const TemporaryTree& tree, Injector& inject) {
   return Outcome(error, std::to_string(size));
 }
 
+using code_signing::MakeSignedMachO;
+
+std::string Validity(const std::string& path, Injector& inject) {
+  // libplist is loaded once in a process, and not by what is tried here.
+  static_cast<void>(ParsePropertyList("<plist><dict/></plist>"));
+  return std::to_string(inject([&] {
+    std::unique_ptr<code_signing::SignedCode> code;
+    const auto trust = std::make_shared<const code_signing::TrustStore>();
+    const OsStatus status = code_signing::SignedCode::Open(path, trust, code);
+    return status == code_signing::kErrSecSuccess ? code->CheckValidity() : status;
+  }));
+}
+
+std::string RunCheckFile(const TemporaryTree& tree, Injector& inject) {
+  return Validity(tree.MakeFile("tool", MakeSignedMachO({})), inject);
+}
+
+std::string RunCheckChangedFile(const TemporaryTree& tree, Injector& inject) {
+  std::string file = MakeSignedMachO({});
+  file[60] = 'x';
+  return Validity(tree.MakeFile("tool", file), inject);
+}
+
+/// Makes a bundle that seals one resource. @return its path.
+std::string MakeBundle(const TemporaryTree& tree) {
+  const std::string information =
+      "<plist><dict><key>CFBundleExecutable</key><string>Agent</string></dict></plist>";
+  const std::string seal =
+      "<plist><dict><key>files</key><dict/><key>rules</key><dict/><key>files2</key><dict>"
+      "<key>Resources/r</key><dict><key>hash2</key><data>"
+      "47DEQpj8HBSa+/TImW+5JCeuQeRkm5NMpJWZG3hSuFU=</data></dict>"
+      "<key>Resources/l</key><dict><key>symlink</key><string>r</string></dict></dict>"
+      "<key>rules2</key><dict><key>^Resources/</key><true/></dict></dict></plist>";
+  for (const char* directory :
+       {"", "/Contents", "/Contents/MacOS", "/Contents/Resources", "/Contents/_CodeSignature"}) {
+    tree.MakeDirectory(std::string("Agent.app") + directory);
+  }
+  tree.MakeFile("Agent.app/Contents/Info.plist", information);
+  tree.MakeFile("Agent.app/Contents/MacOS/Agent",
+                MakeSignedMachO({{code_signing::kSlotInfoPlist, information},
+                                 {code_signing::kSlotResourceDirectory, seal}}));
+  tree.MakeFile("Agent.app/Contents/_CodeSignature/CodeResources", seal);
+  tree.MakeFile("Agent.app/Contents/Resources/r");
+  tree.MakeLink("Agent.app/Contents/Resources/l", "r");
+  return tree.Path("Agent.app");
+}
+
+std::string RunCheckBundle(const TemporaryTree& tree, Injector& inject) {
+  return Validity(MakeBundle(tree), inject);
+}
+
+std::string RunCheckChangedBundle(const TemporaryTree& tree, Injector& inject) {
+  const std::string bundle = MakeBundle(tree);
+  tree.MakeFile("Agent.app/Contents/Resources/r", "changed");
+  return Validity(bundle, inject);
+}
+
 using Names = std::set<std::string>;
 
 struct Operation {
@@ -315,8 +374,17 @@ struct Operation {
 
 void PrintTo(const Operation& operation, std::ostream* stream) { *stream << operation.name; }
 
+Names With(Names names, const char* name) {
+  names.insert(name);
+  return names;
+}
+
 const std::vector<Operation>& Operations() {
   constexpr char kError[] = "5";  // EIO
+  // What a signature that could not be read is taken for.
+  const Names fileStatuses = {"-67045", "-67049", "-67062", "100005"};
+  const Names bundleStatuses = {"-67023", "-67028", "-67030", "-67045",
+                                "-67049", "-67054", "-67062", "100005"};
   static const auto& operations = *new std::vector<Operation>{
       {"FileExists", RunFileExists, "yes", {"no"}, {}, {}},
       {"DirectoryExists", RunDirectoryExists, "yes", {"no"}, {}, {}},
@@ -347,6 +415,20 @@ const std::vector<Operation>& Operations() {
       {"ReadAll", RunReadAll, kContents, {kError}, {"open", "pread"}, {"pread"}},
       {"ReadPiece", RunReadPiece, kContents, {"none"}, {"pread"}, {"pread"}},
       {"Size", RunSize, "0 20", {kError}, {}, {}},
+      {"CheckFile", RunCheckFile, "0", With(fileStatuses, "0"), {"open", "pread"}, {"pread"}},
+      {"CheckChangedFile",
+       RunCheckChangedFile,
+       "-67061",
+       With(fileStatuses, "-67061"),
+       {"open", "pread"},
+       {"pread"}},
+      {"CheckBundle", RunCheckBundle, "0", With(bundleStatuses, "0"), {"open", "pread"}, {"pread"}},
+      {"CheckChangedBundle",
+       RunCheckChangedBundle,
+       "-67054",
+       bundleStatuses,
+       {"open", "pread"},
+       {"pread"}},
   };
   return operations;
 }

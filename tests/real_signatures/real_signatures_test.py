@@ -19,6 +19,8 @@ import unittest
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
 
 from simulator import installation  # noqa: E402
+from simulator.signing import sign_bundle  # noqa: E402
+from simulator.signing.layout import build_bundle  # noqa: E402
 from tests.end_to_end import transcripts  # noqa: E402
 from tests.end_to_end.harness import EndToEndCase  # noqa: E402
 from tests.real_signatures import downloads  # noqa: E402
@@ -28,6 +30,7 @@ from tests.real_signatures.mach_o import WRAPPER_SIZE, slices  # noqa: E402
 APPLE_ROOT = "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024"
 
 VALID = 0
+BAD_NESTED_CODE = -67021
 SIGNATURE_INVALID = -67045
 SIGNATURE_FAILED = -67061
 UNSIGNED = -67062
@@ -183,6 +186,29 @@ class DeveloperIdTest(RealSignatureTestCase):
         for piece in self.slices:
             root = self.data.index(self.root, piece.components[CMS][0])
             self.assert_flip(VALID, root + len(self.root) - 10)
+
+    def test_requirements_on_the_signer(self):
+        """As a bundle seals them for code that is nested in it."""
+        leaf, issuer = "certificate leaf", "certificate 1"
+        bundle = build_bundle(self.directory / "Outer.app", b"code")
+        nested = bundle / "Contents/Frameworks/nested.dylib"
+        nested.parent.mkdir()
+        nested.write_bytes(self.data)
+        for text, expected in {
+                "anchor apple generic": VALID,
+                "anchor apple": BAD_NESTED_CODE,
+                "! anchor apple": VALID,
+                f'certificate root = H"{hashlib.sha1(self.root).hexdigest()}"': VALID,
+                f'{leaf}[subject.OU] = "97JCY7859U" and anchor apple generic': VALID,
+                f'{leaf}[subject.OU] = "97JCY7859V" and anchor apple generic': BAD_NESTED_CODE,
+                f"{issuer}[field.1.2.840.113635.100.6.2.6] exists": VALID,
+                f"{leaf}[field.1.2.840.113635.100.6.1.13] exists": VALID,
+                f"{leaf}[field.1.2.840.113635.100.6.2.6] exists": BAD_NESTED_CODE,
+        }.items():
+            sign_bundle(bundle, adhoc=True,
+                        nested_requirements={"Frameworks/nested.dylib": text})
+            with self.subTest(text):
+                self.assertEqual(validity(bundle, self.anchors), expected)
 
     def test_a_root_of_the_same_name_is_not_enough(self):
         anchors = self.directory / "namesake.pem"

@@ -91,8 +91,8 @@ constexpr const char* kAppleArcs[] = {
 std::string DottedText(const ASN1_OBJECT* object) {
   char text[128];
   const int length = OBJ_obj2txt(text, sizeof(text), object, 1);
-  if (length < 0 || static_cast<std::size_t>(length) >= sizeof(text)) return {};
-  return text;
+  // A failure's negative number becomes a large one.
+  return static_cast<std::size_t>(length) < sizeof(text) ? text : std::string();
 }
 
 bool IsKnownExtension(const ASN1_OBJECT* object) {
@@ -142,8 +142,8 @@ bool HasWeakKey(const X509& certificate) {
 bool HasWeakSignature(const X509& certificate) {
   int digest = NID_undef;
   OBJ_find_sigid_algs(X509_get_signature_nid(&certificate), &digest, nullptr);
-  const bool weak = digest == NID_md2 || digest == NID_md4 || digest == NID_md5;
-  return weak && !IsSelfSigned(certificate);
+  constexpr int kWeak[] = {NID_md2, NID_md4, NID_md5};
+  return std::count(std::begin(kWeak), std::end(kWeak), digest) > 0 && !IsSelfSigned(certificate);
 }
 
 bool IsVersion3(const X509& certificate) {
