@@ -1,19 +1,23 @@
 // kx_libcrypto_failures STEP ANCHORS PATH...: checks the signature of each path again and again
 // with the roots in the PEM file ANCHORS. Each time another allocation of libcrypto's fails, first
-// alone, then with all that follow; of the failures only every STEP-th is tried. Whatever fails,
-// code that is not valid must not become valid, no signer may get another name, nothing may be left
+// alone, then with all that follow, and then another one by `operator new`; one in STEP is tried of
+// libcrypto's, and more of the others, which are fewer. Whatever fails, code that is not valid must not become valid, no signer may get another name, nothing may be left
 // allocated, and the next check must find what the first one found. Ends with 0 when all that
 // holds.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
+#include <new>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/linux/code_signing/signed_code.h"
 #include "tests/code_signing/libcrypto_memory.h"
+#include "tests/support/allocation_failure.h"
 
 namespace platform::code_signing {
 namespace {
@@ -58,15 +62,42 @@ bool IsHarmless(const Verdict& verdict, const Verdict& usual) {
   return true;
 }
 
+/// An allocation by `operator new` fails. The arguments are those of WithFailedAllocation().
+bool WithFailedNew(std::size_t number, Failing, const std::function<void()>& act) {
+  fake::AllocationFailure::Arm(number);
+  try {
+    act();
+  } catch (const std::bad_alloc&) {
+  }
+  return fake::AllocationFailure::Disarm();
+}
+
+/// One way to make allocations fail.
+struct Kind {
+  const char* name;
+  Failing failing;
+  decltype(&WithFailedNew) withFailure;
+  std::size_t fewer;  ///< how many times fewer they are than libcrypto's, about
+};
+
+constexpr Kind kKinds[] = {
+    {"libcrypto's allocation", Failing::kOne, WithFailedAllocation, 1},
+    {"libcrypto's allocations from", Failing::kOneAndAllThatFollow, WithFailedAllocation, 1},
+    {"operator new", Failing::kOne, WithFailedNew, 40},
+};
+
 class Sweep {
  public:
   Sweep(const char* anchors, const char* path)
       : anchors_(anchors), path_(path), usual_(Check(anchors, path)) {}
 
   /// @return whether all was well.
-  bool Run(Failing failing, std::size_t step) {
+  bool Run(const Kind& kind, std::size_t step) {
     bool isWell = true;
-    for (std::size_t number = 1; RunOnce(number, failing, isWell); number += step) ++count_;
+    for (std::size_t number = 1; RunOnce(number, kind, isWell);
+         number += std::max<std::size_t>(step / kind.fewer, 1)) {
+      ++count_;
+    }
     return isWell;
   }
 
@@ -74,19 +105,19 @@ class Sweep {
 
  private:
   /// @return whether there was an allocation of this number.
-  bool RunOnce(std::size_t number, Failing failing, bool& isWell) {
+  bool RunOnce(std::size_t number, const Kind& kind, bool& isWell) {
     const auto check = [&] {
       const long living = LivingLibcryptoAllocations();
       verdict_ = {};
       hasFailed_ =
-          WithFailedAllocation(number, failing, [&] { verdict_ = Check(anchors_, path_); });
+          kind.withFailure(number, kind.failing, [&] { verdict_ = Check(anchors_, path_); });
       return LivingLibcryptoAllocations() > living;
     };
     // What libcrypto puts away for later it does not put away twice.
     const bool leaks = check() && check();
     const auto complain = [&](const char* what) {
-      std::fprintf(stderr, "%s, allocation %zu%s: %s (%d)\n", path_, number,
-                   failing == Failing::kOne ? "" : " and all that follow", what, verdict_.status);
+      std::fprintf(stderr, "%s, %s %zu: %s (%d)\n", path_, kind.name, number, what,
+                   verdict_.status);
       isWell = false;
     };
     if (!IsHarmless(verdict_, usual_)) complain("a wrong verdict");
@@ -113,9 +144,7 @@ int SweepFiles(int argc, char** argv) {
   bool isWell = true;
   for (int i = 3; i < argc; ++i) {
     Sweep sweep(argv[2], argv[i]);
-    for (const Failing failing : {Failing::kOne, Failing::kOneAndAllThatFollow}) {
-      isWell = sweep.Run(failing, step) && isWell;
-    }
+    for (const Kind& kind : kKinds) isWell = sweep.Run(kind, step) && isWell;
     std::printf("%s: %zu failures\n", argv[i], sweep.Count());
   }
   return isWell ? 0 : 1;

@@ -80,10 +80,8 @@ bool HasExtension(const X509& certificate, const char* identifier) {
 std::string EncodedCertificate(const X509& certificate) {
   unsigned char* encoded = nullptr;
   const int length = i2d_X509(&certificate, &encoded);
-  std::string bytes(reinterpret_cast<char*>(encoded),
-                    length > 0 ? static_cast<std::size_t>(length) : 0);
-  OPENSSL_free(encoded);
-  return bytes;
+  const BytesPtr owner(encoded);
+  return {reinterpret_cast<char*>(encoded), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
 bool IsSelfSigned(const X509& certificate) {

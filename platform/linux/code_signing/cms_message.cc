@@ -28,6 +28,12 @@ struct FreeDigestContext {
 };
 using DigestContextPtr = std::unique_ptr<EVP_MD_CTX, FreeDigestContext>;
 
+struct FreeCertificates {
+  void operator()(STACK_OF(X509) * certificates) const {
+    sk_X509_pop_free(certificates, X509_free);
+  }
+};
+
 const unsigned char* UnsignedBytes(std::string_view bytes) {
   return reinterpret_cast<const unsigned char*>(bytes.data());
 }
@@ -107,8 +113,7 @@ class DerCursor {
 std::set<int> AnnouncedDigests(const CMS_ContentInfo& message) {
   unsigned char* encoded = nullptr;
   const int length = i2d_CMS_ContentInfo(&message, &encoded);
-  const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
-      encoded, [](unsigned char* bytes) { OPENSSL_free(bytes); });
+  const BytesPtr owner(encoded);
   std::set<int> digests;
   if (length <= 0) return digests;
   DerCursor contentInfo = DerCursor(encoded, length).Next();
@@ -259,11 +264,10 @@ std::vector<CmsSigner> CmsMessage::Signers() const {
 
 CertificateList CmsMessage::Certificates() const {
   CertificateList certificates;
-  STACK_OF(X509)* stack = CMS_get1_certs(message_.get());
-  for (int i = 0; i < sk_X509_num(stack); ++i) {
-    certificates.push_back(ShareCertificate(sk_X509_value(stack, i)));
+  const std::unique_ptr<STACK_OF(X509), FreeCertificates> stack(CMS_get1_certs(message_.get()));
+  for (int i = 0; i < sk_X509_num(stack.get()); ++i) {
+    certificates.push_back(ShareCertificate(sk_X509_value(stack.get(), i)));
   }
-  sk_X509_pop_free(stack, X509_free);
   return certificates;
 }
 
@@ -284,10 +288,8 @@ std::optional<std::string_view> CmsMessage::Content() const {
 std::string EncodedBytes(const ASN1_TYPE& value) {
   unsigned char* encoded = nullptr;
   const int length = i2d_ASN1_TYPE(&value, &encoded);
-  std::string bytes(reinterpret_cast<char*>(encoded),
-                    length > 0 ? static_cast<std::size_t>(length) : 0);
-  OPENSSL_free(encoded);
-  return bytes;
+  const BytesPtr owner(encoded);
+  return {reinterpret_cast<char*>(encoded), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
 }  // namespace platform::code_signing

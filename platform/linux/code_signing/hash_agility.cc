@@ -4,6 +4,7 @@
 #include <openssl/objects.h>
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -59,23 +60,26 @@ OsStatus CheckFirstVersion(const ASN1_TYPE& value, const CodeDirectorySet& direc
   return kErrSecSuccess;
 }
 
+struct FreeSequence {
+  void operator()(ASN1_SEQUENCE_ANY* sequence) const {
+    sk_ASN1_TYPE_pop_free(sequence, ASN1_TYPE_free);
+  }
+};
+
 using HashesByDigest = std::map<int, std::string>;
 
 bool AddHash(const ASN1_TYPE& value, HashesByDigest& hashes) {
   if (ASN1_TYPE_get(&value) != V_ASN1_SEQUENCE) return false;
   const ASN1_STRING* encoded = value.value.sequence;
   const unsigned char* position = ASN1_STRING_get0_data(encoded);
-  ASN1_SEQUENCE_ANY* parts = d2i_ASN1_SEQUENCE_ANY(nullptr, &position, ASN1_STRING_length(encoded));
-  bool added = false;
-  if (sk_ASN1_TYPE_num(parts) == 2) {
-    const ASN1_TYPE* digest = sk_ASN1_TYPE_value(parts, 0);
-    const ASN1_TYPE* hash = sk_ASN1_TYPE_value(parts, 1);
-    added =
-        ASN1_TYPE_get(digest) == V_ASN1_OBJECT && ASN1_TYPE_get(hash) == V_ASN1_OCTET_STRING &&
-        hashes.emplace(OBJ_obj2nid(digest->value.object), TextOf(*hash->value.octet_string)).second;
-  }
-  sk_ASN1_TYPE_pop_free(parts, ASN1_TYPE_free);
-  return added;
+  const std::unique_ptr<ASN1_SEQUENCE_ANY, FreeSequence> parts(
+      d2i_ASN1_SEQUENCE_ANY(nullptr, &position, ASN1_STRING_length(encoded)));
+  if (sk_ASN1_TYPE_num(parts.get()) != 2) return false;
+  const ASN1_TYPE* digest = sk_ASN1_TYPE_value(parts.get(), 0);
+  const ASN1_TYPE* hash = sk_ASN1_TYPE_value(parts.get(), 1);
+  return ASN1_TYPE_get(digest) == V_ASN1_OBJECT && ASN1_TYPE_get(hash) == V_ASN1_OCTET_STRING &&
+         hashes.emplace(OBJ_obj2nid(digest->value.object), TextOf(*hash->value.octet_string))
+             .second;
 }
 
 // A truncated digest is written out in full by some signers.

@@ -2,6 +2,7 @@
 #define PLATFORM_LINUX_CODE_SIGNING_LIBCRYPTO_H_
 
 #include <openssl/asn1.h>
+#include <openssl/crypto.h>
 
 #include <memory>
 
@@ -10,6 +11,12 @@ namespace platform::code_signing {
 /// Throws std::bad_alloc if libcrypto has run out of memory since its queue of errors was last
 /// emptied, which this does. To be asked where libcrypto's failure could be taken for an answer.
 void RequireMemory();
+
+/// Bytes that libcrypto has allocated.
+struct FreeBytes {
+  void operator()(unsigned char* bytes) const { OPENSSL_free(bytes); }
+};
+using BytesPtr = std::unique_ptr<unsigned char, FreeBytes>;
 
 struct FreeObject {
   void operator()(ASN1_OBJECT* object) const { ASN1_OBJECT_free(object); }

@@ -42,8 +42,7 @@ std::optional<std::string> ConvertToUtf8(std::string_view bytes, int type) {
   }
   unsigned char* converted = nullptr;
   const int length = ASN1_STRING_to_UTF8(&converted, source.get());
-  const std::unique_ptr<unsigned char, void (*)(unsigned char*)> owner(
-      converted, [](unsigned char* text) { OPENSSL_free(text); });
+  const BytesPtr owner(converted);
   if (length < 0) {
     RequireMemory();
     return std::nullopt;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 
+#include "platform/linux/code_signing/libcrypto.h"
 #include "platform/linux/code_signing/random_access_file.h"
 
 namespace platform::code_signing {
@@ -37,8 +38,8 @@ TrustStore TrustStore::Load(const std::string& path) {
   long length = 0;
   while (PEM_bytes_read_bio(&bytes, &length, nullptr, PEM_STRING_X509, source.get(), noPassword,
                             nullptr) == 1) {
+    const BytesPtr owner(bytes);
     store.encodedAnchors_.emplace_back(reinterpret_cast<char*>(bytes), length);
-    OPENSSL_free(bytes);
   }
   return store;
 }
@@ -47,8 +48,9 @@ CertificateList TrustStore::Anchors() const {
   CertificateList anchors;
   for (const std::string& encoded : encodedAnchors_) {
     const auto* position = reinterpret_cast<const unsigned char*>(encoded.data());
-    X509* const anchor = d2i_X509(nullptr, &position, static_cast<long>(encoded.size()));
-    if (anchor != nullptr) anchors.emplace_back(anchor, X509_free);
+    CertificatePtr anchor(d2i_X509(nullptr, &position, static_cast<long>(encoded.size())),
+                          X509_free);
+    if (anchor) anchors.push_back(std::move(anchor));
   }
   return anchors;
 }

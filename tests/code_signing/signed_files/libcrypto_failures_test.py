@@ -1,5 +1,5 @@
 """Checks in which libcrypto runs out of memory (see libcrypto_failures.cc, the program that
-KX_LIBCRYPTO_FAILURES names). One in KX_STEP failures is tried, or in 397."""
+KX_LIBCRYPTO_FAILURES names). One in KX_STEP failures is tried, or in 797."""
 
 import concurrent.futures
 import functools
@@ -19,7 +19,7 @@ ALL_HASHES = ("sha1", "sha256", "sha384")
 
 
 def sweep(anchors, path):
-    return subprocess.run([PROGRAM, os.environ.get("KX_STEP", "397"), anchors, path],
+    return subprocess.run([PROGRAM, os.environ.get("KX_STEP", "797"), anchors, path],
                           capture_output=True, text=True)
 
 
