@@ -83,8 +83,8 @@ class InputFile {
   int descriptor_ = -1;
 };
 
-/// Makes sure that a file can be opened for appending without waiting for anybody. While it lives, a
-/// pipe stays open, so that the reader does not see its end; other files are closed at once.
+/// Makes sure that a file can be opened for appending without waiting for anybody. While it lives,
+/// a pipe stays open, so that the reader does not see its end; other files are closed at once.
 class AppendedFile {
  public:
   AppendedFile() = default;

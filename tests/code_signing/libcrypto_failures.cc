@@ -1,9 +1,9 @@
 // kx_libcrypto_failures STEP ANCHORS PATH...: checks the signature of each path again and again
 // with the roots in the PEM file ANCHORS. Each time another allocation of libcrypto's fails, first
 // alone, then with all that follow, and then another one by `operator new`; one in STEP is tried of
-// libcrypto's, and more of the others, which are fewer. Whatever fails, code that is not valid must not become valid, no signer may get another name, nothing may be left
-// allocated, and the next check must find what the first one found. Ends with 0 when all that
-// holds.
+// libcrypto's, and more of the others, which are fewer. Whatever fails, code that is not valid must
+// not become valid, no signer may get another name, nothing may be left allocated, and the next
+// check must find what the first one found. Ends with 0 when all that holds.
 
 #include <algorithm>
 #include <cstdio>
