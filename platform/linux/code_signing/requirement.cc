@@ -8,6 +8,7 @@
 #include <initializer_list>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -37,7 +38,7 @@ const X509* CertificateAt(const Subject& subject, int position) {
   return subject.certificates[static_cast<std::size_t>(index)];
 }
 
-bool HasText(const X509& certificate, int nid, const std::string& text) {
+bool HasText(const X509& certificate, int nid, std::string_view text) {
   return SubjectAttribute(certificate, nid) == text;
 }
 
