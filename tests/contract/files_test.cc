@@ -435,6 +435,36 @@ TEST(IsDeletableContract, AsksForTheRightsOnTheDirectory) {
   EXPECT_FALSE(IsDeletable(tree.Path("locked/file")));
 }
 
+#ifdef __linux__
+// Foundation has rules of its own.
+TEST(IsDeletableContract, AStickyDirectoryAsksForAnOwner) {
+  if (contract::kGnustep) GTEST_SKIP() << "GNUstep asks for the rights alone";
+  if (geteuid() != 0) GTEST_SKIP() << "root only";
+  const TemporaryTree tree;
+  const auto make = [&tree](const std::string& name, uid_t directoryOwner, uid_t fileOwner) {
+    const std::string directory = tree.MakeDirectory(name);
+    const std::string file = tree.MakeFile(name + "/file");
+    contract::SetMode(directory, S_ISVTX | S_IRWXU | S_IRWXG | S_IRWXO);
+    EXPECT_EQ(chown(directory.c_str(), directoryOwner, 0), 0);
+    EXPECT_EQ(chown(file.c_str(), fileOwner, 0), 0);
+    return file;
+  };
+  uid_t own = 0;
+  {
+    const OrdinaryUser user;
+    own = geteuid();
+  }
+  const std::string ownFile = make("own file", 0, own);
+  const std::string ownDirectory = make("own directory", own, 0);
+  const std::string neither = make("neither", 0, 0);
+  EXPECT_TRUE(IsDeletable(neither)) << "as root";
+  const OrdinaryUser user;
+  EXPECT_TRUE(IsDeletable(ownFile));
+  EXPECT_TRUE(IsDeletable(ownDirectory));
+  EXPECT_FALSE(IsDeletable(neither));
+}
+#endif
+
 TEST(IsDeletableContract, NothingIsNotDeletable) {
   const TemporaryTree tree;
   EXPECT_FALSE(IsDeletable(tree.Path("nothing")));
