@@ -75,8 +75,7 @@ int WalkFeatureStatus(const Value& output, std::string& result, Logger* logger) 
     const std::optional<std::string_view> id = sdk::FindText(feature, "id");
     if (!id) continue;
     AppendToList(verdicts, *id);
-    verdicts += '=';
-    verdicts += JudgeFeature(feature, *id, logger) ? '1' : '0';
+    verdicts += JudgeFeature(feature, *id, logger) ? "=1" : "=0";
   }
   result = std::move(verdicts);
   return kSuccess;
