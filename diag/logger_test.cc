@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -124,7 +123,7 @@ TEST_F(LoggerTest, FileThatCannotBeOpened) {
 TEST_F(LoggerTest, FileThatMayNotBeAppendedToIsLeftAlone) {
   const auto run = [this] {
     fake::World& world = fake::World::Current();
-    world.appendError = ENXIO;
+    world.failingCall = world.fallibleCalls + 1;
     Logger::GetLogger(Directory())->Log("lost");
     const std::vector<std::string> expected = {Directory() + "log.txt"};
     std::exit(world.appendedFiles == expected ? 0 : 1);

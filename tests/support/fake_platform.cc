@@ -449,7 +449,7 @@ AppendedFile::~AppendedFile() {
 int AppendedFile::Open(const std::string& path) {
   World& world = World::Current();
   world.appendedFiles.push_back(path);
-  if (world.appendError != 0) return world.appendError;
+  if (world.FailsNow("AppendedFile::Open")) return EIO;
   descriptor_ = 0;
   ++world.openFiles;
   return 0;

@@ -96,7 +96,6 @@ class World {
   std::vector<std::string> timeReads;  ///< paths whose modification time was asked for
   std::optional<std::string> temporaryDirectory = "/tmp/";
   int createError = 0;
-  int appendError = 0;
   std::vector<std::string> appendedFiles;  ///< paths that were opened for appending
 
   // Everything that is only looked up.
