@@ -1,5 +1,6 @@
 """The launcher: what it passes through, what it lays out, and what it leaves behind."""
 
+import fcntl
 import os
 import pathlib
 import pty
@@ -165,6 +166,15 @@ class Sandbox(unittest.TestCase):
         self.assertEqual((status, output), (0, "/usr/sbin/installer -pkg\n/usr/bin/hdiutil x\n1\n"))
         self.assertFalse(pathlib.Path("/usr/bin/hdiutil").exists())
 
+    def test_nothing_runs_after_the_command(self):
+        with endpoints.open_endpoint(BUILD, scenario.load("healthy")) as endpoint:
+            lock = endpoint.path("/tmp/lock")
+            for _ in range(10):
+                endpoint.run(["sh", "-c", "flock /tmp/lock sleep 60 & until test -e /tmp/lock; do :; done"])
+                with lock.open() as file:
+                    fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+                lock.unlink()
+
     def test_nothing_is_left_after_an_interrupt(self):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             with self.subTest(signal=number), tempfile.TemporaryDirectory() as directory:
@@ -300,10 +310,15 @@ class InPlace(unittest.TestCase):
 
     def test_runs_wait_for_each_other(self):
         _, output, errors = self.in_place(
-            "for n in 1 2 3 4; do $RUN -getVersion & done; wait; echo; ls /")
-        self.assertEqual(output.partition("\n")[0], "1.0.0.206" * 4)
+            "$RUN --scenario no-completion -getProductVersion & first=$!; "
+            f"for n in $(seq 600); do sleep 0.05; test -e {installation.CALL_RECORD} && break; done; "
+            "for n in 1 2 3; do $RUN -getVersion & done 2>/tmp/said; "
+            "for n in $(seq 600); do sleep 0.05; "
+            "test $(grep -c waiting /tmp/said) -eq 3 && break; done; "
+            "kill $first; wait; echo; ls /; cat /tmp/said >&2")
+        self.assertEqual(output.partition("\n")[0], "1.0.0.206" * 3)
         self.assertNotIn("Library", output)
-        self.assertIn("waiting for another run to end\n", errors)
+        self.assertEqual(errors.count("waiting for another run to end\n"), 3)
 
     def test_others_than_root_are_told_what_is_missing(self):
         status, output, errors = self.in_place("$RUN -getVersion", user=1000)

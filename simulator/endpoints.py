@@ -13,7 +13,6 @@ import json
 import os
 import pathlib
 import shutil
-import subprocess
 import sys
 import tempfile
 from collections.abc import Callable, Iterator
@@ -150,8 +149,7 @@ def _open_sandbox(build, scenario, logging, programs, volumes):
             file = f"{installation.STAND_INS}/command.json"
             installed.path(file).write_text(json.dumps(script))
             first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file]
-            command = sandbox.command(root, covers, volumes, first)
-            return subprocess.run(command, check=False, **streams).returncode
+            return sandbox.run(sandbox.command(root, covers, volumes, first), **streams)
 
         yield Endpoint(installed, installed.services(scenario["product"]), run)
     finally:

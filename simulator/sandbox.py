@@ -5,10 +5,13 @@ need of the machine are bound into it; the process table is its own.
 """
 
 import hashlib
+import json
 import os
 import pathlib
+import select
 import shutil
 import subprocess
+from typing import Any
 
 from simulator.made_once import make_once
 
@@ -57,6 +60,42 @@ def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[s
     for path, size in volumes.items():
         words += ["--size", str(size), "--tmpfs", path]
     return [*words, "--chdir", "/", "--", *first]
+
+
+def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> int:
+    """Runs what command() gave and returns its exit status; `streams` are subprocess.Popen()'s.
+
+    When this returns or raises, nothing in the sandbox runs any more.
+    """
+    reader, writer = os.pipe()
+    with open(reader, encoding="utf-8") as info:
+        try:
+            process = subprocess.Popen([sandboxed[0], "--info-fd", str(writer), *sandboxed[1:]],
+                                       pass_fds=(writer,), **streams)
+        finally:
+            os.close(writer)
+        first = None
+        with process:
+            try:
+                first = _first_process(info.read())
+                return process.wait(timeout)
+            finally:
+                process.kill()
+                process.wait()
+                if first is not None:
+                    select.select([first], [], [])  # it ends after all others, see pid_namespaces(7)
+                    os.close(first)
+
+
+def _first_process(info: str) -> int | None:
+    """A descriptor of the first process in a sandbox of which bwrap says `info`; None once it ended.
+
+    bwrap itself ends with the command, and leaves the first process behind to end what still runs.
+    """
+    try:
+        return os.pidfd_open(json.loads(info)["child-pid"])
+    except (ValueError, ProcessLookupError):
+        return None
 
 
 def cover_programs(root: pathlib.Path, programs: dict[str, pathlib.Path | None],
