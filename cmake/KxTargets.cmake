@@ -12,7 +12,8 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release")
 endif()
 if(KX_SANITIZE)
   target_compile_options(kx_options INTERFACE
-    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    -fsanitize=${KX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1
+    $<$<CXX_COMPILER_ID:Clang>:-fsanitize-ignorelist=${CMAKE_CURRENT_LIST_DIR}/ignored_sanitizer_findings.txt>)
   target_link_options(kx_options INTERFACE -fsanitize=${KX_SANITIZE})
 endif()
 if(KX_COVERAGE)

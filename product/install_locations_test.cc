@@ -88,7 +88,7 @@ TEST_F(InstallLocationsTest, FirstOfSeveral) {
 }
 
 TEST_F(InstallLocationsTest, OnlyDirectoriesCount) {
-  for (const std::uint32_t type : {S_IFREG, S_IFIFO, S_IFCHR}) {
+  for (const std::uint32_t type : std::initializer_list<std::uint32_t>{S_IFREG, S_IFIFO, S_IFCHR}) {
     AddLayout(1, type | 0777);
     AddLayout(2);
     EXPECT_EQ(Choose(), 2) << type;
@@ -97,7 +97,8 @@ TEST_F(InstallLocationsTest, OnlyDirectoriesCount) {
 
 // The product tests one bit of the mode, which sockets and block devices carry too.
 TEST_F(InstallLocationsTest, TheDirectoryBitDecides) {
-  for (const std::uint32_t type : {S_IFDIR, S_IFSOCK, S_IFBLK}) {
+  for (const std::uint32_t type :
+       std::initializer_list<std::uint32_t>{S_IFDIR, S_IFSOCK, S_IFBLK}) {
     AddLayout(1, type);
     AddLayout(2);
     EXPECT_EQ(Choose(), 1) << type;

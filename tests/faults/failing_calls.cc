@@ -33,6 +33,7 @@ thread_local State state;
 struct Call {
   explicit Call(const char* callName);
 
+  bool isMade;  ///< what begins before the constructors, as sanitizers do, is left alone
   std::string name;
   std::atomic<std::size_t> count = 0;
 };
@@ -42,10 +43,11 @@ std::vector<Call*>& Calls() {
   return calls;
 }
 
-Call::Call(const char* callName) : name(callName) { Calls().push_back(this); }
+Call::Call(const char* callName) : isMade(true), name(callName) { Calls().push_back(this); }
 
 /// Whether this call is the one to meet the fault. It then has its `errno`.
 bool MeetsFault(Call& call) {
+  if (!call.isMade) return false;
   ++call.count;
   if (state.name == nullptr || *state.name != call.name || --state.countdown > 0) return false;
   state.name = nullptr;
