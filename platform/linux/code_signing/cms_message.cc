@@ -274,8 +274,7 @@ CertificateList CmsMessage::Certificates() const {
 std::string CmsMessage::ContentType() const {
   char text[128];
   const int length = OBJ_obj2txt(text, sizeof(text), CMS_get0_eContentType(message_.get()), 1);
-  // A failure's negative number becomes a large one.
-  return static_cast<std::size_t>(length) < sizeof(text) ? text : std::string();
+  return length >= 0 && length < static_cast<int>(sizeof(text)) ? text : std::string();
 }
 
 std::optional<std::string_view> CmsMessage::Content() const {
