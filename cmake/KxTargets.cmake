@@ -79,6 +79,14 @@ endfunction()
 # Code of tests is not optimised and keeps line numbers only: compiling it is most of a clean build.
 add_library(kx_test_code INTERFACE)
 target_compile_options(kx_test_code INTERFACE -O0 -U_FORTIFY_SOURCE $<$<CONFIG:Debug>:-g1>)
+# By what tests that repeat themselves divide their repetitions.
+set(slowdown 1)
+if(KX_SANITIZE STREQUAL "thread")
+  set(slowdown 50)
+elseif(KX_SANITIZE)
+  set(slowdown 10)
+endif()
+target_compile_definitions(kx_test_code INTERFACE KX_SLOWDOWN=${slowdown})
 
 # kx_discover_tests(TARGET [ctest properties...]): makes each case of a GoogleTest program a test.
 include(GoogleTest)

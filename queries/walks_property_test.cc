@@ -446,7 +446,7 @@ class WalksPropertyTest : public fake::QueryTest, public testing::WithParamInter
 INSTANTIATE_TEST_SUITE_P(Seeds, WalksPropertyTest, testing::Range(1, 9));
 
 TEST_P(WalksPropertyTest, AgreeWithASlowObviousImplementation) {
-  constexpr int kOutputs = 500;
+  constexpr int kOutputs = 500 / KX_SLOWDOWN;
   const auto seed = static_cast<std::uint64_t>(GetParam());
   Generator generator(seed);
   for (int number = 0; number < kOutputs && !HasFailure(); ++number) {

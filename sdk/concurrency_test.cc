@@ -29,13 +29,7 @@ int CallCount(int usual) {
   if (const char* const count = std::getenv("KX_TEST_CALLS"); count != nullptr) {
     return std::atoi(count);
   }
-#if defined(__SANITIZE_THREAD__)
-  return usual / 50;
-#elif defined(__SANITIZE_ADDRESS__)
-  return usual / 10;
-#else
-  return usual;
-#endif
+  return usual / KX_SLOWDOWN;
 }
 
 /// The product's side of the calls: a thread that acts once for each run.

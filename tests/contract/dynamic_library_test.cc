@@ -113,7 +113,7 @@ TEST(DynamicLibraryContract, OnlyLazyBindingTakesALibraryWithAMissingReference) 
   const TemporaryTree tree;
   const std::string path = CopyOfLibrary(tree, KX_CONTRACT_INCOMPLETE_LIBRARY);
   EXPECT_FALSE(DynamicLibrary::Open(path, Binding::kNow).IsOpen());
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(__SANITIZE_THREAD__)
   const contract::Environment bindNow("LD_BIND_NOW", nullptr);
   EXPECT_TRUE(DynamicLibrary::Open(path, Binding::kLazyGlobal).IsOpen());
 #endif

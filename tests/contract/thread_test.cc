@@ -55,7 +55,7 @@ TEST(ThreadContract, JoinWaitsUntilTheRoutineHasEnded) {
 
 // Only here do the default attributes depend on a limit that a test can set: a default stack
 // larger than the address space.
-#if defined(__linux__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__linux__) && !defined(__SANITIZE_THREAD__)
 TEST(ThreadContract, GivesTheSystemsNumberWhenResourcesLack) {
   const int status = contract::RunRole("start-thread", {}, [] {
     rlimit limit;
