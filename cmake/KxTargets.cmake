@@ -64,16 +64,23 @@ endfunction()
 # All rooms of the product, for whoever links the whole of it.
 set(KX_ROOMS kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 
-# kx_unit_tests(NAME SOURCE...): the test program kx_NAME_tests over the whole product, with the
-# fakes of tests/support/ in place of platform/. Every test case is a test of ctest.
+# kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests over the whole product,
+# with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those of
+# the pattern run first, and beside no other, since they need all processors for their threads.
 function(kx_unit_tests name)
   if(NOT KX_TESTS)
     return()
   endif()
-  add_executable(kx_${name}_tests ${ARGN})
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" ALONE "")
+  add_executable(kx_${name}_tests ${arg_UNPARSED_ARGUMENTS})
   target_link_libraries(kx_${name}_tests PRIVATE kx_options ${KX_ROOMS} kx_test_support
     GTest::gmock GTest::gtest_main)
-  kx_discover_tests(kx_${name}_tests)
+  if(arg_ALONE)
+    kx_discover_tests(kx_${name}_tests RUN_SERIAL ON COST 2000 TEST_FILTER ${arg_ALONE})
+    kx_discover_tests(kx_${name}_tests TEST_FILTER -${arg_ALONE})
+  else()
+    kx_discover_tests(kx_${name}_tests)
+  endif()
 endfunction()
 
 # Code of tests is not optimised and keeps line numbers only: compiling it is most of a clean build.
@@ -88,7 +95,8 @@ elseif(KX_SANITIZE)
 endif()
 target_compile_definitions(kx_test_code INTERFACE KX_SLOWDOWN=${slowdown})
 
-# kx_discover_tests(TARGET [ctest properties...]): makes each case of a GoogleTest program a test.
+# kx_discover_tests(TARGET [ctest properties...] [TEST_FILTER PATTERN]): makes each case of a GoogleTest
+# program, or those of the pattern, a test.
 include(GoogleTest)
 function(kx_discover_tests target)
   target_link_libraries(${target} PRIVATE kx_test_code)
