@@ -9,10 +9,11 @@ kernel refuses namespaces and the user is root, it is made in place, see in_plac
 """
 
 import contextlib
-import json
+import marshal
 import os
 import pathlib
 import shutil
+import subprocess
 import sys
 import tempfile
 from collections.abc import Callable, Iterator
@@ -26,6 +27,8 @@ Json = Any
 # What the commands on the endpoint get of the caller's environment.
 _KEPT_VARIABLES = ("LANG", "LC_ALL", "TERM", "TZ")
 _SANITIZER_OPTIONS = "SAN_OPTIONS"
+# What all endpoints of a test run take at the same time, in octets.
+_SPACE = 4 << 30
 _PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
@@ -133,9 +136,17 @@ def _lay_out(root, build, scenario, logging):
     return installed
 
 
+def _place() -> str | None:
+    """Where endpoints are made: in memory if nothing else is said, since disks take long to forget."""
+    memory = "/dev/shm"
+    if "TMPDIR" in os.environ or not os.access(memory, os.W_OK):
+        return None
+    return memory if shutil.disk_usage(memory).free > _SPACE else None
+
+
 @contextlib.contextmanager
 def _open_sandbox(build, scenario, logging, programs, volumes):
-    root = pathlib.Path(tempfile.mkdtemp(prefix="kx-endpoint-"))
+    root = pathlib.Path(tempfile.mkdtemp(prefix="kx-endpoint-", dir=_place()))
     try:
         root.chmod(0o755)
         installed = _lay_out(root, build, scenario, logging)
@@ -146,14 +157,22 @@ def _open_sandbox(build, scenario, logging, programs, volumes):
         covers = sandbox.cover_programs(root, programs, build / "simulator" / "programs")
 
         def run(script: Json, **streams: Any) -> int:
-            file = f"{installation.STAND_INS}/command.json"
-            installed.path(file).write_text(json.dumps(script))
+            file = f"{installation.STAND_INS}/command"
+            installed.path(file).write_bytes(marshal.dumps(script, 4))
             first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file]
             return sandbox.run(sandbox.command(root, covers, volumes, first), **streams)
 
         yield Endpoint(installed, installed.services(scenario["product"]), run)
     finally:
         sandbox.remove_tree(root)
+
+
+def _run_in_place(script: Json, **streams: Any) -> int:
+    def call(command, directory, environment):
+        return subprocess.run(command, cwd=directory, env=environment, check=False,
+                              **streams).returncode
+
+    return inside.run(**script, call=call)
 
 
 @contextlib.contextmanager
@@ -164,7 +183,6 @@ def _open_in_place(build, scenario, logging, programs):
             if program is not None:
                 shutil.copy(program, path)
         try:
-            yield Endpoint(installed, installed.services(scenario["product"]),
-                           lambda script, **streams: inside.run(**script, **streams))
+            yield Endpoint(installed, installed.services(scenario["product"]), _run_in_place)
         finally:
             in_place.end_programs(installation.SERVICES)

@@ -4,6 +4,7 @@ The root is an empty file system in memory. The tree's own folders and, read-onl
 need of the machine are bound into it; the process table is its own.
 """
 
+import functools
 import hashlib
 import json
 import os
@@ -28,6 +29,7 @@ _ETC = ("alternatives", "group", "hosts", "ld.so.cache", "ld.so.conf", "ld.so.co
 _USR_LINKS = ("/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32")
 
 
+@functools.cache
 def refusal() -> str | None:
     """Why no sandbox can be made on this machine; None when one can."""
     if shutil.which("bwrap") is None:
