@@ -137,7 +137,7 @@ def _lay_out(root, build, scenario, logging):
 
 
 def _place() -> str | None:
-    """Where endpoints are made: in memory if nothing else is said, since disks take long to forget."""
+    """Where endpoints are made: in memory if nothing else is said, as disks are slow to forget."""
     memory = "/dev/shm"
     if "TMPDIR" in os.environ or not os.access(memory, os.W_OK):
         return None

@@ -11,17 +11,18 @@ import os
 import sys
 from _signal import SIGKILL, SIGPIPE, SIGXFSZ
 
-_STREAMS_TO_NOTHING = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0) for number in range(3)]
+_STREAMS_TO_NOTHING = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0)
+                       for number in range(3)]
 # What Python ignores and other programs do not.
 _IGNORED_SIGNALS = (SIGPIPE, SIGXFSZ)
 
 
 def run(command: list[str], services: list[dict], directory: str, environment: dict[str, str],
         call) -> int:
-    """Runs `command` in `directory`, by call(command, directory, environment), while `services` run.
+    """Runs `command` in `directory` while `services` run, by call(command, directory, environment).
 
-    `call` returns an exit status, or the negative number of the signal that ended the command. Returns
-    the former; 128 and the signal's number for the latter, as shells do.
+    `call` returns an exit status, or the negative number of the signal that ended the command.
+    Returns the former; 128 and the signal's number for the latter, as shells do.
     """
     running: list[int] = []
     try:

@@ -85,12 +85,12 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
                 process.kill()
                 process.wait()
                 if first is not None:
-                    select.select([first], [], [])  # it ends after all others, see pid_namespaces(7)
+                    select.select([first], [], [])  # it ends last, see pid_namespaces(7)
                     os.close(first)
 
 
 def _first_process(info: str) -> int | None:
-    """A descriptor of the first process in a sandbox of which bwrap says `info`; None once it ended.
+    """A descriptor of the first process of the sandbox that `info` is about; None once it ended.
 
     bwrap itself ends with the command, and leaves the first process behind to end what still runs.
     """
