@@ -42,6 +42,8 @@ _IN_PLACE = {
 }
 _BEGIN = {"[up to five tries:]", "[with a time limit:]", "[if they run:]", "[if the services run:]"}
 _END = {"[end of the tries]": "+", "[in both cases:]": "?"}
+# The remark of lines that come in any order.
+_UNORDERED = "[as the image lists them]"
 
 
 def section_of(heading: str) -> str:
@@ -90,10 +92,13 @@ def pattern_of_line(line: str) -> str:
 
 
 def pattern_of(lines: list[str]) -> str:
+    parts = [re.split(r" {4,}(?=\[)", line) for line in lines]
+    unordered = "|".join(pattern_of_line(line) for line, *remark in parts if remark == [_UNORDERED])
     pattern = ""
-    for line in lines:
-        line, *remark = re.split(r" {4,}(?=\[)", line)
-        if line in _BEGIN:
+    for line, *remark in parts:
+        if remark == [_UNORDERED]:
+            pattern += f"(?:{unordered})"
+        elif line in _BEGIN:
             pattern += "(?:"
         elif line in _END:
             pattern += f"){_END[line]}"
