@@ -90,13 +90,14 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
 
 
 def _first_process(info: str) -> int | None:
-    """A descriptor of the first process of the sandbox that `info` is about; None once it ended.
+    """A descriptor of the first process of the sandbox that `info` is about; None once it ended, or
+    where the kernel has no such descriptors.
 
     bwrap itself ends with the command, and leaves the first process behind to end what still runs.
     """
     try:
         return os.pidfd_open(json.loads(info)["child-pid"])
-    except (ValueError, ProcessLookupError):
+    except (ValueError, OSError):
         return None
 
 
