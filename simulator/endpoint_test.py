@@ -36,6 +36,11 @@ def wait_until(condition):
         time.sleep(0.01)
 
 
+def shell_wait(condition):
+    """Shell commands that wait until the command `condition` succeeds."""
+    return f"for _ in $(seq 600); do sleep 0.05; {condition} && break; done; "
+
+
 class CommandLine(unittest.TestCase):
     """What is passed through, and what the launcher says itself."""
 
@@ -290,8 +295,7 @@ class InPlace(unittest.TestCase):
                  "os.execvp(sys.argv[1], sys.argv[1:])")
         return self.in_place(
             f"/usr/bin/python3 -c '{start}' $RUN --scenario no-completion -getProductVersion & "
-            "for n in $(seq 600); do sleep 0.05; test -e "
-            f"{installation.CALL_RECORD} && break; done; "
+            + shell_wait(f"test -e {installation.CALL_RECORD}") +
             f"kill -{int(number)} $!; wait $!; echo \" $?\"; {then}")[1]
 
     def test_nothing_is_left_after_an_interrupt(self):
@@ -311,10 +315,9 @@ class InPlace(unittest.TestCase):
     def test_runs_wait_for_each_other(self):
         _, output, errors = self.in_place(
             "$RUN --scenario no-completion -getProductVersion & first=$!; "
-            f"for n in $(seq 600); do sleep 0.05; test -e {installation.CALL_RECORD} && break; done; "
+            + shell_wait(f"test -e {installation.CALL_RECORD}") +
             "for n in 1 2 3; do $RUN -getVersion & done 2>/tmp/said; "
-            "for n in $(seq 600); do sleep 0.05; "
-            "test $(grep -c waiting /tmp/said) -eq 3 && break; done; "
+            + shell_wait("test $(grep -c waiting /tmp/said) -eq 3") +
             "kill $first; wait; echo; ls /; cat /tmp/said >&2")
         self.assertEqual(output.partition("\n")[0], "1.0.0.206" * 3)
         self.assertNotIn("Library", output)

@@ -1,6 +1,7 @@
 """The transcripts of the contract are what the tool logs, line by line and in this order, when all
 goes well."""
 
+import itertools
 import re
 
 from tests.documents import option_table
@@ -42,7 +43,7 @@ _IN_PLACE = {
 }
 _BEGIN = {"[up to five tries:]", "[with a time limit:]", "[if they run:]", "[if the services run:]"}
 _END = {"[end of the tries]": "+", "[in both cases:]": "?"}
-# The remark of lines that come in any order.
+# The remark of lines that come in any order; they stand together.
 _UNORDERED = "[as the image lists them]"
 
 
@@ -93,11 +94,13 @@ def pattern_of_line(line: str) -> str:
 
 def pattern_of(lines: list[str]) -> str:
     parts = [re.split(r" {4,}(?=\[)", line) for line in lines]
-    unordered = "|".join(pattern_of_line(line) for line, *remark in parts if remark == [_UNORDERED])
+    unordered = [pattern_of_line(line) for line, *remark in parts if remark == [_UNORDERED]]
+    orders = "|".join(map("".join, itertools.permutations(unordered)))
     pattern = ""
     for line, *remark in parts:
         if remark == [_UNORDERED]:
-            pattern += f"(?:{unordered})"
+            pattern += f"(?:{orders})"
+            orders = ""
         elif line in _BEGIN:
             pattern += "(?:"
         elif line in _END:
