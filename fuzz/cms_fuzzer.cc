@@ -46,15 +46,15 @@ class DirectoryOnly : public DiskRepresentation {
   RandomAccessFile file_;
 };
 
-void VisitCertificates(const CertificateList& certificates, const TrustStore& trust) {
+void VisitCertificates(const CertificateList& certificates, CheckContext& context) {
   constexpr std::size_t kMost = 8;  // building chains is bounded, but not cheap
   for (std::size_t i = 0; i < certificates.size() && i < kMost; ++i) {
     static_cast<void>(CommonName(*certificates[i]));
     static_cast<void>(OrganizationalUnit(*certificates[i]));
-    const CertificateChain chain = BuildChain(certificates[i], certificates, trust);
+    const CertificateChain chain = BuildChain(certificates[i], certificates, context);
     static_cast<void>(IsAppleDeveloperChain(chain));
     static_cast<void>(JudgeChain(chain, ChainPurpose::kCodeSigning, std::time(nullptr),
-                                 DateRule::kEnforce, trust));
+                                 DateRule::kEnforce, context.trust));
   }
 }
 
@@ -72,12 +72,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const OsStatus status = CodeDirectorySet::Load(code, 0, directories);
   CmsMessage message;
   const bool parsed = CmsMessage::Parse(bytes, message) == CmsMessage::ParseResult::kComplete;
-  const TrustStore trust(parsed ? message.Certificates() : CertificateList());
+  CheckContext context = {TrustStore(parsed ? message.Certificates() : CertificateList())};
   CertificateChain chain;
-  static_cast<void>(CheckSignature(bytes, status, directories, trust, chain));
-  static_cast<void>(VerifyTimestampToken(bytes, "signature", trust));
+  try {
+    static_cast<void>(CheckSignature(bytes, status, directories, context, chain));
+    static_cast<void>(VerifyTimestampToken(bytes, "signature", context));
+    if (parsed) VisitCertificates(message.Certificates(), context);
+  } catch (const BudgetExceeded&) {
+    return 0;
+  }
   if (!parsed) return 0;
-  VisitCertificates(message.Certificates(), trust);
   for (const CmsSigner& signer : message.Signers()) {
     static_cast<void>(signer.SigningTime());
     if (status == kErrSecSuccess) static_cast<void>(CheckHashAgility(signer, directories));

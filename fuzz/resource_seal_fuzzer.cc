@@ -20,19 +20,20 @@ namespace code_signing = platform::code_signing;
 class Bundle : public code_signing::DiskRepresentation {
  public:
   Bundle() {
-    if (mkdtemp(root_.data()) == nullptr) std::abort();
-    Make(mkdir((root_ + "/MacOS").c_str(), 0700));
-    Make(mkdir((root_ + "/Resources").c_str(), 0700));
+    if (mkdtemp(path_.data()) == nullptr) std::abort();
+    Make(mkdir((path_ + "/MacOS").c_str(), 0700));
+    Make(mkdir((path_ + "/Resources").c_str(), 0700));
     Write("/MacOS/tool");
     Write("/MacOS/lib.dylib");
     Write("/Resources/a.txt");
-    Make(symlink("a.txt", (root_ + "/Resources/link").c_str()));
+    Make(symlink("a.txt", (path_ + "/Resources/link").c_str()));
+    Make(root_.Open(path_));
   }
 
   ~Bundle() override {
     for (const char* const path : {"/MacOS/tool", "/MacOS/lib.dylib", "/MacOS", "/Resources/a.txt",
                                    "/Resources/link", "/Resources", ""}) {
-      std::remove((root_ + path).c_str());
+      std::remove((path_ + path).c_str());
     }
   }
 
@@ -47,8 +48,9 @@ class Bundle : public code_signing::DiskRepresentation {
     offset = 0;
     return code_signing::kErrSecSuccess;
   }
-  std::string MainExecutablePath() const override { return root_ + "/MacOS/tool"; }
-  std::optional<std::string> ResourceRoot() const override { return root_; }
+  std::string MainExecutablePath() const override { return path_ + "/MacOS/tool"; }
+  std::optional<std::string> ResourceRoot() const override { return path_; }
+  const code_signing::BundleRoot* Root() const override { return &root_; }
 
  private:
   static void Make(int result) {
@@ -56,13 +58,14 @@ class Bundle : public code_signing::DiskRepresentation {
   }
 
   void Write(const char* path) const {
-    std::FILE* const file = std::fopen((root_ + path).c_str(), "w");
+    std::FILE* const file = std::fopen((path_ + path).c_str(), "w");
     if (file == nullptr) std::abort();
     std::fputs("contents", file);
     std::fclose(file);
   }
 
-  std::string root_ = "/tmp/resource_seal_fuzzer.XXXXXX";
+  std::string path_ = "/tmp/resource_seal_fuzzer.XXXXXX";
+  code_signing::BundleRoot root_;
   code_signing::RandomAccessFile code_;
 };
 
@@ -77,6 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       [](const std::string&, const code_signing::Requirement& requirement) {
         return requirement({}) ? code_signing::kErrSecSuccess : code_signing::kErrSecCSReqFailed;
       }};
-  static_cast<void>(code_signing::CheckResources(seal));
+  code_signing::WorkBudget budget;
+  static_cast<void>(code_signing::CheckResources(seal, budget));
   return 0;
 }

@@ -109,10 +109,20 @@ TEST_F(ChainPolicyTest, IssuersMustBeAuthorities) {
   EXPECT_EQ(Judge(), kErrSecSuccess);
 }
 
-TEST_F(ChainPolicyTest, OldVersionsNeedNoExtensionForIt) {
+TEST_F(ChainPolicyTest, OnlyAnchorsMayBeOfOldVersions) {
   root_.version = X509_VERSION_1;
   root_.extensions.clear();
   EXPECT_EQ(Judge(), kErrSecSuccess);
+  root_ = intermediate_;
+  root_.name = root_.issuerName = "Root";
+  root_.key = root_.issuerKey;
+  for (const long version : {X509_VERSION_1, X509_VERSION_2}) {
+    intermediate_.version = version;
+    intermediate_.extensions.clear();
+    EXPECT_EQ(Judge(), kTpNoBasicConstraints);
+    intermediate_.extensions = root_.extensions;
+    EXPECT_EQ(Judge(), kTpNoBasicConstraints);
+  }
 }
 
 TEST_F(ChainPolicyTest, PathLengthCountsIntermediates) {

@@ -34,10 +34,10 @@ struct Verdict {
 };
 
 Verdict Check(const char* anchors, const char* path) {
-  const auto trust = std::make_shared<const TrustStore>(TrustStore::Load(anchors));
+  auto context = std::make_shared<CheckContext>(CheckContext{TrustStore::Load(anchors)});
   std::unique_ptr<SignedCode> code;
   Verdict verdict;
-  verdict.status = SignedCode::Open(path, trust, code);
+  verdict.status = SignedCode::Open(path, std::move(context), code);
   if (verdict.status == kErrSecSuccess) verdict.status = code->CheckValidity();
   if (verdict.status != kErrSecSuccess) return verdict;
   const SigningInformation information = code->CopySigningInformation();

@@ -32,13 +32,14 @@ class PageCheckTest : public testing::Test {
     ASSERT_EQ(CodeDirectorySet::Load(plain, 0, directories_), kErrSecSuccess);
   }
 
-  OsStatus Check(std::uint64_t start = 0) const {
-    return PageCheck(file_, start, directories_).Finish();
+  OsStatus Check(std::uint64_t start = 0) {
+    return PageCheck(file_, start, directories_, budget_).Finish();
   }
 
   TestDirectory directory_;
   RandomAccessFile file_;
   CodeDirectorySet directories_;
+  WorkBudget budget_;
 };
 
 TEST_F(PageCheckTest, HashesWithAllKnownTypes) {
@@ -48,14 +49,14 @@ TEST_F(PageCheckTest, HashesWithAllKnownTypes) {
 
 TEST_F(PageCheckTest, CanBeginBeforeItIsAskedFor) {
   Sign(std::string(1000000, 'x'), {HashType::kSha256});
-  PageCheck check(file_, 0, directories_);
+  PageCheck check(file_, 0, directories_, budget_);
   check.Begin();
   EXPECT_EQ(check.Finish(), kErrSecSuccess);
 }
 
 TEST_F(PageCheckTest, CanBeLeftUnfinished) {
   Sign(std::string(10000000, 'x'), {HashType::kSha256});
-  PageCheck(file_, 0, directories_).Begin();
+  PageCheck(file_, 0, directories_, budget_).Begin();
   EXPECT_EQ(Check(), kErrSecSuccess);
 }
 

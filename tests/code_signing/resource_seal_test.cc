@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/files.h"
 #include "tests/code_signing/test_directory.h"
 
 namespace platform::code_signing {
@@ -21,7 +22,9 @@ namespace {
 class Places : public DiskRepresentation {
  public:
   Places(std::optional<std::string> root, std::string executable)
-      : root_(std::move(root)), executable_(std::move(executable)) {}
+      : root_(std::move(root)), executable_(std::move(executable)) {
+    if (root_) static_cast<void>(bundle_.Open(ParentPath(*root_)));
+  }
 
   std::size_t SliceCount() const override { return 1; }
   OsStatus ReadComponent(std::size_t, Slot, std::optional<std::string>& bytes) const override {
@@ -35,8 +38,10 @@ class Places : public DiskRepresentation {
   }
   std::string MainExecutablePath() const override { return executable_; }
   std::optional<std::string> ResourceRoot() const override { return root_; }
+  const BundleRoot* Root() const override { return &bundle_; }
 
  private:
+  BundleRoot bundle_;
   const std::optional<std::string> root_;
   const std::string executable_;
   const RandomAccessFile code_;
@@ -93,7 +98,8 @@ class ResourceSealTest : public testing::Test {
         {places, codeResources, hashTypes_, [this](const auto& path, const auto&) {
            nested_.push_back(path);
            return nestedStatus_;
-         }});
+         }},
+        budget_);
   }
 
   static std::string List(const std::string& members) {
@@ -118,6 +124,7 @@ class ResourceSealTest : public testing::Test {
 
   const TestDirectory directory_;
   std::vector<HashType> hashTypes_ = {HashType::kSha256};
+  WorkBudget budget_;
   std::vector<std::string> nested_;
   OsStatus nestedStatus_ = kErrSecSuccess;
 };
@@ -254,6 +261,49 @@ TEST_F(ResourceSealTest, AnswersForUnreadableFiles) {
   if (geteuid() == 0) setfsuid(0);
 }
 
+TEST_F(ResourceSealTest, WhatCannotBeExaminedIsAnError) {
+  ASSERT_EQ(chmod(directory_.Path().c_str(), 0755), 0);
+  directory_.MakeDirectory("Contents/Resources/closed");
+  ASSERT_EQ(chmod(directory_.Path("Contents/Resources/closed").c_str(), 0), 0);
+  constexpr uid_t kNobody = 65534;
+  if (geteuid() == 0) setfsuid(kNobody);
+  EXPECT_EQ(CheckUsual(), 100013);
+  if (geteuid() == 0) setfsuid(0);
+  ASSERT_EQ(chmod(directory_.Path("Contents/Resources/closed").c_str(), 0700), 0);
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, PathsMustNotBeLongerThanAMacAllows) {
+  const std::string name(200, 'n');
+  std::string path = "Contents/Resources";
+  for (int i = 0; i < 4; ++i) path += "/" + name;
+  directory_.MakeDirectory(path);
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+  directory_.MakeDirectory(path + "/" + name + "/" + name);
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, SealedLinksStayInTheBundle) {
+  directory_.Write("outside", "x");
+  directory_.MakeLink("Contents/Resources/here", ".");
+  const auto status = [&](const std::string& target) {
+    directory_.Remove("Contents/Resources/link");
+    directory_.MakeLink("Contents/Resources/link", target);
+    return Check(List2(FileEntry() + LinkEntry(target) +
+                       Member("Resources/here", Dictionary(Member("symlink", Text("."))))));
+  };
+  for (const std::string& target :
+       {std::string("a.txt"), std::string("../MacOS/tool"), std::string("here/a.txt"),
+        std::string("nowhere"), std::string("../nowhere"), directory_.Path("Contents/MacOS")}) {
+    EXPECT_EQ(status(target), kErrSecSuccess) << target;
+  }
+  for (const std::string& target :
+       {std::string("/etc/passwd"), std::string("/nowhere"), std::string("../../../.."),
+        std::string("../../nowhere"), std::string("here/../../../..")}) {
+    EXPECT_EQ(status(target), kErrSecCSBadResource) << target;
+  }
+}
+
 TEST_F(ResourceSealTest, ChecksNestedCodeWithoutEnteringIt) {
   directory_.Write("Contents/Frameworks/B.framework/file", "x");
   directory_.Write("Contents/Frameworks/c.dylib", "x");
@@ -365,14 +415,14 @@ TEST_F(ResourceSealTest, BundlesNeedASeal) {
   const Places bundle(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
   const Places file(std::nullopt, directory_.Path("Contents/MacOS/tool"));
   const auto never = [](const auto&, const auto&) { return kErrSecCSInternalError; };
-  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}), kErrSecCSResourcesNotFound);
-  EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}), kErrSecSuccess);
-  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}, budget_), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}, budget_), kErrSecSuccess);
+  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}, budget_), kErrSecCSResourcesNotFound);
 }
 
 TEST_F(ResourceSealTest, AnswersForARootThatIsGone) {
   const Places gone(directory_.Path("gone"), directory_.Path("gone/tool"));
-  EXPECT_EQ(CheckResources({gone, List2(""), hashTypes_, nullptr}), 100002);
+  EXPECT_EQ(CheckResources({gone, List2(""), hashTypes_, nullptr}, budget_), 100002);
 }
 
 }  // namespace

@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
 
+#include "platform/bundle.h"
 #include "platform/linux/code_signing/signed_code.h"
 #include "tests/code_signing/test_directory.h"
 #include "tests/code_signing/test_signature.h"
@@ -33,14 +35,13 @@ std::string NestedEntry(const std::string& requirement) {
 
 OsStatus StatusOf(const std::string& path) {
   std::unique_ptr<SignedCode> code;
-  const auto trust = std::make_shared<const TrustStore>();
-  const OsStatus status = SignedCode::Open(path, trust, code);
+  const OsStatus status = SignedCode::Open(path, std::make_shared<CheckContext>(), code);
   return status == kErrSecSuccess ? code->CheckValidity() : status;
 }
 
 OsStatus StatusOfOpening(const std::string& path) {
   std::unique_ptr<SignedCode> code;
-  return SignedCode::Open(path, std::make_shared<const TrustStore>(), code);
+  return SignedCode::Open(path, std::make_shared<CheckContext>(), code);
 }
 
 class SignedBundleTest : public testing::Test {
@@ -84,7 +85,7 @@ TEST_F(SignedBundleTest, NamesNobodyWhenSignedAdHoc) {
   Sign();
   std::unique_ptr<SignedCode> code;
   ASSERT_EQ(
-      SignedCode::Open(directory_.Path("Agent.app"), std::make_shared<const TrustStore>(), code),
+      SignedCode::Open(directory_.Path("Agent.app"), std::make_shared<CheckContext>(), code),
       kErrSecSuccess);
   const SigningInformation information = code->CopySigningInformation();
   EXPECT_FALSE(information.certificates);
@@ -173,26 +174,123 @@ TEST_F(SignedBundleTest, ChecksNestedCodeAgainstItsSealedRequirement) {
   EXPECT_EQ(Status(), kErrSecCSUnsigned);
 }
 
-TEST_F(SignedBundleTest, DoesNotCheckPagesOfNestedCode) {
+TEST_F(SignedBundleTest, ChecksPagesOfNestedCode) {
   std::string helper = MakeSignedMachO({}, "helper");
   Sign(Seal(NestedEntry("identifier helper"), "<key>^MacOS/</key><true/>"));
+  Write("MacOS/helper.dylib", helper);
+  EXPECT_EQ(Status(), kErrSecSuccess);
   helper[60] = 'x';
   Write("MacOS/helper.dylib", helper);
-  EXPECT_EQ(StatusOf(directory_.Path("Agent.app/Contents/MacOS/helper.dylib")),
-            kErrSecCSSignatureFailed);
-  EXPECT_EQ(Status(), kErrSecSuccess);
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
 }
 
-TEST_F(SignedBundleTest, DoesNotCheckResourcesOfNestedBundles) {
-  const std::string inner = "MacOS/helper.dylib/Contents/";
-  Write(inner + "Info.plist",
-        "<plist><dict><key>CFBundleExecutable</key><string>inner</string></dict></plist>");
-  Write(inner + "MacOS/inner", MakeSignedMachO({}, "helper"));
-  Sign(Seal(NestedEntry("identifier helper"),
-            "<key>^MacOS/</key><dict><key>nested</key><true/></dict>"));
-  EXPECT_EQ(StatusOf(directory_.Path("Agent.app/Contents/MacOS/helper.dylib")),
-            kErrSecCSResourcesNotFound);
+/// A bundle that is nested in Agent.app, with a resource of its own.
+class NestedBundleTest : public SignedBundleTest {
+ protected:
+  NestedBundleTest() {
+    MakeBundle("MacOS/helper.dylib/Contents");
+    Write("MacOS/helper.dylib/Contents/Info.plist", kHelperInformation);
+    Sign(Seal(NestedEntry("identifier helper"),
+              "<key>^MacOS/</key><dict><key>nested</key><true/></dict>"));
+  }
+
+  /// Makes the parts of a bundle's resource root but for the Info.plist.
+  void MakeBundle(const std::string& root) const {
+    const std::string seal = Seal("<key>data</key><data>" + kSealedData + "</data>",
+                                  "<key>^data</key><true/><key>^added</key><true/>");
+    Write(root + "/MacOS/helper", MakeSignedMachO({{kSlotInfoPlist, kHelperInformation},
+                                                   {kSlotResourceDirectory, seal}},
+                                                  "helper"));
+    Write(root + "/data", "data");
+    Write(root + "/_CodeSignature/CodeResources", seal);
+  }
+
+  static constexpr char kHelperInformation[] =
+      "<plist><dict><key>CFBundleExecutable</key><string>helper</string></dict></plist>";
+  const std::string kSealedData = "Om6weQ85rIfJTzhWst0sXREOaBFgImGpqSPTuyOtyLc=";  // SHA-256
+};
+
+TEST_F(NestedBundleTest, IsCheckedWithItsResources) {
   EXPECT_EQ(Status(), kErrSecSuccess);
+  Write("MacOS/helper.dylib/Contents/data", "other");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+  Write("MacOS/helper.dylib/Contents/data", "data");
+  Write("MacOS/helper.dylib/Contents/added", "x");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+}
+
+TEST_F(NestedBundleTest, HoldsNothingUnsealed) {
+  Write("MacOS/helper.dylib/beside", "x");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+  directory_.Remove("Agent.app/Contents/MacOS/helper.dylib/beside");
+  directory_.MakeLink("Agent.app/Contents/MacOS/helper.dylib/link", "Contents/data");
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  directory_.MakeLink("Agent.app/Contents/MacOS/helper.dylib/out", "../Agent");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+}
+
+TEST_F(NestedBundleTest, IsNoLinkToElsewhere) {
+  const std::string helper = "Agent.app/Contents/MacOS/helper.dylib";
+  std::filesystem::rename(directory_.Path(helper), directory_.Path("elsewhere"));
+  directory_.MakeLink(helper, directory_.Path("elsewhere"));
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+}
+
+TEST_F(NestedBundleTest, NestingHasALimit) {
+  // Each Contents/MacOS/helper.dylib is a bundle like the one around it.
+  const auto status = [&](int depth) {
+    std::string root = "MacOS/helper.dylib/Contents";
+    const std::string rules = "<key>^MacOS/</key><dict><key>nested</key><true/></dict>";
+    for (int i = 0; i < depth; ++i) {
+      const bool isLast = i + 1 == depth;
+      const std::string seal = isLast ? Seal("", "") : Seal(NestedEntry("identifier helper"), rules);
+      Write(root + "/Info.plist", kHelperInformation);
+      Write(root + "/MacOS/helper", MakeSignedMachO({{kSlotInfoPlist, kHelperInformation},
+                                                     {kSlotResourceDirectory, seal}},
+                                                    "helper"));
+      Write(root + "/_CodeSignature/CodeResources", seal);
+      root += "/MacOS/helper.dylib/Contents";
+    }
+    return Status();
+  };
+  EXPECT_EQ(status(8), kErrSecSuccess);
+  EXPECT_EQ(status(9), kErrSecCSBadNestedCode);
+}
+
+TEST_F(NestedBundleTest, AllVersionsAreChecked) {
+  const std::string helper = "MacOS/helper.dylib";
+  directory_.Remove("Agent.app/Contents/" + helper);
+  for (const char* const version : {"/Versions/A", "/Versions/B"}) {
+    MakeBundle(helper + version);
+    Write(helper + version + "/Resources/Info.plist", kHelperInformation);
+    // In this layout the executable lies beside the resources.
+    std::filesystem::rename(directory_.Path("Agent.app/Contents/" + helper + version + "/MacOS/helper"),
+                            directory_.Path("Agent.app/Contents/" + helper + version + "/helper"));
+  }
+  const std::string link = "Agent.app/Contents/" + helper;
+  directory_.MakeLink(link + "/Versions/Current", "A");
+  directory_.MakeLink(link + "/helper", "Versions/Current/helper");
+  directory_.MakeLink(link + "/Resources", "Versions/Current/Resources");
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  Write(helper + "/Versions/B/data", "other");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+  Write(helper + "/Versions/B/data", "data");
+  Write(helper + "/Versions/file", "x");
+  EXPECT_EQ(Status(), kErrSecCSBadResource);
+}
+
+TEST_F(SignedBundleTest, AFileThatStandsForABundleIsNoNestedCode) {
+  const std::string seal = Seal("", "");
+  Write("MacOS/Info.plist", "");  // no bundle: the list is empty
+  Write("MacOS/inner/Info.plist",
+        "<plist><dict><key>CFBundleExecutable</key><string>code</string></dict></plist>");
+  Write("MacOS/inner/code", MakeSignedMachO({{kSlotResourceDirectory, seal}}, "helper"));
+  Write("MacOS/inner/_CodeSignature/CodeResources", seal);
+  Sign(Seal("<key>MacOS/inner/code</key><dict><key>requirement</key><string>identifier helper"
+            "</string></dict>",
+            "<key>^MacOS/inner/code</key><true/>"));
+  EXPECT_EQ(StatusOf(directory_.Path("Agent.app/Contents/MacOS/inner/code")), kErrSecSuccess);
+  EXPECT_EQ(Status(), kErrSecCSBadNestedCode);
 }
 
 TEST_F(SignedBundleTest, TakesComponentsOfMachOExecutablesFromThemAlone) {
@@ -253,6 +351,64 @@ TEST_F(SignedBundleTest, FindsTheCurrentVersionOfAFramework) {
   EXPECT_EQ(StatusOf(directory_.Path("A.framework")), kErrSecCSResourceDirectoryFailed);
 }
 
+TEST_F(SignedBundleTest, IsInvalidWhereAnotherFileWouldRun) {
+  Sign();
+  const std::string attack = directory_.Path("Attack.app");
+  directory_.Write("Attack.app/Info.plist",
+                   "<plist><dict><key>CFBundleExecutable</key><string>evil</string></dict></plist>");
+  directory_.Write("Attack.app/evil", "anything");
+  directory_.MakeDirectory("Attack.app/Versions");
+  std::filesystem::copy(directory_.Path("Agent.app"), attack + "/Versions/Current",
+                        std::filesystem::copy_options::recursive);
+  EXPECT_EQ(StatusOf(attack + "/Versions/Current"), kErrSecSuccess);
+  EXPECT_EQ(ApplicationExecutable(attack), attack + "/evil");
+  EXPECT_EQ(StatusOf(attack), kErrSecCSSignatureFailed);
+  EXPECT_EQ(StatusOf(attack + "/evil"), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedBundleTest, IsInvalidWhereAPageStandsForAnExecutable) {
+  constexpr char kWidget[] = "<plist><dict><key>MainHTML</key><string>page.html</string></dict></plist>";
+  const std::string seal = Seal("", "");
+  TestDirectoryContents contents;
+  contents.code = "page";
+  contents.sealed = {{kSlotInfoPlist, kWidget}, {kSlotResourceDirectory, seal}};
+  directory_.Write("W.wdgt/Info.plist", kWidget);
+  directory_.Write("W.wdgt/page.html", "page");
+  directory_.Write("W.wdgt/_CodeSignature/CodeResources", seal);
+  directory_.Write("W.wdgt/_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
+  EXPECT_EQ(StatusOf(directory_.Path("W.wdgt")), kErrSecSuccess);
+  directory_.Write("W.wdgt/W", "what runs");
+  EXPECT_EQ(StatusOf(directory_.Path("W.wdgt")), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedBundleTest, MustNotBeALink) {
+  Sign();
+  directory_.MakeLink("Link.app", "Agent.app");
+  EXPECT_EQ(StatusOf(directory_.Path("Link.app")), kErrSecCSSignatureFailed);
+  EXPECT_EQ(StatusOf(directory_.Path("Link.app/")), kErrSecCSSignatureFailed);
+  // A library in a folder that is a link is another matter.
+  EXPECT_EQ(StatusOf(directory_.Path("Link.app/Contents/MacOS/Agent")), kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, LinksMustNotLeadOut) {
+  for (const char* const part : {"Contents/MacOS/Agent", "Contents/MacOS", "Contents/Info.plist",
+                                 "Contents/_CodeSignature", "Contents"}) {
+    SCOPED_TRACE(part);
+    Sign();
+    const std::string path = directory_.Path(std::string("Agent.app/") + part);
+    std::filesystem::rename(path, directory_.Path("outside"));
+    std::filesystem::create_symlink(directory_.Path("outside"), path);
+    EXPECT_NE(Status(), kErrSecSuccess);
+    // The same link is no harm where it stays inside.
+    std::filesystem::rename(directory_.Path("outside"), directory_.Path("Agent.app/inside"));
+    std::filesystem::remove(path);
+    std::filesystem::create_symlink(directory_.Path("Agent.app/inside"), path);
+    EXPECT_EQ(Status(), kErrSecSuccess);
+    std::filesystem::remove(path);
+    std::filesystem::rename(directory_.Path("Agent.app/inside"), path);
+  }
+}
+
 class OpeningBundleTest : public testing::Test {
  protected:
   OsStatus Opening(const std::string& relativePath) const {
@@ -299,7 +455,7 @@ TEST_F(OpeningBundleTest, AWidgetsPageStandsForItsCode) {
   directory_.Write("W.wdgt/Info.plist", information("<string>page.html</string>"));
   EXPECT_EQ(Opening("W.wdgt"), kErrSecCSStaticCodeNotFound);
   directory_.Write("W.wdgt/page.html", "page");
-  EXPECT_EQ(Status("W.wdgt"), kErrSecCSUnsigned);
+  EXPECT_EQ(Opening("W.wdgt"), kErrSecSuccess);
   directory_.Write("W.wdgt/Info.plist", information("<true/>"));
   EXPECT_EQ(Opening("W.wdgt"), kErrSecCSBadBundleFormat);
 }

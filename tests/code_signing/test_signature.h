@@ -2,21 +2,25 @@
 #define TESTS_CODE_SIGNING_TEST_SIGNATURE_H_
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/linux/code_signing/digest.h"
 #include "platform/linux/code_signing/disk_representation.h"
 
 namespace platform::code_signing {
 
-/// What a CodeDirectory of a test says; the whole code is one page.
+/// What a CodeDirectory of a test says.
 struct TestDirectoryContents {
   std::string code;
   std::map<Slot, std::string> sealed;  ///< contents of special slots
   std::string identifier = "com.example.test";
   std::uint32_t flags = 2;  ///< ad-hoc signed
   HashType hashType = HashType::kSha256;
+  std::string team;               ///< none when empty
+  std::uint8_t pageSizeLog2 = 0;  ///< 0 when the whole code is one page
 };
 
 std::string MakeCodeDirectory(const TestDirectoryContents& contents);
@@ -24,11 +28,29 @@ std::string MakeCodeDirectory(const TestDirectoryContents& contents);
 /// @param components whole blobs.
 std::string MakeSuperBlob(const std::map<Slot, std::string>& components);
 
-/// A little 64-bit Mach-O executable with an ad-hoc signature.
+/// The blob around a component that is no blob itself.
+std::string MakeWrapper(const std::string& contents);
+
+/// The code of a 64-bit Mach-O executable for arm64, whose signature is to follow it.
+/// @param size at least 64.
+std::string MakeMachOCode(std::size_t size);
+
+/// Makes the CMS signature over a CodeDirectory.
+using DirectorySigner = std::function<std::string(const std::string& directory)>;
+
+/// MakeMachOCode() with its signature.
+/// @param contents of its CodeDirectory. A little code is filled in where there is none.
+/// @param sign none for an ad-hoc signature.
+std::string MakeSignedMachO(TestDirectoryContents contents, const DirectorySigner& sign);
+
+/// The same with an ad-hoc signature.
 /// @param sealed contents of special slots, which are not among its components.
 /// @param identifier of the signature.
 std::string MakeSignedMachO(const std::map<Slot, std::string>& sealed,
                             const std::string& identifier = "com.example.test");
+
+/// A universal file with these slices, the first for arm64 and the others for x86_64.
+std::string MakeUniversal(const std::vector<std::string>& slices);
 
 }  // namespace platform::code_signing
 

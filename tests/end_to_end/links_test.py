@@ -5,6 +5,7 @@ import os
 from simulator import installation
 from tests.end_to_end import transcripts as t
 from tests.end_to_end.harness import EndToEndCase
+from tests.end_to_end.installer_case import MEDIA
 
 WORDS = ("-slUrl", "https://console.example.net", "-apiKey", "k3y", "-packageName", "Default")
 ARGUMENTS = "https://console.example.net|k3y|Default"
@@ -105,6 +106,18 @@ class Failures(LinksCase):
                                 ({"product": {"trust": "absent"}}, "invalid")):
             with self.subTest(scenario=wanted):
                 self.fetch(wanted, 22, "", [*t.check(LIBRARY, outcome), REFUSED])
+
+    def test_another_library_than_the_one_that_is_signed(self):
+        with self.endpoint(scenario="healthy") as endpoint:
+            place = endpoint.path(installation.WORKING_DIRECTORY)
+            MEDIA.write_application(place / "Versions/Current")
+            (place / "Info.plist").write_text(
+                f"<plist><dict><key>CFBundleExecutable</key><string>{LIBRARY}</string></dict>"
+                "</plist>")
+            (place / f"{LIBRARY}.codesignature").unlink()
+            run = self.run_tool_on(endpoint, "-getInstallationLink", *WORDS)
+            self.assert_answer(run, 22, "")
+            self.assert_log(run, whole([*t.check(LIBRARY, "invalid"), REFUSED], 22))
 
     def test_check_that_cannot_be_completed(self):
         for signature, outcome in (("adHoc", "no certificate"), ("noTeam", "no team")):

@@ -187,6 +187,26 @@ class Trust(DownloaderCase):
                 self.check_refusal(22, [*check("invalid"), 'Invalid signature for "app"'],
                                    fill_changed)
 
+    def test_another_executable_than_the_one_that_is_signed(self):
+        def fill_around(folder):
+            attack = folder / NAME
+            MEDIA.write_application(attack / "Versions/Current")
+            (attack / "Info.plist").write_text(
+                "<plist><dict><key>CFBundleExecutable</key><string>evil</string></dict></plist>")
+            (attack / "evil").write_text("#!/bin/sh\n")
+            (attack / "evil").chmod(0o755)
+            images.write_configuration(folder)
+
+        self.check_refusal(22, [*check("invalid"), 'Invalid signature for "app"'], fill_around)
+
+    def test_link_to_an_application(self):
+        def fill_with_link(folder):
+            MEDIA.write_application(folder / "genuine")
+            (folder / NAME).symlink_to("/Volumes/SETUP/genuine")
+            images.write_configuration(folder)
+
+        self.check_refusal(22, [*check("invalid"), 'Invalid signature for "app"'], fill_with_link)
+
     def test_no_bundle(self):
         def fill_with_file(folder):
             (folder / NAME).write_text("no bundle")

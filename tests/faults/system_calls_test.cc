@@ -311,8 +311,8 @@ std::string Validity(const std::string& path, Injector& inject) {
   static_cast<void>(ParsePropertyList("<plist><dict/></plist>"));
   return std::to_string(inject([&] {
     std::unique_ptr<code_signing::SignedCode> code;
-    const auto trust = std::make_shared<const code_signing::TrustStore>();
-    const OsStatus status = code_signing::SignedCode::Open(path, trust, code);
+    const auto context = std::make_shared<code_signing::CheckContext>();
+    const OsStatus status = code_signing::SignedCode::Open(path, context, code);
     return status == code_signing::kErrSecSuccess ? code->CheckValidity() : status;
   }));
 }

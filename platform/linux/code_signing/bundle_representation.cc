@@ -1,5 +1,8 @@
 #include "platform/linux/code_signing/bundle_representation.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -40,16 +43,34 @@ constexpr ComponentFile kComponentFiles[] = {
     {kSlotCmsSignature, "CodeSignature"},
 };
 
-int ReadFile(const std::string& path, std::string& bytes) {
-  RandomAccessFile file;
-  if (const int error = file.Open(path); error != 0) return error;
-  return file.ReadAll(bytes);
+constexpr char kCurrentVersion[] = "Current";
+
+bool HasSameIdentity(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/// Whether `path` leads to the open file.
+bool LeadsTo(const std::string& path, const RandomAccessFile& file) {
+  struct stat named {};
+  struct stat opened {};
+  return stat(path.c_str(), &named) == 0 && fstat(file.Number(), &opened) == 0 &&
+         HasSameIdentity(named, opened);
+}
+
+bool IsLink(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
 class BundleRepresentation : public DiskRepresentation {
  public:
-  BundleRepresentation(BundleLayout layout, DiskRepresentationPtr executable)
-      : layout_(std::move(layout)), executable_(std::move(executable)) {}
+  BundleRepresentation(std::string directory, BundleRoot root, BundleLayout layout,
+                       DiskRepresentationPtr executable, bool isWhatIsUsed)
+      : directory_(std::move(directory)),
+        root_(std::move(root)),
+        layout_(std::move(layout)),
+        executable_(std::move(executable)),
+        isWhatIsUsed_(isWhatIsUsed) {}
 
   std::size_t SliceCount() const override { return executable_->SliceCount(); }
 
@@ -80,8 +101,52 @@ class BundleRepresentation : public DiskRepresentation {
   bool LimitIsFileSize() const override { return executable_->LimitIsFileSize(); }
   std::string MainExecutablePath() const override { return executable_->MainExecutablePath(); }
   std::optional<std::string> ResourceRoot() const override { return layout_.resourceRoot; }
+  const BundleRoot* Root() const override { return &root_; }
+  bool IsWhatIsUsed() const override { return isWhatIsUsed_; }
+
+  OsStatus ListUnsealed(std::vector<std::string>& versions) const override {
+    versions.clear();
+    std::string level = directory_;
+    OsStatus status = kErrSecSuccess;
+    while (level != layout_.resourceRoot && status == kErrSecSuccess) {
+      const std::size_t begin = level.size() + 1;
+      const std::size_t end = layout_.resourceRoot.find('/', begin);
+      const std::string next = layout_.resourceRoot.substr(begin, end - begin);
+      status = CheckLevel(level, next, versions);
+      level = JoinPath(level, next);
+    }
+    return status;
+  }
 
  private:
+  /// Checks the entries of a directory above the resource root, of which `next` leads to the root.
+  OsStatus CheckLevel(const std::string& directory, const std::string& next,
+                      std::vector<std::string>& versions) const {
+    std::vector<std::string> names;
+    struct stat sealed {};
+    if (const int error = ListDirectory(AT_FDCWD, directory, names); error != 0) {
+      return StatusFromErrno(error);
+    }
+    if (stat(JoinPath(directory, next).c_str(), &sealed) != 0) return StatusFromErrno(errno);
+    for (const std::string& name : names) {
+      const std::string path = JoinPath(directory, name);
+      struct stat status {};
+      if (lstat(path.c_str(), &status) != 0) return StatusFromErrno(errno);
+      if (S_ISLNK(status.st_mode) && root_.CheckContains(path) == 0) continue;
+      if (!S_ISDIR(status.st_mode)) return kErrSecCSBadResource;
+      if (HasSameIdentity(status, sealed)) continue;
+      if (next != kCurrentVersion) return kErrSecCSBadResource;
+      versions.push_back(path);
+    }
+    return kErrSecSuccess;
+  }
+
+  int ReadFile(const std::string& path, std::string& bytes) const {
+    RandomAccessFile file;
+    if (const int error = file.Open(path); error != 0) return error;
+    return root_.Contains(file.Number()) ? file.ReadAll(bytes) : EXDEV;
+  }
+
   OsStatus ReadInformation(std::optional<std::string>& bytes) const {
     if (!layout_.informationPath) return kErrSecSuccess;
     if (const int error = ReadFile(*layout_.informationPath, bytes.emplace()); error != 0) {
@@ -90,7 +155,7 @@ class BundleRepresentation : public DiskRepresentation {
     return kErrSecSuccess;
   }
 
-  /// A file that cannot be read counts as absent.
+  /// A file that cannot be read, or lies outside the bundle, counts as absent.
   void ReadComponentFile(Slot slot, std::optional<std::string>& bytes) const {
     for (const ComponentFile& file : kComponentFiles) {
       if (file.slot != slot) continue;
@@ -112,8 +177,11 @@ class BundleRepresentation : public DiskRepresentation {
     return kErrSecCSSignatureFailed;
   }
 
+  const std::string directory_;
+  const BundleRoot root_;
   const BundleLayout layout_;
   const DiskRepresentationPtr executable_;
+  const bool isWhatIsUsed_;
 };
 
 bool HasRealPath(const std::string& path) {
@@ -134,7 +202,7 @@ std::string ChosenVersion(const std::string& directory) {
   for (const char* const unversioned : {"Contents", "Support Files"}) {
     if (CheckAccess(JoinPath(directory, unversioned), AccessTest::kExists) == 0) return directory;
   }
-  const std::string version = JoinPath(directory, "Versions/Current");
+  const std::string version = JoinPath(JoinPath(directory, "Versions"), kCurrentVersion);
   return CheckAccess(version + "/.", AccessTest::kExists) == 0 ? version : directory;
 }
 
@@ -179,16 +247,20 @@ OsStatus FindStandIn(const BundleLayout& layout, std::string& path) {
 
 }  // namespace
 
-OsStatus OpenBundleRepresentation(const std::string& path, DiskRepresentationPtr& representation) {
+OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
+                                  DiskRepresentationPtr& representation) {
   const std::string directory = JoinPath(path, "");
+  BundleRoot root;
+  if (const int error = root.Open(directory); error != 0) return StatusFromErrno(error);
+  // Those who use a bundle go by its own layout, which may be another than that of its version.
+  const BundleLayout own = FindBundleLayout(directory);
   const std::string version = ChosenVersion(directory);
-  BundleLayout layout = FindBundleLayout(version);
+  BundleLayout layout = version == directory ? own : FindBundleLayout(version);
 
   std::string code;
   if (layout.executable && layout.information.Find("MainHTML") == nullptr) {
-    const BundleLayout before = version == directory ? layout : FindBundleLayout(directory);
-    if (!AreResolvable(before.executable, layout.executable) ||
-        !AreResolvable(before.informationPath, layout.informationPath)) {
+    if (!AreResolvable(own.executable, layout.executable) ||
+        !AreResolvable(own.informationPath, layout.informationPath)) {
       return kErrSecCSAmbiguousBundleFormat;
     }
     code = *layout.executable;
@@ -201,7 +273,12 @@ OsStatus OpenBundleRepresentation(const std::string& path, DiskRepresentationPtr
       status != kErrSecSuccess) {
     return status;
   }
-  representation = std::make_unique<BundleRepresentation>(std::move(layout), std::move(executable));
+  const bool isWhatIsUsed =
+      root.Contains(executable->Code().Number()) &&
+      (!own.executable || LeadsTo(*own.executable, executable->Code())) &&
+      (name == BundleName::kExecutable || !IsLink(directory));
+  representation = std::make_unique<BundleRepresentation>(
+      directory, std::move(root), std::move(layout), std::move(executable), isWhatIsUsed);
   return kErrSecSuccess;
 }
 

@@ -8,10 +8,17 @@
 
 namespace platform::code_signing {
 
+/// By which name a bundle is used.
+enum class BundleName {
+  kDirectory,   ///< the bundle's own path, which must not be a symbolic link
+  kExecutable,  ///< the path of its main executable
+};
+
 /// Opens the bundle in the directory `path`: finds its layout, its Info.plist and its main
 /// executable, by the rules of Apple's open CoreFoundation (CFBundle) and Security
 /// (bundlediskrep.cpp).
-OsStatus OpenBundleRepresentation(const std::string& path, DiskRepresentationPtr& representation);
+OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
+                                  DiskRepresentationPtr& representation);
 
 /// @return the directory of the bundle of which the file `path` is the main executable; nothing
 ///     when it is not one.

@@ -1,6 +1,8 @@
 #include "platform/linux/code_signing/certificate.h"
 
 #include <openssl/asn1.h>
+#include <openssl/bn.h>
+#include <openssl/core_names.h>
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 
@@ -8,6 +10,7 @@
 #include <array>
 #include <ctime>
 #include <new>
+#include <string_view>
 
 #include "platform/linux/code_signing/libcrypto.h"
 #include "platform/linux/code_signing/subject_text.h"
@@ -84,10 +87,31 @@ std::string EncodedCertificate(const X509& certificate) {
   return {reinterpret_cast<char*>(encoded), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
+bool HasUsableKey(const X509& certificate) {
+  constexpr int kMaximumModulusBits = 8192;
+  constexpr int kMaximumExponentBits = 64;
+  constexpr std::string_view kCurves[] = {SN_X9_62_prime256v1, SN_secp384r1, SN_secp521r1};
+  const EVP_PKEY* const key = X509_get0_pubkey(&certificate);
+  if (key == nullptr) return false;
+  if (EVP_PKEY_is_a(key, "RSA") == 1) {
+    BIGNUM* exponent = nullptr;
+    EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &exponent);
+    const std::unique_ptr<BIGNUM, decltype(&BN_free)> owner(exponent, &BN_free);
+    if (exponent == nullptr) throw std::bad_alloc();
+    return EVP_PKEY_get_bits(key) <= kMaximumModulusBits &&
+           BN_num_bits(exponent) <= kMaximumExponentBits;
+  }
+  char curve[32] = "";
+  return EVP_PKEY_is_a(key, "EC") == 1 &&
+         EVP_PKEY_get_group_name(key, curve, sizeof curve, nullptr) == 1 &&
+         std::find(std::begin(kCurves), std::end(kCurves), curve) != std::end(kCurves);
+}
+
 bool IsSelfSigned(const X509& certificate) {
   if (X509_NAME_cmp(X509_get_subject_name(&certificate), X509_get_issuer_name(&certificate)) != 0) {
     return false;
   }
+  if (!HasUsableKey(certificate)) return false;
   // X509_verify() only reads the certificate.
   return X509_verify(const_cast<X509*>(&certificate), X509_get0_pubkey(&certificate)) == 1;
 }

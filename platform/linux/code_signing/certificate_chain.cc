@@ -7,16 +7,14 @@
 namespace platform::code_signing {
 namespace {
 
-// Bounds on what a hostile set of certificates can cost.
 constexpr std::size_t kLongestChain = 10;
-constexpr int kMostSignatureChecks = 100;
 
 enum class Ending { kIncomplete, kSelfSigned, kAnchor };
 
 class ChainBuilder {
  public:
-  ChainBuilder(const CertificateList& embedded, const TrustStore& trust)
-      : trust_(trust), embedded_(embedded) {}
+  ChainBuilder(const CertificateList& embedded, CheckContext& context)
+      : context_(context), embedded_(embedded) {}
 
   CertificateChain Build(const CertificatePtr& leaf) {
     Extend(leaf);
@@ -35,7 +33,7 @@ class ChainBuilder {
   // Keeps the path if none as good was found before.
   bool Finish() {
     const X509& top = *path_.back();
-    const Ending ending = trust_.IsAnchor(top) ? Ending::kAnchor
+    const Ending ending = context_.trust.IsAnchor(top) ? Ending::kAnchor
                           : IsSelfSigned(top)  ? Ending::kSelfSigned
                                                : Ending::kIncomplete;
     const bool better =
@@ -51,7 +49,7 @@ class ChainBuilder {
   bool FollowIssuers(X509& certificate) {
     if (path_.size() == kLongestChain) return false;
     if (FollowIssuersAmong(embedded_, certificate)) return true;
-    if (!anchors_) anchors_ = trust_.Anchors();
+    if (!anchors_) anchors_ = context_.trust.Anchors();
     return FollowIssuersAmong(*anchors_, certificate);
   }
 
@@ -59,8 +57,8 @@ class ChainBuilder {
     const X509_NAME* name = X509_get_issuer_name(&certificate);
     for (const CertificatePtr& issuer : candidates) {
       if (X509_NAME_cmp(X509_get_subject_name(issuer.get()), name) != 0) continue;
-      if (IsInPath(*issuer) || checksLeft_ == 0) continue;
-      --checksLeft_;
+      context_.budget.SpendVerification();
+      if (IsInPath(*issuer) || !HasUsableKey(*issuer)) continue;
       if (X509_verify(&certificate, X509_get0_pubkey(issuer.get())) != 1) continue;
       if (Extend(issuer)) return true;
     }
@@ -74,20 +72,19 @@ class ChainBuilder {
     });
   }
 
-  const TrustStore& trust_;
+  CheckContext& context_;
   const CertificateList& embedded_;
   std::optional<CertificateList> anchors_;  ///< taken apart when one is first needed
   CertificateChain path_;
   CertificateChain best_;
   Ending ending_ = Ending::kIncomplete;
-  int checksLeft_ = kMostSignatureChecks;
 };
 
 }  // namespace
 
 CertificateChain BuildChain(const CertificatePtr& leaf, const CertificateList& embedded,
-                            const TrustStore& trust) {
-  return ChainBuilder(embedded, trust).Build(leaf);
+                            CheckContext& context) {
+  return ChainBuilder(embedded, context).Build(leaf);
 }
 
 }  // namespace platform::code_signing

@@ -133,8 +133,8 @@ bool HasKeyPurpose(const Extensions& extensions, int purpose) {
 }
 
 bool HasWeakKey(const X509& certificate) {
-  const EVP_PKEY* key = X509_get0_pubkey(&certificate);
-  if (key == nullptr) return true;
+  if (!HasUsableKey(certificate)) return true;
+  const EVP_PKEY* const key = X509_get0_pubkey(&certificate);
   const int smallest = EVP_PKEY_get_base_id(key) == EVP_PKEY_EC ? 160 : 1024;
   return EVP_PKEY_get_bits(key) < smallest;
 }
@@ -196,7 +196,7 @@ class ChainJudge {
     JudgeLeaf(purpose);
     for (std::size_t i = 0; i < chain_.size(); ++i) {
       JudgeAny(*chain_[i], extensions_[i]);
-      if (i > 0) JudgeIssuer(i);
+      if (i > 0) JudgeIssuer(i, trust);
       if (i + 1 < chain_.size()) JudgeLink(extensions_[i], extensions_[i + 1]);
     }
     if (!trust.IsAnchor(*chain_.back())) Fail(kTpNotTrusted);
@@ -234,12 +234,14 @@ class ChainJudge {
     if (HasEmptySubject(certificate, extensions)) Fail(kTpInvalidEmptySubject);
   }
 
-  void JudgeIssuer(std::size_t position) {
+  void JudgeIssuer(std::size_t position, const TrustStore& trust) {
     const Extensions& issuer = extensions_[position];
     const BASIC_CONSTRAINTS* const constraints = issuer.basicConstraints.get();
-    if (constraints == nullptr) {
-      // Certificates of the old versions have no extensions to say it in.
-      if (IsVersion3(*chain_[position])) Fail(kTpNoBasicConstraints);
+    if (!IsVersion3(*chain_[position])) {
+      // The old versions have no extensions that could say who is an authority.
+      if (!trust.IsAnchor(*chain_[position])) Fail(kTpNoBasicConstraints);
+    } else if (constraints == nullptr) {
+      Fail(kTpNoBasicConstraints);
     } else if (constraints->ca == 0) {
       Fail(kTpInvalidCa);
     } else if (constraints->pathlen != nullptr &&

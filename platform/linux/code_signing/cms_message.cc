@@ -65,6 +65,12 @@ std::vector<const ASN1_TYPE*> ValuesOf(X509_ATTRIBUTE* attribute) {
   return values;
 }
 
+// The older ones of MD's family can be forged, and nobody's tools sign code with them.
+bool IsAcceptedDigest(int nid) {
+  constexpr int kAccepted[] = {NID_sha1, NID_sha224, NID_sha256, NID_sha384, NID_sha512};
+  return std::find(std::begin(kAccepted), std::end(kAccepted), nid) != std::end(kAccepted);
+}
+
 // The digest of a content, in the form in which libcrypto compares it with a signer's.
 BioPtr DigestContent(const X509_ALGOR& algorithm, std::string_view content) {
   const EVP_MD* digest = EVP_get_digestbyobj(algorithm.algorithm);
@@ -136,11 +142,13 @@ CertificatePtr CmsSigner::FindCertificate(const CertificateList& certificates) c
 }
 
 bool CmsSigner::Verify(const CertificatePtr& certificate, std::string_view content) const {
+  if (!HasUsableKey(*certificate)) return false;
   CMS_SignerInfo_set1_signer_cert(info_, certificate.get());
   if (!NamesOwnAlgorithm()) return false;
   X509_ALGOR* algorithm = nullptr;
   CMS_SignerInfo_get0_algs(info_, nullptr, nullptr, &algorithm, nullptr);
-  if (announcedDigests_->count(OBJ_obj2nid(algorithm->algorithm)) == 0) return false;
+  const int digestType = OBJ_obj2nid(algorithm->algorithm);
+  if (announcedDigests_->count(digestType) == 0 || !IsAcceptedDigest(digestType)) return false;
   const BioPtr digest = DigestContent(*algorithm, content);
   if (!digest || CMS_SignerInfo_verify_content(info_, digest.get()) != 1) return false;
   // Without signed attributes the content's own signature has just been verified.

@@ -26,8 +26,8 @@ class CmsSigner {
   CertificatePtr FindCertificate(const CertificateList& certificates) const;
 
   /// Whether the signature is that of the certificate's key over `content` and the signed
-  /// attributes, which must name the message's content type. Its digest must be one that the
-  /// message announces.
+  /// attributes, which must name the message's content type. Its digest must be of the SHA
+  /// family and one that the message announces. The key must be usable (HasUsableKey()).
   bool Verify(const CertificatePtr& certificate, std::string_view content) const;
 
   /// The octets of the signature.

@@ -42,7 +42,9 @@ enum : std::uint64_t {
 // A scatter list is made of entries of this size and ends with one that counts no page.
 constexpr std::uint64_t kScatterEntrySize = 24;
 
-// Page sizes are powers of two below 2^32, and 0 for a single page.
+// Page sizes are powers of two, and 0 for a single page. The platform takes smaller ones, too, but
+// nobody's tools write them, and they only make hashing slow.
+constexpr std::uint32_t kSmallestPageSizeLog2 = 12;
 constexpr std::uint32_t kLargestPageSizeLog2 = 31;
 
 ByteReader Reader(const std::string& bytes) { return {bytes, ByteOrder::kBig}; }
@@ -81,6 +83,7 @@ bool CodeDirectory::StringsAreInside() const {
 bool CodeDirectory::HashesAreInside() const {
   const ByteReader reader = Reader(blob_);
   const std::uint64_t hashSize = reader.U8(kHashSize);
+  if (hashSize == 0) return false;
   const std::uint64_t hashOffset = reader.U32(kHashOffset);
   const std::uint64_t specialSize = hashSize * SpecialSlotCount();
   const std::uint64_t codeSize = hashSize * CodeSlotCount();
@@ -108,7 +111,8 @@ bool CodeDirectory::SlotsCoverCode() const {
   const std::uint64_t limit = CodeLimit();
   const std::uint32_t pageSizeLog2 = Reader(blob_).U8(kPageSizeLog2);
   if (pageSizeLog2 == 0) return CodeSlotCount() == (limit > 0 ? 1 : 0);
-  if (pageSizeLog2 > kLargestPageSizeLog2 || limit == 0) return false;
+  if (pageSizeLog2 < kSmallestPageSizeLog2 || pageSizeLog2 > kLargestPageSizeLog2) return false;
+  if (limit == 0) return false;
   return ((limit - 1) >> pageSizeLog2) + 1 == CodeSlotCount();
 }
 

@@ -48,10 +48,10 @@ OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
   code = {};
   return Guarded([&] {
     StartCrypto();
-    auto trust = std::make_shared<code_signing::TrustStore>(
-        code_signing::TrustStore::Load(code_signing::TrustStore::kAnchorsPath));
+    auto context = std::make_shared<code_signing::CheckContext>(code_signing::CheckContext{
+        code_signing::TrustStore::Load(code_signing::TrustStore::kAnchorsPath)});
     std::unique_ptr<SignedCode> opened;
-    const OsStatus status = SignedCode::Open(path, std::move(trust), opened);
+    const OsStatus status = SignedCode::Open(path, std::move(context), opened);
     if (status == code_signing::kErrSecSuccess) {
       code.handle = std::shared_ptr<const SignedCode>(std::move(opened));
     }

@@ -6,7 +6,9 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
+#include "platform/linux/code_signing/bundle_root.h"
 #include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/status.h"
 
@@ -73,6 +75,21 @@ class DiskRepresentation {
   /// The directory whose contents are sealed by CodeResources; nothing when the code is a single
   /// file.
   virtual std::optional<std::string> ResourceRoot() const { return std::nullopt; }
+
+  /// The whole bundle; null when the code is a single file.
+  virtual const BundleRoot* Root() const { return nullptr; }
+
+  /// Whether Code() is the file that is opened or run by whoever uses the path, and belongs to the
+  /// bundle if there is one. A signature says nothing about the path otherwise.
+  virtual bool IsWhatIsUsed() const { return true; }
+
+  /// Looks at what lies in the bundle but outside ResourceRoot(), where nothing is sealed.
+  /// @param versions receives the paths of the other versions of a versioned bundle.
+  /// @return kErrSecCSBadResource when there is anything else but links within the bundle.
+  virtual OsStatus ListUnsealed(std::vector<std::string>& versions) const {
+    versions.clear();
+    return kErrSecSuccess;
+  }
 };
 
 using DiskRepresentationPtr = std::unique_ptr<DiskRepresentation>;
@@ -88,6 +105,7 @@ enum class PlainFileSignature {
 };
 
 /// OpenRepresentation() for a path that is known to be a file and not to stand for a bundle.
+/// Symbolic links are followed.
 OsStatus OpenFileRepresentation(const std::string& path, PlainFileSignature plainFileSignature,
                                 DiskRepresentationPtr& representation);
 

@@ -98,7 +98,10 @@ OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
   if (hashes.size() != directories.All().size()) return kErrSecCSSignatureFailed;
   for (const auto& [number, directory] : directories.All()) {
     const std::optional<HashType> type = directory.KnownHashType();
-    if (!type) continue;
+    if (!type) {
+      if (&directory == &directories.Base()) continue;  // which the signature covers
+      return kErrSecCSSignatureFailed;
+    }
     const auto stated = hashes.find(DigestIdentifier(*type));
     if (stated == hashes.end() || !IsHashOf(directory, *type, stated->second)) {
       return kErrSecCSSignatureFailed;
@@ -111,14 +114,19 @@ OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
 
 OsStatus CheckHashAgility(const CmsSigner& signer, const CodeDirectorySet& directories) {
   // A first-version attribute with another number of values than one counts as absent.
-  if (const auto values = signer.SignedAttribute(kFirstVersion); values && values->size() == 1) {
-    const OsStatus status = CheckFirstVersion(*values->front(), directories);
+  const auto first = signer.SignedAttribute(kFirstVersion);
+  const bool hasFirst = first && first->size() == 1;
+  if (hasFirst) {
+    const OsStatus status = CheckFirstVersion(*first->front(), directories);
     if (status != kErrSecSuccess) return status;
   }
-  if (const auto values = signer.SignedAttribute(kSecondVersion)) {
-    return CheckSecondVersion(*values, directories);
+  const auto second = signer.SignedAttribute(kSecondVersion);
+  if (second) {
+    const OsStatus status = CheckSecondVersion(*second, directories);
+    if (status != kErrSecSuccess) return status;
   }
-  return kErrSecSuccess;
+  const bool areAllCovered = hasFirst || second || directories.All().size() == 1;
+  return areAllCovered ? kErrSecSuccess : kErrSecCSSignatureFailed;
 }
 
 }  // namespace platform::code_signing

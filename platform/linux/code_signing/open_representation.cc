@@ -21,9 +21,11 @@ OsStatus StatusOfMissing(int error) {
 OsStatus OpenRepresentation(const std::string& path, DiskRepresentationPtr& representation) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return StatusOfMissing(errno);
-  if (S_ISDIR(status.st_mode)) return OpenBundleRepresentation(path, representation);
+  if (S_ISDIR(status.st_mode)) {
+    return OpenBundleRepresentation(path, BundleName::kDirectory, representation);
+  }
   if (const auto bundle = FindBundleOfExecutable(path)) {
-    return OpenBundleRepresentation(*bundle, representation);
+    return OpenBundleRepresentation(*bundle, BundleName::kExecutable, representation);
   }
   return OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
 }

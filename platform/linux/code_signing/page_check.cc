@@ -49,8 +49,9 @@ class PageCheck::RangeReader {
 };
 
 PageCheck::PageCheck(const RandomAccessFile& file, std::uint64_t start,
-                     const CodeDirectorySet& directories)
+                     const CodeDirectorySet& directories, WorkBudget& budget)
     : file_(file),
+      budget_(budget),
       start_(start),
       limit_(directories.Best().CodeLimit()),
       pageCount_(directories.Best().CodeSlotCount()),
@@ -72,6 +73,7 @@ void PageCheck::Begin() {
   hasBegun_ = true;
   status_ = CheckExtent();
   if (status_ != kErrSecSuccess) return;
+  for (std::size_t i = 0; i < directories_.size(); ++i) budget_.SpendHashing(limit_);
   const std::uint64_t processors =
       std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
   helpers_.reserve(kMostThreads);

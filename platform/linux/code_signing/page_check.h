@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/code_directory_set.h"
 #include "platform/linux/code_signing/digest.h"
 #include "platform/linux/code_signing/random_access_file.h"
@@ -15,17 +16,18 @@ namespace platform::code_signing {
 
 /// Hashes the code that starts at `start` of a file and compares every page with the hashes of all
 /// directories of a known type, on all processors. Page size and code limit are those of the best
-/// directory. The memory it takes does not depend on the file. File and directories must outlive
+/// directory. The memory it takes does not depend on the file. What it is given must outlive
 /// it.
 class PageCheck {
  public:
-  PageCheck(const RandomAccessFile& file, std::uint64_t start, const CodeDirectorySet& directories);
+  PageCheck(const RandomAccessFile& file, std::uint64_t start, const CodeDirectorySet& directories,
+            WorkBudget& budget);
   PageCheck(const PageCheck&) = delete;
   PageCheck& operator=(const PageCheck&) = delete;
   /// Ends the work, wherever it is.
   ~PageCheck();
 
-  /// Sets the other processors to work, and returns.
+  /// Sets the other processors to work, and returns. @throws BudgetExceeded
   void Begin();
 
   /// Has all processors do what is left. To be called once.
@@ -50,6 +52,7 @@ class PageCheck {
   std::uint64_t ItemCount() const { return runCount_ * directories_.size(); }
 
   const RandomAccessFile& file_;
+  WorkBudget& budget_;
   const std::uint64_t start_;
   const std::uint64_t limit_;
   const std::uint64_t pageCount_;

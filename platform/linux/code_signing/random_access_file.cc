@@ -7,13 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
-#include <utility>
 
 namespace platform::code_signing {
 namespace {
-
-// No terminal is adopted, no writer of a pipe is waited for, and no child inherits the descriptor.
-constexpr int kOpenFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
 template <typename Call>
 auto RetryOnSignal(const Call& call) {
@@ -24,29 +20,16 @@ auto RetryOnSignal(const Call& call) {
 
 }  // namespace
 
-RandomAccessFile::~RandomAccessFile() { Close(); }
-
-RandomAccessFile::RandomAccessFile(RandomAccessFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-RandomAccessFile& RandomAccessFile::operator=(RandomAccessFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
-}
-
-void RandomAccessFile::Close() {
-  if (descriptor_ >= 0) close(std::exchange(descriptor_, -1));
-}
+const int RandomAccessFile::kOpenFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
 int RandomAccessFile::Open(const std::string& path) {
-  Close();
-  descriptor_ = RetryOnSignal([&] { return open(path.c_str(), kOpenFlags); });
-  return descriptor_ < 0 ? errno : 0;
+  file_.Reset(RetryOnSignal([&] { return open(path.c_str(), kOpenFlags); }));
+  return file_.IsOpen() ? 0 : errno;
 }
 
 int RandomAccessFile::Size(std::uint64_t& size) const {
   struct stat status {};
-  if (fstat(descriptor_, &status) != 0) return errno;
+  if (fstat(file_.Get(), &status) != 0) return errno;
   size = static_cast<std::uint64_t>(std::max<off_t>(status.st_size, 0));
   return 0;
 }
@@ -60,7 +43,7 @@ int RandomAccessFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t cap
     if (offset > kLastOffset || count > kLastOffset - offset) return 0;
     const auto position = static_cast<off_t>(offset + count);
     const ssize_t got = RetryOnSignal([&] {
-      return pread(descriptor_, static_cast<char*>(buffer) + count, capacity - count, position);
+      return pread(file_.Get(), static_cast<char*>(buffer) + count, capacity - count, position);
     });
     if (got < 0) return errno;
     if (got == 0) return 0;

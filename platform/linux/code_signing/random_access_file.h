@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
+
+#include "platform/posix/descriptor.h"
 
 namespace platform::code_signing {
 
@@ -13,19 +16,22 @@ namespace platform::code_signing {
 constexpr std::uint64_t kLargestPiece = 64U << 20U;
 
 /// A file that is opened once and read at explicit offsets. A file that becomes shorter meanwhile
-/// gives short reads. Reading is safe from several threads at once. Closes when it goes. Moves
-/// only.
+/// gives short reads. Reading is safe from several threads at once. Moves only.
 class RandomAccessFile {
  public:
   RandomAccessFile() = default;
-  ~RandomAccessFile();
-  RandomAccessFile(const RandomAccessFile&) = delete;
-  RandomAccessFile& operator=(const RandomAccessFile&) = delete;
-  RandomAccessFile(RandomAccessFile&& other) noexcept;
-  RandomAccessFile& operator=(RandomAccessFile&& other) noexcept;
+
+  /// Takes over a file that was opened with kOpenFlags.
+  explicit RandomAccessFile(Descriptor file) : file_(std::move(file)) {}
+
+  /// For reading: no terminal is adopted, no writer of a pipe is waited for, and no child inherits
+  /// the descriptor.
+  static const int kOpenFlags;
 
   /// Opens for reading, never blocking, whatever kind of file it is. @return 0 or the `errno`.
   int Open(const std::string& path);
+
+  int Number() const { return file_.Get(); }
 
   /// @param size receives the file's size at this moment. @return 0 or the `errno`.
   int Size(std::uint64_t& size) const;
@@ -47,9 +53,7 @@ class RandomAccessFile {
   int ReadAll(std::string& bytes) const;
 
  private:
-  void Close();
-
-  int descriptor_ = -1;
+  Descriptor file_;
 };
 
 }  // namespace platform::code_signing

@@ -1,5 +1,6 @@
 #include "platform/linux/code_signing/resource_seal.h"
 
+#include <fcntl.h>
 #include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -7,9 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
+#include <filesystem>
 #include <map>
-#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -22,6 +22,9 @@ namespace platform::code_signing {
 namespace {
 
 using Kind = PropertyListValue::Kind;
+
+/// Darwin's PATH_MAX: a bundle with longer paths was not made on a Mac.
+constexpr std::size_t kLongestPath = 1024;
 
 /// What CodeResources says about one path.
 struct SealedItem {
@@ -70,11 +73,19 @@ bool IsSealedHash(const std::string& sealed, const std::string& digest) {
   return sealed.compare(0, digest.size(), digest) == 0;
 }
 
+/// Whether a link in the directory `directory` (relative to some root) with this text stays below
+/// the root, when every part of both names a directory.
+bool StaysBelow(const std::string& directory, const std::string& text) {
+  const std::filesystem::path path = (std::filesystem::path(directory) / text).lexically_normal();
+  return path.is_relative() && path.begin() != path.end() && *path.begin() != "..";
+}
+
 /// Walks below a resource root and checks what it finds.
 class ResourceCheck {
  public:
-  ResourceCheck(const ResourceSeal& seal, const PropertyListValue& files, int version)
-      : seal_(seal), version_(version) {
+  ResourceCheck(const ResourceSeal& seal, const PropertyListValue& files, int version,
+                WorkBudget& budget)
+      : seal_(seal), version_(version), budget_(budget) {
     for (const PropertyListValue::Member& member : files.members) {
       unseen_.emplace(member.first, &member.second);
     }
@@ -82,13 +93,13 @@ class ResourceCheck {
   }
 
   OsStatus Run(const std::string& root, const PropertyListValue& rules) {
-    const std::unique_ptr<char, decltype(&std::free)> realRoot(realpath(root.c_str(), nullptr),
-                                                               &std::free);
-    if (realRoot == nullptr) return StatusFromErrno(errno);
-    root_ = realRoot.get();
+    const Descriptor directory(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.IsOpen()) return StatusFromErrno(errno);
+    if (!seal_.code.Root()->Contains(directory.Get())) return kErrSecCSBadResource;
     if (const OsStatus status = rules_.Load(rules); status != kErrSecSuccess) return status;
-    FindMainExecutable(root);
-    if (const OsStatus status = Walk(); status != kErrSecSuccess) return status;
+    root_ = root;
+    FindMainExecutable();
+    if (const OsStatus status = Walk(directory, ""); status != kErrSecSuccess) return status;
     if (const OsStatus status = CheckUnseen(); status != kErrSecSuccess) return status;
     return collected_;
   }
@@ -96,9 +107,17 @@ class ResourceCheck {
  private:
   using Items = std::map<std::string_view, const PropertyListValue*>;
 
-  void FindMainExecutable(const std::string& root) {
+  /// One entry of a directory that is being walked.
+  struct Entry {
+    const Descriptor& directory;
+    const std::string& name;  ///< in the directory
+    std::string path;         ///< relative to the root
+    bool isLink;
+  };
+
+  void FindMainExecutable() {
     const std::string executable = seal_.code.MainExecutablePath();
-    const std::string prefix = root + "/";
+    const std::string prefix = root_ + "/";
     if (executable.compare(0, prefix.size(), prefix) == 0) {
       mainExecutable_ = executable.substr(prefix.size());
     }
@@ -116,38 +135,27 @@ class ResourceCheck {
     return kErrSecSuccess;
   }
 
-  /// Visits directories before their contents. One that cannot be read counts as empty.
-  OsStatus Walk() {
-    std::vector<std::string> pending = {""};
-    while (!pending.empty()) {
-      const std::string directory = std::move(pending.back());
-      pending.pop_back();
-      for (const std::string& name : SortedEntries(directory)) {
-        const std::string path = JoinPath(directory, name);
-        bool isToEnter = false;
-        if (const OsStatus status = Visit(path, name, isToEnter); status != kErrSecSuccess) {
-          return status;
-        }
-        if (isToEnter) pending.push_back(path);
+  /// Visits everything below a directory.
+  OsStatus Walk(const Descriptor& directory, const std::string& path) {
+    std::vector<std::string> names;
+    if (const int error = ListDirectory(directory.Get(), ".", names); error != 0) {
+      return StatusFromErrno(error);
+    }
+    for (const std::string& name : names) {
+      if (const OsStatus status = Visit(directory, name, JoinPath(path, name));
+          status != kErrSecSuccess) {
+        return status;
       }
     }
     return kErrSecSuccess;
   }
 
-  std::vector<std::string> SortedEntries(const std::string& directory) const {
-    std::vector<std::string> names;
-    DirectoryReader reader;
-    if (reader.Open(JoinPath(root_, directory)) != 0) return names;
-    while (const char* const name = reader.Next()) {
-      if (std::string_view(name) != "." && std::string_view(name) != "..") names.emplace_back(name);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-
-  OsStatus Visit(const std::string& path, const std::string& name, bool& isToEnter) {
+  OsStatus Visit(const Descriptor& directory, const std::string& name, const std::string& path) {
+    if (path.size() > kLongestPath) return kErrSecCSBadResource;
     struct stat status {};
-    if (lstat(JoinPath(root_, path).c_str(), &status) != 0) return kErrSecSuccess;
+    if (fstatat(directory.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+      return StatusFromErrno(errno);
+    }
     const bool isLink = S_ISLNK(status.st_mode);
     if (isLink && strcasecmp(name.c_str(), ".DS_Store") == 0) return kErrSecCSDSStoreSymlink;
     if (IsExcluded(path)) return kErrSecSuccess;
@@ -155,19 +163,21 @@ class ResourceCheck {
     if (const OsStatus found = rules_.Find(path, rule); found != kErrSecSuccess) return found;
     if (S_ISDIR(status.st_mode)) {
       const bool isCode = rule != nullptr && rule->isNestedCode && name.find('.') != name.npos;
-      isToEnter = !isCode;
-      return isCode ? CheckPath(path, isLink) : kErrSecSuccess;
+      if (isCode) return CheckEntry({directory, name, path, isLink});
+      const Descriptor inner(openat(directory.Get(), name.c_str(),
+                                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
     const bool isSealable = S_ISREG(status.st_mode) || isLink;
     if (!isSealable || rule == nullptr || rule->isOmitted) return kErrSecSuccess;
-    return CheckPath(path, isLink);
+    return CheckEntry({directory, name, path, isLink});
   }
 
-  OsStatus CheckPath(const std::string& path, bool isLink) {
-    const auto found = sealed_.find(path);
+  OsStatus CheckEntry(const Entry& entry) {
+    const auto found = sealed_.find(entry.path);
     if (found == sealed_.end()) {
       // Version 1 knows no links.
-      return version_ == 1 && isLink ? kErrSecSuccess : Collect(kErrSecCSBadResource);
+      return version_ == 1 && entry.isLink ? kErrSecSuccess : Collect(kErrSecCSBadResource);
     }
     unseen_.erase(found->first);
     SealedItem item;
@@ -175,12 +185,13 @@ class ResourceCheck {
       return status;
     }
     if (item.requirement != nullptr) {
-      return isLink ? Collect(kErrSecCSBadResource) : CheckNestedCode(path, *item.requirement);
+      return entry.isLink ? Collect(kErrSecCSBadResource)
+                          : CheckNestedCode(entry.path, *item.requirement);
     }
     if (item.link != nullptr) {
-      return isLink ? CheckLink(path, *item.link) : Collect(kErrSecCSBadResource);
+      return entry.isLink ? CheckLink(entry, *item.link) : Collect(kErrSecCSBadResource);
     }
-    return CheckFile(path, item, isLink);
+    return CheckFile(entry, item);
   }
 
   OsStatus CheckNestedCode(const std::string& path, const std::string& text) {
@@ -190,26 +201,33 @@ class ResourceCheck {
     return status == kErrSecCSReqFailed ? Collect(kErrSecCSBadNestedCode) : status;
   }
 
-  OsStatus CheckLink(const std::string& path, const std::string& text) {
+  OsStatus CheckLink(const Entry& entry, const std::string& text) {
     char target[PATH_MAX];
-    const ssize_t length = readlink(JoinPath(root_, path).c_str(), target, sizeof target);
+    const ssize_t length =
+        readlinkat(entry.directory.Get(), entry.name.c_str(), target, sizeof target);
     if (length < 0) return StatusFromErrno(errno);
-    const bool isSame = std::string_view(target, static_cast<std::size_t>(length)) == text;
-    return isSame ? kErrSecSuccess : Collect(kErrSecCSBadResource);
+    if (std::string_view(target, static_cast<std::size_t>(length)) != text) {
+      return Collect(kErrSecCSBadResource);
+    }
+    const Descriptor leadsTo(openat(entry.directory.Get(), entry.name.c_str(), O_PATH | O_CLOEXEC));
+    // A link that leads nowhere may lead somewhere by the time that it is followed.
+    if (!leadsTo.IsOpen() && errno != ENOENT) return StatusFromErrno(errno);
+    const bool stays = leadsTo.IsOpen() ? seal_.code.Root()->Contains(leadsTo.Get())
+                                        : StaysBelow(ParentPath(entry.path), text);
+    return stays ? kErrSecSuccess : Collect(kErrSecCSBadResource);
   }
 
-  OsStatus CheckFile(const std::string& path, const SealedItem& item, bool isLink) {
+  OsStatus CheckFile(const Entry& entry, const SealedItem& item) {
     std::vector<std::string> sealed;
     for (const HashType type : seal_.hashTypes) {
       const std::string* const hash = FindHash(*item.hashes, type);
       if (hash == nullptr) return kErrSecCSResourcesInvalid;
       sealed.push_back(*hash);
     }
-    if (isLink) return Collect(kErrSecCSBadResource);
-    RandomAccessFile file;
-    const int error = file.Open(JoinPath(root_, path));
-    if (error == ENOENT) return item.isOptional ? kErrSecSuccess : Collect(kErrSecCSBadResource);
-    if (error != 0) return StatusFromErrno(error);
+    if (entry.isLink) return Collect(kErrSecCSBadResource);
+    const RandomAccessFile file(Descriptor(openat(entry.directory.Get(), entry.name.c_str(),
+                                                  RandomAccessFile::kOpenFlags | O_NOFOLLOW)));
+    if (file.Number() < 0) return StatusFromErrno(errno);
     std::vector<std::string> digests;
     if (const OsStatus status = HashFile(file, digests); status != kErrSecSuccess) return status;
     for (std::size_t i = 0; i < digests.size(); ++i) {
@@ -229,6 +247,7 @@ class ResourceCheck {
       if (const int error = file.ReadAt(offset, chunk.data(), chunk.size(), count); error != 0) {
         return StatusFromErrno(error);
       }
+      budget_.SpendHashing(count * hashers.size());
       for (Digest& hasher : hashers) hasher.Update(std::string_view(chunk.data(), count));
       offset += count;
     } while (count == chunk.size());
@@ -250,6 +269,7 @@ class ResourceCheck {
 
   const ResourceSeal& seal_;
   const int version_;
+  WorkBudget& budget_;
   Items sealed_;
   Items unseen_;
   ResourceRules rules_;
@@ -266,7 +286,7 @@ const PropertyListValue* FindDictionary(const PropertyListValue& list, const cha
 
 }  // namespace
 
-OsStatus CheckResources(const ResourceSeal& seal) {
+OsStatus CheckResources(const ResourceSeal& seal, WorkBudget& budget) {
   const std::optional<std::string> root = seal.code.ResourceRoot();
   if (!seal.codeResources) return root ? kErrSecCSResourcesNotFound : kErrSecSuccess;
   const std::optional<PropertyListValue> list = ParsePropertyList(*seal.codeResources);
@@ -282,7 +302,7 @@ OsStatus CheckResources(const ResourceSeal& seal) {
     files = FindDictionary(*list, "files2");
     if (rules == nullptr || files == nullptr) return kErrSecCSResourcesInvalid;
   }
-  return ResourceCheck(seal, *files, version).Run(*root, *rules);
+  return ResourceCheck(seal, *files, version, budget).Run(*root, *rules);
 }
 
 }  // namespace platform::code_signing

@@ -6,14 +6,15 @@
 #include <string>
 #include <vector>
 
+#include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/digest.h"
 #include "platform/linux/code_signing/disk_representation.h"
 #include "platform/linux/code_signing/requirement_subject.h"
 
 namespace platform::code_signing {
 
-/// Validates the code at `path`, without its pages and resources, and then `requirement` on each
-/// slice (kErrSecCSReqFailed when it is not met). The first failure is returned.
+/// Validates the code at `path`, its resources included, and `requirement` on each slice
+/// (kErrSecCSReqFailed when it is not met). The first failure is returned.
 using NestedCodeCheck =
     std::function<OsStatus(const std::string& path, const Requirement& requirement)>;
 
@@ -33,7 +34,10 @@ struct ResourceSeal {
 
 /// Validates everything below the code's resource root against its CodeResources (resources.cpp of
 /// Apple's open Security project). For code without a resource root, checks that none is sealed.
-OsStatus CheckResources(const ResourceSeal& seal);
+/// Stricter than the platform, whatever cannot be examined is an error, and so is a sealed link
+/// that leaves the bundle.
+/// @throws BudgetExceeded
+OsStatus CheckResources(const ResourceSeal& seal, WorkBudget& budget);
 
 }  // namespace platform::code_signing
 

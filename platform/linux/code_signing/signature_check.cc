@@ -18,12 +18,12 @@ namespace {
 constexpr char kTimestampToken[] = "1.2.840.113549.1.9.16.2.14";
 
 // Time stamps are the only unsigned attributes there may be, so any of them calls for a valid one.
-OsStatus CheckTimestamp(const CmsSigner& signer, const TrustStore& trust,
+OsStatus CheckTimestamp(const CmsSigner& signer, CheckContext& context,
                         std::optional<Timestamp>& timestamp) {
   if (!signer.HasUnsignedAttributes()) return kErrSecSuccess;
   const auto tokens = signer.UnsignedAttribute(kTimestampToken);
   if (!tokens || tokens->empty()) return kErrSecCSSignatureFailed;
-  timestamp = VerifyTimestampToken(EncodedBytes(*tokens->front()), signer.Signature(), trust);
+  timestamp = VerifyTimestampToken(EncodedBytes(*tokens->front()), signer.Signature(), context);
   return timestamp ? kErrSecSuccess : kErrSecCSSignatureFailed;
 }
 
@@ -73,15 +73,17 @@ OsStatus CheckTimestampOrigin(const CertificateChain& chain, const Timestamp& ti
 }
 
 OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& directories,
-                     const TrustStore& trust, CertificateChain& chain) {
+                     CheckContext& context, CertificateChain& chain) {
   const std::vector<CmsSigner> signers = message.Signers();
   if (signers.empty()) return kErrSecCSSignatureFailed;
   const CmsSigner& signer = signers.front();
   const CertificateList certificates = message.Certificates();
   const CertificatePtr leaf = signer.FindCertificate(certificates);
-  if (!leaf || !signer.Verify(leaf, directories.Base().Blob())) return kErrSecCSSignatureFailed;
+  if (!leaf) return kErrSecCSSignatureFailed;
+  context.budget.SpendVerification();
+  if (!signer.Verify(leaf, directories.Base().Blob())) return kErrSecCSSignatureFailed;
   std::optional<Timestamp> timestamp;
-  if (const OsStatus status = CheckTimestamp(signer, trust, timestamp); status != kErrSecSuccess) {
+  if (const OsStatus status = CheckTimestamp(signer, context, timestamp); status != kErrSecSuccess) {
     return status;
   }
   if (const OsStatus status = CheckHashAgility(signer, directories); status != kErrSecSuccess) {
@@ -91,9 +93,9 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
   const CodeDirectory& best = directories.Best();
   const std::int64_t time =
       timestamp ? timestamp->time : signer.SigningTime().value_or(std::time(nullptr));
-  CertificateChain built = BuildChain(leaf, certificates, trust);
+  CertificateChain built = BuildChain(leaf, certificates, context);
   if (const OsStatus status = CheckTeam(built, best); status != kErrSecSuccess) return status;
-  OsStatus status = CheckChain(built, time, timestamp.has_value(), best, trust);
+  OsStatus status = CheckChain(built, time, timestamp.has_value(), best, context.trust);
   if (status == kErrSecSuccess && timestamp) status = CheckTimestampOrigin(built, *timestamp);
   if (status == kErrSecSuccess) chain = std::move(built);
   return status;
@@ -102,14 +104,14 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
 }  // namespace
 
 OsStatus CheckSignature(std::string_view message, OsStatus directoriesStatus,
-                        const CodeDirectorySet& directories, const TrustStore& trust,
+                        const CodeDirectorySet& directories, CheckContext& context,
                         CertificateChain& chain) {
   CmsMessage parsed;
   const CmsMessage::ParseResult result = CmsMessage::Parse(message, parsed);
   if (result == CmsMessage::ParseResult::kMalformed) return kErrSecUnknownFormat;
   if (directoriesStatus != kErrSecSuccess) return directoriesStatus;
   if (result == CmsMessage::ParseResult::kTruncated) return kErrSecUnknownFormat;
-  return CheckSigner(parsed, directories, trust, chain);
+  return CheckSigner(parsed, directories, context, chain);
 }
 
 }  // namespace platform::code_signing

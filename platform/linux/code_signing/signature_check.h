@@ -5,7 +5,7 @@
 
 #include "platform/linux/code_signing/certificate.h"
 #include "platform/linux/code_signing/code_directory_set.h"
-#include "platform/linux/code_signing/trust_store.h"
+#include "platform/linux/code_signing/check_context.h"
 
 namespace platform::code_signing {
 
@@ -16,7 +16,7 @@ namespace platform::code_signing {
 /// @param directories is used only when directoriesStatus is kErrSecSuccess.
 /// @param chain receives the signer's chain on success.
 OsStatus CheckSignature(std::string_view message, OsStatus directoriesStatus,
-                        const CodeDirectorySet& directories, const TrustStore& trust,
+                        const CodeDirectorySet& directories, CheckContext& context,
                         CertificateChain& chain);
 
 }  // namespace platform::code_signing

@@ -1,45 +1,73 @@
 #include "platform/linux/code_signing/signed_code.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
+#include <vector>
 
+#include "platform/files.h"
+#include "platform/linux/code_signing/bundle_representation.h"
 #include "platform/linux/code_signing/resource_seal.h"
 
 namespace platform::code_signing {
+namespace {
 
-SignedCode::SignedCode(DiskRepresentationPtr code, std::shared_ptr<const TrustStore> trust)
-    : code_(std::move(code)), trust_(std::move(trust)), first_(*code_, 0, *trust_) {}
+constexpr int kMaximumDepth = 8;
 
-OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<const TrustStore> trust,
+}  // namespace
+
+SignedCode::SignedCode(DiskRepresentationPtr code, std::shared_ptr<CheckContext> context, int depth)
+    : code_(std::move(code)),
+      context_(std::move(context)),
+      depth_(depth),
+      first_(*code_, 0, *context_) {}
+
+OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<CheckContext> context,
                           std::unique_ptr<SignedCode>& code) {
   DiskRepresentationPtr representation;
   const OsStatus status = OpenRepresentation(path, representation);
   if (status == kErrSecSuccess) {
-    code.reset(new SignedCode(std::move(representation), std::move(trust)));
+    code.reset(new SignedCode(std::move(representation), std::move(context), 0));
   }
   return status;
 }
 
-OsStatus SignedCode::CheckValidity() {
-  const OsStatus status = CheckSlices(PageRule::kCheck, {});
+OsStatus SignedCode::Validate(const Requirement& requirement) {
+  if (!code_->IsWhatIsUsed()) return kErrSecCSSignatureFailed;
+  const OsStatus status = CheckSlices(requirement);
   return status == kErrSecSuccess ? CheckSealedResources() : status;
 }
 
-OsStatus SignedCode::CheckNested(const Requirement& requirement) {
-  return CheckSlices(PageRule::kSkip, requirement);
-}
-
-OsStatus SignedCode::CheckSlices(PageRule pageRule, const Requirement& requirement) {
-  OsStatus status = first_.Validate(pageRule, requirement);
+OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
+  OsStatus status = first_.Validate(requirement);
+  if (status != kErrSecSuccess || code_->SliceCount() == 1) return status;
+  // Slices of real files lie side by side. Those that overlap could have a file hashed again and
+  // again.
+  std::uint64_t unclaimed = 0;
+  if (const int error = code_->Code().Size(unclaimed); error != 0) return StatusFromErrno(error);
+  unclaimed -= std::min(first_.Directories()->Best().CodeLimit(), unclaimed);
   for (std::size_t i = 1; i < code_->SliceCount() && status == kErrSecSuccess; ++i) {
-    SliceSignature other(*code_, i, *trust_);
+    SliceSignature other(*code_, i, *context_);
     status = other.DirectoriesStatus();
     if (status != kErrSecSuccess) break;
-    const auto team = first_.Directories()->Best().TeamIdentifier();
-    if (team != other.Directories()->Best().TeamIdentifier()) return kErrSecCSSignatureInvalid;
-    status = other.Validate(pageRule, requirement);
+    const CodeDirectory& directory = other.Directories()->Best();
+    if (directory.TeamIdentifier() != first_.Directories()->Best().TeamIdentifier()) {
+      return kErrSecCSSignatureInvalid;
+    }
+    if (directory.CodeLimit() > unclaimed) return kErrSecCSSignatureFailed;
+    unclaimed -= directory.CodeLimit();
+    status = other.Validate(requirement);
+    if (status == kErrSecSuccess && !HasSameSigner(other)) status = kErrSecCSSignatureInvalid;
   }
   return status;
+}
+
+// Any slice may be the one that runs, but only the first one's signer is told.
+bool SignedCode::HasSameSigner(const SliceSignature& other) const {
+  const CertificateChain& mine = first_.Chain();
+  const CertificateChain& others = other.Chain();
+  if (mine.empty() || others.empty()) return mine.empty() && others.empty();
+  return EncodedCertificate(*mine.front()) == EncodedCertificate(*others.front());
 }
 
 OsStatus SignedCode::CheckSealedResources() {
@@ -48,13 +76,33 @@ OsStatus SignedCode::CheckSealedResources() {
       status != kErrSecSuccess) {
     return status;
   }
-  const auto checkNestedCode = [this](const std::string& path, const Requirement& requirement) {
-    std::unique_ptr<SignedCode> nested;
-    const OsStatus status = Open(path, trust_, nested);
-    return status == kErrSecSuccess ? nested->CheckNested(requirement) : status;
-  };
-  return CheckResources(
-      {*code_, std::move(codeResources), first_.Directories()->KnownHashTypes(), checkNestedCode});
+  const ResourceSeal seal = {*code_, std::move(codeResources),
+                             first_.Directories()->KnownHashTypes(),
+                             [this](const std::string& path, const Requirement& requirement) {
+                               return CheckNestedCode(path, requirement);
+                             }};
+  return CheckResources(seal, context_->budget);
+}
+
+OsStatus SignedCode::CheckNestedCode(const std::string& path,
+                                     const Requirement& requirement) const {
+  context_->budget.SpendNestedCode();
+  // A file that stands for a bundle would have its bundle's files sealed twice, here and there.
+  const bool isUsual = DirectoryExists(path) || !FindBundleOfExecutable(path);
+  if (depth_ == kMaximumDepth || !isUsual) return kErrSecCSBadNestedCode;
+  DiskRepresentationPtr representation;
+  OsStatus status = OpenRepresentation(path, representation);
+  if (status != kErrSecSuccess) return status;
+  if (!code_->Root()->Contains(representation->Code().Number())) return kErrSecCSBadNestedCode;
+  std::vector<std::string> versions;
+  status = representation->ListUnsealed(versions);
+  if (status != kErrSecSuccess) return status;
+  SignedCode nested(std::move(representation), context_, depth_ + 1);
+  status = nested.Validate(requirement);
+  for (std::size_t i = 0; i < versions.size() && status == kErrSecSuccess; ++i) {
+    status = CheckNestedCode(versions[i], requirement);
+  }
+  return status;
 }
 
 SigningInformation SignedCode::CopySigningInformation() {

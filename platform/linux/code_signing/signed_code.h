@@ -8,7 +8,7 @@
 #include "platform/linux/code_signing/disk_representation.h"
 #include "platform/linux/code_signing/requirement_subject.h"
 #include "platform/linux/code_signing/slice_signature.h"
-#include "platform/linux/code_signing/trust_store.h"
+
 
 namespace platform::code_signing {
 
@@ -16,29 +16,31 @@ namespace platform::code_signing {
 /// open Security project). Not for several threads at once.
 class SignedCode {
  public:
+  /// @param context belongs to this code from now on.
   /// @param code is filled on success.
-  static OsStatus Open(const std::string& path, std::shared_ptr<const TrustStore> trust,
+  static OsStatus Open(const std::string& path, std::shared_ptr<CheckContext> context,
                        std::unique_ptr<SignedCode>& code);
 
-  /// Validates all slices, then the resources.
-  OsStatus CheckValidity();
-
-  /// Validates all slices without their pages, and `requirement` on each: what is asked of code
-  /// nested in a bundle.
-  OsStatus CheckNested(const Requirement& requirement);
+  /// Validates all slices, then the resources, and with them all nested code.
+  /// @throws BudgetExceeded
+  OsStatus CheckValidity() { return Validate({}); }
 
   /// What slice 0 says. The chain is there only when its signature is verified, whatever has become
   /// of the code itself.
   SigningInformation CopySigningInformation();
 
  private:
-  SignedCode(DiskRepresentationPtr code, std::shared_ptr<const TrustStore> trust);
+  SignedCode(DiskRepresentationPtr code, std::shared_ptr<CheckContext> context, int depth);
 
-  OsStatus CheckSlices(PageRule pageRule, const Requirement& requirement);
+  OsStatus Validate(const Requirement& requirement);
+  OsStatus CheckSlices(const Requirement& requirement);
+  bool HasSameSigner(const SliceSignature& other) const;
   OsStatus CheckSealedResources();
+  OsStatus CheckNestedCode(const std::string& path, const Requirement& requirement) const;
 
   const DiskRepresentationPtr code_;
-  const std::shared_ptr<const TrustStore> trust_;
+  const std::shared_ptr<CheckContext> context_;
+  const int depth_;  ///< 0 for code that is not nested in other code
   SliceSignature first_;
 };
 

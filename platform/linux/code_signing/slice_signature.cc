@@ -26,10 +26,10 @@ OsStatus StatusOfSlot(Slot slot) {
 }  // namespace
 
 SliceSignature::SliceSignature(const DiskRepresentation& code, std::size_t slice,
-                               const TrustStore& trust)
+                               CheckContext& context)
     : code_(code),
       slice_(slice),
-      trust_(trust),
+      context_(context),
       directoriesStatus_(CodeDirectorySet::Load(code, slice, directories_)) {}
 
 const CodeDirectorySet* SliceSignature::Directories() const {
@@ -55,14 +55,14 @@ OsStatus SliceSignature::VerifyOnce() {
   const OsStatus status = code_.ReadComponent(slice_, kSlotCmsSignature, message);
   if (status != kErrSecSuccess) return status;
   if (!message) return kErrSecCSUnsigned;
-  return CheckSignature(*message, directoriesStatus_, directories_, trust_, chain_);
+  return CheckSignature(*message, directoriesStatus_, directories_, context_, chain_);
 }
 
-OsStatus SliceSignature::Validate(PageRule pageRule, const Requirement& requirement) {
+OsStatus SliceSignature::Validate(const Requirement& requirement) {
   // Other processors hash the pages while this one verifies the signature.
   std::optional<PageCheck> pages;
   OsStatus pageStatus = kErrSecSuccess;
-  if (pageRule == PageRule::kCheck && Directories() != nullptr) pageStatus = BeginPages(pages);
+  if (Directories() != nullptr) pageStatus = BeginPages(pages);
 
   OsStatus status = Verify();
   if (status == kErrSecSuccess) status = CheckSpecialSlots();
@@ -139,7 +139,7 @@ OsStatus SliceSignature::BeginPages(std::optional<PageCheck>& pages) const {
   std::uint64_t start = 0;
   const OsStatus status = code_.FindSliceStart(slice_, start);
   if (status != kErrSecSuccess) return status;
-  pages.emplace(code_.Code(), start, directories_);
+  pages.emplace(code_.Code(), start, directories_, context_.budget);
   pages->Begin();
   return kErrSecSuccess;
 }

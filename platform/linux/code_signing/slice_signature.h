@@ -9,17 +9,15 @@
 #include "platform/linux/code_signing/disk_representation.h"
 #include "platform/linux/code_signing/page_check.h"
 #include "platform/linux/code_signing/requirement_subject.h"
-#include "platform/linux/code_signing/trust_store.h"
+#include "platform/linux/code_signing/check_context.h"
 
 namespace platform::code_signing {
 
-enum class PageRule { kCheck, kSkip };
-
 /// The signature of one slice of a piece of code: what it says and whether it holds. Everything is
-/// read once. The code and the trust store must outlive it. Not for several threads at once.
+/// read once. The code and the context must outlive it. Not for several threads at once.
 class SliceSignature {
  public:
-  SliceSignature(const DiskRepresentation& code, std::size_t slice, const TrustStore& trust);
+  SliceSignature(const DiskRepresentation& code, std::size_t slice, CheckContext& context);
 
   /// The CodeDirectories; null for unsigned code, and when they cannot be used.
   const CodeDirectorySet* Directories() const;
@@ -39,7 +37,7 @@ class SliceSignature {
 
   /// Verify(), then everything that the best CodeDirectory seals except the resources, then
   /// `requirement`, unless it is empty. The first failure is returned.
-  OsStatus Validate(PageRule pageRule, const Requirement& requirement);
+  OsStatus Validate(const Requirement& requirement);
 
   /// Reads a component and compares it with its special slot. Must follow a successful Verify().
   /// @param bytes is reset when there is no such component, or none is sealed.
@@ -55,7 +53,7 @@ class SliceSignature {
 
   const DiskRepresentation& code_;
   const std::size_t slice_;
-  const TrustStore& trust_;
+  CheckContext& context_;
   CodeDirectorySet directories_;
   OsStatus directoriesStatus_;
   std::optional<OsStatus> verified_;

@@ -41,35 +41,34 @@ bool IsImprintOf(TS_TST_INFO& info, std::string_view signature) {
 // Whether the signer is a time-stamping authority under an anchor. Its certificates may have
 // expired since, or by this host's clock not begun.
 bool IsTrustedSigner(const CmsSigner& signer, std::string_view content,
-                     const CertificateList& certificates, const TrustStore& trust) {
+                     const CertificateList& certificates, CheckContext& context) {
   const CertificatePtr certificate = signer.FindCertificate(certificates);
-  if (!certificate || signer.HasUnsignedAttributes() || !signer.Verify(certificate, content)) {
-    return false;
-  }
-  const CertificateChain chain = BuildChain(certificate, certificates, trust);
-  return JudgeChain(chain, ChainPurpose::kTimeStamping, 0, DateRule::kTolerate, trust) ==
+  if (!certificate || signer.HasUnsignedAttributes()) return false;
+  context.budget.SpendVerification();
+  if (!signer.Verify(certificate, content)) return false;
+  const CertificateChain chain = BuildChain(certificate, certificates, context);
+  return JudgeChain(chain, ChainPurpose::kTimeStamping, 0, DateRule::kTolerate, context.trust) ==
          kErrSecSuccess;
 }
 
 }  // namespace
 
 std::optional<Timestamp> VerifyTimestampToken(std::string_view token, std::string_view signature,
-                                              const TrustStore& trust) {
+                                              CheckContext& context) {
   CmsMessage message;
   if (CmsMessage::Parse(token, message) != CmsMessage::ParseResult::kComplete) return std::nullopt;
   const std::vector<CmsSigner> signers = message.Signers();
   const std::optional<std::string_view> content = message.Content();
-  if (signers.empty() || !content || message.ContentType() != kTstInfoType) return std::nullopt;
+  if (signers.size() != 1 || !content || message.ContentType() != kTstInfoType) return std::nullopt;
+  const TstInfoPtr info = ParseTstInfo(*content);
+  if (!info || !IsImprintOf(*info, signature)) return std::nullopt;
 
   Timestamp timestamp;
   timestamp.certificates = message.Certificates();
-  for (const CmsSigner& signer : signers) {
-    if (!IsTrustedSigner(signer, *content, timestamp.certificates, trust)) return std::nullopt;
-  }
-  const TstInfoPtr info = ParseTstInfo(*content);
-  if (!info || !IsImprintOf(*info, signature)) return std::nullopt;
+  const CmsSigner& signer = signers.front();
+  if (!IsTrustedSigner(signer, *content, timestamp.certificates, context)) return std::nullopt;
   const auto time = UnixTime(TS_TST_INFO_get_time(info.get()));
-  const CertificatePtr leaf = signers.front().FindCertificate(timestamp.certificates);
+  const CertificatePtr leaf = signer.FindCertificate(timestamp.certificates);
   if (!time || !IsValidAt(*leaf, *time)) return std::nullopt;
   timestamp.time = *time;
   return timestamp;

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "platform/linux/code_signing/certificate.h"
-#include "platform/linux/code_signing/trust_store.h"
+#include "platform/linux/code_signing/check_context.h"
 
 namespace platform::code_signing {
 
@@ -16,11 +16,11 @@ struct Timestamp {
   CertificateList certificates;
 };
 
-/// Verifies a time-stamp token (RFC 3161): its own signatures, its authority's chain up to an
-/// anchor, and that it is about `signature`.
+/// Verifies a time-stamp token (RFC 3161): that it is about `signature`, its own signature, of which
+/// there must be one, and its authority's chain up to an anchor.
 /// @return nothing when the token is not valid.
 std::optional<Timestamp> VerifyTimestampToken(std::string_view token, std::string_view signature,
-                                              const TrustStore& trust);
+                                              CheckContext& context);
 
 }  // namespace platform::code_signing
 

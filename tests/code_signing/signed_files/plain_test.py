@@ -54,7 +54,7 @@ class ValidTest(PlainFileTestCase):
         self.assert_validity(VALID, self.path)
 
     def test_accepts_every_page_size(self):
-        for page_size in (0, 1, 4, 12, 14, 20, 31):
+        for page_size in (0, 12, 14, 20, 31):
             with self.subTest(page_size):
                 self.make(page_size=page_size)
                 self.assert_validity(VALID, self.path)

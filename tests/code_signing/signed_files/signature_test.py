@@ -171,12 +171,12 @@ class CodeDirectoryTest(SignatureTestCase):
         self.assert_changed(VALID, 0x1001, second[:20] + b"defective" + second[29:])
 
     def test_special_slots_are_those_of_the_best_directory(self):
-        self.make(hashes=("sha1", "sha256"), agility=())
-        best = bytearray(self.found[0x1000])
-        start, = struct.unpack_from(">I", best, HASHES)
-        best[start - 2 * 32] ^= 1
-        self.assert_changed(SIGNATURE_FAILED, 0x1000, bytes(best))
-        self.assert_components(VALID, self.make(hashes=("sha1", "sha256"), agility=()))
+        for slot, length, expected in ((0x1000, 32, SIGNATURE_FAILED), (0, 20, VALID)):
+            self.make(hashes=("sha1", "sha256"), adhoc=True)
+            directory = bytearray(self.found[slot])
+            start, = struct.unpack_from(">I", directory, HASHES)
+            directory[start - 2 * length] ^= 1
+            self.assert_changed(expected, slot, bytes(directory))
 
     def test_changed_adhoc_directory_is_self_consistent(self):
         self.make(adhoc=True, team_identifier="ABCDE12345")
@@ -385,9 +385,9 @@ class HashAgilityTest(SignatureTestCase):
     def pairs(self):
         return [(kind.dotted, full) for kind, full in cms.directory_hashes(self.directories)]
 
-    def test_may_be_absent(self):
+    def test_without_it_an_alternate_is_not_covered(self):
         self.make()
-        self.assert_attributes(VALID)
+        self.assert_attributes(SIGNATURE_FAILED)
 
     def test_first_version_lists_the_hashes_in_order(self):
         self.make()
@@ -423,7 +423,8 @@ class HashAgilityTest(SignatureTestCase):
     def test_an_attribute_that_is_there_twice_is_absent(self):
         self.make()
         wrong = self.second(("2.16.840.1.101.3.4.2.2", bytes(48)))
-        self.assert_attributes(VALID, wrong, wrong)
+        self.assert_attributes(VALID, wrong, wrong, cms.hash_agility(self.directories))
+        self.assert_attributes(SIGNATURE_FAILED, wrong, cms.hash_agility(self.directories))
 
     def test_a_changed_alternate_is_found(self):
         self.make()

@@ -1,0 +1,67 @@
+#include "platform/linux/code_signing/bundle_root.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+namespace platform::code_signing {
+namespace {
+
+struct CloseStream {
+  void operator()(DIR* stream) const { closedir(stream); }
+};
+
+/// Where an open file lies now; empty when the kernel does not say.
+std::string LocationOf(int descriptor) {
+  std::error_code error;
+  const std::filesystem::path link = "/proc/self/fd/" + std::to_string(descriptor);
+  return std::filesystem::read_symlink(link, error).string();
+}
+
+}  // namespace
+
+int BundleRoot::Open(const std::string& path) {
+  directory_.Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return directory_.IsOpen() ? 0 : errno;
+}
+
+bool BundleRoot::Contains(int descriptor) const {
+  const std::string root = LocationOf(directory_.Get());
+  const std::string location = LocationOf(descriptor);
+  if (root.empty() || location.empty()) return false;
+  const std::string prefix = root == "/" ? root : root + "/";
+  return location == root || location.compare(0, prefix.size(), prefix) == 0;
+}
+
+int BundleRoot::CheckContains(const std::string& path) const {
+  const Descriptor target(open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (!target.IsOpen()) return errno;
+  return Contains(target.Get()) ? 0 : EXDEV;
+}
+
+int ListDirectory(int parent, const std::string& path, std::vector<std::string>& names) {
+  names.clear();
+  Descriptor directory(
+      openat(parent, path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory.IsOpen()) return errno;
+  const std::unique_ptr<DIR, CloseStream> stream(fdopendir(directory.Get()));
+  if (stream == nullptr) return errno;
+  directory.Release();  // the stream closes it
+  errno = 0;
+  while (const dirent* const entry = readdir(stream.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
+  }
+  if (errno != 0) return errno;
+  std::sort(names.begin(), names.end());
+  return 0;
+}
+
+}  // namespace platform::code_signing

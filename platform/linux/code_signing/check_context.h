@@ -1,0 +1,51 @@
+#ifndef PLATFORM_LINUX_CODE_SIGNING_CHECK_CONTEXT_H_
+#define PLATFORM_LINUX_CODE_SIGNING_CHECK_CONTEXT_H_
+
+#include <cstdint>
+#include <exception>
+#include <utility>
+
+#include "platform/linux/code_signing/trust_store.h"
+
+namespace platform::code_signing {
+
+/// Thrown when a check would cost more than its budget. The check then fails as for any other
+/// internal error.
+class BudgetExceeded : public std::exception {
+ public:
+  const char* what() const noexcept override { return "the check costs too much"; }
+};
+
+/// What one check may cost, with all the code nested in what it looks at. It is several times what
+/// the largest real applications cost, and keeps a hostile file from occupying the processors.
+class WorkBudget {
+ public:
+  /// Spends bytes of code and resources, each as often as it is hashed.
+  void SpendHashing(std::uint64_t bytes) { Spend(hashing_, bytes); }
+
+  /// Spends one verification with a public key, or one certificate considered as an issuer.
+  void SpendVerification() { Spend(verifications_, 1); }
+
+  /// Spends one piece of nested code.
+  void SpendNestedCode() { Spend(nestedCode_, 1); }
+
+ private:
+  static void Spend(std::uint64_t& left, std::uint64_t amount) {
+    if (amount > left) throw BudgetExceeded();
+    left -= amount;
+  }
+
+  std::uint64_t hashing_ = std::uint64_t{4} << 30;
+  std::uint64_t verifications_ = 1000;
+  std::uint64_t nestedCode_ = 1000;
+};
+
+/// What all parts of one check share. Used by one thread.
+struct CheckContext {
+  TrustStore trust;
+  WorkBudget budget = {};
+};
+
+}  // namespace platform::code_signing
+
+#endif  // PLATFORM_LINUX_CODE_SIGNING_CHECK_CONTEXT_H_

@@ -1,0 +1,273 @@
+// Whole files with a CMS signature, as an attacker would forge them.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "platform/linux/code_signing/check_context.h"
+#include "platform/linux/code_signing/signed_code.h"
+#include "platform/linux/code_signing/timestamp_token.h"
+#include "tests/code_signing/cms_builder.h"
+#include "tests/code_signing/test_directory.h"
+#include "tests/code_signing/test_signature.h"
+
+namespace platform::code_signing {
+namespace {
+
+constexpr char kFirstAgility[] = "1.2.840.113635.100.9.1";
+constexpr char kSecondAgility[] = "1.2.840.113635.100.9.2";
+
+std::string DirectoryOf(const std::string& code, HashType hashType = HashType::kSha256) {
+  TestDirectoryContents contents;
+  contents.code = code;
+  contents.flags = 0;
+  contents.hashType = hashType;
+  return MakeCodeDirectory(contents);
+}
+
+class SignedFileTest : public testing::Test {
+ protected:
+  OsStatus Status(const std::string& path = "library") const {
+    const auto context =
+        std::make_shared<CheckContext>(CheckContext{TrustStore({signer_.chain.back()})});
+    std::unique_ptr<SignedCode> code;
+    const OsStatus status = SignedCode::Open(directory_.Path(path), context, code);
+    return status == kErrSecSuccess ? code->CheckValidity() : status;
+  }
+
+  /// Checks a file whose signature has these components and a message made by `plan`.
+  OsStatus StatusOfFile(const std::string& code, std::map<Slot, std::string> components,
+                        CmsPlan plan) const {
+    plan.content = components.at(kSlotCodeDirectory);
+    if (plan.signers.empty()) plan.signers = {signer_};
+    components[kSlotCmsSignature] = MakeWrapper(MakeCms(plan));
+    directory_.Write("library", code);
+    directory_.Write("library.codesignature", MakeSuperBlob(components));
+    return Status();
+  }
+
+  /// A slice whose directory names a team.
+  std::string Slice(const DirectorySigner& sign, std::uint32_t flags = 0) const {
+    TestDirectoryContents contents;
+    contents.flags = flags;
+    contents.team = "TEAM";
+    return MakeSignedMachO(contents, sign);
+  }
+
+  static DirectorySigner SignWith(const TestSigner& signer) {
+    return [signer](const std::string& directory) {
+      CmsPlan plan;
+      plan.content = directory;
+      plan.signers = {signer};
+      return MakeCms(plan);
+    };
+  }
+
+  const TestDirectory directory_;
+  const TestSigner signer_ = MakeSigner();
+};
+
+TEST_F(SignedFileTest, AcceptsAProperSignature) {
+  EXPECT_EQ(StatusOfFile("code", {{kSlotCodeDirectory, DirectoryOf("code")}}, {}), kErrSecSuccess);
+  EXPECT_EQ(StatusOfFile("mode", {{kSlotCodeDirectory, DirectoryOf("code")}}, {}),
+            kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, RejectsADirectoryThatNoAttributeNames) {
+  // The added directory has the better digest, so everything would be compared with it.
+  EXPECT_EQ(
+      StatusOfFile("evil", {{kSlotCodeDirectory, DirectoryOf("code")},
+                            {kSlotAlternateCodeDirectories, DirectoryOf("evil", HashType::kSha384)}},
+                   {}),
+      kErrSecCSSignatureFailed);
+  // The same where nothing but the directory was added.
+  EXPECT_EQ(
+      StatusOfFile("code", {{kSlotCodeDirectory, DirectoryOf("code", HashType::kSha384)},
+                            {kSlotAlternateCodeDirectories, DirectoryOf("code", HashType::kSha1)}},
+                   {}),
+      kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, AcceptsDirectoriesThatAnAttributeNames) {
+  const std::string base = DirectoryOf("code", HashType::kSha1);
+  const std::string best = DirectoryOf("code", HashType::kSha256);
+  const std::map<Slot, std::string> components = {{kSlotCodeDirectory, base},
+                                                  {kSlotAlternateCodeDirectories, best}};
+  const auto sequence = [](const std::string& digest, const std::string& hash) {
+    return Der(0x30, Der(0x06, digest) + Der(0x04, hash));
+  };
+  const std::string sha1 = sequence("\x2B\x0E\x03\x02\x1A", DigestOf(HashType::kSha1, base));
+  const std::string sha256 = sequence("\x60\x86\x48\x01\x65\x03\x04\x02\x01",
+                                      DigestOf(HashType::kSha256, best));
+  CmsPlan second;
+  second.signedAttributes = {{kSecondAgility, {sha1, sha256}}};
+  EXPECT_EQ(StatusOfFile("code", components, second), kErrSecSuccess);
+  second.signedAttributes = {{kSecondAgility, {sha1}}};
+  EXPECT_EQ(StatusOfFile("code", components, second), kErrSecCSSignatureFailed);
+
+  const auto data = [](const std::string& hash) {
+    std::string text(64, '\0');
+    const int length = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                       reinterpret_cast<const unsigned char*>(hash.data()), 20);
+    text.resize(static_cast<std::size_t>(length));
+    return "<data>" + text + "</data>";
+  };
+  const auto list = [&](const std::string& hashes) {
+    return Der(0x04, "<plist><dict><key>cdhashes</key><array>" + hashes + "</array></dict></plist>");
+  };
+  CmsPlan first;
+  first.signedAttributes = {{kFirstAgility, {list(data(DigestOf(HashType::kSha1, base)) +
+                                                  data(DigestOf(HashType::kSha256, best)))}}};
+  EXPECT_EQ(StatusOfFile("code", components, first), kErrSecSuccess);
+  first.signedAttributes = {{kFirstAgility, {list(data(DigestOf(HashType::kSha1, base)) +
+                                                  data(DigestOf(HashType::kSha1, base)))}}};
+  EXPECT_EQ(StatusOfFile("code", components, first), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, RejectsAnAddedDirectoryOfAnUnknownType) {
+  const std::string base = DirectoryOf("code");
+  std::string unknown = DirectoryOf("code", HashType::kSha1);
+  constexpr std::size_t kHashTypeOffset = 37;
+  unknown[kHashTypeOffset] = 9;
+  const std::string sha256 =
+      Der(0x30, Der(0x06, "\x60\x86\x48\x01\x65\x03\x04\x02\x01") +
+                    Der(0x04, DigestOf(HashType::kSha256, base)));
+  CmsPlan plan;
+  plan.signedAttributes = {{kSecondAgility, {sha256}}};
+  EXPECT_EQ(StatusOfFile("code", {{kSlotCodeDirectory, base}}, plan), kErrSecSuccess);
+  EXPECT_EQ(StatusOfFile("code",
+                         {{kSlotCodeDirectory, base}, {kSlotAlternateCodeDirectories, unknown}},
+                         plan),
+            kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, RejectsOldMessageDigests) {
+  const TestSigner rsa = MakeSigner("codeSigning", MakeRsaKey(2048), signer_.authority);
+  CmsPlan plan;
+  plan.signers = {rsa};
+  plan.digest = EVP_sha1();
+  EXPECT_EQ(StatusOfFile("code", {{kSlotCodeDirectory, DirectoryOf("code")}}, plan),
+            kErrSecSuccess);
+  plan.digest = EVP_md5();
+  EXPECT_EQ(StatusOfFile("code", {{kSlotCodeDirectory, DirectoryOf("code")}}, plan),
+            kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, EverySliceNeedsTheSameSigner) {
+  const auto status = [&](const std::vector<std::string>& slices) {
+    directory_.Write("tool", MakeUniversal(slices));
+    return Status("tool");
+  };
+  constexpr std::uint32_t kAdhoc = 0x2;
+  constexpr std::uint32_t kLinkerSigned = 0x20002;
+  const std::string good = Slice(SignWith(signer_));
+  const std::string adhoc = Slice(nullptr, kAdhoc);
+  EXPECT_EQ(status({good, good}), kErrSecSuccess);
+  EXPECT_EQ(status({adhoc, adhoc}), kErrSecSuccess);
+  EXPECT_EQ(status({good, adhoc}), kErrSecCSSignatureInvalid);
+  EXPECT_EQ(status({adhoc, good}), kErrSecCSSignatureInvalid);
+  EXPECT_EQ(status({good, Slice(nullptr, kLinkerSigned)}), kErrSecCSSignatureInvalid);
+  EXPECT_EQ(status({good, good, adhoc}), kErrSecCSSignatureInvalid);
+  EXPECT_EQ(status({good, Slice(SignWith(signer_), kAdhoc)}), kErrSecCSSignatureInvalid);
+  // Another leaf of the same authority is another signer.
+  const TestSigner other = MakeSigner("codeSigning", MakeEcKey(), signer_.authority);
+  EXPECT_EQ(status({Slice(SignWith(other)), Slice(SignWith(other))}), kErrSecSuccess);
+  EXPECT_EQ(status({good, Slice(SignWith(other))}), kErrSecCSSignatureInvalid);
+}
+
+TEST_F(SignedFileTest, SlicesMustNotOverlap) {
+  constexpr std::size_t kInnerAt = 4096;
+  const auto sign = [](const std::string& code) {
+    TestDirectoryContents contents;
+    contents.code = code;
+    return MakeSignedMachO(contents, nullptr);
+  };
+  const auto file = [&](std::size_t size) {
+    const std::string inner = sign(MakeMachOCode(size));
+    const std::string outer = MakeMachOCode(kInnerAt + inner.size());
+    // The first slice begins at the same distance in the file as the second one in the first.
+    std::string bytes = MakeUniversal({sign(outer.substr(0, kInnerAt) + inner), inner});
+    constexpr std::size_t kSecondOffset = 8 + 20 + 8;
+    return bytes.replace(kSecondOffset, 4, std::string("\0\0\x20\0", 4));
+  };
+  // Both are sound, and the file is large enough for the code of both.
+  directory_.Write("tool", file(64));
+  EXPECT_EQ(Status("tool"), kErrSecSuccess);
+  directory_.Write("tool", file(100000).substr(0, 2 * kInnerAt + 100000 + 2 * kInnerAt));
+  EXPECT_EQ(Status("tool"), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, HashingIsLimited) {
+  // One page of 5 GiB of which nothing is on the disk.
+  TestDirectoryContents contents;
+  contents.code = "code";
+  std::string directory = MakeCodeDirectory(contents);
+  constexpr std::size_t kCodeLimit64 = 56;
+  directory.replace(kCodeLimit64, 8, std::string("\0\0\0\x01\x40\0\0\0", 8));
+  directory_.Write("library", "");
+  ASSERT_EQ(truncate(directory_.Path("library").c_str(), off_t{5} << 30), 0);
+  directory_.Write("library.codesignature", MakeSuperBlob({{kSlotCodeDirectory, directory}}));
+  EXPECT_THROW(Status(), BudgetExceeded);
+}
+
+TEST_F(SignedFileTest, HashesAndPagesHaveASize) {
+  constexpr std::size_t kHashSize = 36;
+  const auto status = [&](std::uint8_t pageSizeLog2, bool hasHashes = true) {
+    TestDirectoryContents contents;
+    contents.code = std::string(8192, 'x');
+    contents.pageSizeLog2 = pageSizeLog2;
+    std::string directory = MakeCodeDirectory(contents);
+    if (!hasHashes) directory[kHashSize] = '\0';
+    directory_.Write("library", contents.code);
+    directory_.Write("library.codesignature", MakeSuperBlob({{kSlotCodeDirectory, directory}}));
+    return Status();
+  };
+  EXPECT_EQ(status(0), kErrSecSuccess);
+  EXPECT_EQ(status(12), kErrSecSuccess);
+  EXPECT_EQ(status(14), kErrSecSuccess);
+  // A directory that cannot be used counts as none where there is no message either.
+  EXPECT_EQ(status(11), kErrSecCSUnsigned);
+  EXPECT_EQ(status(1), kErrSecCSUnsigned);
+  EXPECT_EQ(status(12, false), kErrSecCSUnsigned);
+}
+
+class TimestampTokenTest : public testing::Test {
+ protected:
+  std::optional<Timestamp> Verify(const std::string& token) {
+    return VerifyTimestampToken(token, "signature", context_);
+  }
+
+  const TestSigner authority_ = MakeSigner("timeStamping");
+  CheckContext context_ = {TrustStore({authority_.chain.back()})};
+};
+
+TEST_F(TimestampTokenTest, TellsTheTimeOfTheSignature) {
+  const auto timestamp = Verify(MakeTimestampToken({authority_}, "signature"));
+  ASSERT_TRUE(timestamp);
+  EXPECT_EQ(timestamp->time, 1500);
+}
+
+TEST_F(TimestampTokenTest, HasOneSigner) {
+  EXPECT_FALSE(Verify(MakeTimestampToken({authority_, authority_}, "signature")));
+}
+
+TEST_F(TimestampTokenTest, IsAboutTheSignatureBeforeAnythingIsVerified) {
+  const std::string token = MakeTimestampToken({authority_}, "another signature");
+  for (int i = 0; i < 400; ++i) ASSERT_FALSE(Verify(token));
+  EXPECT_TRUE(Verify(MakeTimestampToken({authority_}, "signature")));
+}
+
+TEST_F(TimestampTokenTest, VerificationsAreLimited) {
+  const std::string token = MakeTimestampToken({authority_}, "signature");
+  EXPECT_THROW(
+      {
+        for (int i = 0; i < 400; ++i) Verify(token);
+      },
+      BudgetExceeded);
+}
+
+}  // namespace
+}  // namespace platform::code_signing
