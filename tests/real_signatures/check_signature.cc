@@ -36,15 +36,15 @@ bool Check(const std::string& path, const TrustStore& trust) {
       SignedCode::Open(path, std::make_shared<CheckContext>(CheckContext{trust}), code);
   std::printf("created: %d\n", created);
   if (created != 0) return false;
-  OsStatus validity = platform::code_signing::kErrSecCSInternalError;
   try {
-    validity = code->CheckValidity();
+    const OsStatus validity = code->CheckValidity();
+    std::printf("validity: %d\n", validity);
     PrintInformation(*code);
+    return validity == 0;
   } catch (const platform::code_signing::BudgetExceeded&) {
-    // Stays an internal error, which is what the adapter makes of it.
+    std::printf("validity: %d\n", platform::code_signing::kErrSecCSInternalError);
+    return false;
   }
-  std::printf("validity: %d\n", validity);
-  return validity == 0;
 }
 
 }  // namespace

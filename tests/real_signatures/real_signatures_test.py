@@ -1,6 +1,6 @@
 """Files that Apple's tools signed must be judged as macOS judges them, and every change found.
 
-Fetches two npm packages, so it runs only when it is asked for. The anchor is Apple's root out of a
+Fetches three npm packages, so it runs only when it is asked for. The anchor is Apple's root out of a
 signature's own chain, recognised by its published fingerprint.
 
 Usage: real_signatures_test.py CHECK_SIGNATURE [unittest argument...]
@@ -10,6 +10,7 @@ import contextlib
 import hashlib
 import pathlib
 import re
+import shutil
 import ssl
 import subprocess
 import sys
@@ -31,7 +32,10 @@ APPLE_ROOT = "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024"
 
 VALID = 0
 BAD_NESTED_CODE = -67021
+RESOURCE_DIRECTORY_FAILED = -67023
+INFO_PLIST_FAILED = -67030
 SIGNATURE_INVALID = -67045
+BAD_RESOURCE = -67054
 SIGNATURE_FAILED = -67061
 UNSIGNED = -67062
 
@@ -252,6 +256,86 @@ class PartlySignedTest(RealSignatureTestCase):
         for piece in self.slices:
             if piece.components:
                 self.assert_flip(SIGNATURE_FAILED, piece.code_start)
+
+
+class FrameworkTest(unittest.TestCase):
+    """A sealed framework, alone and nested in an application."""
+
+    @classmethod
+    def setUpClass(cls):
+        holder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(holder.cleanup)
+        cls.download = downloads.fetch(*downloads.FRAMEWORK, holder.name)
+        (cls.download / "Versions/Current").symlink_to("0.1.0")
+        for name in ("NativeScript", "Headers", "Resources"):
+            (cls.download / name).symlink_to(f"Versions/Current/{name}")
+
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        self.bundle = build_bundle(pathlib.Path(holder.name) / "Outer.app", b"code")
+        self.nested = self.bundle / "Contents/Frameworks/NativeScript.framework"
+        self.version = self.nested / "Versions/0.1.0"
+        shutil.copytree(self.download, self.nested, symlinks=True)
+        sign_bundle(self.bundle, adhoc=True, nested_requirements={
+            "Frameworks/NativeScript.framework": "! anchor apple generic"})
+
+    def assert_found(self, alone):
+        """Checks that a change is found in the framework itself, unless it lies outside of what it
+        seals, and in the application always."""
+        self.assertEqual(validity(self.nested, "/nonexistent"), alone)
+        self.assertNotEqual(validity(self.bundle, "/nonexistent"), VALID)
+
+    def test_is_valid_under_all_its_names(self):
+        for path in (self.bundle, self.nested, self.version, self.version / "NativeScript"):
+            self.assertEqual(validity(path, "/nonexistent"), VALID, path)
+
+    def test_changed_resource(self):
+        with open(self.version / "Headers/NativeScript.h", "ab") as file:
+            file.write(b"\n")
+        self.assert_found(BAD_RESOURCE)
+
+    def test_added_resource(self):
+        (self.version / "Headers/added.h").touch()
+        self.assert_found(BAD_RESOURCE)
+
+    def test_missing_resource(self):
+        (self.version / "Headers/NativeScript.h").unlink()
+        self.assert_found(BAD_RESOURCE)
+
+    def test_resource_that_became_a_link(self):
+        header = self.version / "Headers/NativeScript.h"
+        header.rename(self.version.parent.parent / "header")
+        header.symlink_to("../../../header")
+        self.assert_found(BAD_RESOURCE)
+
+    def test_changed_seal(self):
+        with open(self.version / "_CodeSignature/CodeResources", "ab") as file:
+            file.write(b"\n")
+        self.assert_found(RESOURCE_DIRECTORY_FAILED)
+
+    def test_changed_information(self):
+        with open(self.version / "Resources/Info.plist", "ab") as file:
+            file.write(b"\n")
+        self.assert_found(INFO_PLIST_FAILED)
+
+    def test_changed_code(self):
+        with open(self.version / "NativeScript", "r+b") as file:
+            file.seek(0x8000)
+            byte = file.read(1)
+            file.seek(0x8000)
+            file.write(bytes([byte[0] ^ 1]))
+        self.assert_found(SIGNATURE_FAILED)
+
+    def test_file_beside_what_is_sealed(self):
+        (self.nested / "added").touch()
+        self.assert_found(VALID)
+
+    def test_another_version(self):
+        shutil.copytree(self.version, self.nested / "Versions/B", symlinks=True)
+        self.assertEqual(validity(self.bundle, "/nonexistent"), VALID)
+        (self.nested / "Versions/B/Headers/NativeScript.h").unlink()
+        self.assert_found(VALID)
 
 
 if __name__ == "__main__":
