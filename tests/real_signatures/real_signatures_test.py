@@ -281,8 +281,8 @@ class FrameworkTest(unittest.TestCase):
             "Frameworks/NativeScript.framework": "! anchor apple generic"})
 
     def assert_found(self, alone):
-        """Checks that a change is found in the framework itself, unless it lies outside of what it
-        seals, and in the application always."""
+        """Checks what the framework's own check says of a change, and that the application's check
+        finds it in any case."""
         self.assertEqual(validity(self.nested, "/nonexistent"), alone)
         self.assertNotEqual(validity(self.bundle, "/nonexistent"), VALID)
 

@@ -89,7 +89,7 @@ std::string EncodedCertificate(const X509& certificate) {
 
 bool HasUsableKey(const X509& certificate) {
   constexpr int kMaximumModulusBits = 8192;
-  constexpr int kMaximumExponentBits = 64;
+  constexpr int kMaximumExponentBits = 32;
   constexpr std::string_view kCurves[] = {SN_X9_62_prime256v1, SN_secp384r1, SN_secp521r1};
   const EVP_PKEY* const key = X509_get0_pubkey(&certificate);
   if (key == nullptr) return false;

@@ -40,7 +40,7 @@ bool HasExtension(const X509& certificate, const char* identifier);
 std::string EncodedCertificate(const X509& certificate);
 
 /// Whether its key is of a kind that code is signed with, so that a verification with it is cheap:
-/// RSA with at most 8,192 bits and an exponent of at most 64, or one of NIST's curves.
+/// RSA with at most 8,192 bits and an exponent of at most 32, or one of NIST's curves.
 bool HasUsableKey(const X509& certificate);
 
 /// Whether it is its own issuer by name and its signature agrees with its own key.

@@ -13,8 +13,8 @@
 namespace platform::code_signing {
 namespace {
 
-// Real messages have some ten thousand bytes. Values take more memory than their encoding.
-constexpr std::size_t kLargestMessage = 1U << 20U;
+// Real messages have some ten thousand bytes. Values can take 50 times the memory of their encoding.
+constexpr std::size_t kLargestMessage = 256U << 10U;
 
 constexpr char kSequenceTag = 0x30;
 
