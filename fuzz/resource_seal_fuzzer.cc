@@ -80,7 +80,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       [](const std::string&, const code_signing::Requirement& requirement) {
         return requirement({}) ? code_signing::kErrSecSuccess : code_signing::kErrSecCSReqFailed;
       }};
-  code_signing::WorkBudget budget;
-  static_cast<void>(code_signing::CheckResources(seal, budget));
+  code_signing::CheckContext context;
+  static_cast<void>(code_signing::CheckResources(seal, context));
   return 0;
 }

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <optional>
+#include <cctype>
+#include <ctime>
+#include <random>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/linux/property_list.h"
@@ -27,7 +27,14 @@ std::string Weight(const std::string& number, const std::string& more = "") {
 
 class ResourceRulesTest : public testing::Test {
  protected:
-  void Load(const std::string& members) { ASSERT_EQ(rules_.Load(Rules(members)), kErrSecSuccess); }
+  OsStatus TryToLoad(const std::string& members) { return rules_.Load(Rules(members), patterns_); }
+
+  void Load(const std::string& members) { ASSERT_EQ(TryToLoad(members), kErrSecSuccess); }
+
+  /// Whether patterns are accepted on their own.
+  static bool IsAccepted(const ResourcePatterns::List& patterns) {
+    return ResourcePatterns().Compile(patterns) != nullptr;
+  }
 
   const ResourceRule* Find(const std::string& path) {
     const ResourceRule* rule = nullptr;
@@ -35,6 +42,7 @@ class ResourceRulesTest : public testing::Test {
     return rule;
   }
 
+  ResourcePatterns patterns_;
   ResourceRules rules_;
 };
 
@@ -74,53 +82,164 @@ TEST_F(ResourceRulesTest, RefusesValuesOfWrongType) {
                                   "<dict><key>omit</key><integer>1</integer></dict>",
                                   "<dict><key>nested</key><string>no</string></dict>",
                                   "<dict><key>optional</key><integer>0</integer></dict>"}) {
-    EXPECT_EQ(rules_.Load(Rules(Rule("^a", value))), kErrSecCSResourceRulesInvalid) << value;
+    EXPECT_EQ(TryToLoad(Rule("^a", value)), kErrSecCSResourceRulesInvalid) << value;
   }
-  EXPECT_EQ(rules_.Load(Rules(Rule("^a", "<dict><key>other</key><array/></dict>"))),
-            kErrSecSuccess);
+  EXPECT_EQ(TryToLoad(Rule("^a", "<dict><key>other</key><array/></dict>")), kErrSecSuccess);
+}
+
+TEST_F(ResourceRulesTest, NoRulesMatchNothing) {
+  Load("");
+  EXPECT_EQ(Find("a"), nullptr);
+}
+
+TEST_F(ResourceRulesTest, ReadsPatternsAsPosixDoes) {
+  const struct {
+    const char* pattern;
+    const char* path;
+    bool isMatch;
+  } kCases[] = {
+      {"^a.b$", "a\nb", true},         {"^a[^c]b$", "a\nb", true},     {"^b", "a\nb", false},
+      {"a$", "a\nb", false},           {"a$", "a\n", false},           {"^.$", "\xE9", true},
+      {"^[\xE0-\xEF]$", "\xE9", true}, {"^[[:digit:]]+$", "42", true}, {"^[]a]+$", "]a", true},
+      {"^[^]a]$", "]", false},         {"^[a-]$", "-", true},          {"^(a|b|)c$", "c", true},
+      {"^a{2,3}$", "aaaa", false},     {"^a{2,}$", "aaaa", true},      {"^a{2}{2}$", "aaaa", true},
+      {"^\\$\\{\\}$", "${}", true},    {"(^a|b$)", "xb", true},        {"", "a", true},
+  };
+  for (const auto& [pattern, path, isMatch] : kCases) {
+    ResourcePatterns patterns;
+    const re2::RE2::Set* const set = patterns.Compile({pattern});
+    ASSERT_NE(set, nullptr) << pattern;
+    EXPECT_EQ(set->Match(path, nullptr), isMatch) << pattern;
+  }
 }
 
 TEST_F(ResourceRulesTest, RefusesMalformedPatterns) {
-  for (const std::string pattern : {"(", "[a", "a{1", "a{2,1}", "*(", "a\\"}) {
-    EXPECT_EQ(rules_.Load(Rules(Rule(pattern, "<true/>"))), kErrSecCSResourceRulesInvalid)
-        << pattern;
+  EXPECT_EQ(TryToLoad(Rule("(", "<true/>")), kErrSecCSResourceRulesInvalid);
+  for (const std::string pattern :
+       {")", "[a", "a{1", "a{2,1}", "*(", "a\\", "[b-a]", "[[:none:]]"}) {
+    EXPECT_FALSE(IsAccepted({pattern})) << pattern;
   }
 }
+
+// Libraries differ in how they read them.
+TEST_F(ResourceRulesTest, RefusesPatternsThatAreNotPortable) {
+  for (const std::string pattern : {"(a)\\1", "\\d", "\\x41", "\\Qa", "[\\]]", "[[.a.]]", "[[=a=]]",
+                                    "a{,2}", "a{", "{", "(?i)a", "(?:a)"}) {
+    EXPECT_FALSE(IsAccepted({pattern})) << pattern;
+  }
+}
+
+/// How much processor time passes in its life.
+class Stopwatch {
+ public:
+  double Seconds() const { return static_cast<double>(std::clock() - start_) / CLOCKS_PER_SEC; }
+
+ private:
+  std::clock_t start_ = std::clock();
+};
 
 TEST_F(ResourceRulesTest, RefusesPatternsThatCostTooMuch) {
-  const std::string opened(400, '(');
-  std::string closed;
-  for (int i = 0; i < 400; ++i) closed += ")+";
-  for (const std::string& pattern :
-       {std::string(5000, 'a'), std::string("(((a{1,255}){1,255}){1,255}){1,255}"),
-        std::string("a{99999999999999999999}"), opened + "a" + closed, std::string("(a*)\\1"),
-        "v" + std::string(100, '*'), std::string("b+($){1,3}{1,3}++"),
-        std::string(100, '(') + "v" + closed, std::string("((a+)+b{9})\\9")}) {
-    EXPECT_EQ(rules_.Load(Rules(Rule(pattern, "<true/>"))), kErrSecCSResourceRulesInvalid)
-        << pattern.substr(0, 60);
+  const Stopwatch stopwatch;
+  ResourcePatterns::List many;
+  ResourcePatterns::List repeated;
+  for (int i = 0; i < 1000; ++i) {
+    many.push_back("^[a-z].*[0-9]$" + std::to_string(i));
+    if (i < 100) repeated.push_back(std::to_string(i) + "(a|b|c){100}");
   }
-  std::string many;
-  for (int i = 0; i < 1000; ++i) many += Rule("^" + std::to_string(i), "<true/>");
-  EXPECT_EQ(rules_.Load(Rules(many)), kErrSecCSResourceRulesInvalid);
+  for (const ResourcePatterns::List& patterns :
+       {ResourcePatterns::List{"((a{160}[[.].]))]){160}){160}"},
+        ResourcePatterns::List{"((a{160}b){160}){160}"},
+        ResourcePatterns::List{"(((a{1,255}){1,255}){1,255}){1,255}"},
+        ResourcePatterns::List{"a{99999999999999999999}"},
+        ResourcePatterns::List{"([^a]?.){1000}b"}, repeated,
+        ResourcePatterns::List{std::string(20000, 'a')}, many}) {
+    EXPECT_FALSE(IsAccepted(patterns)) << patterns.front().substr(0, 60);
+  }
+  EXPECT_LT(stopwatch.Seconds(), 5);
 }
 
-TEST_F(ResourceRulesTest, MatchesHostilePatternsInBoundedTime) {
-  Load(Rule("^(a|a)*(a|aa)*(a*)*(.*.*.*.*)*b$", "<true/>") + Rule("(x+x+)+y", "<true/>"));
-  const auto start = std::chrono::steady_clock::now();
-  for (int i = 0; i < 200; ++i) {
-    EXPECT_EQ(Find(std::string(200, 'a') + "c" + std::string(50, 'x')), nullptr);
-  }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+/// A path of some letters in no order.
+std::string RandomPath(const std::string& letters, int length, std::mt19937& random) {
+  std::string path;
+  for (int i = 0; i < length; ++i) path += letters[random() % letters.size()];
+  return path;
 }
 
-TEST_F(ResourceRulesTest, KeepsAnsweringWhenExpressionsAreCompiledAnew) {
-  Load(Rule("^(.*/)?\\.DS_Store$", Weight("<real>2000</real>", "<key>omit</key><true/>")) +
-       Rule("^.*", "<true/>"));
+TEST_F(ResourceRulesTest, RefusesRulesWhoseAutomatonGrows) {
+  Load(Rule("a[ab]{20}c", "<true/>"));
+  std::mt19937 random;
+  const ResourceRule* rule = nullptr;
+  OsStatus status = kErrSecSuccess;
+  for (int i = 0; i < 100 && status == kErrSecSuccess; ++i) {
+    status = rules_.Find(RandomPath("ab", 1000, random), rule);
+  }
+  EXPECT_EQ(status, kErrSecCSResourceRulesInvalid);
+}
+
+// What a bundle with other nested bundles can cost at most: each has its own rules, with an
+// automaton that is about to become too large.
+TEST_F(ResourceRulesTest, BoundsTheCostOfAllRulesOfACheck) {
+  std::mt19937 random;
+  std::string letters;
+  for (int c = 1; c < 256; ++c) {
+    if (std::isalnum(c) != 0 || c > 127) letters += static_cast<char>(c);
+  }
+  std::string alternatives;
+  for (int i = 0; i < 800; ++i)
+    alternatives += std::string(1, letters[random() % letters.size()]) + "|";
+  std::vector<std::string> paths;
+  for (int i = 0; i < 1000; ++i)
+    paths.push_back(RandomPath(i % 2 == 0 ? letters : "ab", 1000, random));
+  const Stopwatch stopwatch;
+  int accepted = 0;
+  for (int i = 0; i < 20; ++i) {
+    const std::string members = Rule("(" + alternatives + "a)*", "<true/>") +
+                                Rule("(" + alternatives + "b){2}Q", "<true/>") +
+                                Rule("a[ab].{4}z" + std::to_string(i), "<true/>");
+    if (TryToLoad(members) != kErrSecSuccess) continue;
+    ++accepted;
+    // Other bundles with the same rules cost nothing more.
+    ASSERT_EQ(TryToLoad(members), kErrSecSuccess);
+    const ResourceRule* rule = nullptr;
+    for (const std::string& path : paths) {
+      if (rules_.Find(path, rule) != kErrSecSuccess) break;
+    }
+  }
+  EXPECT_EQ(accepted, 8);
+  EXPECT_LT(stopwatch.Seconds(), 5);
+}
+
+TEST_F(ResourceRulesTest, FollowsTheUsualRulesForManyFiles) {
+  const std::string omit = "<key>omit</key><true/>";
+  const std::string nested = "<key>nested</key><true/>";
+  Load(Rule("^.*", "<true/>") + Rule("^[^/]+$", Weight("<real>10</real>", nested)) +
+       Rule("^(Frameworks|SharedFrameworks|PlugIns|Plug-ins|XPCServices|Helpers|MacOS|"
+            "Library/(Automator|Spotlight|LoginItems))/",
+            Weight("<real>10</real>", nested)) +
+       Rule(".*\\.dSYM($|/)", Weight("<real>11</real>")) +
+       Rule("^(.*/)?\\.DS_Store$", Weight("<real>2000</real>", omit)) +
+       Rule("^Info\\.plist$", Weight("<real>20</real>", omit)) +
+       Rule("^version\\.plist$", Weight("<real>20</real>")) +
+       Rule("^embedded\\.provisionprofile$", Weight("<real>20</real>")) +
+       Rule("^PkgInfo$", Weight("<real>20</real>", omit)) +
+       Rule("^Resources/", Weight("<real>20</real>")) +
+       Rule("^Resources/.*\\.lproj/", Weight("<real>1000</real>")) +
+       Rule("^Resources/Base\\.lproj/", Weight("<real>1010</real>")) +
+       Rule("^Resources/.*\\.lproj/locversion.plist$", Weight("<real>1100</real>", omit)));
+  std::mt19937 random;
+  const Stopwatch stopwatch;
   for (int i = 0; i < 20000; ++i) {
-    const std::string path = "Resources/folder" + std::to_string(i) + "/";
-    ASSERT_FALSE(Find(path + "file")->isOmitted);
-    ASSERT_TRUE(Find(path + ".DS_Store")->isOmitted);
+    std::string path = RandomPath("abcdefghijklmnopqrstuvwxyz0123456789-_ ./", 100, random);
+    path = (i % 2 == 0 ? "Resources/en.lproj/" : "Frameworks/") + path + "/";
+    ASSERT_EQ(Find(path + "file")->weight, i % 2 == 0 ? 1000U : 10U) << path;
+    ASSERT_TRUE(Find(path + ".DS_Store")->isOmitted) << path;
   }
+  EXPECT_EQ(Find("Resources/Base.lproj/a")->weight, 1010U);
+  EXPECT_TRUE(Find("Resources/de.lproj/locversion.plist")->isOmitted);
+  EXPECT_TRUE(Find("PkgInfo")->isOmitted);
+  EXPECT_TRUE(Find("tool")->isNestedCode);
+  EXPECT_EQ(Find("MacOS/tool.dSYM")->weight, 11U);
+  EXPECT_LT(stopwatch.Seconds(), 5);
 }
 
 }  // namespace

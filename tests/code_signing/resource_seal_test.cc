@@ -99,7 +99,7 @@ class ResourceSealTest : public testing::Test {
            nested_.push_back(path);
            return nestedStatus_;
          }},
-        budget_);
+        context_);
   }
 
   static std::string List(const std::string& members) {
@@ -124,7 +124,7 @@ class ResourceSealTest : public testing::Test {
 
   const TestDirectory directory_;
   std::vector<HashType> hashTypes_ = {HashType::kSha256};
-  WorkBudget budget_;
+  CheckContext context_;
   std::vector<std::string> nested_;
   OsStatus nestedStatus_ = kErrSecSuccess;
 };
@@ -415,14 +415,14 @@ TEST_F(ResourceSealTest, BundlesNeedASeal) {
   const Places bundle(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
   const Places file(std::nullopt, directory_.Path("Contents/MacOS/tool"));
   const auto never = [](const auto&, const auto&) { return kErrSecCSInternalError; };
-  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}, budget_), kErrSecCSResourcesNotFound);
-  EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}, budget_), kErrSecSuccess);
-  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}, budget_), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}, context_), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}, context_), kErrSecSuccess);
+  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}, context_), kErrSecCSResourcesNotFound);
 }
 
 TEST_F(ResourceSealTest, AnswersForARootThatIsGone) {
   const Places gone(directory_.Path("gone"), directory_.Path("gone/tool"));
-  EXPECT_EQ(CheckResources({gone, List2(""), hashTypes_, nullptr}, budget_), 100002);
+  EXPECT_EQ(CheckResources({gone, List2(""), hashTypes_, nullptr}, context_), 100002);
 }
 
 }  // namespace

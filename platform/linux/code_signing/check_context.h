@@ -5,6 +5,7 @@
 #include <exception>
 #include <utility>
 
+#include "platform/linux/code_signing/resource_rules.h"
 #include "platform/linux/code_signing/trust_store.h"
 
 namespace platform::code_signing {
@@ -44,6 +45,7 @@ class WorkBudget {
 struct CheckContext {
   TrustStore trust;
   WorkBudget budget = {};
+  ResourcePatterns patterns = {};
 };
 
 }  // namespace platform::code_signing

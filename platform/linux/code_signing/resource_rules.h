@@ -1,12 +1,12 @@
 #ifndef PLATFORM_LINUX_CODE_SIGNING_RESOURCE_RULES_H_
 #define PLATFORM_LINUX_CODE_SIGNING_RESOURCE_RULES_H_
 
-#include <regex.h>
+#include <re2/re2.h>
+#include <re2/set.h>
 
-#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -15,29 +15,19 @@
 
 namespace platform::code_signing {
 
-/// A POSIX extended regular expression that is searched for. Compiling a hostile pattern and
-/// matching with it cost bounded memory: patterns whose automaton would be large, and references
-/// back, are refused.
-class ResourcePattern {
+/// Compiles the patterns of rules, which are POSIX extended regular expressions. One object serves
+/// all seals of a check: seals with the same patterns share an automaton, and the number of
+/// different automata is bounded, so hostile rules cost bounded time and memory in all.
+class ResourcePatterns {
  public:
-  /// @return nothing for a pattern that is malformed or refused.
-  static std::optional<ResourcePattern> Compile(const std::string& text);
+  using List = std::vector<std::string>;
 
-  /// @return nothing when there was no memory for it.
-  std::optional<bool> Matches(const std::string& path);
+  /// @return the automaton, owned by this object; null when a pattern is malformed or refused, or
+  ///     when there would be too many automata.
+  const re2::RE2::Set* Compile(const List& patterns);
 
  private:
-  struct Free {
-    void operator()(regex_t* expression) const;
-  };
-  using Expression = std::unique_ptr<regex_t, Free>;
-
-  static Expression CompileExpression(const std::string& text);
-
-  std::string text_;
-  std::size_t positions_ = 0;  ///< of the automaton
-  std::size_t work_ = 0;       ///< since the expression was compiled
-  Expression expression_;
+  std::map<List, std::unique_ptr<re2::RE2::Set>> compiled_;
 };
 
 /// What a rule says about the paths that it matches.
@@ -51,20 +41,18 @@ struct ResourceRule {
 class ResourceRules {
  public:
   /// @param rules the dictionary of the rules.
+  /// @param patterns must outlive this object.
   /// @return kErrSecCSResourceRulesInvalid for rules that cannot be followed.
-  OsStatus Load(const PropertyListValue& rules);
+  OsStatus Load(const PropertyListValue& rules, ResourcePatterns& patterns);
 
   /// Finds the rule for `path`: the heaviest that matches, the first of several such.
   /// @param rule receives null when none matches.
-  OsStatus Find(const std::string& path, const ResourceRule*& rule);
+  /// @return kErrSecCSResourceRulesInvalid when the automaton grows beyond its bound.
+  OsStatus Find(const std::string& path, const ResourceRule*& rule) const;
 
  private:
-  struct Entry {
-    ResourcePattern pattern;
-    ResourceRule rule;
-  };
-
-  std::vector<Entry> entries_;
+  const re2::RE2::Set* patterns_ = nullptr;
+  std::vector<ResourceRule> rules_;  ///< in the order of their patterns
 };
 
 }  // namespace platform::code_signing

@@ -84,8 +84,8 @@ bool StaysBelow(const std::string& directory, const std::string& text) {
 class ResourceCheck {
  public:
   ResourceCheck(const ResourceSeal& seal, const PropertyListValue& files, int version,
-                WorkBudget& budget)
-      : seal_(seal), version_(version), budget_(budget) {
+                CheckContext& context)
+      : seal_(seal), version_(version), context_(context) {
     for (const PropertyListValue::Member& member : files.members) {
       unseen_.emplace(member.first, &member.second);
     }
@@ -96,7 +96,9 @@ class ResourceCheck {
     const Descriptor directory(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!directory.IsOpen()) return StatusFromErrno(errno);
     if (!seal_.code.Root()->Contains(directory.Get())) return kErrSecCSBadResource;
-    if (const OsStatus status = rules_.Load(rules); status != kErrSecSuccess) return status;
+    if (const OsStatus status = rules_.Load(rules, context_.patterns); status != kErrSecSuccess) {
+      return status;
+    }
     root_ = root;
     FindMainExecutable();
     if (const OsStatus status = Walk(directory, ""); status != kErrSecSuccess) return status;
@@ -247,7 +249,7 @@ class ResourceCheck {
       if (const int error = file.ReadAt(offset, chunk.data(), chunk.size(), count); error != 0) {
         return StatusFromErrno(error);
       }
-      budget_.SpendHashing(count * hashers.size());
+      context_.budget.SpendHashing(count * hashers.size());
       for (Digest& hasher : hashers) hasher.Update(std::string_view(chunk.data(), count));
       offset += count;
     } while (count == chunk.size());
@@ -269,7 +271,7 @@ class ResourceCheck {
 
   const ResourceSeal& seal_;
   const int version_;
-  WorkBudget& budget_;
+  CheckContext& context_;
   Items sealed_;
   Items unseen_;
   ResourceRules rules_;
@@ -286,7 +288,7 @@ const PropertyListValue* FindDictionary(const PropertyListValue& list, const cha
 
 }  // namespace
 
-OsStatus CheckResources(const ResourceSeal& seal, WorkBudget& budget) {
+OsStatus CheckResources(const ResourceSeal& seal, CheckContext& context) {
   const std::optional<std::string> root = seal.code.ResourceRoot();
   if (!seal.codeResources) return root ? kErrSecCSResourcesNotFound : kErrSecSuccess;
   const std::optional<PropertyListValue> list = ParsePropertyList(*seal.codeResources);
@@ -302,7 +304,7 @@ OsStatus CheckResources(const ResourceSeal& seal, WorkBudget& budget) {
     files = FindDictionary(*list, "files2");
     if (rules == nullptr || files == nullptr) return kErrSecCSResourcesInvalid;
   }
-  return ResourceCheck(seal, *files, version, budget).Run(*root, *rules);
+  return ResourceCheck(seal, *files, version, context).Run(*root, *rules);
 }
 
 }  // namespace platform::code_signing

@@ -81,7 +81,7 @@ OsStatus SignedCode::CheckSealedResources() {
                              [this](const std::string& path, const Requirement& requirement) {
                                return CheckNestedCode(path, requirement);
                              }};
-  return CheckResources(seal, context_->budget);
+  return CheckResources(seal, *context_);
 }
 
 OsStatus SignedCode::CheckNestedCode(const std::string& path,
