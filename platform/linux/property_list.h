@@ -13,9 +13,9 @@ namespace platform {
 constexpr std::size_t kMaximumPropertyListSize = std::size_t{32} << 20;
 
 /// Parses an XML or binary property list. Hostile input costs bounded memory, stack and time: see
-/// property_list_guard.h for what is refused.
+/// property_list_readers.h for the bounds.
 ///
-/// @return nothing when `bytes` is no property list, or goes beyond those bounds.
+/// @return nothing when `bytes` is not a property list, or exceeds the bounds.
 std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes);
 
 }  // namespace platform

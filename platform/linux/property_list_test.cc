@@ -128,45 +128,193 @@ TEST(PropertyListTest, BoundsTheNesting) {
   }
 }
 
-TEST(PropertyListTest, BoundsTheNumberOfValues) {
-  EXPECT_TRUE(ParsePropertyList(Xml("<array>" + Repeat("<true/>", 100000) + "</array>")));
-  EXPECT_FALSE(ParsePropertyList(Xml("<array>" + Repeat("<true/>", 1000000) + "</array>")));
-  EXPECT_FALSE(ParsePropertyList(std::string(kMaximumPropertyListSize + 1, ' ')));
-}
-
-TEST(PropertyListTest, BoundsTheWorkForEntities) {
-  EXPECT_TRUE(ParsePropertyList(Xml("<string>" + Repeat("&lt;", 10000) + "</string>")));
-  EXPECT_FALSE(ParsePropertyList(Xml("<string>" + Repeat("&lt;", 1000000) + "</string>")));
-}
-
 std::string Keys(std::size_t count, const std::function<std::string(std::size_t)>& name) {
   std::string keys;
   for (std::size_t i = 0; i < count; ++i) keys += "<key>" + name(i) + "</key><true/>";
   return Xml("<dict>" + keys + "</dict>");
 }
 
-TEST(PropertyListTest, BoundsTheWorkForKeys) {
-  constexpr std::size_t kCount = 100000;
-  const auto path = [](std::size_t i) { return "Resources/file" + std::to_string(i) + ".png"; };
-  const auto list = ParsePropertyList(Keys(kCount, path));
+std::string SealedPath(std::size_t i) {
+  return "Resources/de.lproj/some folder/file" + std::to_string(i) + ".png";
+}
+
+TEST(PropertyListTest, BoundsTheMemoryOfValues) {
+  EXPECT_TRUE(ParsePropertyList(Xml("<array>" + Repeat("<true/>", 100000) + "</array>")));
+  EXPECT_TRUE(ParsePropertyList(Keys(60000, SealedPath)));
+  for (const std::string value :
+       {"<true/>", "<array/>", "<array><true/></array>", "<string>0123456789abcdef</string>",
+        "<dict><key>a</key><true/></dict>", "<data>AAECAwQFBgcICQoLDA0ODw==</data>"}) {
+    EXPECT_FALSE(ParsePropertyList(Xml("<array>" + Repeat(value, 400000) + "</array>"))) << value;
+  }
+  EXPECT_FALSE(ParsePropertyList(Keys(400000, SealedPath)));
+  EXPECT_FALSE(ParsePropertyList(std::string(kMaximumPropertyListSize + 1, ' ')));
+}
+
+TEST(PropertyListTest, ReadsTheSealOfManyFiles) {
+  const std::string hash = "<key>hash</key><data>\n\t\tAAECAwQFBgcICQoLDA0ODxAREhM=\n\t\t</data>";
+  const std::string hash2 =
+      "<key>hash2</key><data>\n\t\tAAECAwQFBgcICQoLDA0ODxAREhMUFRYXGBkaGxwdHh8=\n\t\t</data>";
+  const std::string optional = "<key>optional</key><true/>";
+  std::string files;
+  std::string files2;
+  for (std::size_t i = 0; i < 20000; ++i) {
+    const std::string key = "<key>" + SealedPath(i) + "</key>";
+    files += key + "<dict>" + hash + optional + "</dict>";
+    files2 += key + "<dict>" + hash + hash2 + optional + "</dict>";
+  }
+  const auto list =
+      ParsePropertyList(Xml("<dict><key>files</key><dict>" + files +
+                            "</dict><key>files2</key><dict>" + files2 + "</dict></dict>"));
   ASSERT_TRUE(list);
-  EXPECT_EQ(list->members.size(), kCount);
-  EXPECT_TRUE(ParsePropertyList(Keys(kCount, [&](std::size_t i) {
-    return i % 1000 == 0 ? "a &amp; b" + std::to_string(i) : path(i);
-  })));
-  // Names of one hash, written plainly and not, and names that all come twice.
-  const auto colliding = [](std::size_t i) {
+  EXPECT_EQ(list->Find("files")->members.size(), 20000U);
+  EXPECT_EQ(list->Find("files2")->members.back().second.Find("hash2")->text.size(), 32U);
+}
+
+// Libraries for property lists take quadratic time for these.
+TEST(PropertyListTest, ReadsManyReferencesAndKeysOfOneHash) {
+  const auto text = ParsePropertyList(Xml("<string>" + Repeat("&lt;", 1000000) + "</string>"));
+  ASSERT_TRUE(text);
+  EXPECT_EQ(text->text, std::string(1000000, '<'));
+  const auto keys = ParsePropertyList(Keys(100000, [](std::size_t i) {
     std::string name;
     for (std::size_t bit = 0; bit < 17; ++bit) name += (i >> bit & 1) != 0 ? "AB" : "B!";
     return name;
-  };
-  EXPECT_FALSE(ParsePropertyList(Keys(kCount, colliding)));
-  EXPECT_FALSE(ParsePropertyList(Keys(kCount, [&](std::size_t i) {
-    return "&#" + std::to_string(i % 2 + 65) + ";" + colliding(i);
-  })));
-  EXPECT_FALSE(ParsePropertyList(
-      Keys(kCount, [&](std::size_t i) { return "<![CDATA[" + colliding(i) + "]]>"; })));
-  EXPECT_FALSE(ParsePropertyList(Keys(kCount, [&](std::size_t i) { return path(i / 2); })));
+  }));
+  ASSERT_TRUE(keys);
+  EXPECT_EQ(keys->members.size(), 100000U);
+}
+
+TEST(PropertyListTest, TheLastValueOfARepeatedKeyTakesThePlaceOfTheFirst) {
+  const auto list = ParsePropertyList(
+      Xml("<dict><key>a</key><integer>1</integer><key>b</key><integer>2</integer><key>a</key>"
+          "<integer>3</integer><key>c</key><integer>4</integer><key>a</key><integer>5</integer>"
+          "</dict>"));
+  ASSERT_TRUE(list);
+  ASSERT_EQ(list->members.size(), 3U);
+  EXPECT_EQ(list->members[0].second.integer, 5);
+  EXPECT_EQ(list->members[1].second.integer, 2);
+  EXPECT_EQ(list->members[2].first, "c");
+}
+
+TEST(PropertyListTest, ReadsTextWithCommentsSectionsAndReferences) {
+  const auto list = ParsePropertyList(
+      "<!-- a --><?b c?><plist><!-- <dict> --><array a=\"<>\"><string> a<!-- </string> -->b"
+      "<![CDATA[<&lt;>]]>&quot;&apos;&gt;&#xE9;&#x20AC;&#128512;</string ><key>k</key></array>"
+      "</plist>");
+  ASSERT_TRUE(list);
+  ASSERT_EQ(list->elements.size(), 2U);
+  EXPECT_EQ(list->elements[0].text, " ab<&lt;>\"'>\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+  EXPECT_EQ(list->elements[1].text, "k");
+}
+
+TEST(PropertyListTest, ReadsNumbers) {
+  const auto list = ParsePropertyList(
+      Xml("<array><integer> 0x1F\n</integer><integer>+7</integer><integer>010</integer>"
+          "<integer>18446744073709551615</integer><real> -1.5e3 </real><real>inf</real></array>"));
+  ASSERT_TRUE(list);
+  std::vector<std::int64_t> integers;
+  for (const PropertyListValue& element : list->elements) integers.push_back(element.integer);
+  EXPECT_THAT(integers, testing::ElementsAre(31, 7, 10, -1, 0, 0));
+  EXPECT_EQ(list->elements[4].real, -1500);
+  EXPECT_GT(list->elements[5].real, 1e308);
+}
+
+TEST(PropertyListTest, RefusesMalformedValues) {
+  for (const std::string body : {"<integer/>",
+                                 "<integer>1a</integer>",
+                                 "<integer>--1</integer>",
+                                 "<integer>-9223372036854775809</integer>",
+                                 "<integer>18446744073709551616</integer>",
+                                 "<real>x</real>",
+                                 "<real></real>",
+                                 "<data>A?==</data>",
+                                 "<string>&none;</string>",
+                                 "<string>&#0;</string>",
+                                 "<string>&#xD800;</string>",
+                                 "<string>&#1114112;</string>",
+                                 "<string>&amp</string>",
+                                 "<string>a</key>",
+                                 "<string>a</>",
+                                 "<string>a<b/></string>",
+                                 "<dict><key>a</key></dict>",
+                                 "<dict><true/></dict>",
+                                 "<array></dict>",
+                                 "<unknown/>",
+                                 "",
+                                 "<true/><true/>",
+                                 "text",
+                                 "<true",
+                                 "<true <",
+                                 "<true a=\"",
+                                 "<!-- ",
+                                 "<?a ><true/>",
+                                 "<>",
+                                 "<string><![CDATA[a</string>",
+                                 "<string><!-- </string>"}) {
+    EXPECT_FALSE(ParsePropertyList(Xml(body))) << body;
+  }
+  EXPECT_FALSE(ParsePropertyList(Xml("<string>a" + std::string(1, '\0') + "</string>")));
+  EXPECT_FALSE(ParsePropertyList("<!DOCTYPE plist [<!ENTITY a \"b\">]><plist><true/></plist>"));
+  EXPECT_FALSE(ParsePropertyList("<plist/>"));
+}
+
+TEST(PropertyListTest, ReadsEveryKindOfBinaryValue) {
+  const auto list = ParsePropertyList(
+      Binary({"\xAA\1\2\3\4\5\6\7\x8\x9\xA", "\x08", "\x10\xFF", "\x13" + std::string(8, '\xFF'),
+              "\x14" + std::string(15, '\0') + "\7", std::string("\x22\x3F\0\0\0", 5),
+              "\x23\x3F\xE0" + std::string(6, '\0'), "\x33" + std::string(8, '\0'), "\x42\1\2",
+              std::string("\x64\0a\x20\xAC\xD8\x3D\xDE\0", 9), "\x80\1"}));
+  ASSERT_TRUE(list);
+  const std::vector<PropertyListValue>& values = list->elements;
+  ASSERT_EQ(values.size(), 10U);
+  EXPECT_EQ(values[0].kind, Kind::kBoolean);
+  EXPECT_EQ(values[1].integer, 255);
+  EXPECT_EQ(values[2].integer, -1);
+  EXPECT_EQ(values[3].integer, 7);
+  EXPECT_EQ(values[4].real, 0.5);
+  EXPECT_EQ(values[5].real, 0.5);
+  EXPECT_EQ(values[6].kind, Kind::kDate);
+  EXPECT_EQ(values[7].text, "\1\2");
+  EXPECT_EQ(values[8].text, "a\xE2\x82\xAC\xF0\x9F\x98\x80");
+  EXPECT_EQ(values[9].kind, Kind::kOther);
+}
+
+TEST(PropertyListTest, RefusesMalformedBinaryValues) {
+  for (const std::string& object : {std::string("\0", 1),
+                                    std::string("\x0F"),
+                                    std::string("\x12\1\2"),
+                                    "\x15" + std::string(32, '\0'),
+                                    "\x24" + std::string(16, '\0'),
+                                    std::string("\x21\1\2"),
+                                    std::string("\x32\0\0\0\0", 5),
+                                    std::string("\x43\1\2"),
+                                    std::string("\x4F\x15"),
+                                    std::string("\x4F\x51\1"),
+                                    std::string("\x4F\x11\1"),
+                                    "\x4F\x13" + std::string(8, '\xFF'),
+                                    std::string("\x51\0", 2),
+                                    std::string("\x61\xD8\0", 3),
+                                    std::string("\x61\xDC\0", 3),
+                                    std::string("\x70"),
+                                    std::string("\x81\1"),
+                                    std::string("\xA1\1"),
+                                    std::string("\xA2\0", 2),
+                                    std::string("\xD1\0\0", 3),
+                                    std::string("\xE0"),
+                                    "\xAF\x13" + std::string(8, '\xFF')}) {
+    EXPECT_FALSE(ParsePropertyList(Binary({object}))) << testing::PrintToString(object);
+  }
+  EXPECT_FALSE(ParsePropertyList(Binary({})));
+  const std::string whole = Binary({"\x09"});
+  ASSERT_TRUE(ParsePropertyList(whole));
+  for (const std::size_t fromEnd : {26U, 25U, 17U, 9U, 1U}) {
+    for (const char value : {'\0', '\x7F'}) {
+      std::string changed = whole;
+      if (changed[changed.size() - fromEnd] == value) continue;
+      changed[changed.size() - fromEnd] = value;
+      EXPECT_FALSE(ParsePropertyList(changed)) << fromEnd;
+    }
+  }
 }
 
 TEST(PropertyListTest, BoundsWhatBinaryListsExpandTo) {

@@ -3,7 +3,6 @@
 #include "tests/faults/failing_calls.h"
 
 #include <dirent.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <fts.h>
 #include <poll.h>
@@ -98,8 +97,6 @@ bool Disarm() { return std::exchange(state, {}).hasFailed; }
   }
 
 KX_CALL(access, int, -1, (const char* path, int mode), (path, mode))
-KX_CALL(dlopen, void*, nullptr, (const char* path, int mode), (path, mode))
-KX_CALL(dlsym, void*, nullptr, (void* handle, const char* name), (handle, name))
 KX_CALL(eaccess, int, -1, (const char* path, int mode), (path, mode))
 KX_CALL(fchmod, int, -1, (int file, mode_t mode), (file, mode))
 KX_CALL(fcntl, int, -1, (int file, int command, long argument), (file, command, argument))

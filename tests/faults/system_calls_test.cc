@@ -19,7 +19,6 @@
 #include "platform/files.h"
 #include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/signed_code.h"
-#include "platform/linux/property_list.h"
 #include "platform/posix/descriptor.h"
 #include "platform/process_table.h"
 #include "platform/standard_streams.h"
@@ -307,8 +306,6 @@ std::string RunSize(const TemporaryTree& tree, Injector& inject) {
 using code_signing::MakeSignedMachO;
 
 std::string Validity(const std::string& path, Injector& inject) {
-  // libplist is loaded once in a process, and not by what is tried here.
-  static_cast<void>(ParsePropertyList("<plist><dict/></plist>"));
   return std::to_string(inject([&] {
     std::unique_ptr<code_signing::SignedCode> code;
     const auto context = std::make_shared<code_signing::CheckContext>();
@@ -482,25 +479,6 @@ TEST_P(SystemCallsTest, InterruptionsAndShortTransfersChangeNothing) {
 
 INSTANTIATE_TEST_SUITE_P(Operations, SystemCallsTest, testing::ValuesIn(Operations()),
                          testing::PrintToStringParamName());
-
-/// What a new process whose `number`th call of `name` fails makes of a property list. Ends it.
-[[noreturn]] void ParseInThisProcess(const std::string& name, std::size_t number) {
-  Injector inject(name, number, Fault::kError);
-  const auto list =
-      inject([] { return ParsePropertyList("<plist><dict><key>a</key><true/></dict></plist>"); });
-  std::exit((list ? 1 : 0) + (inject.WasMet() ? 2 : 0));
-}
-
-// libplist is loaded once in a process.
-TEST(PropertyListLibraryDeathTest, WithoutAFunctionThereAreNoLists) {
-  testing::FLAGS_gtest_death_test_style = "fast";
-  constexpr std::size_t kFunctions = 12;
-  EXPECT_EXIT(ParseInThisProcess("dlopen", 1), testing::ExitedWithCode(2), "");
-  for (std::size_t number = 1; number <= kFunctions; ++number) {
-    EXPECT_EXIT(ParseInThisProcess("dlsym", number), testing::ExitedWithCode(2), "") << number;
-  }
-  EXPECT_EXIT(ParseInThisProcess("dlsym", kFunctions + 1), testing::ExitedWithCode(1), "");
-}
 
 }  // namespace
 }  // namespace platform
