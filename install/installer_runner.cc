@@ -32,6 +32,11 @@ std::string Beside(const std::string& installerPath, const std::string& name) {
 /// How a path that was not found appears in a log line.
 std::string PathText(const std::string& path) { return path.empty() ? "(null)" : path; }
 
+/// The number after `number`; the least int follows the greatest.
+std::int32_t NextNumber(std::int32_t number) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(number) + 1);
+}
+
 /// One installation from a disk image. Every step that can fail returns the operation's code.
 class DiskImageInstall {
  public:
@@ -51,6 +56,8 @@ class DiskImageInstall {
   int Attach();
   void Search();
   int CopyToDestination();
+  /// Keeps a configuration that is beside the image by now, or copies the image's there.
+  bool ProvideConfiguration();
   /// Accepts the copied application, or takes everything back.
   int CheckApplication();
   int Install();
@@ -103,11 +110,12 @@ int DiskImageInstall::CreateOutputFile() {
     return kENOENT;
   }
   // The generator is never seeded, so runs count on from the same number.
-  std::int64_t number = std::rand();
+  std::int32_t number = std::rand();
   int error = 0;
   do {
-    outputPath_ = *directory + "KXToolInstall_" + std::to_string(number++);
+    outputPath_ = *directory + "KXToolInstall_" + std::to_string(number);
     error = platform::CreateFileExclusively(outputPath_);
+    number = NextNumber(number);
   } while (error == EEXIST);
   if (error != 0) Log("Failed to mount installer. Exit code: ", error);
   return error;
@@ -152,8 +160,8 @@ void DiskImageInstall::Search() {
 }
 
 int DiskImageInstall::CopyToDestination() {
-  const bool hasConfiguration = platform::FileExists(destinationConfiguration_);
-  if (item_.empty() || (configuration_.empty() && !hasConfiguration)) {
+  if (item_.empty() ||
+      (configuration_.empty() && !platform::FileExists(destinationConfiguration_))) {
     Log("app or installer xml does exist at given path:  ", PathText(item_), "  ",
         PathText(configuration_), "  ", destinationConfiguration_);
     return kENOENT;
@@ -163,13 +171,19 @@ int DiskImageInstall::CopyToDestination() {
     Log("Cannot remove app path");
     return kEACCES;
   }
-  if (!platform::CopyTree(mountPoint_ + "/" + item_, destinationItem_) ||
-      (!hasConfiguration &&
-       !platform::CopyTree(mountPoint_ + "/" + configuration_, destinationConfiguration_))) {
+  if (!platform::CopyTree(mountPoint_ + "/" + item_, destinationItem_) || !ProvideConfiguration()) {
     Log("Cannot copy new app or installer xml does not exist and it cannot be copied");
     return kENOENT;
   }
   return kSuccess;
+}
+
+bool DiskImageInstall::ProvideConfiguration() {
+  // What was beside the image during the search can be gone: it may have been a link into the old
+  // item.
+  if (platform::FileExists(destinationConfiguration_)) return true;
+  return !configuration_.empty() &&
+         platform::CopyTree(mountPoint_ + "/" + configuration_, destinationConfiguration_);
 }
 
 int DiskImageInstall::CheckApplication() {

@@ -1,4 +1,5 @@
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 #include "tests/support/product_test.h"
@@ -52,6 +53,9 @@ class InstallerRunnerTest : public fake::ProductTest {
   }
   void RemoveFromImage(const std::string& path) { image_.erase(path); }
   void FailToCopy(const std::string& path) { image_.at(path).failsToCopy = true; }
+  void OnceCopied(const std::string& path, std::function<void()> then) {
+    image_.at(path).afterwards = std::move(then);
+  }
   void AddApplicationToImage(const std::string& path) {
     image_[path].mode = S_IFDIR | 0755;
     image_[path + "/Contents"].mode = S_IFDIR | 0755;
@@ -409,6 +413,12 @@ class DiskImageTest : public InstallerRunnerTest, public testing::WithParamInter
     }
   }
 
+  /// An image whose item is a single file in both modes.
+  void MakeFlatImage() {
+    MakePackageImage();
+    AddToImage("Setup.app", "a file will do");
+  }
+
   /// The line of the signature check, which there is in application mode only.
   Lines CheckLog() const {
     if (IsPackageMode()) return {};
@@ -477,6 +487,18 @@ TEST_P(DiskImageTest, NextFreeNameIsTakenForTheOutputFile) {
   EXPECT_THAT(Tasks(), ElementsAre(AttachWords(), AttachWords(kImage, 1), AttachWords(kImage, 4)));
   EXPECT_THAT(Paths(), ElementsAre(kImage, OutputFile(), OutputFile(1), OutputFile(2),
                                    OutputFile(3), OutputFile(4)));
+}
+
+TEST_P(DiskImageTest, LeastNumberFollowsTheGreatest) {
+  constexpr unsigned kSeedOfTheGreatest = 844464397;
+  std::srand(kSeedOfTheGreatest);
+  if (std::rand() != INT_MAX) GTEST_SKIP() << "another generator than glibc's";
+  std::srand(kSeedOfTheGreatest);
+  world.AddFile("/tmp/KXToolInstall_2147483647");
+  world.AddFile("/tmp/KXToolInstall_-2147483648");
+  attachStatus_ = 1;
+  EXPECT_EQ(Install(IsPackageMode()), 1);
+  EXPECT_EQ(world.tasks.at(0).standardOutputPath, "/tmp/KXToolInstall_-2147483647");
 }
 
 TEST_P(DiskImageTest, OneRandomNumberIsDrawn) {
@@ -735,8 +757,7 @@ TEST_P(DiskImageTest, ItemCannotBeCopied) {
 }
 
 TEST_P(DiskImageTest, ConfigurationCannotBeCopied) {
-  MakePackageImage();
-  AddToImage("Setup.app", "a file will do");
+  MakeFlatImage();
   FailToCopy("installer.xml");
   ExpectGivenUp(2,
                 Concat({AttachedLog(IsPackageMode()),
@@ -752,6 +773,40 @@ TEST_P(DiskImageTest, DanglingLinkInTheWayOfACopy) {
   MakeImage();
   world.files[Destination()].isSymbolicLink = true;
   ExpectGivenUp(2, Concat({CopiedLog(IsPackageMode()), {kCannotCopy}}), {Destination(), kImage});
+}
+
+TEST_P(DiskImageTest, ConfigurationThatAppearsWhileTheItemIsCopiedIsKeptAndUsed) {
+  MakeImage();
+  OnceCopied(ItemName(), [this] { world.AddFile("/downloads/installer.xml", "beside"); });
+  whenInstalling_ = [this] {
+    EXPECT_EQ(world.files["/downloads/installer.xml"].contents, "beside");
+  };
+  ExpectInstalled();
+}
+
+TEST_P(DiskImageTest, ConfigurationThatLedIntoTheOlderCopyLeadsNowhere) {
+  MakeFlatImage();
+  world.AddFile("/downloads/installer.xml", "inside the older copy");
+  world.AddDirectory(Destination());
+  world.files[Destination()].afterwards = [this] {
+    world.files["/downloads/installer.xml"].isSymbolicLink = true;
+  };
+  ExpectGivenUp(2, Concat({CopiedLog(IsPackageMode()), {kCannotCopy}}),
+                // Both copies stay: that of the item, and the link in the other's way.
+                {Destination(), "/downloads/installer.xml", kImage});
+}
+
+TEST_P(DiskImageTest, OnlyConfigurationVanishesWithTheOlderCopy) {
+  MakeFlatImage();
+  RemoveFromImage("installer.xml");
+  world.AddFile("/downloads/installer.xml", "inside the older copy");
+  world.AddDirectory(Destination());
+  world.files[Destination()].afterwards = [this] { world.files.erase("/downloads/installer.xml"); };
+  ExpectGivenUp(
+      2,
+      Concat({AttachedLog(IsPackageMode()),
+              {"Found app path: " + ItemName(), "Running ORVEX install process", kCannotCopy}}),
+      {Destination(), kImage});
 }
 
 TEST_P(DiskImageTest, ImageInTheWorkingDirectory) {

@@ -8,7 +8,7 @@ from simulator.installers import images
 from tests.end_to_end import detections as d
 from tests.end_to_end import transcripts as t
 from tests.end_to_end.installer_case import (
-    ABSENT, IMAGE, MEDIA, PLACE, TEMPORARY, InstallerCase, attach,
+    ABSENT, CONFIGURATION, IMAGE, MEDIA, PLACE, TEMPORARY, InstallerCase, attach,
     device_at_top, finish, install, missing, scenario, search)
 
 NAME = "Setup Downloader.app"
@@ -119,6 +119,22 @@ class Success(DownloaderCase):
             run = self.install(endpoint)
             self.assert_answer(run, 0, d.HEALTHY)
             self.assert_files(endpoint, IMAGE)
+
+    def test_configuration_that_leads_into_the_old_copy(self):
+        with self.prepared(fill, scenario(attach=device_at_top())) as endpoint:
+            old = endpoint.path(f"{APPLICATION}/Contents/Resources")
+            old.mkdir(parents=True)
+            images.write_configuration(old, group="old")
+            endpoint.path(CONFIGURATION).symlink_to(f"{NAME}/Contents/Resources/installer.xml")
+            run = self.install(endpoint)
+            self.assert_answer(run, 2, d.ABSENT)
+            self.assert_whole_log(run, [
+                *attach("-runSetupDownloader"), *FOUND,
+                "Cannot copy new app or installer xml does not exist and it cannot be copied",
+                finish(2)])
+            self.assertTrue(endpoint.path(CONFIGURATION).is_symlink())
+            self.assertFalse((old / "installer.xml").exists())
+            self.assertTrue(endpoint.path(f"{APPLICATION}/{EXECUTABLE}").is_file())
 
 
 class Trust(DownloaderCase):

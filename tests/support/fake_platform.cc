@@ -473,7 +473,8 @@ bool CopyTree(const std::string& source, const std::string& destination) {
     world.files[fake::Normal(destination + path.substr(fake::Normal(source).size()))] =
         world.files[path];
   }
-  world.files[fake::Normal(destination)] = *node;
+  Node& copy = world.files[fake::Normal(destination)] = *node;
+  if (const auto afterwards = std::exchange(copy.afterwards, nullptr)) afterwards();
   return true;
 }
 
@@ -482,8 +483,10 @@ bool RemoveTree(const std::string& path) {
   if (world.FailsNow("RemoveTree")) return false;
   const Node* const node = FindNode(path);
   if (node == nullptr || node->failsToRemove) return false;
+  const auto afterwards = node->afterwards;
   for (const std::string& below : fake::PathsBelow(path)) world.files.erase(below);
   world.files.erase(fake::Normal(path));
+  if (afterwards) afterwards();
   return true;
 }
 

@@ -42,6 +42,7 @@ struct Node {
   bool isDeletable = true;
   bool failsToCopy = false;
   bool failsToRemove = false;
+  std::function<void()> afterwards;  ///< called once it has been copied or removed; may be empty
 };
 
 /// What the fake says about the signature of the code at some path.
