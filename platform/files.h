@@ -52,11 +52,16 @@ class DirectoryReader {
   int Open(const std::string& path);
 
   /// @return the next entry's name (NUL-terminated, valid until the next call), or null at the end
-  ///     or on a read fault. Whether "." and ".." are among the entries is the host's choice.
+  ///     and on a read fault, which Error() tells apart. Whether "." and ".." are among the entries
+  ///     is the host's choice.
   const char* Next();
+
+  /// The `errno` with which the latest Next() failed; 0 when it did not.
+  int Error() const { return error_; }
 
  private:
   void* stream_ = nullptr;
+  int error_ = 0;
 };
 
 /// A file open for reading. Neither opening nor reading blocks, whatever kind of file it is: a pipe

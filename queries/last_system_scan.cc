@@ -77,7 +77,7 @@ int FindSummaries(ScanReports& reports, Logger* logger) {
   while (const char* const name = directory.Next()) {
     if (const int error = ConsiderEntry(name, reports); error != 0) return error;
   }
-  return kSuccess;
+  return directory.Error();
 }
 
 /// The whole file; empty when it cannot be opened or read.

@@ -75,6 +75,16 @@ TEST_F(LastSystemScanTest, DirectoryCannotBeOpened) {
   Expect(ENOTDIR, "", {});
 }
 
+TEST_F(LastSystemScanTest, DirectoryCannotBeReadToItsEnd) {
+  Add("1_Full Scan.xml", Summary(1), 100);
+  Add("2_Full Scan.xml", Summary(2), 200);
+  world.files[kDirectory].readError = EIO;
+  for (const std::size_t entry : {0, 1, 2}) {
+    world.files[kDirectory].readErrorAt = entry;
+    Expect(EIO, "before", {kStart}, "before");
+  }
+}
+
 TEST_F(LastSystemScanTest, EmptyDirectory) {
   Expect(0, "", {kStart, kEnd});
   Expect(0, "before", {kStart, kEnd}, "before");

@@ -53,7 +53,7 @@ bool ListProcesses(std::vector<ProcessRecord>& records) {
       records.emplace_back(processId, nullptr);
     }
   }
-  return true;
+  return table.Error() == 0;
 }
 
 bool ExecutablePath(int processId, std::string& path) {

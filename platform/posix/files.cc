@@ -38,10 +38,11 @@ DirectoryReader::~DirectoryReader() {
 }
 
 DirectoryReader::DirectoryReader(DirectoryReader&& other) noexcept
-    : stream_(std::exchange(other.stream_, nullptr)) {}
+    : stream_(std::exchange(other.stream_, nullptr)), error_(other.error_) {}
 
 DirectoryReader& DirectoryReader::operator=(DirectoryReader&& other) noexcept {
   std::swap(stream_, other.stream_);
+  error_ = other.error_;
   return *this;
 }
 
@@ -52,7 +53,9 @@ int DirectoryReader::Open(const std::string& path) {
 }
 
 const char* DirectoryReader::Next() {
+  errno = 0;  // the end leaves it alone
   const dirent* const entry = readdir(static_cast<DIR*>(stream_));
+  error_ = entry == nullptr ? errno : 0;
   return entry == nullptr ? nullptr : entry->d_name;
 }
 

@@ -564,6 +564,9 @@ SCAN_LOGS = [
         ("is a link to itself", {"link": "Logs"}, 40),
         ("may not be read", {"directory": True, "mode": "000"}, 13),
     )
+] + [
+    Row("the scan-log directory cannot be read to its end", "-getLastSystemScan", 5, "", ENTERED,
+        under="strace -o /dev/null -e inject=getdents64:error=EIO:when=2"),
 ]
 
 # --- Child processes ------------------------------------------------------------------------------

@@ -260,7 +260,7 @@ const std::vector<FallibleCall>& FallibleCalls() {
       {"CheckAccess", {EIO}},
       {"ModificationTime", {EIO}},
       {"DirectoryReader::Open", {EIO}},
-      {"DirectoryReader::Next", {kSuccess}},
+      {"DirectoryReader::Next", {EIO}},
       {"InputFile::Open", {kENOENT}},
       {"InputFile::Read", {kENOENT}},
       {"CreateFileExclusively", {EIO}},

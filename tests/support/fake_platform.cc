@@ -337,6 +337,8 @@ struct OpenDirectory {
 
   std::vector<std::string> names;
   std::size_t next = 0;
+  int readError = 0;
+  std::size_t readErrorAt = 0;
 };
 
 OpenDirectory* ToDirectory(void* stream) { return static_cast<OpenDirectory*>(stream); }
@@ -346,10 +348,11 @@ OpenDirectory* ToDirectory(void* stream) { return static_cast<OpenDirectory*>(st
 DirectoryReader::~DirectoryReader() { delete ToDirectory(stream_); }
 
 DirectoryReader::DirectoryReader(DirectoryReader&& other) noexcept
-    : stream_(std::exchange(other.stream_, nullptr)) {}
+    : stream_(std::exchange(other.stream_, nullptr)), error_(other.error_) {}
 
 DirectoryReader& DirectoryReader::operator=(DirectoryReader&& other) noexcept {
   std::swap(stream_, other.stream_);
+  error_ = other.error_;
   return *this;
 }
 
@@ -370,14 +373,23 @@ int DirectoryReader::Open(const std::string& path) {
       if (name.find('/') == std::string::npos) directory->names.push_back(name);
     }
   }
+  directory->readError = node->readError;
+  directory->readErrorAt = node->readErrorAt;
   delete ToDirectory(stream_);
   stream_ = directory.release();
   return 0;
 }
 
 const char* DirectoryReader::Next() {
-  if (World::Current().FailsNow("DirectoryReader::Next")) return nullptr;
   OpenDirectory& directory = *ToDirectory(stream_);
+  if (World::Current().FailsNow("DirectoryReader::Next")) {
+    error_ = EIO;
+    return nullptr;
+  }
+  if (directory.readError != 0 && directory.next == directory.readErrorAt) {
+    error_ = directory.readError;
+    return nullptr;
+  }
   if (directory.next == directory.names.size()) return nullptr;
   return directory.names[directory.next++].c_str();
 }

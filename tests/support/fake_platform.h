@@ -38,7 +38,7 @@ struct Node {
   bool vanishesOnceAccessed = false;
   int openError = 0;            ///< errno of opening it
   int readError = 0;            ///< errno of reading it ...
-  std::size_t readErrorAt = 0;  ///< ... from this byte on
+  std::size_t readErrorAt = 0;  ///< ... from this byte on, or from this entry of a directory
   bool isDeletable = true;
   bool failsToCopy = false;
   bool failsToRemove = false;
