@@ -7,8 +7,9 @@
 namespace platform {
 
 /// A program to run as a child process. It gets the descriptors 0 to 2 and no other. On Linux it
-/// starts with every signal unblocked and handled by default, and its end is noticed even where the
-/// tool was started with SIGCHLD ignored; on macOS NSTask's own rules hold.
+/// ignores and blocks the signals that the tool was started with ignored and blocked, except that
+/// SIGPIPE and SIGCHLD are handled by default, and its end is noticed even where the tool was
+/// started with SIGCHLD ignored; on macOS NSTask's own rules hold.
 struct Task {
   std::string launchPath;              ///< path of the executable; no search, no shell
   std::vector<std::string> arguments;  ///< after the program name

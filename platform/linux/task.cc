@@ -82,18 +82,17 @@ class FileActions {
   int error_;
 };
 
-/// Gives the child default signal handling and no blocked signal, whatever the caller has.
+/// Gives the child the default handling of SIGPIPE. Everything else about signals is inherited, so
+/// that an installation under nohup survives its terminal.
 class SpawnAttributes {
  public:
   SpawnAttributes() {
-    sigset_t none;
-    sigset_t all;
-    sigemptyset(&none);
-    sigfillset(&all);
+    sigset_t defaults;
+    sigemptyset(&defaults);
+    sigaddset(&defaults, SIGPIPE);
     posix_spawnattr_init(&attributes_);
-    posix_spawnattr_setsigmask(&attributes_, &none);
-    posix_spawnattr_setsigdefault(&attributes_, &all);
-    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setsigdefault(&attributes_, &defaults);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGDEF);
   }
   ~SpawnAttributes() { posix_spawnattr_destroy(&attributes_); }
   SpawnAttributes(const SpawnAttributes&) = delete;
@@ -106,7 +105,7 @@ class SpawnAttributes {
 };
 
 /// Takes the default handling of SIGCHLD back for a while: whoever started the tool may have left
-/// it ignored, and then a child's status is lost.
+/// it ignored, and then a child's status is lost. The child inherits the default.
 class DefaultChildSignal {
  public:
   DefaultChildSignal() {

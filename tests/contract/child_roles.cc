@@ -25,7 +25,6 @@ namespace {
 
 constexpr const char* kRoleOption = "--play-role";
 constexpr int kHighestLook = 4096;
-constexpr int kHighestSignal = 31;
 
 using Arguments = std::vector<std::string>;
 

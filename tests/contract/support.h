@@ -17,6 +17,9 @@ extern const bool kGnustep;
 /// Mode of a directory that nobody may write.
 inline constexpr mode_t kReadOnly = S_IRUSR | S_IXUSR | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
 
+/// The classic signals end here; real-time ones follow.
+inline constexpr int kHighestSignal = 31;
+
 /// An empty directory that goes with everything in it. Its name has a blank, quotes and UTF-8.
 class TemporaryTree {
  public:

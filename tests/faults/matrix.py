@@ -620,6 +620,9 @@ CHILDREN = [
         INSTALLS[1:])
     for end, number in ENDS
 ] + [
+    Row("installer gets a hang-up that the tool was told to ignore", f"-runInstaller {PACKAGE}", 7,
+        d.ABSENT, INSTALLED_END, installing("package"), INSTALLS[1:], before="trap '' HUP;",
+        programs={INSTALLER: (b"#!/bin/sh\nkill -HUP $$\nexit 7\n", 0o755)}),
     Row("installer is killed when all is done", f"-runInstaller {PACKAGE}", 9, d.HEALTHY,
         INSTALLED_END, installing("package", install={"signal": 9}), INSTALLS),
     Row("installer fills a pipe", f"-runInstaller {PACKAGE}", 0, d.HEALTHY, INSTALLED_END,
