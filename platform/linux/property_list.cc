@@ -40,7 +40,6 @@ bool AppendUtf8(std::uint32_t character, std::string& text) {
 }
 
 void MergeRepeatedKeys(std::vector<PropertyListValue::Member>& members) {
-  using Member = PropertyListValue::Member;
   std::vector<std::size_t> byKey(members.size());
   std::iota(byKey.begin(), byKey.end(), std::size_t{0});
   std::stable_sort(byKey.begin(), byKey.end(), [&](std::size_t a, std::size_t b) {
@@ -48,17 +47,14 @@ void MergeRepeatedKeys(std::vector<PropertyListValue::Member>& members) {
   });
   std::vector<bool> isRepeated(members.size());
   for (std::size_t i = byKey.size(); i-- > 1;) {
-    Member& member = members[byKey[i]];
-    Member& earlier = members[byKey[i - 1]];
-    if (member.first != earlier.first) continue;
-    earlier.second = std::move(member.second);
-    isRepeated[byKey[i]] = true;
+    PropertyListValue::Member& earlier = members[byKey[i - 1]];
+    PropertyListValue::Member& later = members[byKey[i]];
+    isRepeated[byKey[i]] = earlier.first == later.first;
+    if (isRepeated[byKey[i]]) earlier.second = std::move(later.second);
   }
   std::size_t kept = 0;
   for (std::size_t i = 0; i < members.size(); ++i) {
-    if (isRepeated[i]) continue;
-    if (kept != i) members[kept] = std::move(members[i]);
-    ++kept;
+    if (!isRepeated[i]) std::swap(members[kept++], members[i]);
   }
   members.resize(kept);
 }

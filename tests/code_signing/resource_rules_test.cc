@@ -141,18 +141,13 @@ class Stopwatch {
 TEST_F(ResourceRulesTest, RefusesPatternsThatCostTooMuch) {
   const Stopwatch stopwatch;
   ResourcePatterns::List many;
-  ResourcePatterns::List repeated;
-  for (int i = 0; i < 1000; ++i) {
-    many.push_back("^[a-z].*[0-9]$" + std::to_string(i));
-    if (i < 100) repeated.push_back(std::to_string(i) + "(a|b|c){100}");
-  }
+  for (int i = 0; i < 100; ++i) many.push_back(std::to_string(i) + "(a|b|c){99}");
   for (const ResourcePatterns::List& patterns :
        {ResourcePatterns::List{"((a{160}[[.].]))]){160}){160}"},
-        ResourcePatterns::List{"((a{160}b){160}){160}"},
-        ResourcePatterns::List{"(((a{1,255}){1,255}){1,255}){1,255}"},
+        ResourcePatterns::List{"((a{60}b){60}){60}"}, ResourcePatterns::List{"a{100}"},
         ResourcePatterns::List{"a{99999999999999999999}"},
-        ResourcePatterns::List{"([^a]?.){1000}b"}, repeated,
-        ResourcePatterns::List{std::string(20000, 'a')}, many}) {
+        ResourcePatterns::List(300, "([^a]?.){0,99}"),
+        ResourcePatterns::List{std::string(5000, 'a')}, many}) {
     EXPECT_FALSE(IsAccepted(patterns)) << patterns.front().substr(0, 60);
   }
   EXPECT_LT(stopwatch.Seconds(), 5);
