@@ -2,12 +2,12 @@
 // the text and a bare parse.
 
 #include <benchmark/benchmark.h>
-#include <rapidjson/document.h>
 
 #include <string>
 
 #include "app/kx_tool.h"
 #include "sdk/envelope.h"
+#include "sdk/json_document.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fake_sdk.h"
 

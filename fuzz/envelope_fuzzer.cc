@@ -1,5 +1,3 @@
-#include <rapidjson/document.h>
-
 #include <cctype>
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,3 @@
-#include <rapidjson/document.h>
-
 #include <array>
 #include <stdexcept>
 #include <string>

@@ -1,9 +1,9 @@
 #ifndef QUERIES_STATUS_QUERY_H_
 #define QUERIES_STATUS_QUERY_H_
 
-#include <rapidjson/document.h>
-
 #include <functional>
+
+#include "sdk/json_document.h"
 
 class KXTool;
 class Logger;

@@ -1,8 +1,7 @@
-#include <rapidjson/document.h>
-
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
 #include "diag/utils.h"
+#include "sdk/json_document.h"
 #include "sdk/run_state.h"
 #include "sdk/scan_events.h"
 

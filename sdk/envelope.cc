@@ -1,7 +1,5 @@
 #include "sdk/envelope.h"
 
-#include <rapidjson/document.h>
-
 #include <string_view>
 #include <utility>
 

@@ -1,12 +1,13 @@
 #include "sdk/envelope.h"
 
-#include <rapidjson/document.h>
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include <random>
 
+#include "sdk/json_document.h"
 #include "tests/support/tool_test.h"
+
+// After json_document.h, which prepares them.
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
 
 namespace sdk {
 namespace {

@@ -1,5 +1,3 @@
-#include <rapidjson/document.h>
-
 #include <array>
 #include <cstdint>
 #include <ctime>
@@ -16,6 +14,7 @@
 #include "sdk/agent_sdk.h"
 #include "sdk/callbacks.h"
 #include "sdk/envelope.h"
+#include "sdk/json_document.h"
 #include "sdk/method_catalogue.h"
 #include "sdk/run_state.h"
 #include "sdk/time_limits.h"

@@ -1,8 +1,7 @@
-#include <rapidjson/document.h>
-
 #include <thread>
 
 #include "product/install_locations.h"
+#include "sdk/json_document.h"
 #include "sdk/method_catalogue.h"
 #include "sdk/run_state.h"
 #include "tests/support/tool_test.h"

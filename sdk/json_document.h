@@ -1,13 +1,34 @@
 #ifndef SDK_JSON_DOCUMENT_H_
 #define SDK_JSON_DOCUMENT_H_
 
-#include <rapidjson/document.h>
-#include <rapidjson/reader.h>
-
 #include <charconv>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 #include <system_error>
+
+/// RapidJSON calls std::malloc() and std::realloc() and writes to what they return, which can be
+/// null. Inside its namespace `std` is this namespace, whose two throw instead. That holds only if
+/// this header comes before all of RapidJSON's but fwd.h.
+namespace rapidjson::std {
+
+using namespace ::std;
+
+inline void* OrThrow(void* memory) {
+  if (memory == nullptr) throw bad_alloc();
+  return memory;
+}
+
+// NOLINTBEGIN(readability-identifier-naming)
+inline void* malloc(size_t size) { return OrThrow(::std::malloc(size)); }
+inline void* realloc(void* memory, size_t size) { return OrThrow(::std::realloc(memory, size)); }
+// NOLINTEND(readability-identifier-naming)
+
+}  // namespace rapidjson::std
+
+#include <rapidjson/document.h>
+#include <rapidjson/reader.h>
 
 namespace sdk {
 
@@ -19,6 +40,7 @@ class JsonDocument : public rapidjson::Document {
   using rapidjson::Document::Document;
 
   /// Parses all of `stream`. @return false when it is not JSON; the document is then untouched.
+  /// @throws std::bad_alloc
   template <typename Stream>
   bool Read(Stream& stream) {
     constexpr unsigned kFlags =

@@ -1,11 +1,11 @@
 #ifndef SDK_JSON_LOOKUP_H_
 #define SDK_JSON_LOOKUP_H_
 
-#include <rapidjson/document.h>
-
 #include <cstdint>
 #include <optional>
 #include <string_view>
+
+#include "sdk/json_document.h"
 
 /// Look-ups in JSON values of any shape. Whatever is absent or of another type than asked for is
 /// answered with null or nothing; nothing else of the value is touched, and no assertion of the

@@ -1,10 +1,11 @@
 #include "sdk/method_catalogue.h"
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <string>
+
+#include "sdk/json_document.h"
 
 namespace {
 
