@@ -70,7 +70,7 @@ class Endpoint:
         signal that ended the tool.
         """
         environment = {} if sleep_divisor is None else faster_sleeps(sleep_divisor)
-        return self.run([*tool(), *words], environment, **streams)
+        return self.run([installation.TOOL, *words], environment, **streams)
 
     def run(self, command: list[str], environment: dict[str, str] | None = None,
             **streams: Any) -> int:
@@ -85,11 +85,6 @@ class Endpoint:
                             "HOME": installation.TEMPORARY, **kept, **(environment or {})},
         }
         return self._run(script, **streams)
-
-
-def tool() -> list[str]:
-    """The words that run the tool on an endpoint: by means of the program that KX_UNDER names."""
-    return [*os.environ.get("KX_UNDER", "").split(), installation.TOOL]
 
 
 def faster_sleeps(divisor: int) -> dict[str, str]:

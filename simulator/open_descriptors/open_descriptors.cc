@@ -1,30 +1,26 @@
-#include <dirent.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <cstdlib>
+#include <cstring>
+#include <string>
 
 namespace {
 
-/// Preloaded into the tool, appends what its descriptors above the standard ones lead to when it
-/// exits, one a line, to the file that KX_DESCRIPTOR_RECORD names.
-[[gnu::destructor]] void RecordOpenDescriptors() {
-  const char* const path = std::getenv("KX_DESCRIPTOR_RECORD");
-  DIR* const descriptors = opendir("/proc/self/fd");
-  std::FILE* const record = path == nullptr ? nullptr : std::fopen(path, "a");
-  if (descriptors == nullptr || record == nullptr) std::abort();
-  while (const dirent* const entry = readdir(descriptors)) {
-    const long number = std::strtol(entry->d_name, nullptr, 10);
-    if (number <= STDERR_FILENO || number == dirfd(descriptors) || number == fileno(record)) {
-      continue;
-    }
-    char target[4096];
-    const ssize_t length =
-        readlinkat(dirfd(descriptors), entry->d_name, target, sizeof(target) - 1);
-    std::fprintf(record, "%ld %.*s\n", number, static_cast<int>(length < 0 ? 0 : length), target);
+constexpr int kMaxDescriptors = 1024;
+
+/// Preloaded into the tool, reports on standard error what its descriptors above the standard ones
+/// lead to when it exits. Programs that the tool starts are left alone.
+[[gnu::destructor]] void ReportOpenDescriptors() {
+  if (std::strcmp(program_invocation_short_name, "KXTool") != 0) return;
+  for (int number = STDERR_FILENO + 1; number < kMaxDescriptors; ++number) {
+    if (fcntl(number, F_GETFD) < 0) continue;
+    char target[4096] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(number);
+    if (readlink(link.c_str(), target, sizeof(target) - 1) < 0) std::perror(link.c_str());
+    std::fprintf(stderr, "open at exit: descriptor %d, %s\n", number, target);
   }
-  std::fclose(record);
-  closedir(descriptors);
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ class Mistakes(unittest.TestCase):
                  "(./kx test -R real-signature runs the tests named so)"),
                 (["fuzz", "soon"], "usage: ./kx fuzz SECONDS"),
                 (["fuzz"], "usage: ./kx fuzz SECONDS"),
-                (["soak", "long"], "usage: ./kx soak [RUNS [SEED [FIRST]]]")):
+                (["soak", "long"], "usage: ./kx soak RUNS")):
             with self.subTest(words=words):
                 self.assertEqual(run(*words), (1, "", f"kx: {message}\n"))
 

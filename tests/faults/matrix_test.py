@@ -8,6 +8,7 @@ import concurrent.futures
 import hashlib
 import os
 import pathlib
+import shutil
 import stat
 import sys
 import tempfile
@@ -15,14 +16,32 @@ import unittest
 from collections.abc import Iterable
 
 from simulator import installation, sandbox
-from tests.end_to_end.harness import EndToEndCase
+from tests.end_to_end.harness import BUILD, EndToEndCase
 from tests.faults.matrix import ABORTED, FAMILIES, Row
 
 # Many rows only wait.
-_AT_ONCE = 3 * (os.cpu_count() or 1)
+AT_ONCE = 3 * (os.cpu_count() or 1)
 _FEWEST_ROWS = 150
 # What the stand-ins write for themselves, and where the sandbox sees the machine's programs.
 _NOT_COMPARED = (installation.STAND_INS, "/run/host")
+# Reports at the tool's exit, on standard error, which descriptors are still open.
+_REPORTER = f"{installation.STAND_INS}/open_descriptors.so"
+# What is left in the sandbox after a run, one a line.
+_LEFT = f"{installation.STAND_INS}/left"
+# Runs a row's command, and lists new processes but the product's services, and shared memory.
+_AROUND = f"""
+before=" $(echo /proc/[0-9]*) "
+({{command}})
+status=$?
+for process in /proc/[0-9]*; do
+  case $before in *" $process "*) continue ;; esac
+  program=$(readlink "$process/exe") || continue # a process that has just ended
+  case $program in {installation.SERVICES}/*) ;; *) echo "$program" ;; esac
+done >{_LEFT}
+tail -n +2 /proc/sysvipc/shm >>{_LEFT}
+ls -A /dev/shm >>{_LEFT}
+exit "$status"
+"""
 # Larger files are compared by their size and time.
 _MOST_HASHED = 1 << 20
 
@@ -79,13 +98,17 @@ class Matrix(EndToEndCase):
             for volume in row.volumes:  # the sandbox would make the place that is covered
                 endpoint.path(volume).mkdir(parents=True, exist_ok=True)
             root = endpoint.path("/")
+            shutil.copy(BUILD / "simulator" / "open_descriptors.so", endpoint.path(_REPORTER))
             before = _snapshot(root)
-            run = self.run_script_on(
-                endpoint, f"{row.before} exec $FAST {row.under} $TOOL {row.words}")
+            preload = f"LD_PRELOAD={installation.FAST_SLEEP}:{_REPORTER}"
+            command = f"{row.before} exec $FAST {preload} {row.under} $TOOL {row.words}"
+            run = self.run_script_on(endpoint, _AROUND.format(command=command))
             after = _snapshot(root)
+            self.assertEqual(endpoint.path(_LEFT).read_text(), "")
         self.assertEqual((run.status, run.output), (row.status, row.output.encode()), run.log)
         if row.status != ABORTED:
             self.assertEqual(run.errors, b"")
+            self.assert_balanced(run)
         self.assertEqual(run.main_log[-1] if run.main_log else None, row.last)
         expected = [*row.changes, *([installation.LOG] if row.last is not None else [])]
         changed = sorted(path for path in before.keys() | after.keys()
@@ -96,7 +119,7 @@ class Matrix(EndToEndCase):
     def test_rows(self):
         rows = [(family, row) for family, rows in FAMILIES.items() for row in rows]
         self.assertGreaterEqual(len(rows), _FEWEST_ROWS)
-        with concurrent.futures.ThreadPoolExecutor(_AT_ONCE) as pool:
+        with concurrent.futures.ThreadPoolExecutor(AT_ONCE) as pool:
             for family, row, result in [  # a case has one endpoint at a time
                     (family, row, pool.submit(Matrix().check, row)) for family, row in rows]:
                 with self.subTest(family=family, fault=row.name, words=row.words):
