@@ -1,13 +1,13 @@
 """Measures the tool against named peers and limits, and prints one table of ratios.
 
-    bench.py [--build DIRECTORY] [--json FILE] [--rounds-percent N] [ROW...]
+    bench.py [--build DIRECTORY] [--rounds-percent N] [ROW...]
 
 Each row compares a subject with a peer or a limit: both run in alternation on this machine, in one
 go, and the row tells their medians, the median of the round-by-round ratios with its quartiles, and
 the target. Absolute times mean nothing on a shared machine; the ratios do. ROW is part of the name
 of a group of rows; without one all rows are measured. --rounds-percent 10 makes a tenth of the
-rounds, to see that all rows still work. Ends with 1 when a ratio misses its target. report.py makes
-the tables and the plot of docs/performance.md out of such JSON files.
+rounds, to see that all rows still work. A full run of all rows also writes the table and the plot of
+docs/performance.md. Ends with 1 when a ratio misses its target.
 """
 
 import argparse
@@ -29,6 +29,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT))
 
 # pylint: disable=wrong-import-position
+from bench import report  # noqa: E402
 from simulator import endpoints, installation, scenario, signing  # noqa: E402
 from simulator.signing import macho  # noqa: E402
 
@@ -84,13 +85,13 @@ class Bench:
         self.build = build
         self.work = work
         self._percent = rounds_percent
-        # What the plot shows: points of a curve, by its panel's title and its own.
-        self.curves: dict[str, dict[str, list[tuple[int, float]]]] = {}
+        # What the plot shows, by title: sizes, each with the ratio to the peer's time.
+        self.curves: dict[str, list[tuple[int, float]]] = {}
 
-    def point(self, panel: str, curve: str, size: int, milliseconds: list[float]) -> None:
+    def point(self, curve: str, size: int, subject: list[float], peer: list[float]) -> None:
         """Adds a point to a curve of the plot."""
-        points = self.curves.setdefault(panel, {}).setdefault(curve, [])
-        points.append((size, statistics.median(milliseconds)))
+        self.curves.setdefault(curve, []).append(
+            (size, statistics.median(subject) / statistics.median(peer)))
 
     def rounds(self, count: int) -> int:
         """The rounds to make in place of `count`."""
@@ -237,8 +238,8 @@ def signature_check(bench: Bench) -> Iterator[Result]:
     for size in (1, 8, 64, 512):
         path = _signed_plain_file(bench, identity, size)
         runs = measure(path)
-        for curve, one in runs.items():
-            bench.point("signature of a plain file, by MiB", curve, size, one.milliseconds)
+        bench.point("signature (libcrypto)", size * MEBIBYTE, runs["check"].milliseconds,
+                    runs["libcrypto, one thread"].milliseconds)
         if size == 512:
             yield from judge("512 MiB plain file", runs)
         path.unlink()
@@ -265,8 +266,8 @@ def last_system_scan(bench: Bench) -> Iterator[Result]:
             runs[count] = bench.measure_on(endpoint, {
                 "-getLastSystemScan": [installation.TOOL, "-getLastSystemScan"],
                 "ls -U": ["/bin/ls", "-U", installation.SCAN_LOGS]}, 20)
-        for curve, one in runs[count].items():
-            bench.point("scan-log directory, by entries", curve, count, one.milliseconds)
+        bench.point("scan logs (ls)", count, runs[count]["-getLastSystemScan"].milliseconds,
+                    runs[count]["ls -U"].milliseconds)
     name = "-getLastSystemScan, 1,000,000 entries"
     most = runs[1_000_000]["-getLastSystemScan"]
     fewest = runs[1_000]["-getLastSystemScan"]
@@ -281,14 +282,14 @@ def _google_benchmark(bench: Bench, program: str, repetitions: int, clock: str,
                       pattern: str = ".") -> dict[str, list[float]]:
     """Milliseconds of each repetition of each benchmark of a program whose name matches `pattern`,
     all in random order, by the clock that is called "real_time" or "cpu_time"."""
-    report = bench.work / "report.json"
+    results = bench.work / "results.json"
     subprocess.run([bench.program(program), f"--benchmark_filter={pattern}",
                     f"--benchmark_repetitions={bench.rounds(repetitions)}",
                     "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.02",
-                    f"--benchmark_out={report}", "--benchmark_out_format=json"],
+                    f"--benchmark_out={results}", "--benchmark_out_format=json"],
                    check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     milliseconds: dict[str, list[float]] = {}
-    for run in json.loads(report.read_text())["benchmarks"]:
+    for run in json.loads(results.read_text())["benchmarks"]:
         if run["run_type"] == "iteration":
             name = run["run_name"].removesuffix("/manual_time").removesuffix("/real_time")
             # All say microseconds.
@@ -305,10 +306,9 @@ def answers(bench: Bench) -> Iterator[Result]:
         times |= _google_benchmark(bench, "kx_envelope_bench", repetitions, "cpu_time",
                                    f"/{size}$")
     peer = "copy and bare iterative parse"
-    for curve, name in ((peer, "CopyAndParse"), ("the answer alone", "UnpackAnswer"),
-                        ("whole feature query", "GetFeatureStatus")):
-        for size in sizes:
-            bench.point("answer of the SDK, by bytes", curve, size, times[f"{name}/{size}"])
+    for size in sizes:
+        bench.point("query (bare parse)", size, times[f"GetFeatureStatus/{size}"],
+                    times[f"CopyAndParse/{size}"])
     for name in ("UnpackAnswer", "GetFeatureStatus"):
         for size in sizes:
             yield compare(f"{name}, {size:,} bytes", peer, "ms", times[f"{name}/{size}"],
@@ -332,9 +332,6 @@ def scan_events(bench: Bench) -> Iterator[Result]:
     row.limit = 5 / row.peer_amount
     row.note = f"{row.subject_amount:.2f} ms (at most 5.00)"
     yield row
-    for count in (1_000, 10_000, 100_000):
-        bench.point("watched scan, by events", "watched scan", count,
-                    times[f"StormOfEvents/{count}"])
     yield compare("watched scan, 100,000 events", "10 times 10,000 events", "ms",
                   times["StormOfEvents/100000"],
                   [10 * one for one in times["StormOfEvents/10000"]], 1.25)
@@ -359,8 +356,8 @@ def process_table(bench: Bench) -> Iterator[Result]:
         with _sleepers(count):
             runs = bench.measure_here({"one look": [str(bench.program("kx_process_look"))],
                                        "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
-        for curve, one in runs.items():
-            bench.point("process table, by processes", curve, count, one.milliseconds)
+        bench.point("process table (pgrep)", count, runs["one look"].milliseconds,
+                    runs["pgrep -c ."].milliseconds)
     yield compare("look at 5,000 processes", "pgrep -c .", "ms", runs["one look"].milliseconds,
                   runs["pgrep -c ."].milliseconds, 0.3)
 
@@ -396,7 +393,6 @@ def main() -> int:
     """Measures the rows that were asked for."""
     parser = argparse.ArgumentParser(prog="bench", description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build" / "bench")
-    parser.add_argument("--json", type=pathlib.Path, metavar="FILE", help="write the rows there too")
     parser.add_argument("--rounds-percent", type=int, default=100, metavar="N")
     parser.add_argument("rows", nargs="*", metavar="ROW",
                         help=", ".join(group.__name__ for group in GROUPS))
@@ -412,10 +408,8 @@ def main() -> int:
             for row in group(bench):
                 print(_line(row), flush=True)
                 rows.append(row)
-    if options.json:
-        report = {"machine": machine, "rows": [dataclasses.asdict(row) for row in rows],
-                  "curves": bench.curves}
-        options.json.write_text(json.dumps(report, indent=1) + "\n")
+    if wanted == list(GROUPS) and options.rounds_percent >= 100:
+        report.write(machine, [dataclasses.asdict(row) for row in rows], bench.curves)
     return 0 if rows and all(row.is_met for row in rows) else 1
 
 

@@ -114,12 +114,7 @@ void StormOfEvents(benchmark::State& state) {
 
 BENCHMARK(WatchedScan)->UseManualTime()->Unit(benchmark::kMicrosecond);
 BENCHMARK(TwoHandOvers)->UseManualTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(StormOfEvents)
-    ->Arg(1'000)
-    ->Arg(10'000)
-    ->Arg(100'000)
-    ->UseRealTime()
-    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(StormOfEvents)->Arg(10'000)->Arg(100'000)->UseRealTime()->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
