@@ -16,32 +16,35 @@ std::string DirectoryOf(const std::string& programPath) {
   return programPath.substr(0, programPath.rfind('/') + 1);
 }
 
-void LogEndMessage(const Option& option, const OptionRun& run, int code) {
-  if (option.endMessage == nullptr) return;
-  switch (option.endNumber) {
+void LogEnd(const End& end, const OptionRun& run, int code) {
+  if (end.message == nullptr) return;
+  switch (end.number) {
     case EndNumber::kNothing:
-      return Utils::LogMessage(run.logger, option.endMessage);
+      return Utils::LogMessage(run.logger, end.message);
     case EndNumber::kCode:
-      return Utils::LogMessage(run.logger, option.endMessage, code);
+      return Utils::LogMessage(run.logger, end.message, code);
     case EndNumber::kValue:
-      return Utils::LogMessage(run.logger, option.endMessage, run.value);
+      return Utils::LogMessage(run.logger, end.message, run.value);
   }
 }
 
-/// Judges the arguments of `option`, runs its operation and reports. @return the run's code.
+/// Validates the arguments of `option`, runs its operation and reports. @return the run's code.
 int RunOption(const Option& option, OptionRun& run) {
-  const auto logStart = [&] { Utils::LogMessage(run.logger, option.startMessage); };
-  if (!option.startsAfterCountTest) logStart();
-  if (run.tool.argc < option.minimumCount || run.tool.argc > option.maximumCount) {
-    Utils::LogMessage(run.logger, option.badArgumentsMessage);
+  const Messages& messages = option.messages;
+  const auto logStartAt = [&](StartTime time) {
+    if (messages.startTime == time) Utils::LogMessage(run.logger, messages.start);
+  };
+  logStartAt(StartTime::kBeforeCountTest);
+  if (run.tool.argc < option.words.least || run.tool.argc > option.words.most) {
+    Utils::LogMessage(run.logger, messages.badArguments);
     return kEINVAL;
   }
-  if (option.startsAfterCountTest) logStart();
+  logStartAt(StartTime::kAfterCountTest);
   if (option.accept != nullptr && !option.accept(run)) return kEINVAL;
 
   const int code = option.operate(run);
-  if (code == kSuccess || option.onFailure == OnFailure::kReport) {
-    LogEndMessage(option, run, code);
+  if (code == kSuccess || option.end.onFailure == OnFailure::kReport) {
+    LogEnd(option.end, run, code);
     platform::WriteStandardOutput(run.result);
   }
   return code;

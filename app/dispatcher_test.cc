@@ -69,21 +69,15 @@ Outcome AskLink(KXTool& tool, Logger* logger) {
   return outcome;
 }
 
-enum class End { kNone, kText, kCode, kValue };
-
-/// One row of the contract.
+/// One row of the contract, in the words of the table.
 struct Row {
   std::string option;
-  std::vector<std::string> arguments;
-  std::vector<int> counts;  ///< right ones, the program name included
-  std::string startLine;
-  bool startsBeforeCountTest;
-  std::string badArgumentsLine;
+  WordCount words;
+  Messages messages;
   Operation operation;
-  std::vector<std::string> callLines;  ///< right before the operation
-  End end;
-  std::string endLine;
-  bool reportsFailure;
+  End end = {};
+  std::vector<std::string> arguments = {};
+  std::vector<std::string> callLines = {};  ///< right before the operation
 };
 
 void PrintTo(const Row& row, std::ostream* stream) { *stream << row.option; }
@@ -91,193 +85,78 @@ void PrintTo(const Row& row, std::ostream* stream) { *stream << row.option; }
 const std::vector<Row>& Rows() {
   static const auto& rows = *new std::vector<Row>{
       {"-runInstaller",
-       {"/x/Setup.pkg"},
-       {3},
-       "Starting ORVEX installer with run installer",
-       false,
-       "Bad arguments. <installerPath> is required after \"-runInstaller\" was provided",
+       WordCount{3},
+       Messages{"Starting ORVEX installer with run installer",
+                "Bad arguments. <installerPath> is required after \"-runInstaller\" was provided",
+                StartTime::kAfterCountTest},
        Install<true>,
-       {},
-       End::kNone,
-       "",
-       true},
+       End{},
+       {"/x/Setup.pkg"}},
       {"-runSetupDownloader",
-       {"/x/Setup.dmg"},
-       {3},
-       "Starting ORVEX installer with setup downloader",
-       false,
-       "Bad arguments. <setupDownloaderPath> is required after \"-runSetupDownloader\" was "
-       "provided",
+       WordCount{3},
+       Messages{
+           "Starting ORVEX installer with setup downloader",
+           "Bad arguments. <setupDownloaderPath> is required after \"-runSetupDownloader\" was "
+           "provided",
+           StartTime::kAfterCountTest},
        Install<false>,
-       {},
-       End::kNone,
-       "",
-       true},
-      {"-detect",
-       {},
-       {2},
-       "Starting ORVEX Detect",
-       false,
-       "Bad arguments for detect",
-       Ask<&KXTool::ORVEXDetectInstall>,
-       {},
-       End::kNone,
-       "",
-       true},
+       End{},
+       {"/x/Setup.dmg"}},
+      {"-detect", WordCount{2},
+       Messages{"Starting ORVEX Detect", "Bad arguments for detect", StartTime::kAfterCountTest},
+       Ask<&KXTool::ORVEXDetectInstall>},
       {"-getInstallationLink",
-       {"-slUrl", "https://c", "-apiKey", "key", "-packageName", "package"},
-       {8, 9},
-       "Getting installation link",
-       true,
-       "Bad arguments. More or ignsufficient arguments provided",
+       WordCount{8, 9},
+       Messages{"Getting installation link",
+                "Bad arguments. More or ignsufficient arguments provided"},
        AskLink,
-       {"Retrieving installation link"},
-       End::kText,
-       "Finished retrieving links",
-       true},
-      {"-checkForUpdateErrors",
-       {},
-       {2},
-       "Checking for update errors",
-       true,
-       "Bad arguments. Invalid number of arguments",
-       Ask<&KXTool::GetUpdateErrors>,
-       {},
-       End::kText,
-       "Finished checking for update errors successfully",
-       true},
+       End{"Finished retrieving links"},
+       {"-slUrl", "https://c", "-apiKey", "key", "-packageName", "package"},
+       {"Retrieving installation link"}},
+      {"-checkForUpdateErrors", WordCount{2},
+       Messages{"Checking for update errors", "Bad arguments. Invalid number of arguments"},
+       Ask<&KXTool::GetUpdateErrors>, End{"Finished checking for update errors successfully"}},
       {"-getUpdateStatus",
-       {"AntiMalware"},
-       {3},
-       "Getting update status",
-       true,
-       "Bad arguments. No status provided",
+       WordCount{3},
+       Messages{"Getting update status", "Bad arguments. No status provided"},
        AskUpdateStatus,
-       {},
-       End::kText,
-       "Finished getting update status successfully",
-       true},
-      {"-hasCriticalIssues",
-       {},
-       {2},
-       "Checking for critical issues",
-       true,
-       "Bad arguments",
-       Ask<&KXTool::GetCriticalIssues>,
-       {},
-       End::kText,
-       "Finished to get critical issues successfully",
-       true},
-      {"-isUpToDate",
-       {},
-       {2},
-       "Checking if ORVEX is up to date",
-       true,
-       "Bad arguments",
-       AskIsUpToDate,
-       {},
-       End::kValue,
-       "Is ORVEX up to date value:",
-       false},
-      {"-getUpdateLocations",
-       {},
-       {2},
-       "Get update locations",
-       true,
-       "Bad arguments",
-       Ask<&KXTool::GetUpdateLocations>,
-       {},
-       End::kText,
-       "Update locations retrieved successfully",
-       true},
-      {"-startUpdate",
-       {},
-       {2},
-       "Start update",
-       true,
-       "Bad arguments",
+       End{"Finished getting update status successfully"},
+       {"AntiMalware"}},
+      {"-hasCriticalIssues", WordCount{2},
+       Messages{"Checking for critical issues", "Bad arguments"}, Ask<&KXTool::GetCriticalIssues>,
+       End{"Finished to get critical issues successfully"}},
+      {"-isUpToDate", WordCount{2}, Messages{"Checking if ORVEX is up to date", "Bad arguments"},
+       AskIsUpToDate, End{"Is ORVEX up to date value:", EndNumber::kValue, OnFailure::kStaySilent}},
+      {"-getUpdateLocations", WordCount{2}, Messages{"Get update locations", "Bad arguments"},
+       Ask<&KXTool::GetUpdateLocations>, End{"Update locations retrieved successfully"}},
+      {"-startUpdate", WordCount{2}, Messages{"Start update", "Bad arguments"},
        Act<&KXTool::StartUpdate>,
-       {},
-       End::kValue,
-       "Finished to start update with error code:",
-       true},
-      {"-getProductVersion",
-       {},
-       {2},
-       "Get product version",
-       true,
-       "Bad arguments",
+       End{"Finished to start update with error code:", EndNumber::kValue}},
+      {"-getProductVersion", WordCount{2}, Messages{"Get product version", "Bad arguments"},
        Ask<&KXTool::GetProductVersion>,
-       {},
-       End::kCode,
-       "Finished to get product version with error code:",
-       true},
-      {"-getLastUpdate",
-       {},
-       {2},
-       "Get last update",
-       true,
-       "Bad arguments",
+       End{"Finished to get product version with error code:", EndNumber::kCode}},
+      {"-getLastUpdate", WordCount{2}, Messages{"Get last update", "Bad arguments"},
        Ask<&KXTool::GetLastUpdate>,
-       {},
-       End::kCode,
-       "Finished to get last update with error code:",
-       true},
-      {"-getFeatureStatus",
-       {},
-       {2},
-       "Get feature status",
-       true,
-       "Bad arguments",
+       End{"Finished to get last update with error code:", EndNumber::kCode}},
+      {"-getFeatureStatus", WordCount{2}, Messages{"Get feature status", "Bad arguments"},
        Ask<&KXTool::GetFeatureStatus>,
-       {},
-       End::kCode,
-       "Finished to get feature status with error code:",
-       true},
-      {"-getLastSystemScan",
-       {},
-       {2},
-       "Get last system scan",
-       true,
-       "Bad arguments",
+       End{"Finished to get feature status with error code:", EndNumber::kCode}},
+      {"-getLastSystemScan", WordCount{2}, Messages{"Get last system scan", "Bad arguments"},
        Ask<&KXTool::GetLastSystemScan>,
-       {},
-       End::kCode,
-       "Finished get last system scan with error code:",
-       false},
-      {"-startFullScan",
-       {},
-       {2, 3},
-       "Starting full scan",
-       true,
-       "Bad arguments.",
+       End{"Finished get last system scan with error code:", EndNumber::kCode,
+           OnFailure::kStaySilent}},
+      {"-startFullScan", WordCount{2, 3}, Messages{"Starting full scan", "Bad arguments."},
        Act<&KXTool::StartFullScan>,
-       {},
-       End::kValue,
-       "Finished starting full scan with error code:",
-       false},
-      {"-startQuickScan",
-       {},
-       {2, 3},
-       "Starting quick scan",
-       true,
-       "Bad arguments.",
+       End{"Finished starting full scan with error code:", EndNumber::kValue,
+           OnFailure::kStaySilent}},
+      {"-startQuickScan", WordCount{2, 3}, Messages{"Starting quick scan", "Bad arguments."},
        Act<&KXTool::StartQuickScan>,
-       {},
-       End::kValue,
-       "Finished starting quick scan with error code:",
-       false},
-      {"-getVersion",
-       {},
-       {2},
-       "Get RMM tool version",
-       true,
-       "Bad arguments.",
+       End{"Finished starting quick scan with error code:", EndNumber::kValue,
+           OnFailure::kStaySilent}},
+      {"-getVersion", WordCount{2}, Messages{"Get RMM tool version", "Bad arguments."},
        Ask<&KXTool::GetVersion>,
-       {},
-       End::kCode,
-       "Finished retrieving RMM Tool version with error code:",
-       false},
+       End{"Finished retrieving RMM Tool version with error code:", EndNumber::kCode,
+           OnFailure::kStaySilent}},
   };
   return rows;
 }
@@ -357,9 +236,9 @@ class RowTest : public DispatcherTest, public testing::WithParamInterface<Row> {
     arrange();
     Rewind();
     EXPECT_EQ(Run(Words()), outcome.code);
-    const bool isReported = succeeds || TheRow().reportsFailure;
+    const bool isReported = succeeds || TheRow().end.onFailure == OnFailure::kReport;
     EXPECT_EQ(world.standardOutput, isReported ? outcome.text : "");
-    EXPECT_THAT(TakeLog(), ElementsAreArray(Concat({{TheRow().startLine},
+    EXPECT_THAT(TakeLog(), ElementsAreArray(Concat({{TheRow().messages.start},
                                                     TheRow().callLines,
                                                     operationLog,
                                                     EndLines(outcome, isReported)})));
@@ -372,20 +251,10 @@ class RowTest : public DispatcherTest, public testing::WithParamInterface<Row> {
       lines.push_back("Failed to retrieve installation links. Exit code:" +
                       std::to_string(outcome.code));
     }
-    if (!isReported) return lines;
-    switch (TheRow().end) {
-      case End::kNone:
-        break;
-      case End::kText:
-        lines.push_back(TheRow().endLine);
-        break;
-      case End::kCode:
-        lines.push_back(TheRow().endLine + std::to_string(outcome.code));
-        break;
-      case End::kValue:
-        lines.push_back(TheRow().endLine + std::to_string(outcome.value));
-        break;
-    }
+    const End& end = TheRow().end;
+    if (!isReported || end.message == nullptr) return lines;
+    const std::string numbers[] = {"", std::to_string(outcome.code), std::to_string(outcome.value)};
+    lines.push_back(end.message + numbers[static_cast<std::size_t>(end.number)]);
     return lines;
   }
 };
@@ -395,14 +264,17 @@ INSTANTIATE_TEST_SUITE_P(Options, RowTest, testing::ValuesIn(Rows()),
 
 TEST_P(RowTest, WrongCounts) {
   for (int count = 2; count <= 9; ++count) {
-    if (std::count(TheRow().counts.begin(), TheRow().counts.end(), count) != 0) continue;
+    if (count >= TheRow().words.least && count <= TheRow().words.most) continue;
     SCOPED_TRACE(count);
     std::vector<std::string> words(static_cast<std::size_t>(count) - 1, "word");
     words[0] = TheRow().option;
     EXPECT_EQ(Run(words), 22);
     EXPECT_EQ(world.standardOutput, "");
-    Lines expected = {TheRow().badArgumentsLine};
-    if (TheRow().startsBeforeCountTest) expected.insert(expected.begin(), TheRow().startLine);
+    const Messages& messages = TheRow().messages;
+    Lines expected = {messages.badArguments};
+    if (messages.startTime == StartTime::kBeforeCountTest) {
+      expected.insert(expected.begin(), messages.start);
+    }
     EXPECT_THAT(TakeLog(), ElementsAreArray(expected));
   }
   EXPECT_THAT(world.Calls(), IsEmpty());
@@ -446,7 +318,7 @@ TEST_P(RowTest, LetterCaseDoesNotCount) {
     words[0] = InCase(TheRow().option, convert);
     if (TheRow().option == "-getInstallationLink") words.resize(4);
     EXPECT_EQ(Run(words), 22);
-    EXPECT_EQ(TakeLog().back(), TheRow().badArgumentsLine);
+    EXPECT_EQ(TakeLog().back(), TheRow().messages.badArguments);
   }
 }
 
@@ -454,7 +326,7 @@ TEST_P(RowTest, WithoutALog) {
   world.files.erase("/opt/kx/configfile.txt");
   const Outcome outcome = TheRow().operation(MakeTool(Words()), nullptr);
   EXPECT_EQ(Run(Words()), outcome.code);
-  const bool isReported = outcome.code == 0 || TheRow().reportsFailure;
+  const bool isReported = outcome.code == 0 || TheRow().end.onFailure == OnFailure::kReport;
   EXPECT_EQ(world.standardOutput, isReported ? outcome.text : "");
   EXPECT_THAT(TakeLog(), IsEmpty());
 }

@@ -29,6 +29,22 @@ struct OptionRun {
   long long value = 0;
 };
 
+/// How many words a command line may have, the program name included.
+struct WordCount {
+  int least = 2;
+  int most = least;
+};
+
+/// When the start message is logged.
+enum class StartTime { kBeforeCountTest, kAfterCountTest };
+
+/// What is logged before the operation.
+struct Messages {
+  const char* start;
+  const char* badArguments;  ///< for a wrong count of words
+  StartTime startTime = StartTime::kBeforeCountTest;
+};
+
 /// What an end message has behind its fixed text.
 enum class EndNumber {
   kNothing,
@@ -40,22 +56,24 @@ enum class EndNumber {
 /// are.
 enum class OnFailure { kReport, kStaySilent };
 
+/// How an option ends.
+struct End {
+  const char* message = nullptr;  ///< null for none
+  EndNumber number = EndNumber::kNothing;
+  OnFailure onFailure = OnFailure::kReport;
+};
+
 /// One command option: its command line, its messages and its operation.
 struct Option {
   const char* name;
-  int minimumCount;  ///< of command-line words, the program name included
-  int maximumCount;
-  const char* startMessage;
-  bool startsAfterCountTest;  ///< the start message is not logged for a wrong count
-  const char* badArgumentsMessage;
-  /// Judges and takes over the option's arguments once their count is right; logs what is wrong
-  /// with them. Null when there is nothing to judge.
-  bool (*accept)(OptionRun& run);
+  WordCount words;
+  Messages messages;
   /// Runs the operation. @return its code.
   int (*operate)(OptionRun& run);
-  const char* endMessage;  ///< null for none
-  EndNumber endNumber;
-  OnFailure onFailure;
+  End end = {};
+  /// Validates and stores the option's arguments once their count is right, and logs what is wrong
+  /// with them. Null when there is nothing to validate.
+  bool (*accept)(OptionRun& run) = nullptr;
 };
 
 /// All options, in the order in which they are tested.

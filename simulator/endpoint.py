@@ -23,8 +23,8 @@ error names the exit status, and an option that the tool does not have.
 """
 
 import dataclasses
+import json
 import pathlib
-import re
 import signal
 import sys
 
@@ -106,17 +106,17 @@ def _run(options: Options, words: list[str]) -> int:
             endpoint.lend(word)
         status = endpoint.run_tool(words, options.sleep_divisor)
         if sys.stdout.isatty():
-            print(f"\nexit status {status}{_about_option(words)}", file=sys.stderr)
+            print(f"\nexit status {status}{_about_option(options.build, words)}", file=sys.stderr)
         log = endpoint.path(installation.LOG)
         if options.log and log.exists():
             sys.stderr.write(log.read_text(errors="replace"))
     return status
 
 
-def _about_option(words: list[str]) -> str:
+def _about_option(build: pathlib.Path, words: list[str]) -> str:
     """A remark when the first word is none of the tool's options; "" when it is."""
-    table = (_ROOT / "app" / "options.cc").read_text(encoding="utf-8")
-    known = re.findall(r'^    \{"(-\w+)", \d', table, re.MULTILINE)
+    table = json.loads((build / "options.json").read_text(encoding="utf-8"))
+    known = [option["name"] for option in table]
     if not words or words[0].lower() in map(str.lower, known):
         return ""
     return f": the tool has no option {words[0]}{scenario.did_you_mean(words[0], known)}"
