@@ -1,6 +1,6 @@
 """Scenarios: what lies on the simulated endpoint and how the product answers.
 
-A scenario is a JSON file under scenarios/; scenario.schema.json documents its members. It says only
+A scenario is a JSON file in a folder of scenarios/; scenario.schema.json documents its members. It says only
 what differs from the scenario `healthy`.
 """
 
@@ -35,7 +35,7 @@ class ScenarioError(Exception):
 
 def names() -> list[str]:
     """The scenarios that come with the simulator, in alphabetical order."""
-    return sorted(path.stem for path in DIRECTORY.glob("*.json"))
+    return sorted(path.stem for path in DIRECTORY.glob("*/*.json"))
 
 
 def did_you_mean(word: str, known: list[str]) -> str:
@@ -89,11 +89,11 @@ def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
 def _path_of(name: str) -> pathlib.Path:
     if "/" in name or name.endswith(".json"):
         return pathlib.Path(name)
-    path = DIRECTORY / f"{name}.json"
-    if not path.exists():
-        raise ScenarioError(f"there is no scenario {name}{did_you_mean(name, names())}; "
-                            "--list-scenarios names them all")
-    return path
+    for path in DIRECTORY.glob("*/*.json"):
+        if path.stem == name:
+            return path
+    raise ScenarioError(f"there is no scenario {name}{did_you_mean(name, names())}; "
+                        "--list-scenarios names them all")
 
 
 def _read(path: pathlib.Path) -> dict[str, Json]:

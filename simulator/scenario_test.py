@@ -95,6 +95,7 @@ class Contents(unittest.TestCase):
     def test_every_scenario_is_complete_and_says_what_it_is(self):
         healthy = scenario.load("healthy")
         self.assertIn("healthy", scenario.names())
+        self.assertEqual(len(set(scenario.names())), len(scenario.names()))
         for name in scenario.names():
             with self.subTest(scenario=name):
                 complete = scenario.load(name)

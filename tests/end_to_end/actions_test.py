@@ -22,6 +22,26 @@ def scan_method(word):
     return f"FileScan.OnDemand.Run{word}Scan"
 
 
+STARTED, FAILED, PROGRESS = (
+    f"FileScan.OnDemand.Scan{what}" for what in ("Started", "Failed", "Progress"))
+
+
+def scanning(*events, completions=(), **answer):
+    """The product tells these events of a scan, whose start is answered with `answer`."""
+    return {"sdk": {
+        "answers": {"FileScan.OnDemand.RunScanTask": {
+            **(answer or {"output": {"taskInstance": 7}}), "completions": list(completions)}},
+        "events": [{"event": event, **more} for event, more in events]}}
+
+
+def several(event):
+    """Events that end every wait, however slow the machine is."""
+    return [(event, {"delay": delay}) for delay in (7000, 12_000, 20_000, 40_000)]
+
+
+GARBLED = scanning(*several(PROGRESS), completions=[{}], text="{}")
+
+
 class StartUpdate(EndToEndCase):
     """-startUpdate prints the product's number, whatever comes of it."""
 
@@ -50,7 +70,7 @@ class StartUpdate(EndToEndCase):
             *t.finish(), "Finished to Start update with error code: 0"], self.completion)
 
     def test_unusable_answer(self):
-        self.start("update-garbled", 0, "3", [
+        self.start({"sdk": {"answers": {UPDATE: {"text": "{}"}}}}, 0, "3", [
             *t.started(UPDATE), "Set run async timeout", *t.PARSE[:2],
             'Invalid JSON. Response does not have "response" member', *t.finish(),
             "Finished to Start update with error code: 0"], self.completion)
@@ -65,7 +85,7 @@ class StartUpdate(EndToEndCase):
             *t.product_missing(UPDATE), "Failed to execute method. Error code: 20"])
 
     def test_unanswered_takes_ten_seconds(self):
-        self.start("update-unanswered", 60, "0", [
+        self.start({"sdk": {"answers": {UPDATE: {"output": {}, "completions": []}}}}, 60, "0", [
             *t.started(UPDATE), "Set run async timeout", "Failed to run instance due to timeout",
             "Instance unregistered with exit code : 0", "Failed to execute method. Error code: 60"])
 
@@ -121,7 +141,7 @@ class UnwatchedScan(ScanCase):
             *t.finish()])
 
     def test_unusable_answer(self):
-        self.check("scan-garbled", 0, "3", lambda method: [
+        self.check(GARBLED, 0, "3", lambda method: [
             *t.started(method), "Set run async timeout", *t.PARSE[:2],
             'Invalid JSON. Response does not have "response" member', *t.finish()])
 
@@ -139,22 +159,29 @@ class WatchedScan(ScanCase):
         self.confirmed("scan-failed", "5023")
 
     def test_other_events_decide_nothing(self):
-        self.confirmed("scan-started-after-other-events", "0")
+        self.confirmed(scanning(
+            (PROGRESS, {"repeat": 3}), (STARTED.swapcase(), {"delay": 20}),
+            (STARTED, {"delay": 100})), "0")
 
     def test_event_before_the_run_call_returns(self):
-        self.confirmed("scan-started-before-run-returns", "0")
+        self.confirmed(scanning((STARTED, {"when": "duringRun"})), "0")
 
     def test_event_before_the_registration_returns(self):
-        self.confirmed("scan-started-before-registration-returns", "0")
+        self.confirmed(scanning((STARTED, {"when": "duringRegister"})), "0")
 
     def test_storm_of_events(self):
-        self.confirmed("scan-event-storm", "0")
+        self.confirmed(scanning((PROGRESS, {"repeat": 100_000, "when": "duringRun"}),
+                                (STARTED, {"delay": 300})), "0")
 
     def test_events_for_other_contexts(self):
-        self.confirmed("scan-started-for-somebody-else", "0")
+        self.confirmed(scanning((STARTED, {"context": "none"}), (FAILED, {"context": "foreign"}),
+                                (STARTED, {"delay": 100})), "0")
 
     def test_events_after_the_registration(self):
-        self.confirmed("scan-events-after-unregistration", "0")
+        self.confirmed(scanning(
+            (STARTED, {}), (STARTED, {"when": "afterUnregister"}),
+            (FAILED, {"when": "afterUnregister", "delay": 60_000}),
+            (PROGRESS, {"when": "duringUnregister", "repeat": 100})), "0")
 
     def test_huge_limits_wait_and_end_with_an_event(self):
         for limit in ("10000000000", "9223372036854775807", "0000000000000000000000000000012"):
@@ -163,7 +190,8 @@ class WatchedScan(ScanCase):
                 self.assert_answer(run, 0, "0")
 
     def test_completion_and_event_at_once_takes_five_seconds_or_none(self):
-        run = self.run_tool("-startQuickScan", "5", scenario="scan-completed-and-started")
+        run = self.run_tool("-startQuickScan", "5", scenario=scanning(
+            (STARTED, {}), *several(PROGRESS), completions=[{}]))
         self.assertIn((run.status, run.output), ((0, b"0"), (0, b"3"), (60, b"")))
 
 
@@ -183,7 +211,8 @@ class WatchedScanWithoutOutcome(ScanCase):
         return run
 
     def test_other_events_only_takes_five_seconds(self):
-        self.assertEqual(self.expired("scan-with-other-events-only").callback_log, [])
+        self.assertEqual(self.expired(scanning(
+            (PROGRESS, {}), (PROGRESS, {"delay": 1000}), *several(PROGRESS))).callback_log, [])
 
     def test_event_after_the_limit_takes_five_seconds(self):
         self.expired("scan-silent", limit="0")
@@ -194,12 +223,12 @@ class WatchedScanWithoutOutcome(ScanCase):
                          t.on_ran(run.batch, run.calls_of("completion")[0]["text"]))
 
     def test_completion_before_the_events_takes_five_seconds(self):
-        run = self.expired("scan-completed-before-events")
+        run = self.expired(scanning(*several(STARTED), completions=[{}]))
         self.assertEqual(run.callback_log,
                          t.on_ran(run.batch, run.calls_of("completion")[0]["text"]))
 
     def test_unusable_answers_take_five_seconds(self):
-        for scenario in ("scan-refused", "scan-garbled"):
+        for scenario in ("scan-refused", GARBLED):
             with self.subTest(scenario=scenario):
                 self.expired(scenario)
 

@@ -24,6 +24,11 @@ def asked_for_nothing():
             "Finished retrieving SL Identity with error code: 0"]
 
 
+def configured(**content):
+    """The newer agent configuration file holds this."""
+    return {"product": {"configuration": {"agcfng": content}}}
+
+
 class DetectionCase(EndToEndCase):
     """Base of these tests."""
 
@@ -91,8 +96,8 @@ class State(DetectionCase):
 
     def test_newer_configuration_unusable_demotes(self):
         for wanted, line in (("configuration-not-json", "Invalid agcfJso file"),
-                             ("configuration-empty", "Invalid agcfJso file"),
-                             ("configuration-directory",
+                             (configured(text=""), "Invalid agcfJso file"),
+                             (configured(directory=True),
                               "Exception happened while configuration file was opened. "
                               "Read fault")):
             with self.subTest(scenario=wanted):
@@ -100,7 +105,7 @@ class State(DetectionCase):
 
     @needs_sandbox  # in place, the tool runs as a user who may read every file
     def test_newer_configuration_that_may_not_be_read_demotes(self):
-        self.assert_demoted("configuration-unreadable", "Cannot access agcfJso file path")
+        self.assert_demoted(configured(text="{}", mode="000"), "Cannot access agcfJso file path")
 
     def assert_demoted(self, wanted, line):
         run = self.detect(wanted, f"2|{d.COMPANY}||{d.ENDPOINT}")
@@ -119,9 +124,9 @@ class Identity(DetectionCase):
         self.assert_whole_log(run, [*d.running(), *d.end(newer, d.NOTHING_WANTED)])
 
     def test_file_supplies_what_the_sdk_does_not_know(self):
-        for wanted in ("identity-of-other-types", "identity-empty"):
-            with self.subTest(scenario=wanted):
-                run = self.detect(wanted)
+        for output in ({"companyID": 5, "endpointID": None}, None):
+            with self.subTest(output=output):
+                run = self.detect({"sdk": {"answers": {t.GET_IDENTITY: {"output": output}}}})
                 newer = [*d.CLEARED, *d.ask_identity(endpoint=None, company=None),
                          *d.taken(d.GROUP, d.ENDPOINT, d.COMPANY), *d.ALL_READ]
                 self.assert_whole_log(run, [*d.running(), *d.end(newer, d.NOTHING_WANTED)])
@@ -132,10 +137,10 @@ class Identity(DetectionCase):
         self.assertIn(f"Company id is: {d.COMPANY}", run.log)
 
     def test_configurations_without_the_identifiers(self):
-        for wanted in ("configuration-id-as-text", "configuration-not-an-object",
-                       "configuration-of-other-types"):
-            with self.subTest(scenario=wanted):
-                run = self.detect(wanted, f"1|{d.COMPANY}||{d.ENDPOINT}")
+        for content in ({"id": "4C4C4544"}, [], {"id": {
+                "hwid": 5, "custid": ["x"], "customdata": {"ComputersFolder": 7}}}):
+            with self.subTest(content=content):
+                run = self.detect(configured(json=content), f"1|{d.COMPANY}||{d.ENDPOINT}")
                 self.assertNotIn(FAILED, run.log)
 
     def test_older_file_supplies_what_the_newer_one_lacks(self):
@@ -198,8 +203,11 @@ class Services(DetectionCase):
         self.assert_whole_log(run, d.without_services())
 
     @staticmethod
-    def running(*names):
-        return {"product": {"services": [{"name": name} for name in names]}}
+    def running(*names, **last):
+        """Services with these names; `last` is said of the last one."""
+        services = [{"name": name} for name in names]
+        services[-1].update(last)
+        return {"product": {"services": services}}
 
     def test_both_groups(self):
         self.check_running(self.running(*GROUP_2))
@@ -213,11 +221,12 @@ class Services(DetectionCase):
                 self.check_not_running(self.running(*GROUP_1[:missing], *GROUP_1[missing + 1:]))
 
     def test_processes_are_counted_and_not_names(self):
-        self.check_running("services-doubled")
+        self.check_running(self.running("Daemon", "Daemon", "PrivHelperTool", "CoreIssues",
+                                        "UpdDaemon"))
         self.check_running(self.running(*["KXLDaemon"] * 3))
 
     def test_one_too_many(self):
-        self.check_not_running("services-one-too-many")
+        self.check_not_running(self.running(*GROUP_2, "KXUpdDaemon"))
 
     def test_one_too_many_of_one_group_beside_the_other_group(self):
         self.check_running(self.running(*GROUP_2, "KXLDaemon", *GROUP_1))
@@ -232,16 +241,17 @@ class Services(DetectionCase):
         self.check_not_running(self.running("KXCoreIssues", "KXUpdDaemon", "KXLDaemon-and-more-0"))
 
     def test_executable_deleted_while_it_runs(self):
-        self.check_running("services-deleted")
+        self.check_running(self.running(*GROUP_2, deleted=True))
 
     def test_executable_renamed_while_it_runs(self):
-        self.check_not_running("services-renamed")
+        self.check_not_running(self.running(*GROUP_2, renamedTo="KXUpdDaemon.old"))
 
     def test_executable_that_got_the_name_while_it_runs(self):
-        self.check_running("services-replaced")
+        self.check_running(self.running("KXCoreIssues", "KXLDaemon", "KXUpdDaemon.new",
+                                        renamedTo="KXUpdDaemon"))
 
     def test_ended_process_counts_by_its_short_name(self):
-        self.check_running("services-ended")
+        self.check_running(self.running(*GROUP_2, ended=True))
 
 
 class Time(DetectionCase):

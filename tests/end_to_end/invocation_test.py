@@ -31,6 +31,15 @@ def found(lines, version="7.16.42"):
             "Finished to get product version with error code:0"]
 
 
+def completed(*completions, **sdk):
+    """The query is answered with ANSWER, by these completions."""
+    return {"sdk": {**sdk, "answers": {t.GET_STATUS: {
+        "text": ANSWER, "completions": list(completions)}}}}
+
+
+LATE = completed({}, {"when": "afterUnregister"}, {"when": "afterUnregister", "delay": 60_000})
+
+
 class InvocationCase(EndToEndCase):
     """Runs the version query."""
 
@@ -67,7 +76,7 @@ class Success(InvocationCase):
         self.query("library-expired-certificate", output="7.16.42.200137")
 
     def test_large_library(self):
-        self.query("library-large", output="7.16.42.200137")
+        self.query({"product": {"library": {"size": 20_000_000}}}, output="7.16.42.200137")
 
     def test_healthy_scenario(self):
         run = self.query("healthy", output="7.16.42.200137")
@@ -118,8 +127,9 @@ class LibraryNotTrusted(InvocationCase):
                                          "Failed to validate binary. Error code : 2"])
 
     def test_signature_is_not_valid(self):
-        for scenario in ("library-unsigned", "library-tampered", "library-garbled-signature",
-                         "library-unknown-root", "no-accepted-roots", "empty-accepted-roots"):
+        for scenario in ("library-unsigned", "library-tampered", "library-unknown-root",
+                         "no-accepted-roots", {"product": {"trust": "empty"}},
+                         {"product": {"library": {"signature": "garbled"}}}):
             with self.subTest(scenario=scenario):
                 self.check_not_valid(scenario, "invalid")
 
@@ -132,7 +142,7 @@ class LibraryNotTrusted(InvocationCase):
         self.check_not_checked("library-ad-hoc", "no certificate")
 
     def test_no_team(self):
-        self.check_not_checked("library-no-team", "no team")
+        self.check_not_checked({"product": {"library": {"signature": "noTeam"}}}, "no team")
 
 
 class LibraryNotUsable(InvocationCase):
@@ -198,7 +208,7 @@ class RunRefused(InvocationCase):
             "Instance unregistered with exit code : 0"], status=45)
 
     def test_unregistration_fails_between_tries(self):
-        run = self.check("unregister-fails-between-tries", [
+        run = self.check({"sdk": {"run": [2], "unregister": [8, 0]}}, [
             *t.attempt(1, 2), self.END_OF_TRY,
             "Failed to unregister instance notifications. Error code : 8", *t.end_of_runs(2),
             "Failed to run instance. Error code : 2", "Instance unregistered with exit code : 0"],
@@ -214,7 +224,7 @@ class RunRefused(InvocationCase):
     def test_second_try_is_answered(self):
         for scenario, status, pause in (
                 ("run-again-once", 2, []),
-                ("run-internal-error-once", 1, ["AgentSDK error internal. Sleep 30 seconds"])):
+                ({"sdk": {"run": [1, 0]}}, 1, ["AgentSDK error internal. Sleep 30 seconds"])):
             with self.subTest(scenario=scenario):
                 run = self.query(scenario, output="7.16.42.200137")
                 lines = [*self.LOADED, *t.attempt(1, status), *pause, self.END_OF_TRY,
@@ -235,57 +245,58 @@ class Completions(InvocationCase):
         return run
 
     def test_error_number_is_only_logged(self):
-        self.answered("completion-with-error-number",
+        self.answered(completed({"errorNumber": -17}),
                       lambda run: t.on_ran(run.batch, ANSWER, error=-17))
 
     def test_no_text(self):
-        run = self.query("completion-without-text", status=3, output="")
+        run = self.query(completed({"errorNumber": 4, "result": "none"}), status=3, output="")
         lines = [*t.started(), "Set run async timeout",
                  "Failed to receive AgentSDK response. JSON is empty", *t.finish()]
         self.assert_log(run, refused(lines, 3, sdk_error=3), t.on_ran(run.batch, None, error=4))
 
     def test_foreign_batch_inside_the_run_call(self):
-        run = self.answered("completion-of-foreign-batch-first", lambda run: [
+        run = self.answered(completed({"batch": "foreign", "when": "insideRun"}, {}), lambda run: [
             *t.on_ran("f", ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
         self.assertLess(run.log.index("Start OnRan"), run.log.index("Inner apiError = 0"))
 
     def test_foreign_batch_during_registration(self):
-        run = self.query("completion-before-registration-returns")
+        run = self.query(completed({"batch": "foreign", "when": "duringRegister"}, {}))
         self.assertEqual(sorted(run.callback_log), sorted([
             *t.on_ran("f", ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)]))
         self.assertEqual(run.main_log, found(t.answered()))
 
     def test_no_batch(self):
-        self.answered("completion-without-batch", lambda run: [
+        self.answered(completed({"batch": "none", "when": "insideRun"}, {}), lambda run: [
             *t.on_ran(None, ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
 
     def test_no_context(self):
-        self.answered("completion-without-context", lambda run: [
+        self.answered(completed({"context": "none", "when": "insideRun"}, {}), lambda run: [
             *t.on_ran(run.batch, ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
 
     def test_foreign_context(self):
-        self.answered("completion-for-somebody-else", lambda run: [
+        self.answered(completed({"context": "foreign", "when": "insideRun"}, {}), lambda run: [
             *t.on_ran(run.batch, ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
 
     def test_before_the_run_call_returns(self):
-        self.answered("completion-before-run-returns", lambda run: t.on_ran(run.batch, ANSWER))
+        self.answered(completed({"when": "duringRun"}), lambda run: t.on_ran(run.batch, ANSWER))
 
     def test_previous_batch(self):
-        run = self.query("completion-of-previous-batch")
+        run = self.query(completed(
+            {"batch": "previous", "when": "insideRun", "try": 2}, {"try": 2}, run=[2, 0]))
         first = run.calls_of("run")[0]["batch"]
         self.assertEqual(run.callback_log, [*t.on_ran(first, ANSWER, accepted=False),
                                             *t.on_ran(run.batch, ANSWER)])
 
     def test_doubled_late_and_from_many_threads(self):
-        for scenario in ("completion-doubled", "completion-from-many-threads",
-                         "completion-during-unregistration", "completion-after-unregistration"):
+        for scenario in (completed({"repeat": 2}), completed(*[{}] * 8),
+                         completed({}, {"when": "duringUnregister"}), LATE):
             with self.subTest(scenario=scenario):
                 run = self.query(scenario)
                 self.assertEqual(run.main_log, found(t.answered()))
                 self.assert_stored_while_waiting(run)
 
     def test_late_ones_come_even_when_the_tool_is_gone(self):
-        run = self.query("completion-after-unregistration")
+        run = self.query(LATE)
         self.assertEqual([call["batch"] for call in run.calls_of("completion")], [run.batch] * 3)
 
 
@@ -302,4 +313,4 @@ class TimeOuts(InvocationCase):
         self.check("no-completion", [])
 
     def test_foreign_batch_only_takes_ten_seconds(self):
-        self.check("completion-of-foreign-batch", t.on_ran("f", ANSWER, accepted=False))
+        self.check(completed({"batch": "foreign"}), t.on_ran("f", ANSWER, accepted=False))

@@ -127,10 +127,11 @@ class Failures(LinksCase):
                     f'Cannot check signature for "{LIBRARY}". Exit code: 2'])
 
     def test_not_loadable(self):
-        self.fetch("links-not-loadable", 35, "", [*t.check(LIBRARY), "Library not found"])
+        self.fetch({"links": {"build": "notALibrary"}}, 35, "",
+                   [*t.check(LIBRARY), "Library not found"])
 
     def test_without_the_function(self):
-        self.fetch("links-without-export", 2, "", [
+        self.fetch({"links": {"build": "withoutExport"}}, 2, "", [
             *t.check(LIBRARY), 'Set the "GetInstallationLinks" handle', "Handle not found"])
 
 

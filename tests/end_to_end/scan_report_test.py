@@ -22,6 +22,17 @@ def log(name, text, modified=1617185521):
     return {"name": name, "text": text, "modified": modified}
 
 
+def summary(name, start, duration=0, modified=1617185521, **more):
+    """A scan summary."""
+    return {"name": name, "summary": {"startTime": start, "duration": duration},
+            "modified": modified, **more}
+
+
+def logs(*files):
+    """The scan-log directory holds these files."""
+    return {"scanLogs": list(files)}
+
+
 class ScanReportCase(EndToEndCase):
     """Compares answers and whole logs."""
 
@@ -48,18 +59,26 @@ class Choice(ScanReportCase):
     def test_one_kind(self):
         self.reported("scan-logs-full-only", f"{FULL}=1617185520",
                       found("9_Full Scan.xml", 1617185520))
-        self.reported("scan-logs-quick-only", f"{QUICK}=-1499", found("9_Quick Scan.xml", -1499))
+        self.reported(logs(summary("9_Quick Scan.xml", -1500, 400)), f"{QUICK}=-1499",
+                      found("9_Quick Scan.xml", -1499))
 
     def test_no_summary(self):
-        self.reported("scan-logs-empty", "")
-        self.reported("scan-logs-dated-at-the-epoch", "")
+        self.reported(logs(), "")
+        self.reported(logs(summary("1_Full Scan.xml", 300, modified=0)), "")
 
     def test_nanoseconds_decide(self):
-        self.reported("scan-logs-newest-by-nanoseconds", f"{FULL}=300",
+        self.reported(logs(summary("1_Full Scan.xml", 300, nanoseconds=500),
+                           summary("2_Full Scan.xml", 200, nanoseconds=499)), f"{FULL}=300",
                       found("1_Full Scan.xml", 300))
 
     def test_names(self):
-        self.reported("scan-logs-with-unusual-names", f"{FULL}=7|{QUICK}=6",
+        newest = ("a_b_Full Scan.xml", "Full Scan.xml", "_Full Scan.xml", "a_full Scan.xml",
+                  "a_Full Scan.xml.bak")
+        others = (("x__Quick Scan.xml", 6, 1617185000), ("a_Full Scan.xml_b", 7, 1617185000),
+                  ("_a_Quick Scan.xml", 8, 1617184000))
+        self.reported(logs(*(summary(name, 1, modified=1617185999) for name in newest),
+                           *(summary(name, start, 0, time) for name, start, time in others)),
+                      f"{FULL}=7|{QUICK}=6",
                       found("a_Full Scan.xml_b", 7), found("x__Quick Scan.xml", 6))
 
     def test_no_directory(self):
@@ -77,7 +96,7 @@ class Choice(ScanReportCase):
         self.failed(scenario, 20, ["Get last system scan"])
 
     def test_status_that_cannot_be_read(self):
-        self.failed("scan-logs-dangling-link", 2, BEGIN)
+        self.failed(logs({"name": "1_Quick Scan.xml", "link": "nothing"}), 2, BEGIN)
 
     def test_link_counts_as_what_it_leads_to(self):
         with self.endpoint("scan-logs-full-only") as endpoint:
@@ -93,33 +112,36 @@ class Contents(ScanReportCase):
     """What is wrong with a chosen summary ends the report."""
 
     def test_numbers_as_atol_reads_them(self):
-        self.reported("scan-logs-odd-numbers", f"{FULL}=1617185520|{QUICK}=-3",
+        full = ('<?xml version="1.0"?><!-- scan --><a><x/><ScanSummary other="" '
+                'startTime=" +1617185400s" duration="120500.9"/>'
+                '<ScanSummary startTime="1" duration="1"/></a>')
+        quick = "<a><ScanSummary duration='none' startTime='-3'/></a>"
+        self.reported(logs(log("1_Full Scan.xml", full), log("1_Quick Scan.xml", quick)),
+                      f"{FULL}=1617185520|{QUICK}=-3",
                       found("1_Full Scan.xml", 1617185520), found("1_Quick Scan.xml", -3))
 
     def test_division_truncates_towards_zero(self):
         for start, duration, value in ((-1, 1, 0), (-2, 1, -1), (0, 999, 0), (0, -999, 0)):
             text = f'<a><ScanSummary startTime="{start}" duration="{duration}"/></a>'
-            self.reported({"scanLogs": [log("1_Full Scan.xml", text)]}, f"{FULL}={value}",
+            self.reported(logs(log("1_Full Scan.xml", text)), f"{FULL}={value}",
                           found("1_Full Scan.xml", value))
 
     def test_no_root(self):
-        self.failed("scan-logs-empty-file", 2, [
-            *BEGIN, f"Invalid XML file for{installation.SCAN_LOGS}/1_Full Scan.xml"])
-        for text in ("\n", '<?xml version="1.0"?>', "<!-- nothing -->"):
+        for text in ("", "\n", '<?xml version="1.0"?>', "<!-- nothing -->"):
             with self.subTest(text=text):
-                self.failed({"scanLogs": [log("1_Full Scan.xml", text)]}, 2, [
+                self.failed(logs(log("1_Full Scan.xml", text)), 2, [
                     *BEGIN, f"Invalid XML file for{installation.SCAN_LOGS}/1_Full Scan.xml"])
 
     def test_directory_reads_as_empty(self):
-        self.failed("scan-logs-directory", 2, [
+        self.failed(logs({"name": "1_Quick Scan.xml", "directory": True}), 2, [
             *BEGIN, f"Invalid XML file for{installation.SCAN_LOGS}/1_Quick Scan.xml"])
 
     def test_no_summary_element(self):
         message = 'Invalid XML file. Could not find "ScanSummary" node'
-        self.failed("scan-logs-without-summary", 2, [*BEGIN, message])
-        for text in ("<ScanSummary startTime='1' duration='1'/>",
+        for text in ("<a><b><ScanSummary startTime='5' duration='1'/></b></a>",
+                     "<ScanSummary startTime='1' duration='1'/>",
                      "<a><scansummary startTime='1' duration='1'/></a>"):
-            self.failed({"scanLogs": [log("1_Full Scan.xml", text)]}, 2, [*BEGIN, message])
+            self.failed(logs(log("1_Full Scan.xml", text)), 2, [*BEGIN, message])
 
     def test_attributes_missing_or_empty(self):
         for attributes, message in (
@@ -130,20 +152,22 @@ class Contents(ScanReportCase):
                 ('startTime="1" duration=""', 'Invalid XML. Could not find "duration" node')):
             with self.subTest(attributes=attributes):
                 text = f"<a><ScanSummary {attributes}/></a>"
-                self.failed({"scanLogs": [log("1_Quick Scan.xml", text)]}, 2, [*BEGIN, message])
+                self.failed(logs(log("1_Quick Scan.xml", text)), 2, [*BEGIN, message])
 
     def test_quick_scan_is_not_read_after_a_failure(self):
-        self.failed("scan-logs-without-duration", 2,
+        self.failed(logs(log("1_Full Scan.xml", '<a><ScanSummary startTime="5"/></a>'),
+                         summary("1_Quick Scan.xml", 300)), 2,
                     [*BEGIN, 'Invalid XML. Could not find "duration" node'])
 
     def test_full_scan_is_not_printed_after_a_failure(self):
-        self.failed("scan-logs-without-start", 2, [
+        text = '<a><ScanSummary startTime="" duration="1"/></a>'
+        self.failed(logs(summary("1_Full Scan.xml", 300), log("1_Quick Scan.xml", text)), 2, [
             *BEGIN, found("1_Full Scan.xml", 300),
             'Invalid XML file. Could not find "startTime" node'])
 
     def test_text_that_is_no_xml_ends_the_process_abnormally(self):
-        for scenario in ("scan-logs-not-xml", {"scanLogs": [log("1_Full Scan.xml", "<a")]},
-                         {"scanLogs": [log("1_Full Scan.xml", "<a b>")]}):
-            with self.subTest(scenario=scenario):
-                run = self.run_tool("-getLastSystemScan", scenario=scenario)
+        for text in ("scanned\n", "<a", "<a b>"):
+            with self.subTest(text=text):
+                run = self.run_tool("-getLastSystemScan",
+                                    scenario=logs(log("1_Full Scan.xml", text)))
                 self.assertEqual((run.status, run.output, run.log), (128 + 6, b"", BEGIN))

@@ -67,6 +67,45 @@ def status_scenario(output):
     return {"sdk": {"answers": {t.GET_STATUS: {member: output}}}}
 
 
+def updated(error=0, seconds_ago=3600, succeeded=None):
+    """A location's last update, and how many seconds ago it last succeeded."""
+    succeeded = seconds_ago if succeeded is None else succeeded
+    return {"update": {"error": error, "time": {"$secondsFromNow": -seconds_ago},
+                       "lastSucceededTime": {"$secondsFromNow": -succeeded}}}
+
+
+def locations(**updates):
+    """A status with these locations."""
+    return status_scenario({"Locations": updates})
+
+
+EMPTY = status_scenario({})
+EMPTY_PARTS = status_scenario({"Locations": {}, "Alerts": {}, "Features": []})
+OTHER_TYPES = status_scenario({"LastUpdateTime": "yesterday", "Locations": [], "Alerts": "none",
+                               "Features": {"id": "f"}})
+NOTHING = (EMPTY, EMPTY_PARTS, OTHER_TYPES)
+FAILED_FOR_PRODUCT_ONLY = locations(Product=updated(5), ctc=updated(-9), antimalware=updated())
+SUPERSEDED = locations(antimalware=updated(-2003))
+# Every member that is looked up occurs twice.
+DOUBLED = status_scenario(
+    '{"LastUpdateTime":1,"LastUpdateTime":2,"Locations":{"Product":{"Version":"1.0",'
+    '"Version":"2.0","update":{"error":1,"error":2,"time":3,"time":4,"lastSucceededTime":5,'
+    '"lastSucceededTime":6}},"Product":{"Version":"3.0","update":{"error":7}}},"Locations":{},"Alerts":{"a":{"severity":'
+    '"critical","severity":"info"},"a":{"severity":"critical"}},"Alerts":{},"Features":[{"id":"f",'
+    '"id":"g","enabled":true,"enabled":false}],"Features":[]}')
+LEAST, MOST = -2 ** 63, 2 ** 63 - 1
+LIMITS = status_scenario({"LastUpdateTime": MOST, "Locations": {
+    "Product": {"update": {"error": -2 ** 31, "time": LEAST, "lastSucceededTime": MOST}},
+    "largest": {"update": {"error": 2 ** 31 - 1, "time": MOST, "lastSucceededTime": MOST}}}})
+UPDATES_OF_OTHER_TYPES = status_scenario(
+    '{"LastUpdateTime":1.5,"Locations":{'
+    '"fraction":{"update":{"error":5.0,"time":1e3,"lastSucceededTime":1700000000.5}},'
+    '"text":{"update":{"error":"5","time":"0","lastSucceededTime":"0"}},'
+    '"large":{"update":{"error":3000000000,"time":9223372036854775808,'
+    '"lastSucceededTime":-9223372036854775809}},"null":{"update":null},'
+    '"list":{"update":[{"error":5}]},"number":7,"missing":{},"partial":{"update":{"error":6}}}}')
+
+
 class QueryCase(EndToEndCase):
     """Runs queries and compares their answers and their whole logs."""
 
@@ -140,23 +179,23 @@ class UpdateErrors(QueryCase):
 
     def test_failed_locations(self):
         self.errors("update-failed", "antimalware=-1", "webfilter=1005")
-        self.errors("update-failed-for-product-only", "Product=5", "ctc=-9")
-        self.errors("update-superseded", "antimalware=-2003")
-        self.errors("update-at-the-limits", "Product=-2147483648", "largest=2147483647")
+        self.errors(FAILED_FOR_PRODUCT_ONLY, "Product=5", "ctc=-9")
+        self.errors(SUPERSEDED, "antimalware=-2003")
+        self.errors(LIMITS, "Product=-2147483648", "largest=2147483647")
 
     def test_only_integers_of_32_bits_count(self):
-        self.errors("update-of-other-types", "partial=6")
+        self.errors(UPDATES_OF_OTHER_TYPES, "partial=6")
 
     def test_unusual_names(self):
         self.errors("unusual-names", "=1", "a b=2", "p|q=r=3", 'say "hi"=4', "größe 大=5",
                     "nul\0byte=6")
 
     def test_nothing_to_look_at(self):
-        for scenario in ("status-empty", "status-with-empty-parts", "status-of-other-types"):
+        for scenario in NOTHING:
             self.errors(scenario)
 
     def test_doubled_members(self):
-        self.errors("doubled-members", "Product=1", "Product=7")
+        self.errors(DOUBLED, "Product=1", "Product=7")
 
 
 class UpdateStatus(QueryCase):
@@ -169,27 +208,27 @@ class UpdateStatus(QueryCase):
                    code, ("-getUpdateStatus", location))
 
     def test_all_there(self):
-        self.state("update-at-the-limits",
+        self.state(LIMITS,
                    "-2147483648|-9223372036854775808|9223372036854775807")
-        self.state("doubled-members", "1|3|5")
+        self.state(DOUBLED, "1|3|5")
 
     def test_what_is_missing_or_of_another_type_is_left_out(self):
         everything = ("error", "time", "lastSucceededTime")
         for location in ("fraction", "text", "large"):
-            self.state("update-of-other-types", "", *everything, location=location, code=3)
-        self.state("update-of-other-types", "6", *everything[1:], location="partial", code=3)
+            self.state(UPDATES_OF_OTHER_TYPES, "", *everything, location=location, code=3)
+        self.state(UPDATES_OF_OTHER_TYPES, "6", *everything[1:], location="partial", code=3)
         times = status_scenario({"Locations": {"Product": {"update": {
             "lastSucceededTime": 7, "time": 1700000000}}}})
         self.state(times, "|1700000000|7", "error", code=3)
 
     def test_location_without_update(self):
         for location in ("null", "list", "missing"):
-            self.state("update-of-other-types", "", location=location)
+            self.state(UPDATES_OF_OTHER_TYPES, "", location=location)
 
     def test_unknown_location(self):
         for scenario, location in (("healthy", "product"), ("healthy", ""),
-                                   ("update-of-other-types", "number"),
-                                   ("status-with-empty-parts", "Product")):
+                                   (UPDATES_OF_OTHER_TYPES, "number"),
+                                   (EMPTY_PARTS, "Product")):
             self.state(scenario, "", f" {location}", location=location, code=22)
 
     def test_unusual_names(self):
@@ -199,7 +238,7 @@ class UpdateStatus(QueryCase):
             self.assertRegex(run.output, b"^[1-5]$")
 
     def test_no_locations(self):
-        for scenario in ("status-empty", "status-of-other-types"):
+        for scenario in (EMPTY, OTHER_TYPES):
             self.state(scenario, "")
 
 
@@ -209,14 +248,13 @@ class UpToDate(QueryCase):
     NO = ["Product is not up to date"]
 
     def test_up_to_date(self):
-        for scenario in ("update-superseded", "update-almost-stale", "update-in-the-future",
-                         "update-failed-for-product-only", "status-empty",
-                         "status-with-empty-parts", "status-of-other-types", "unusual-names",
-                         "doubled-members"):
+        for scenario in (SUPERSEDED, locations(antimalware=updated(succeeded=172_700)),
+                         locations(antimalware=updated(seconds_ago=-86_400)),
+                         FAILED_FOR_PRODUCT_ONLY, *NOTHING, "unusual-names", DOUBLED):
             self.check("current", scenario, "1")
 
     def test_not_up_to_date(self):
-        for scenario in ("update-failed", "update-stale", "update-at-the-limits"):
+        for scenario in ("update-failed", "update-stale", LIMITS):
             self.check("current", scenario, "0", self.NO)
 
     def test_age_counts_even_if_the_error_is_no_integer(self):
@@ -232,39 +270,39 @@ class OtherQueries(QueryCase):
 
     def test_locations(self):
         names = ["fraction", "text", "large", "null", "list", "number", "missing", "partial"]
-        self.check("locations", "update-of-other-types", "|".join(names),
+        self.check("locations", UPDATES_OF_OTHER_TYPES, "|".join(names),
                    [f"Location found: {name}" for name in names])
         names = ["", "a b", "p|q=r", 'say "hi"', "größe 大", "nul\0byte"]
         self.check("locations", "unusual-names", "|".join(names[1:]),
                    [f"Location found: {name}" for name in names])
-        for scenario in ("status-empty", "status-with-empty-parts", "status-of-other-types"):
+        for scenario in NOTHING:
             self.check("locations", scenario, "")
 
     def test_last_update(self):
-        for scenario, value in (("update-at-the-limits", "9223372036854775807"),
-                                ("doubled-members", "1")):
+        for scenario, value in ((LIMITS, "9223372036854775807"),
+                                (DOUBLED, "1")):
             self.check("last", scenario, value, [f"Last update time found with value: {value}"])
-        for scenario in ("status-empty", "status-of-other-types", "update-of-other-types"):
+        for scenario in (EMPTY, OTHER_TYPES, UPDATES_OF_OTHER_TYPES):
             self.check("last", scenario, "")
 
     def test_critical_issues(self):
         for scenario, names in (
                 ("critical-issues", ["ProtectionOff", "LicenceExpired"]),
                 ("unusual-names", ["", "p|q", "nul\0byte", "größe 大"]),
-                ("doubled-members", ["a", "a"])):
+                (DOUBLED, ["a", "a"])):
             self.check("issues", scenario, "|".join(name for name in names if name),
                        [f"Critical issue found: {name}" for name in names])
-        for scenario in ("status-empty", "status-with-empty-parts", "status-of-other-types"):
+        for scenario in NOTHING:
             self.check("issues", scenario, "")
 
     def test_version(self):
-        self.check("version", "doubled-members", "1.0", ["Found product version: 1.0"])
+        self.check("version", DOUBLED, "1.0", ["Found product version: 1.0"])
         odd = "1.0 | \\u0000 größe"
         text = odd.replace("\\u0000", "\0")
         self.check("version", status_scenario(f'{{"Locations":{{"Product":{{"Version":"{odd}"}}}}}}'),
                    text, [f"Found product version: {text}"])
-        for scenario in ("version-as-number", "status-empty", "status-with-empty-parts",
-                         "status-of-other-types"):
+        number = status_scenario({"Locations": {"Product": {"Version": 7}}})
+        for scenario in (number, *NOTHING):
             self.check("version", scenario, "")
 
     def test_features(self):
@@ -279,7 +317,7 @@ class OtherQueries(QueryCase):
         self.check("features", "unusual-names", "=1|p|q=r=1|nul\0byte=1|größe 大=0",
                    ["Feature with id= p|q=r is functioning: 1",
                     "Feature with id= größe 大 is functioning: 0"])
-        for scenario in ("status-empty", "status-with-empty-parts", "status-of-other-types"):
+        for scenario in NOTHING:
             self.check("features", scenario, "")
 
     def test_thousands_of_members(self):
