@@ -6,8 +6,8 @@ Each row compares a subject with a peer or a limit: both run in alternation on t
 go, and the row tells their medians, the median of the round-by-round ratios with its quartiles, and
 the target. Absolute times mean nothing on a shared machine; the ratios do. ROW is part of the name
 of a group of rows; without one all rows are measured. --rounds-percent 10 makes a tenth of the
-rounds, to see that all rows still work. A full run of all rows also writes the table and the plot of
-docs/performance.md. Ends with 1 when a ratio misses its target.
+rounds, to see that all rows still work. A full run of all rows also writes the table and the plot
+of docs/performance.md. Ends with 1 when a ratio misses its target.
 """
 
 import argparse

@@ -51,7 +51,8 @@ def _plot(curves: dict[str, list[tuple[int, float]]]) -> bytes:
               "set xlabel 'bytes, entries or processes'", "set ylabel 'time of the peer'"]
     drawn = []
     for number, (title, points) in enumerate(curves.items()):
-        script += [f"$curve{number} << END", *(f"{size} {ratio:.3g}" for size, ratio in points), "END"]
+        data = [f"{size} {ratio:.3g}" for size, ratio in points]
+        script += [f"$curve{number} << END", *data, "END"]
         drawn.append(f"$curve{number} with linespoints linewidth 2 title '{title}'")
     script.append("plot " + ", ".join(drawn))
     return subprocess.run(["gnuplot"], input="\n".join(script).encode(), check=True,

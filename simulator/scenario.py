@@ -1,7 +1,7 @@
 """Scenarios: what lies on the simulated endpoint and how the product answers.
 
-A scenario is a JSON file in a folder of scenarios/; scenario.schema.json documents its members. It says only
-what differs from the scenario `healthy`.
+A scenario is a JSON file in a folder of scenarios/; scenario.schema.json documents its members. It
+says only what differs from the scenario `healthy`.
 """
 
 import copy

@@ -90,9 +90,9 @@ SUPERSEDED = locations(antimalware=updated(-2003))
 DOUBLED = status_scenario(
     '{"LastUpdateTime":1,"LastUpdateTime":2,"Locations":{"Product":{"Version":"1.0",'
     '"Version":"2.0","update":{"error":1,"error":2,"time":3,"time":4,"lastSucceededTime":5,'
-    '"lastSucceededTime":6}},"Product":{"Version":"3.0","update":{"error":7}}},"Locations":{},"Alerts":{"a":{"severity":'
-    '"critical","severity":"info"},"a":{"severity":"critical"}},"Alerts":{},"Features":[{"id":"f",'
-    '"id":"g","enabled":true,"enabled":false}],"Features":[]}')
+    '"lastSucceededTime":6}},"Product":{"Version":"3.0","update":{"error":7}}},"Locations":{},'
+    '"Alerts":{"a":{"severity":"critical","severity":"info"},"a":{"severity":"critical"}},'
+    '"Alerts":{},"Features":[{"id":"f","id":"g","enabled":true,"enabled":false}],"Features":[]}')
 LEAST, MOST = -2 ** 63, 2 ** 63 - 1
 LIMITS = status_scenario({"LastUpdateTime": MOST, "Locations": {
     "Product": {"update": {"error": -2 ** 31, "time": LEAST, "lastSucceededTime": MOST}},
