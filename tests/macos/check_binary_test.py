@@ -91,6 +91,17 @@ class CheckBinaryTest(unittest.TestCase):
     def test_a_binary_as_it_should_be_passes(self):
         check_binary.check(universal([self.intel, self.arm]))
 
+    def test_what_other_compilers_import_passes(self):
+        library = self.arm.libraries.index
+        system = library("/usr/lib/libSystem.B.dylib") + 1
+        runtime = library("/usr/lib/libobjc.A.dylib") + 1
+        for maker in (self.intel, self.arm):
+            maker.symbols += [(name, UNDEFINED, system) for name in ("_setbuf", "_memset_pattern16")]
+            maker.symbols += [(name, UNDEFINED, runtime) for name in ("_objc_alloc", "_objc_retain")]
+        self.arm.symbols += [(f"_objc_{name}", UNDEFINED, runtime) for name in (
+            "alloc_init", "opt_class", "opt_isKindOfClass", "opt_new", "opt_respondsToSelector", "opt_self")]
+        check_binary.check(universal([self.intel, self.arm]))
+
     def test_a_thin_file_fails(self):
         with self.assertRaisesRegex(check_binary.CheckFailed, "not a universal file"):
             check_binary.check(self.intel.make())
@@ -106,8 +117,10 @@ class CheckBinaryTest(unittest.TestCase):
             self.assert_fails(f"the x86_64 slice imports .*{name}")
 
     def test_a_symbol_of_the_other_architecture_fails(self):
-        self.intel.symbols.append(("_stat", UNDEFINED, self.intel.symbols[0][2]))
-        self.assert_fails("the x86_64 slice imports .*_stat")
+        runtime = self.intel.libraries.index("/usr/lib/libobjc.A.dylib") + 1
+        for maker in (self.intel, self.arm):
+            maker.symbols.append(("_objc_opt_class", UNDEFINED, runtime))
+        self.assert_fails("the x86_64 slice imports .*_objc_opt_class")
 
     def test_a_symbol_of_another_library_fails(self):
         self.arm.symbols.append(("_objc_msgSend", UNDEFINED, self.arm.symbols[0][2]))
