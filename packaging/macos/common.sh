@@ -1,27 +1,33 @@
 # shellcheck shell=bash disable=SC2034
-# What the scripts beside this file share. Sourced, not run.
+# What the scripts beside this file share. Sourced, not run. Also a part of the package, for the
+# uninstaller; macOS has bash 3.2.
 
 readonly identifier=com.corvane.KXTool
 readonly team=QK7ZP2M9XD
 # Outside any bundle-shaped folder: in one, the system would not read the tool's own property list.
 # The tool keeps its configuration and its log beside itself, so it has a folder of its own.
 readonly install_directory=/usr/local/libexec/kxtool
-# What is installed besides the tool: where it lies in the sources, and where it goes.
-readonly -a documents=(
-  docs/KXTool.1=/usr/local/share/man/man1/KXTool.1
-  packaging/completions/KXTool.bash=/usr/local/share/bash-completion/completions/KXTool
-  packaging/completions/_KXTool=/usr/local/share/zsh/site-functions/_KXTool)
+# What lies in that folder besides the tool: where it is in the sources, its name and mode, and the link
+# to it, where others look for it.
+readonly -a payload=(
+  'packaging/macos/common.sh common.sh 644'
+  'packaging/macos/uninstall.sh uninstall.sh 755'
+  'docs/KXTool.1 KXTool.1 644 /usr/local/share/man/man1/KXTool.1'
+  'packaging/completions/KXTool.bash KXTool.bash 644 /usr/local/share/bash-completion/completions/KXTool'
+  'packaging/completions/_KXTool _KXTool 644 /usr/local/share/zsh/site-functions/_KXTool')
+# Lists the folders that were made for the links, and only those.
+readonly made_folders=$install_directory/made-folders.txt
 
 fail() {
   printf '%s: %s\n' "$(basename "$0")" "$*" >&2
   exit 1
 }
 
-# need_usage COUNT TEXT ARGUMENT...: fails with the usage unless there are COUNT arguments.
+# need_usage LEAST MOST TEXT ARGUMENT...: fails with the usage unless there are so many arguments.
 need_usage() {
-  local count=$1 text=$2
-  shift 2
-  [[ $# -eq $count ]] || fail "usage: $(basename "$0") $text"
+  local least=$1 most=$2 text=$3
+  shift 3
+  [[ $# -ge $least && $# -le $most ]] || fail "usage: $(basename "$0") $text"
 }
 
 need_file() { [[ -f $1 ]] || fail "there is no file $1"; }
@@ -35,3 +41,11 @@ need_tool() {
 }
 
 need_root() { [[ $EUID -eq 0 ]] || fail "run this as root"; }
+
+# find_identity POLICY KIND: prints the team's identity of that kind in the keychain.
+find_identity() {
+  local found
+  found=$(security find-identity -v -p "$1" | sed -n "s/.*\"\($2: .*($team)\)\".*/\1/p")
+  [[ -n $found ]] || fail "no valid \"$2\" identity of team $team in the keychain"
+  printf '%s\n' "${found%%$'\n'*}"
+}

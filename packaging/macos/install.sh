@@ -4,11 +4,12 @@ set -euo pipefail
 # shellcheck source=packaging/macos/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-need_usage 1 PACKAGE "$@"
+need_usage 1 1 PACKAGE "$@"
 need_file "$1"
 need_root
 need_tool installer pkgutil
-pkgutil --check-signature "$1" | grep -q "($team)" || fail "$1 is not signed by team $team"
+signature=$(pkgutil --check-signature "$1") || true
+[[ $signature == *"($team)"* ]] || fail "$1 is not signed by team $team"
 installer -pkg "$1" -target /
 "$install_directory/KXTool" -getVersion
 printf '\n'

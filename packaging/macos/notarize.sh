@@ -1,22 +1,24 @@
 #!/usr/bin/env bash
-# Has Apple notarise the package and staples the ticket to it: notarize.sh PACKAGE PROFILE
-# PROFILE is what `xcrun notarytool store-credentials PROFILE` has put into the keychain.
+# Has Apple notarise the package and staples the ticket to it: notarize.sh PACKAGE PROFILE [KEYCHAIN]
+# PROFILE is what `xcrun notarytool store-credentials PROFILE` has put into the keychain, the user's own
+# if none is named.
 set -euo pipefail
 # shellcheck source=packaging/macos/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-need_usage 2 "PACKAGE PROFILE" "$@"
-package=$1 profile=$2
+need_usage 2 3 "PACKAGE PROFILE [KEYCHAIN]" "$@"
+package=$1
+credentials=(--keychain-profile "$2" ${3:+--keychain "$3"})
 need_file "$package"
 need_tool pkgutil spctl xcrun
 xcrun --find notarytool >/dev/null 2>&1 || fail "notarytool is missing; it comes with Xcode 13 or later"
 pkgutil --check-signature "$package" >/dev/null || fail "$package is not signed; package.sh signs it"
 
-result=$(xcrun notarytool submit "$package" --keychain-profile "$profile" --wait --output-format plist) || true
+result=$(xcrun notarytool submit "$package" "${credentials[@]}" --wait --output-format plist) || true
 status=$(plutil -extract status raw -o - - <<<"$result") || fail "$package could not be submitted"
 if [[ $status != Accepted ]]; then
   id=$(plutil -extract id raw -o - - <<<"$result")
-  xcrun notarytool log "$id" --keychain-profile "$profile" >&2 || true
+  xcrun notarytool log "$id" "${credentials[@]}" >&2 || true
   fail "Apple's answer is \"$status\"; the log is above"
 fi
 xcrun stapler staple "$package"

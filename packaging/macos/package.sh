@@ -1,29 +1,49 @@
 #!/usr/bin/env bash
 # Builds the installer package of the signed tool: package.sh BINARY PACKAGE
+# It is a distribution package, which is what device management installs.
 set -euo pipefail
+here=$(dirname "${BASH_SOURCE[0]}")
 # shellcheck source=packaging/macos/common.sh
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+source "$here/common.sh"
 
-need_usage 2 "BINARY PACKAGE" "$@"
+need_usage 2 2 "BINARY PACKAGE" "$@"
 binary=$1 package=$2
 need_file "$binary"
 [[ $package == *.pkg ]] || fail "the package's name must end in .pkg, not $package"
-need_tool codesign pkgbuild security
+need_tool codesign pkgbuild productbuild security
 codesign --verify --strict --all-architectures "$binary" || fail "$binary is not signed; run sign.sh first"
 
 version=$("$binary" -getVersion) || fail "$binary does not say its version"
-identity=$(security find-identity -v -p basic | sed -n "s/.*\"\(Developer ID Installer: .*($team)\)\".*/\1/p" | head -n 1)
-[[ -n $identity ]] || fail "no valid \"Developer ID Installer\" identity of team $team in the keychain"
+identity=$(find_identity basic "Developer ID Installer")
 
-root=$(mktemp -d)
-trap 'rm -rf "$root"' EXIT
-install -d -m 755 "$root$install_directory"
-install -m 755 "$binary" "$root$install_directory/KXTool"
-sources=$(dirname "${BASH_SOURCE[0]}")/../..
-for document in "${documents[@]}"; do
-  target=$root${document#*=}
-  install -d -m 755 "$(dirname "$target")"
-  install -m 644 "$sources/${document%=*}" "$target"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+# The payload is the tool's own folder, so that no other folder gets an owner or a mode from it.
+install -d -m 755 "$work/payload" "$work/scripts" "$work/packages"
+install -m 755 "$binary" "$work/payload/KXTool"
+for row in "${payload[@]}"; do
+  read -r source name mode _ <<<"$row"
+  install -m "$mode" "$here/../../$source" "$work/payload/$name"
 done
-pkgbuild --root "$root" --ownership recommended --identifier "$identifier" --version "$version" \
-  --min-os-version 10.11 --sign "$identity" --timestamp "$package"
+install -m 755 "$here/postinstall.sh" "$work/scripts/postinstall"
+install -m 644 "$here/common.sh" "$work/scripts/common.sh"
+pkgbuild --root "$work/payload" --install-location "$install_directory" --scripts "$work/scripts" \
+  --ownership recommended --identifier "$identifier" --version "$version" --min-os-version 10.11 \
+  "$work/packages/KXTool.pkg"
+
+# Without the architectures, Apple silicon would ask for Rosetta.
+cat >"$work/distribution.xml" <<XML
+<?xml version="1.0" encoding="utf-8"?>
+<installer-gui-script minSpecVersion="2">
+  <title>KXTool</title>
+  <product id="$identifier" version="$version"/>
+  <options customize="never" require-scripts="false" hostArchitectures="x86_64,arm64"/>
+  <domains enable_localSystem="true"/>
+  <volume-check><allowed-os-versions><os-version min="10.11"/></allowed-os-versions></volume-check>
+  <choices-outline><line choice="$identifier"/></choices-outline>
+  <choice id="$identifier" title="KXTool"><pkg-ref id="$identifier"/></choice>
+  <pkg-ref id="$identifier" version="$version">KXTool.pkg</pkg-ref>
+</installer-gui-script>
+XML
+productbuild --distribution "$work/distribution.xml" --package-path "$work/packages" \
+  --sign "$identity" --timestamp "$package"

@@ -1,15 +1,21 @@
 """The packaging scripts, run with stand-ins for the commands of macOS."""
 
 import os
+import stat
 import subprocess
 import tempfile
 import unittest
+import xml.etree.ElementTree
 from pathlib import Path
 
 from simulator import sandbox
 
 BUILD = Path(os.environ.get("KX_BUILD", "build/release")).resolve()
 SCRIPTS = Path(__file__).resolve().parents[2] / "packaging" / "macos"
+# The commands of package.sh, which leave what they are given in the folder "made".
+PKGBUILD = 'while [[ $# -gt 1 ]]; do case $1 in --root) cp -pR "$2" "{0}/made/payload" ;; ' \
+    '--scripts) cp -pR "$2" "{0}/made/scripts" ;; esac; shift; done; touch "$1"'
+PRODUCTBUILD = '[[ -f $4/KXTool.pkg ]] && cp "$2" "{0}/made/distribution.xml"'
 APPLICATION = 'echo \'  1) AB "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"\''
 INSTALLER = 'echo \'  1) CD "Developer ID Installer: Corvane SRL (QK7ZP2M9XD)"\''
 SLICES = "echo x86_64 arm64"
@@ -45,6 +51,14 @@ class PackagingCase(unittest.TestCase):
         record = self.folder / "calls"
         return record.read_text().splitlines() if record.exists() else []
 
+    def make_package(self):
+        """What goes into the package is then in the folder `made`."""
+        self.made = self.folder / "made"
+        self.made.mkdir()
+        self.stand_in(codesign="", security=INSTALLER, pkgbuild=PKGBUILD.format(self.folder),
+                      productbuild=PRODUCTBUILD.format(self.folder))
+        self.assertEqual(self.run_script("package.sh", self.binary, self.package), (0, ""))
+
     def assert_fails(self, message, name, *arguments):
         status, errors = self.run_script(name, *arguments)
         self.assertNotEqual(status, 0)
@@ -72,6 +86,13 @@ class PackagingTest(PackagingCase):
                       self.calls())
         self.assertFalse([call for call in self.calls() if "entitlements" in call])
 
+    def test_reads_what_commands_say_to_the_end(self):
+        """A reader that leaves early would end them by a signal."""
+        more = "; for n in {1..20000}; do echo more text; done"
+        self.stand_in(lipo=SLICES, security=APPLICATION + more,
+                      codesign="echo TeamIdentifier=QK7ZP2M9XD" + more)
+        self.assertEqual(self.run_script("sign.sh", self.binary)[0], 0)
+
     def test_signs_no_thin_binary(self):
         self.stand_in(lipo="echo arm64", security=APPLICATION, codesign="")
         self.assert_fails("has the slices arm64", "sign.sh", self.binary)
@@ -83,23 +104,34 @@ class PackagingTest(PackagingCase):
         self.stand_in(security=APPLICATION, codesign="echo TeamIdentifier=ABCDEFGHIJ")
         self.assert_fails("not by team QK7ZP2M9XD", "sign.sh", self.binary)
 
-    def test_packages_what_cmake_installs(self):
-        installed = self.folder / "installed"
-        subprocess.run(["cmake", "--install", BUILD, "--prefix", installed], check=True,
-                       capture_output=True)
-        expected = [f"./usr/local/{path.relative_to(installed)}"
-                    for path in installed.rglob("*") if path.is_file()]
-        self.assertIn("./usr/local/libexec/kxtool/KXTool", expected)
-        self.stand_in(codesign="", security=INSTALLER, pkgbuild='(cd "$2" && find . -type f) >&2')
-        status, errors = self.run_script("package.sh", self.binary, self.package)
-        self.assertEqual((status, sorted(errors.splitlines())), (0, sorted(expected)))
+    def test_packages_the_folder_of_the_tool_and_no_other(self):
+        self.make_package()
+        payload = self.made / "payload"
+        self.assertEqual(
+            {path.name: oct(stat.S_IMODE(path.stat().st_mode)) for path in [payload, *payload.rglob("*")]},
+            {"payload": "0o755", "KXTool": "0o755", "uninstall.sh": "0o755", "common.sh": "0o644",
+             "KXTool.1": "0o644", "KXTool.bash": "0o644", "_KXTool": "0o644"})
         call = next(call for call in self.calls() if call.startswith("pkgbuild"))
-        self.assertRegex(call, "--identifier com.corvane.KXTool --version 1.0.0.206 "
-                               "--min-os-version 10.11 --sign Developer ID Installer: .* "
-                               f"--timestamp {self.package}$")
+        self.assertRegex(call, "--install-location /usr/local/libexec/kxtool .*--ownership recommended "
+                               "--identifier com.corvane.KXTool --version 1.0.0.206 "
+                               "--min-os-version 10.11 .*/KXTool.pkg$")
+        self.assertTrue(os.access(self.made / "scripts" / "postinstall", os.X_OK))
+
+    def test_wraps_it_for_device_management_and_both_architectures(self):
+        self.make_package()
+        self.assertRegex(self.calls()[-1], "^productbuild --distribution .* --sign Developer ID Installer: "
+                                           f".* --timestamp {self.package}$")
+        root = xml.etree.ElementTree.parse(self.made / "distribution.xml").getroot()
+        self.assertEqual(root.find("options").get("hostArchitectures"), "x86_64,arm64")
+        self.assertEqual(root.find("product").get("version"), "1.0.0.206")
+        self.assertEqual(root.find(".//os-version").get("min"), "10.11")
+        # Each line leads to a choice, and that to the package.
+        choice = root.find(f"choice[@id='{root.find('choices-outline/line').get('choice')}']")
+        package = root.find(f"pkg-ref[@id='{choice.find('pkg-ref').get('id')}']")
+        self.assertEqual((package.get("id"), package.text), ("com.corvane.KXTool", "KXTool.pkg"))
 
     def test_packages_no_unsigned_tool(self):
-        self.stand_in(codesign="exit 1", security=INSTALLER, pkgbuild="")
+        self.stand_in(codesign="exit 1", security=INSTALLER, pkgbuild="", productbuild="")
         self.assert_fails("is not signed; run sign.sh first", "package.sh", self.binary, self.package)
 
     def test_staples_what_is_accepted(self):
@@ -107,6 +139,18 @@ class PackagingTest(PackagingCase):
         self.stand_in(pkgutil="", spctl="", xcrun="echo answer", plutil="echo Accepted")
         self.assertEqual(self.run_script("notarize.sh", self.package, "profile")[0], 0)
         self.assertIn(f"xcrun stapler staple {self.package}", self.calls())
+        self.assertFalse([call for call in self.calls() if "--keychain " in call])
+
+    def test_asks_with_the_credentials_of_the_keychain_that_is_named(self):
+        self.package.touch()
+        self.stand_in(pkgutil="", spctl="", xcrun="echo answer",
+                      plutil='[[ $2 == status ]] && echo Invalid || echo the-id')
+        self.assert_fails("Invalid", "notarize.sh", self.package, "profile", "/a keychain")
+        asked = [call for call in self.calls() if call.startswith(("xcrun notarytool submit",
+                                                                  "xcrun notarytool log"))]
+        self.assertEqual(len(asked), 2)
+        for call in asked:
+            self.assertIn("--keychain-profile profile --keychain /a keychain", call)
 
     def test_shows_the_log_of_what_is_not_accepted(self):
         self.package.touch()
@@ -132,22 +176,72 @@ class InstallationTest(PackagingCase):
                     'Corvane SRL (QK7ZP2M9XD)"',
             installer=f'install -D "{self.binary}" /usr/local/libexec/kxtool/KXTool')
 
-    def run_as(self, user, name, *arguments):
+    def run_as(self, user, script, *arguments):
         within = ["bwrap", "--unshare-user", "--uid", str(user), "--dev-bind", "/", "/",
                   "--bind", str(self.local), "/usr/local"]
-        return self.run_script(name, *arguments, within=within)
+        return self.run_script(script, *arguments, within=within)
 
     def installed(self):
         return sorted(str(path.relative_to(self.local)) for path in self.local.rglob("*")
-                      if path.is_file())
+                      if path.is_file() or path.is_symlink())
+
+    def everything(self):
+        """Of all that is there: the mode, and where a link leads."""
+        return {str(path): (path.lstat().st_mode, path.is_symlink() and os.readlink(path))
+                for path in [self.local, *self.local.rglob("*")]}
 
     def install_everything(self):
-        """All that the package holds, and what the tool itself leaves."""
-        self.stand_in(codesign="", security=INSTALLER,
-                      pkgbuild=f'cp -R "$2/usr/local/." "{self.local}"')
-        self.assertEqual(self.run_script("package.sh", self.binary, self.package), (0, ""))
+        """All that the package holds and does, and what the tool itself leaves."""
+        if not (self.folder / "made").exists():
+            self.make_package()
+        subprocess.run(["mkdir", "-p", self.tool_folder], check=True)
+        subprocess.run(["cp", "-pR", f"{self.made}/payload/.", self.tool_folder], check=True)
+        self.assertEqual(self.run_as(0, self.made / "scripts" / "postinstall"), (0, ""))
         for name in ("configfile.txt", "log.txt"):
             (self.tool_folder / name).touch()
+
+    def uninstall(self):
+        """By the uninstaller that is in the package."""
+        return self.run_as(0, "/usr/local/libexec/kxtool/uninstall.sh")
+
+    def test_links_lead_where_cmake_installs(self):
+        prefix = self.folder / "installed"
+        subprocess.run(["cmake", "--install", BUILD, "--prefix", prefix], check=True, capture_output=True)
+        wanted = {str(path.relative_to(prefix)): path.read_bytes() for path in prefix.rglob("*")
+                  if path.is_file() and path.name != "KXTool" or path.parent.name == "completions"}
+        self.assertGreaterEqual(len(wanted), 3)
+        self.install_everything()
+        for name, contents in wanted.items():
+            target = os.readlink(self.local / name)
+            self.assertEqual((self.local / Path(target).relative_to("/usr/local")).read_bytes(), contents)
+
+    def test_leaves_no_trace_when_it_is_removed(self):
+        (self.local / "libexec").mkdir()
+        before = self.everything()
+        for _ in range(2):
+            self.install_everything()
+            self.install_everything()  # as an update does
+            self.assertEqual(self.uninstall(), (0, ""))
+            self.assertEqual(self.everything(), before)
+            self.assertEqual(self.calls()[-1], "pkgutil --forget com.corvane.KXTool")
+
+    def test_changes_no_folder_that_exists(self):
+        share = self.local / "share"
+        for folder in (share, share / "man", share / "man" / "man1", share / "zsh", self.local / "libexec"):
+            folder.mkdir()
+            folder.chmod(0o775)
+        page = share / "man" / "man1" / "KXTool.1"
+        page.write_text("somebody's own")
+        before = self.everything()
+        self.install_everything()
+        during = self.everything()
+        self.assertEqual({path: during[path] for path in before}, before)
+        self.assertEqual(page.read_text(), "somebody's own")
+        new = share / "zsh" / "site-functions"
+        self.assertEqual(stat.S_IMODE(new.stat().st_mode), 0o755)
+        (new / "_other").touch()
+        self.assertEqual(self.uninstall(), (0, ""))
+        self.assertEqual(self.installed(), ["share/man/man1/KXTool.1", "share/zsh/site-functions/_other"])
 
     def test_installs_a_package_of_the_team(self):
         self.assertEqual(self.run_as(0, "install.sh", self.package), (0, ""))
@@ -165,17 +259,10 @@ class InstallationTest(PackagingCase):
         self.stand_in(installer="echo 'no room' >&2; exit 1")
         self.assertEqual(self.run_as(0, "install.sh", self.package), (1, "no room\n"))
 
-    def test_removes_all_that_was_installed(self):
-        self.install_everything()
-        self.assertEqual(self.run_as(0, "uninstall.sh"), (0, ""))
-        self.assertEqual(self.installed(), [])
-        self.assertFalse(self.tool_folder.exists())
-        self.assertEqual(self.calls()[-1], "pkgutil --forget com.corvane.KXTool")
-
     def test_leaves_what_is_not_its_own(self):
         self.install_everything()
         (self.tool_folder / "notes.txt").touch()
-        status, errors = self.run_as(0, "uninstall.sh")
+        status, errors = self.uninstall()
         self.assertEqual(status, 1)
         self.assertIn("uninstall.sh: there is more in /usr/local/libexec/kxtool: notes.txt", errors)
         self.assertEqual(self.installed(), ["libexec/kxtool/notes.txt"])
