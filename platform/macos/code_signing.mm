@@ -31,6 +31,7 @@ CFTypeRef Find(CFDictionaryRef dictionary, CFStringRef key, CFTypeID type) {
 
 std::vector<Certificate> ToCertificates(CFArrayRef chain) {
   std::vector<Certificate> certificates;
+  certificates.reserve(static_cast<std::size_t>(CFArrayGetCount(chain)));
   for (CFIndex index = 0; index < CFArrayGetCount(chain); ++index) {
     certificates.push_back({Share(CFArrayGetValueAtIndex(chain, index))});
   }

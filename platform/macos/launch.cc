@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 
 namespace platform {
@@ -21,8 +22,8 @@ int OutputError(const std::string& path) {
 
 int LaunchError(const std::string& reason) {
   const std::size_t number = reason.find_last_not_of("0123456789") + 1;
-  const int error = std::atoi(reason.c_str() + number);
-  return error > 0 ? error : ENOEXEC;
+  const long error = std::strtol(reason.c_str() + number, nullptr, 10);
+  return error > 0 && error <= INT_MAX ? static_cast<int>(error) : ENOEXEC;
 }
 
 }  // namespace platform
