@@ -32,6 +32,10 @@ if(APPLE)
   file(CREATE_LINK ${KX_RAPIDXML_INCLUDE_DIR}/rapidxml ${CMAKE_BINARY_DIR}/headers/rapidxml
     SYMBOLIC)
   target_include_directories(kx_options SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/headers)
+  # RapidJSON 1.1.0 has a template with an assignment to a constant member. Nothing uses it, but clang
+  # from 19 on looks into templates before they are used unless told otherwise.
+  target_compile_options(kx_options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fdelayed-template-parsing>)
 endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
@@ -51,8 +55,14 @@ if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     target_link_options(kx_tool_link INTERFACE -static-libstdc++ -static-libgcc -s)
   endif()
 elseif(APPLE)
-  target_link_options(kx_tool_link INTERFACE
-    -Wl,-dead_strip -Wl,-S -Wl,-x -Wl,-sectcreate,__TEXT,__info_plist,${KX_INFO_PLIST})
+  target_link_options(kx_tool_link INTERFACE -Wl,-dead_strip -Wl,-S -Wl,-x)
+endif()
+
+# What reads the embedded property list has it. On Linux it is a part of kx_platform.
+add_library(kx_info_plist INTERFACE)
+if(APPLE)
+  target_link_options(kx_info_plist INTERFACE
+    -Wl,-sectcreate,__TEXT,__info_plist,${KX_INFO_PLIST})
 endif()
 
 # kx_room(NAME SOURCE...): the object library kx_NAME of one room of the product.

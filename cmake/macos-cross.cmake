@@ -1,9 +1,9 @@
-# Toolchain for one slice of the macOS binary (KX_SLICE), built on Linux with clang and lld against the
-# SDK in KX_MACOS_SDK.
+# Toolchain for one slice of the macOS programs (KX_SLICE), built on Linux with clang and lld against the
+# SDK in KX_MACOS_SDK and the headers of libc++ in KX_LIBCXX_HEADERS.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR ${KX_SLICE})
 set(CMAKE_OSX_SYSROOT ${KX_MACOS_SDK})
-list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KX_SLICE KX_MACOS_SDK)
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KX_SLICE KX_MACOS_SDK KX_LIBCXX_HEADERS)
 
 # The first macOS of each kind of Mac that the tool runs on.
 set(macos_version_x86_64 10.11)
@@ -17,9 +17,8 @@ cmake_path(GET clang_program PARENT_PATH tools_dir)
 foreach(language C CXX OBJCXX ASM)
   set(CMAKE_${language}_COMPILER ${KX_CROSS_CLANGXX})
   set(CMAKE_${language}_COMPILER_TARGET ${KX_SLICE}-apple-macos${macos_version_${KX_SLICE}})
-  # RapidJSON 1.1.0 has a template with an assignment to a constant member. Nothing uses it, but
-  # clang 19 looks into templates before they are used unless told otherwise.
-  set(CMAKE_${language}_FLAGS_INIT "-fdelayed-template-parsing")
+  # Named because clang prefers headers of libc++ that lie beside it.
+  set(CMAKE_${language}_FLAGS_INIT "-nostdinc++ -isystem ${KX_LIBCXX_HEADERS}")
 endforeach()
 foreach(language C ASM)
   set(CMAKE_${language}_COMPILER ${KX_CROSS_CLANG})
@@ -29,6 +28,8 @@ endforeach()
 # more than the oldest one, or, put together from headers alone, none at all.
 set(CMAKE_EXE_LINKER_FLAGS_INIT
   "-fuse-ld=lld -B${tools_dir} -L${CMAKE_CURRENT_LIST_DIR}/macos-symbols")
+# A test program cannot be asked here which tests it has.
+set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 # The stand-ins are only to be linked here, and may take whatever there is.
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "-fuse-ld=lld -B${tools_dir} -Wl,-undefined,dynamic_lookup")
 set(CMAKE_AR ${tools_dir}/llvm-ar)

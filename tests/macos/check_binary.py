@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Checks the finished macOS binary: check_binary.py BINARY
+"""Checks the finished macOS binary: check_binary.py BINARY [PROGRAM...]
 
 Both slices, the macOS version that each needs, the libraries, every imported symbol, the embedded
-property list, and that it is stripped. With MACOS_SYMBOL_LISTS naming a directory with the symbol
-lists of the oldest macOS, the project's own lists are compared with those, too.
+property list, and that it is stripped; of the programs, each for one architecture, only the property
+list. With MACOS_SYMBOL_LISTS naming a directory with the symbol lists of the oldest macOS, the project's
+own lists are compared with those, too.
 """
 
 import os
@@ -135,6 +136,14 @@ def allowed_symbols(architecture):
     return dict(read_stub(stub, f"{architecture}-macos") for stub in stubs)
 
 
+def check_property_list(part):
+    require(part.property_list is not None, "has no property list")
+    embedded = plistlib.loads(part.property_list)
+    for key in REQUIRED_KEYS:
+        require(key in embedded, f"has a property list without {key}")
+    require(embedded == plistlib.loads(INFO_PLIST.read_bytes()), "has another property list")
+
+
 def check_slice(architecture, data):
     part = Slice(data)
     wanted = MINIMUM_VERSIONS[architecture]
@@ -146,11 +155,7 @@ def check_slice(architecture, data):
     )
     unknown = [name for name, library in part.imports() if name not in allowed[library]]
     require(not unknown, "imports what the oldest macOS may not have: " + ", ".join(unknown))
-    require(part.property_list is not None, "has no property list")
-    embedded = plistlib.loads(part.property_list)
-    for key in REQUIRED_KEYS:
-        require(key in embedded, f"has a property list without {key}")
-    require(embedded == plistlib.loads(INFO_PLIST.read_bytes()), "has another property list")
+    check_property_list(part)
     leftovers = [name for name, kind, _ in part.symbols if kind & N_STAB or not kind & N_EXT]
     require(not leftovers, "is not stripped: " + ", ".join(leftovers[:5]))
 
@@ -190,16 +195,21 @@ def check_lists(directory):
 
 
 def main(arguments):
-    if len(arguments) != 2:
+    if len(arguments) < 2:
         print(__doc__, file=sys.stderr)
         return 2
-    try:
-        check(Path(arguments[1]).read_bytes())
-        if os.environ.get("MACOS_SYMBOL_LISTS"):
-            check_lists(os.environ["MACOS_SYMBOL_LISTS"])
-    except (CheckFailed, struct.error, ValueError) as failure:
-        print(f"{arguments[1]}: {failure}", file=sys.stderr)
-        return 1
+    for path in arguments[1:]:
+        data = Path(path).read_bytes()
+        try:
+            if path == arguments[1]:
+                check(data)
+                if os.environ.get("MACOS_SYMBOL_LISTS"):
+                    check_lists(os.environ["MACOS_SYMBOL_LISTS"])
+            else:
+                check_property_list(Slice(data))
+        except (CheckFailed, struct.error, ValueError) as failure:
+            print(f"{path}: {failure}", file=sys.stderr)
+            return 1
     return 0
 
 
