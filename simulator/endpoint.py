@@ -1,32 +1,37 @@
 #!/usr/bin/python3
-"""Runs the tool on a simulated endpoint.
+"""Runs the tool, or any command, on a simulated endpoint that is made for the one run.
 
-    endpoint.py run [OPTION...] -TOOLOPTION [WORD...]   run the tool once
-    endpoint.py shell [OPTION...]                       open a shell on the endpoint
-    endpoint.py run --list-scenarios                    name the scenarios
+usage: ./kx run [OPTION...] -TOOLOPTION [WORD...]    run the tool
+       ./kx run --list-scenarios [WORD]              list the scenarios, or those about WORD
+       ./kx endpoint [OPTION...]                     open a shell
+       ./kx endpoint [OPTION...] -- COMMAND...       run a command, such as ./script.sh
 
-Options:
-    --scenario NAME       what the endpoint is like: the name of a scenario or the path of a JSON
-                          file (default: healthy)
-    --layout 1|2|3        the product's layout, in place of the scenario's
-    --log                 switch the tool's log on and show it on standard error afterwards
-    --sleep-divisor N     make the tool's sleeps N times shorter
-    --build DIRECTORY     where the tool and the stand-ins were built (default: build/release)
+  --scenario NAME      what the endpoint is like: the name of a scenario or the path of a JSON file
+                       (default: healthy)
+  --layout 1|2|3       the product's layout, instead of the scenario's
+  --log                show the tool's log on standard error at the end
+  --sleep-divisor N    make the tool's sleeps N times shorter
+  --build DIRECTORY    where the tool and the stand-ins were built (default: build/release)
 
-Files that the words name, such as a disk image to install from, are copied to the endpoint. Some
-scenarios have such files already, in /demo: --scenario installer -runInstaller
-/demo/package-image/Setup.iso installs the product.
+The tool is on PATH there, and its full path is /usr/local/libexec/kxtool/KXTool. Files that the
+words name, such as a script or a disk image to install from, are copied to the endpoint. Some
+scenarios have such files already, in /demo:
 
-The tool's standard output and exit status are passed through as they are. An exit status above 128
-may stand for the signal that ended the tool. On a terminal the output's line is ended, and standard
-error names the exit status, and an option that the tool does not have.
+  ./kx run --scenario installer -runInstaller /demo/package-image/Setup.iso
+
+Standard output and exit status are those of the tool or the command; 128 and the number of a signal
+that ended it; 125 if there is no endpoint. On a terminal, standard error names the exit status of
+the tool.
 """
 
+import contextlib
 import dataclasses
-import json
+import os
 import pathlib
+import re
 import signal
 import sys
+from collections.abc import Iterator
 
 _ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(_ROOT))
@@ -37,6 +42,7 @@ from simulator.in_place import ClaimError  # noqa: E402
 from simulator.signing import SigningError  # noqa: E402
 
 _FAILURE = 125  # as commands use that run other commands
+_REFUSED = 22  # the tool's status when its words are wrong, among other things
 
 
 class UsageError(Exception):
@@ -47,6 +53,7 @@ class UsageError(Exception):
 class Options:
     """What the launcher itself was told."""
 
+    help: bool = False
     list_scenarios: bool = False
     scenario: str = scenario.DEFAULT
     layout: int | None = None
@@ -55,102 +62,156 @@ class Options:
     build: pathlib.Path = _ROOT / "build" / "release"
 
 
-def _number(text: str, least: int, most: int) -> int:
-    if not text.isascii() or not text.isdigit() or not least <= int(text) <= most:
-        raise UsageError(f"{text!r} is no number from {least} to {most}")
-    return int(text)
+def _number(least: int, most: int):
+    def read(text: str) -> int:
+        if not text.isascii() or not text.isdigit() or not least <= int(text) <= most:
+            raise UsageError(f"{text!r} is not a number from {least} to {most}")
+        return int(text)
+
+    return read
+
+
+# The fields of Options by what sets them, with what reads the value if one follows.
+_OPTIONS = {
+    "-h": ("help", None),
+    "--help": ("help", None),
+    "--list-scenarios": ("list_scenarios", None),
+    "--log": ("log", None),
+    "--scenario": ("scenario", str),
+    "--layout": ("layout", _number(1, 3)),
+    "--sleep-divisor": ("sleep_divisor", _number(1, 1_000_000)),
+    "--build": ("build", lambda text: pathlib.Path(text).resolve()),
+}
 
 
 def parse(words: list[str]) -> tuple[Options, list[str]]:
-    """Splits off the launcher's options, which begin with two hyphens; the rest is the tool's."""
+    """Splits off the launcher's options; the rest begins with `--` or is the tool's."""
     options = Options()
-    switches = {"--log": "log", "--list-scenarios": "list_scenarios"}
-    readers = {
-        "--scenario": ("scenario", str),
-        "--layout": ("layout", lambda text: _number(text, 1, 3)),
-        "--sleep-divisor": ("sleep_divisor", lambda text: _number(text, 1, 1_000_000)),
-        "--build": ("build", lambda text: pathlib.Path(text).resolve()),
-    }
     rest = list(words)
-    while rest and rest[0].startswith("--"):
-        name = rest.pop(0)
-        if name == "--":
-            break
-        if name in switches:
-            setattr(options, switches[name], True)
-        elif name not in readers:
-            known = [*readers, *switches]
-            raise UsageError(f"unknown option {name}{scenario.did_you_mean(name, known)}; "
-                             f"the options are {', '.join(known)}")
-        elif not rest:
-            raise UsageError(f"{name} needs a value")
-        else:
-            field, read = readers[name]
-            setattr(options, field, read(rest.pop(0)))
+    while rest and rest[0] != "--" and (rest[0].startswith("--") or rest[0] in _OPTIONS):
+        name, equals, value = rest.pop(0).partition("=")
+        if name not in _OPTIONS:
+            raise UsageError(f"there is no option {name}")
+        field, read = _OPTIONS[name]
+        if read is None and equals:
+            raise UsageError(f"{name} takes no value")
+        if read is not None and not equals:
+            if not rest:
+                raise UsageError(f"{name} needs a value")
+            value = rest.pop(0)
+        setattr(options, field, True if read is None else read(value))
     return options, rest
 
 
-def _scenario(options: Options) -> dict:
+@contextlib.contextmanager
+def _open(options: Options, words: list[str], logging: bool) -> Iterator[endpoints.Endpoint]:
+    """The endpoint that is asked for, with copies of the files that the words name."""
     chosen = scenario.load(options.scenario)
     if options.layout is not None:
         chosen["product"]["layout"] = options.layout
-    return chosen
+    with endpoints.open_endpoint(options.build, chosen, logging) as endpoint:
+        for word in words:
+            endpoint.copy_in(word)
+        yield endpoint
+
+
+def _log_of(endpoint: endpoints.Endpoint) -> str:
+    log = endpoint.path(installation.LOG)
+    return log.read_text(errors="replace") if log.exists() else ""
 
 
 def _run(options: Options, words: list[str]) -> int:
     if options.list_scenarios:
-        return _list_scenarios()
-    chosen = _scenario(options)
-    with endpoints.open_endpoint(options.build, chosen, options.log) as endpoint:
-        for word in words[1:]:
-            endpoint.lend(word)
+        return _list_scenarios(words)
+    if words[:1] == ["--"]:
+        words = words[1:]
+    with _open(options, words[1:], logging=True) as endpoint:
         status = endpoint.run_tool(words, options.sleep_divisor)
-        if sys.stdout.isatty():
-            print(f"\nexit status {status}{_about_option(options.build, words)}", file=sys.stderr)
-        log = endpoint.path(installation.LOG)
-        if options.log and log.exists():
-            sys.stderr.write(log.read_text(errors="replace"))
+        if os.isatty(1):
+            print(f"\nexit status {status}", file=sys.stderr)
+        log = _log_of(endpoint)
+        if options.log:
+            sys.stderr.write(log)
+        if status == _REFUSED:
+            sys.stderr.write(_hint(words, log))
     return status
 
 
-def _about_option(build: pathlib.Path, words: list[str]) -> str:
-    """A remark when the first word is none of the tool's options; "" when it is."""
-    table = json.loads((build / "options.json").read_text(encoding="utf-8"))
-    known = [option["name"] for option in table]
-    if not words or words[0].lower() in map(str.lower, known):
+def _hint(words: list[str], log: str) -> str:
+    """A line that says why the tool refused its words; "" if something else was wrong."""
+    if not words:
+        return "kx: the tool needs an option, such as -getProductVersion; see ./kx run --help\n"
+    for word in words[1:]:
+        if word.startswith("--") and word.partition("=")[0] in _OPTIONS:
+            return f"kx: {word} is an option of ./kx run and belongs before {words[0]}\n"
+    refused = re.search(r"(Bad|Invalid) arguments.*", log)
+    if not refused:
         return ""
-    return f": the tool has no option {words[0]}{scenario.did_you_mean(words[0], known)}"
+    return f"kx: the tool refused these words: {refused[0]}; docs/contract.md lists its options\n"
 
 
-def _shell(options: Options, words: list[str]) -> int:
-    if words:
-        raise UsageError(f"shell takes no {words[0]}")
-    chosen = _scenario(options)
-    with endpoints.open_endpoint(options.build, chosen, options.log) as endpoint:
-        print(f"{chosen['description']}. The tool is {installation.TOOL}.", file=sys.stderr)
-        return endpoint.run(["/bin/sh"])
+def _endpoint(options: Options, words: list[str]) -> int:
+    if options.list_scenarios:
+        raise UsageError("./kx run --list-scenarios lists the scenarios")
+    if words and (words[0] != "--" or len(words) == 1):
+        raise UsageError("a command follows --")
+    command = words[1:]
+    environment = {}
+    if options.sleep_divisor is not None:
+        environment = endpoints.faster_sleeps(options.sleep_divisor)
+    with _open(options, command, options.log) as endpoint, _terminal() as terminal:
+        if not command:
+            command = ["/bin/bash", "--norc", "--noprofile"]
+            environment["PS1"] = rf"[{pathlib.Path(options.scenario).stem}] \w\$ "
+            if terminal:
+                print(f"A simulated endpoint, {options.scenario}. The tool is {installation.TOOL}; "
+                      "exit ends the endpoint.", file=sys.stderr)
+        status = endpoint.run(command, environment, terminal)
+        if options.log:
+            sys.stderr.write(_log_of(endpoint))
+    return status
 
 
-def _list_scenarios() -> int:
-    names = scenario.names()
-    width = max(map(len, names))
-    for name in names:
-        print(f"{name:{width}}  {scenario.describe(name)}")
+@contextlib.contextmanager
+def _terminal() -> Iterator[bool]:
+    """Whether there is a terminal to give away; takes it back at the end."""
+    if not os.isatty(0) or os.tcgetpgrp(0) != os.getpgrp():
+        yield False
+        return
+    try:
+        yield True
+    finally:
+        signal.signal(signal.SIGTTOU, signal.SIG_IGN)
+        os.tcsetpgrp(0, os.getpgrp())
+
+
+def _list_scenarios(words: list[str]) -> int:
+    if len(words) > 1:
+        raise UsageError("--list-scenarios takes one word at most")
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # whoever reads has seen enough
+    listed = scenario.listing(*words)
+    if not listed:
+        raise UsageError(f"there is no scenario about {words[0]}")
+    print(listed, end="", flush=True)
     return 0
 
 
 def main(words: list[str]) -> int:
     """Runs the command line; returns the exit status."""
-    commands = {"run": _run, "shell": _shell}
+    commands = {"run": _run, "endpoint": _endpoint}
     try:
         if not words or words[0] not in commands:
-            raise UsageError(__doc__.strip())
-        return commands[words[0]](*parse(words[1:]))
+            raise UsageError(f"the first word is one of {', '.join(commands)}")
+        options, rest = parse(words[1:])
+        if options.help:
+            print(__doc__, end="", flush=True)
+            return 0
+        return commands[words[0]](options, rest)
     except UsageError as error:
-        print(error, file=sys.stderr)
+        print(f"kx: {error}; see ./kx {' '.join(words[:1])} --help", file=sys.stderr)
     except (scenario.ScenarioError, installation.BuildError, endpoints.EndpointError, ClaimError,
             SigningError, OSError) as error:
-        print(f"endpoint: {error}", file=sys.stderr)
+        print(f"kx: {error}", file=sys.stderr)
     return _FAILURE
 
 

@@ -1,9 +1,13 @@
 """The launcher: what it passes through, what it lays out, and what it leaves behind."""
 
+import contextlib
 import fcntl
 import os
 import pathlib
 import pty
+import re
+import select
+import shlex
 import shutil
 import signal
 import subprocess
@@ -20,10 +24,10 @@ LAUNCHER = [sys.executable, str(ROOT / "simulator" / "endpoint.py")]
 RUN = [*LAUNCHER, "run", "--build", str(BUILD)]
 
 
-def launch(*words, **options):
+def launch(*words, command="run", **options):
     """Runs the launcher and gives its exit status, standard output and standard error."""
-    run = subprocess.run([*RUN, *words], capture_output=True, text=True, timeout=60, check=False,
-                         **options)
+    run = subprocess.run([*LAUNCHER, command, "--build", str(BUILD), *words], capture_output=True,
+                         text=True, timeout=60, check=False, **options)
     return run.returncode, run.stdout, run.stderr
 
 
@@ -82,56 +86,134 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(status, 7)
         self.assertTrue(errors.endswith("\nexit status 7\n"), errors)
 
-    def test_terminal_is_told_of_an_option_that_the_tool_does_not_have(self):
-        for words, remark in ((["-getProductVersoin"], ": the tool has no option "
-                               "-getProductVersoin (did you mean -getProductVersion?)"),
-                              (["-xyzzy"], ": the tool has no option -xyzzy"),
-                              (["-GETVERSION", "more"], "")):
+    def test_refused_words_are_explained(self):
+        for words, hint in (
+                ([], "the tool needs an option, such as -getProductVersion; see ./kx run --help"),
+                (["-help"], "the tool refused these words: Invalid arguments for running RMM tool; "
+                 "docs/contract.md lists its options"),
+                (["-startFullScan", "1m"], "the tool refused these words: Bad arguments.; "
+                 "docs/contract.md lists its options"),
+                (["-getFeatureStatus", "--scenario=healthy"], "--scenario=healthy is an option of "
+                 "./kx run and belongs before -getFeatureStatus")):
             with self.subTest(words=words):
-                status, errors = self.on_terminal(*words)
-                self.assertEqual(status, 22)
-                self.assertTrue(errors.endswith(f"\nexit status 22{remark}\n"), errors)
+                self.assertEqual(launch(*words), (22, "", f"kx: {hint}\n"))
+        refused = launch("--scenario", "library-unsigned", "-getProductVersion")
+        self.assertEqual(refused, (22, "", ""))
 
     def test_scenario_from_a_file(self):
         with tempfile.TemporaryDirectory() as directory:
             path = pathlib.Path(directory) / "mine.json"
             path.write_text('{"description": "mine", "product": {"layout": null}}')
             self.assertEqual(launch("--scenario", str(path), "-detect")[:2], (0, "0|||"))
+            self.assertEqual(launch("--scenario=./mine.json", "--", "-detect", cwd=directory)[:2],
+                             (0, "0|||"))
 
     def test_list_of_scenarios(self):
-        status, output, _ = launch("--list-scenarios")
-        self.assertEqual(status, 0)
-        self.assertEqual([line.split()[0] for line in output.splitlines()], scenario.names())
-        self.assertIn(f" {scenario.describe('healthy')}\n", output)
+        self.assertEqual(launch("--list-scenarios"), (0, scenario.listing(), ""))
+        self.assertEqual(launch("--list-scenarios", "installer"),
+                         (0, scenario.listing("installer"), ""))
+        run = subprocess.run(f"{shlex.join(RUN)} --list-scenarios | head -n 1", shell=True,
+                             capture_output=True, text=True, check=True)
+        self.assertEqual(run.stderr, "")
+
+    def test_help_is_asked_for_before_anything_else(self):
+        for words in (["--help"], ["-h"], ["--layout", "2", "--help", "-detect"]):
+            status, output, errors = launch(*words)
+            self.assertEqual((status, errors), (0, ""))
+            self.assertIn("--scenario NAME", output)
 
     def test_mistakes(self):
+        usage = "; see ./kx run --help\n"
         for words, message in (
-                (["--layout", "4", "-detect"], "'4' is no number from 1 to 3\n"),
-                (["--layout"], "--layout needs a value\n"),
-                (["--xyzzy"], "unknown option --xyzzy; the options are --scenario, --layout, "
-                 "--sleep-divisor, --build, --log, --list-scenarios\n"),
-                (["--layuot", "1"], "unknown option --layuot (did you mean --layout?); the options "
-                 "are --scenario, --layout, --sleep-divisor, --build, --log, --list-scenarios\n"),
-                (["--scenario", "bogus"],
-                 "endpoint: there is no scenario bogus; --list-scenarios names them all\n"),
-                (["--scenario", "helthy"], "endpoint: there is no scenario helthy "
-                 "(did you mean healthy?); --list-scenarios names them all\n"),
-                (["--build", "/nowhere", "-detect"],
-                 "endpoint: /nowhere/KXTool has not been built\n")):
+                (["--layout", "4", "-detect"], f"'4' is not a number from 1 to 3{usage}"),
+                (["--layout"], f"--layout needs a value{usage}"),
+                (["--log=yes"], f"--log takes no value{usage}"),
+                (["--xyzzy=3"], f"there is no option --xyzzy{usage}"),
+                (["--list-scenarios", "xyzzy"], f"there is no scenario about xyzzy{usage}"),
+                (["--scenario", "helthy"], "there is no scenario helthy (did you mean healthy?); "
+                 "./kx run --list-scenarios lists them\n"),
+                (["--build", "/nowhere", "-detect"], "/nowhere/KXTool has not been built\n")):
             with self.subTest(words=words):
-                status, output, errors = launch(*words)
+                self.assertEqual(launch(*words), (125, "", f"kx: {message}"))
+        for words, message in ((["ls"], "a command follows --"), (["--"], "a command follows --"),
+                               (["--list-scenarios"],
+                                "./kx run --list-scenarios lists the scenarios")):
+            with self.subTest(words=words):
+                status, output, errors = launch(*words, command="endpoint")
                 self.assertEqual((status, output), (125, ""))
-                self.assertTrue(errors.endswith(message), errors)
-        for words in ([], ["walk"]):
-            run = subprocess.run([*LAUNCHER, *words], capture_output=True, text=True, check=False)
-            self.assertEqual(run.returncode, 125)
-            self.assertIn("--scenario NAME", run.stderr)
+                self.assertEqual(errors, f"kx: {message}; see ./kx endpoint --help\n")
 
-    def test_shell_is_on_the_endpoint(self):
-        run = subprocess.run([*LAUNCHER, "shell", "--build", str(BUILD)], capture_output=True,
-                             input=f"{installation.TOOL} -getVersion; exit 3", text=True,
-                             check=False, timeout=60)
-        self.assertEqual((run.returncode, run.stdout), (3, "1.0.0.206"))
+
+class Commands(unittest.TestCase):
+    """Commands, scripts and shells on an endpoint."""
+
+    def test_a_production_script_runs_unchanged(self):
+        guide = (ROOT / "docs" / "rmm-integration.md").read_text(encoding="utf-8")
+        script, = re.findall(r"^```sh\n(.*?)^```$", guide, re.MULTILINE | re.DOTALL)
+        with tempfile.TemporaryDirectory() as directory:
+            path = pathlib.Path(directory) / "script.sh"
+            path.write_text(f"#!/bin/sh\n{script}", encoding="utf-8")
+            path.chmod(0o755)
+            for words in (["./script.sh"], ["sh", str(path)]):
+                with self.subTest(words=words):
+                    self.assertEqual(
+                        launch("--scenario=update-failed", "--", *words, command="endpoint",
+                               cwd=directory),
+                        (0, "version 7.16.42\nnot up to date: antimalware=-1|webfilter=1005\n", ""))
+
+    def test_the_tool_is_at_its_place_and_on_the_path(self):
+        script = "KXTool -getVersion; command -v KXTool; echo $0; exit 3"
+        self.assertEqual(launch(command="endpoint", input=script),
+                         (3, f"1.0.0.206{installation.TOOL}\n/bin/bash\n", ""))
+
+    def test_the_log_is_shown_on_request(self):
+        _, _, errors = launch("--log", "--", installation.TOOL, "-getVersion", command="endpoint")
+        self.assertIn(" Get RMM tool version\n", errors)
+
+    def test_the_status_is_the_commands(self):
+        for words, status, errors in ((["false"], 1, ""), (["sh", "-c", "kill -9 $$"], 137, ""),
+                                      (["xyzzy"], 127, "xyzzy: No such file or directory\n"),
+                                      (["/tmp"], 126, "/tmp: Permission denied\n")):
+            with self.subTest(words=words):
+                self.assertEqual(launch("--", *words, command="endpoint"), (status, "", errors))
+
+    def on_terminal(self, typed, *words):
+        """The exit status of an endpoint on a terminal, and what is shown there. Each pair of
+        `typed` is what is waited for, and what is typed then.
+
+        The status is 99 if the terminal does not belong to its user again afterwards.
+        """
+        process, terminal = pty.fork()
+        if process == 0:  # as a shell without job control
+            run = subprocess.run([*LAUNCHER, "endpoint", "--build", str(BUILD), *words],
+                                 check=False)
+            os._exit(run.returncode if os.tcgetpgrp(0) == os.getpgrp() else 99)
+        shown = seen = ""
+        with contextlib.suppress(OSError):  # the terminal is closed
+            while select.select([terminal], [], [], 60)[0]:
+                text = os.read(terminal, 65536).decode()
+                shown += text
+                seen += text
+                if typed and typed[0][0] in seen:
+                    os.write(terminal, typed.pop(0)[1])
+                    seen = ""
+        os.close(terminal)
+        return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1]), shown
+
+    def test_shell_on_a_terminal(self):
+        prompt = "[critical-issues] /opt/kxtool/work"
+        status, shown = self.on_terminal(
+            [(prompt, b"echo here; sleep 60\r"), ("\rhere", b"\x03"),
+             (prompt, b"sh -c 'exit 5'\r"), (prompt, b"exit\r")],
+            "--scenario", "critical-issues")
+        self.assertEqual(status, 5, shown)
+        self.assertNotRegex(shown, "process group|job control")
+
+    def test_what_is_typed_is_for_the_command(self):
+        script = "trap 'echo caught; exit 4' INT; echo ready; while :; do sleep 0.1; done"
+        status, shown = self.on_terminal([("ready", b"\x1a\x03")], "--", "bash", "-c", script)
+        self.assertEqual(status, 4, shown)
+        self.assertIn("caught", shown)
 
 
 class Sandbox(unittest.TestCase):
@@ -196,7 +278,7 @@ class InPlace(unittest.TestCase):
     """Endpoints where no namespaces can be made: a sandbox that forbids further ones."""
 
     TAKEN = ("/Library", "/Volumes", "/demo", "/etc/kxtool", "/opt", "/usr/bin/hdiutil",
-             "/usr/sbin/installer", "/run/kxtool-endpoint/made")
+             "/usr/local/libexec", "/usr/sbin/installer", "/run/kxtool-endpoint/made")
 
     @classmethod
     def setUpClass(cls):
@@ -211,7 +293,8 @@ class InPlace(unittest.TestCase):
         """
         words = ["bwrap", "--unshare-user", "--disable-userns", "--uid", str(user), "--unshare-pid",
                  "--die-with-parent", "--cap-drop", "ALL", "--ro-bind", "/usr", "/usr",
-                 "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp", "--dir", "/run"]
+                 "--proc", "/proc", "--dev", "/dev", "--tmpfs", "/tmp", "--dir", "/run",
+                 "--tmpfs", "/usr/local"]
         words += self.programs
         for link in ("/bin", "/sbin", "/lib", "/lib64"):
             words += ["--symlink", os.readlink(link), link]
@@ -276,8 +359,8 @@ class InPlace(unittest.TestCase):
     def test_folders_that_may_not_be_entered_are_removed(self):
         status, _, _ = self.in_place(
             "mkdir -p /tmp/a/b/c /tmp/d; touch /tmp/d/e; ln -s /tmp/d /tmp/a/b/d; chmod 0 /tmp/a/b; "
-            f"cd {ROOT}; /usr/bin/python3 -c 'import pathlib; from simulator import sandbox; "
-            "sandbox.remove_tree(pathlib.Path(\"/tmp/a\"))'; test ! -e /tmp/a && test -e /tmp/d/e")
+            f"cd {ROOT}; /usr/bin/python3 -c 'import pathlib; from simulator import temporary; "
+            "temporary.remove_tree(pathlib.Path(\"/tmp/a\"))'; test ! -e /tmp/a && test -e /tmp/d/e")
         self.assertEqual(status, 0)
 
     def test_folders_that_were_there_stay(self):

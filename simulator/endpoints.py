@@ -9,17 +9,16 @@ kernel refuses namespaces and the user is root, it is made in place, see in_plac
 """
 
 import contextlib
-import marshal
+import json
 import os
 import pathlib
 import shutil
 import subprocess
 import sys
-import tempfile
 from collections.abc import Callable, Iterator
 from typing import Any
 
-from simulator import in_place, inside, installation, sandbox
+from simulator import in_place, inside, installation, sandbox, temporary
 from simulator.installers import images
 
 Json = Any
@@ -27,9 +26,7 @@ Json = Any
 # What the commands on the endpoint get of the caller's environment.
 _KEPT_VARIABLES = ("LANG", "LC_ALL", "TERM", "TZ")
 _SANITIZER_OPTIONS = "SAN_OPTIONS"
-# What all endpoints of a test run take at the same time, in octets.
-_SPACE = 4 << 30
-_PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+_PATH = f"{installation.TOOL_DIRECTORY}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
 class EndpointError(Exception):
@@ -40,22 +37,23 @@ class Endpoint:
     """An endpoint on which commands can be run one after the other."""
 
     def __init__(self, installed: installation.Installation, services: list[Json],
-                 run: Callable[..., int]):
+                 run: Callable[..., int], is_machines: Callable[[str], bool]):
         self._installed = installed
         self._services = services
         self._run = run
+        self._is_machines = is_machines
 
     def path(self, absolute: str) -> pathlib.Path:
         """Where a path of the endpoint lies on this machine."""
         return self._installed.path(absolute)
 
-    def lend(self, word: str) -> None:
-        """Copies the file that `word` names here to where the tool will look for it, together with
-        the installer's configuration if that lies beside it."""
+    def copy_in(self, word: str) -> None:
+        """Copies the file that `word` names here to where it names one on the endpoint, together
+        with the installer's configuration if that lies beside it."""
         source = pathlib.Path(word)
         destination = os.path.normpath(os.path.join(installation.WORKING_DIRECTORY, word))
         target = self.path(destination)
-        if not source.is_file() or target.exists() or sandbox.is_machines(destination):
+        if not source.is_file() or target.exists() or self._is_machines(destination):
             return
         target.parent.mkdir(parents=True, exist_ok=True)
         for name in (source.name, images.CONFIGURATION_NAME):
@@ -73,8 +71,9 @@ class Endpoint:
         return self.run([installation.TOOL, *words], environment, **streams)
 
     def run(self, command: list[str], environment: dict[str, str] | None = None,
-            **streams: Any) -> int:
-        """Runs any command on the endpoint. The rest is as for run_tool()."""
+            terminal: bool = False, **streams: Any) -> int:
+        """Runs any command on the endpoint, with the terminal to itself if `terminal` says so. The
+        rest is as for run_tool()."""
         kept = {name: value for name, value in os.environ.items()
                 if name in _KEPT_VARIABLES or name.endswith(_SANITIZER_OPTIONS)}
         script = {
@@ -84,7 +83,7 @@ class Endpoint:
             "environment": {"PATH": _PATH, "TMPDIR": installation.TEMPORARY,
                             "HOME": installation.TEMPORARY, **kept, **(environment or {})},
         }
-        return self._run(script, **streams)
+        return self._run(script, terminal, **streams)
 
 
 def faster_sleeps(divisor: int) -> dict[str, str]:
@@ -131,53 +130,46 @@ def _lay_out(root, build, scenario, logging):
     return installed
 
 
-def _place() -> str | None:
-    """Where endpoints are made: in memory if nothing else is said, as disks are slow to forget."""
-    memory = "/dev/shm"
-    if "TMPDIR" in os.environ or not os.access(memory, os.W_OK):
-        return None
-    return memory if shutil.disk_usage(memory).free > _SPACE else None
-
-
 @contextlib.contextmanager
 def _open_sandbox(build, scenario, logging, programs, volumes):
-    root = pathlib.Path(tempfile.mkdtemp(prefix="kx-endpoint-", dir=_place()))
-    try:
+    with temporary.folder() as root:
         root.chmod(0o755)
         installed = _lay_out(root, build, scenario, logging)
         for folder in ("/tmp", "/run", "/var/tmp"):
             installed.path(folder).mkdir(parents=True)
-        launcher = installed.path(f"{installation.STAND_INS}/inside.py")
-        shutil.copy(inside.__file__, launcher)
+        shutil.copy(inside.__file__, installed.path(installation.STAND_INS))
         covers = sandbox.cover_programs(root, programs, build / "simulator" / "programs")
 
-        def run(script: Json, **streams: Any) -> int:
-            file = f"{installation.STAND_INS}/command"
-            installed.path(file).write_bytes(marshal.dumps(script, 4))
-            first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file]
+        def run(script: Json, terminal: bool, **streams: Any) -> int:
+            file = f"{installation.STAND_INS}/command.json"
+            installed.path(file).write_text(json.dumps(script), encoding="utf-8")
+            first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file,
+                     *(["terminal"] if terminal else [])]
             return sandbox.run(sandbox.command(root, covers, volumes, first), **streams)
 
-        yield Endpoint(installed, installed.services(scenario["product"]), run)
-    finally:
-        sandbox.remove_tree(root)
+        yield Endpoint(installed, installed.services(scenario["product"]), run,
+                       sandbox.is_machines)
 
 
-def _run_in_place(script: Json, **streams: Any) -> int:
+def _run_in_place(script: Json, _: bool, **streams: Any) -> int:
     def call(command, directory, environment):
-        return subprocess.run(command, cwd=directory, env=environment, check=False,
-                              **streams).returncode
+        try:
+            return subprocess.run(command, cwd=directory, env=environment, check=False,
+                                  **streams).returncode
+        except OSError as error:
+            print(f"{command[0]}: {error.strerror}", file=sys.stderr)
+            return 127 if isinstance(error, FileNotFoundError) else 126
 
     return inside.run(**script, call=call)
 
 
 @contextlib.contextmanager
 def _open_in_place(build, scenario, logging, programs):
+    own = tuple(f"{directory}/" for directory in installation.OWN_DIRECTORIES)
     with in_place.claim([*installation.OWN_DIRECTORIES, *programs]):
         installed = _lay_out(pathlib.Path("/"), build, scenario, logging)
         for path, program in programs.items():
             if program is not None:
                 shutil.copy(program, path)
-        try:
-            yield Endpoint(installed, installed.services(scenario["product"]), _run_in_place)
-        finally:
-            in_place.end_programs(installation.SERVICES)
+        yield Endpoint(installed, installed.services(scenario["product"]), _run_in_place,
+                       lambda path: not path.startswith(own))

@@ -7,13 +7,11 @@ has left.
 
 import contextlib
 import fcntl
-import os
 import pathlib
-import signal
 import sys
 from collections.abc import Iterator
 
-from simulator.sandbox import remove_tree
+from simulator import temporary
 
 _STATE = pathlib.Path("/run/kxtool-endpoint")
 
@@ -45,36 +43,31 @@ def claim(paths: list[str]) -> Iterator[None]:
             _remove_what_was_made(journal)
 
 
-def end_programs(directory: str) -> None:
-    """Kills every process whose program lies below `directory`; nobody may start any meanwhile."""
-    for process in pathlib.Path("/proc").glob("[0-9]*"):
-        with contextlib.suppress(OSError):  # it has ended by itself, or is no business of ours
-            if os.readlink(process / "exe").startswith(directory + "/"):
-                os.kill(int(process.name), signal.SIGKILL)
-
-
 def _reserve(paths: list[pathlib.Path], journal: pathlib.Path) -> None:
     taken = [str(path) for path in paths if path.exists() or path.is_symlink()]
     if taken:
         raise ClaimError(f"cannot work in place, as there is already {', '.join(taken)}")
     made: list[str] = []
     for path in paths:
-        missing = [parent for parent in path.parents if not parent.exists()]
-        made += [f"folder {parent}" for parent in reversed(missing)]
+        made += [f"folder {parent}" for parent in reversed(path.parents) if not parent.exists()]
         made.append(f"claim {path}")
-        journal.write_text("\n".join(made), encoding="utf-8")
+    begun = journal.with_name("begun")
+    begun.write_text("\n".join(made), encoding="utf-8")
+    begun.rename(journal)
+    for path in paths:
         path.parent.mkdir(parents=True, exist_ok=True)
 
 
 def _remove_what_was_made(journal: pathlib.Path) -> None:
     if not journal.exists():
         return
-    for line in reversed(journal.read_text(encoding="utf-8").splitlines()):
-        kind, _, name = line.partition(" ")
+    lines = [line.split(" ", 1) for line in journal.read_text(encoding="utf-8").splitlines()]
+    temporary.end_processes(tuple(f"{name}/" for kind, name in lines if kind == "claim"))
+    for kind, name in reversed(lines):
         path = pathlib.Path(name)
         if kind == "claim":
             if path.exists() or path.is_symlink():
-                remove_tree(path)
+                temporary.remove_tree(path)
         else:
             with contextlib.suppress(OSError):  # gone already, or somebody else's by now
                 path.rmdir()

@@ -1,20 +1,21 @@
 """Runs one command on the endpoint, with the product's services around it.
 
 Inside a sandbox this file is the first program, so it needs nothing but the standard library:
-`python3 inside.py FILE`, where FILE holds the arguments of run() but the last, as marshal writes
-them. It loads only modules that are part of the interpreter, because it is run thousands of times:
-others take several times as long as everything else that it does.
+`python3 inside.py FILE [terminal]`, where FILE holds the arguments of run() but the last, in JSON.
+With `terminal`, the command has the terminal to itself.
 """
 
-import marshal
+import json
 import os
 import sys
-from _signal import SIGKILL, SIGPIPE, SIGXFSZ
+from signal import SIG_IGN, SIGCONT, SIGINT, SIGKILL, SIGPIPE, SIGTSTP, SIGTTOU, SIGXFSZ, signal
 
 _STREAMS_TO_NOTHING = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0)
                        for number in range(3)]
 # What Python ignores and other programs do not.
 _IGNORED_SIGNALS = (SIGPIPE, SIGXFSZ)
+# What is typed on a terminal for the command, and what comes of giving the terminal away.
+_TERMINAL_SIGNALS = (SIGINT, SIGTSTP, SIGTTOU)
 
 
 def run(command: list[str], services: list[dict], directory: str, environment: dict[str, str],
@@ -54,10 +55,33 @@ def _start(service: dict) -> int:
 def _call(command: list[str], directory: str, environment: dict[str, str]) -> int:
     os.chdir(directory)
     os.environ["PATH"] = environment["PATH"]
-    process = os.posix_spawnp(command[0], command, environment, setsigdef=_IGNORED_SIGNALS)
-    return os.waitstatus_to_exitcode(os.waitpid(process, 0)[1])
+    try:
+        process = os.posix_spawnp(command[0], command, environment,
+                                  setsigdef=(*_IGNORED_SIGNALS, *_TERMINAL_SIGNALS))
+    except OSError as error:  # with the statuses of shells
+        print(f"{command[0]}: {error.strerror}", file=sys.stderr)
+        return 127 if isinstance(error, FileNotFoundError) else 126
+    while True:
+        status = os.waitpid(process, os.WUNTRACED)[1]
+        if not os.WIFSTOPPED(status):
+            return os.waitstatus_to_exitcode(status)
+        os.killpg(os.getpgrp(), SIGCONT)  # there is no other job to turn to
+
+
+def _take_terminal() -> None:
+    """Puts this process and the command into a group of the sandbox's own, which gets what is typed.
+
+    A shell that controls jobs returns the terminal to the group that had it, and cannot name one
+    from outside the sandbox.
+    """
+    for number in _TERMINAL_SIGNALS:
+        signal(number, SIG_IGN)
+    os.setpgid(0, 0)
+    os.tcsetpgrp(0, os.getpgrp())
 
 
 if __name__ == "__main__":
-    with open(sys.argv[1], "rb") as script:
-        sys.exit(run(**marshal.load(script), call=_call))
+    if sys.argv[2:] == ["terminal"]:
+        _take_terminal()
+    with open(sys.argv[1], encoding="utf-8") as script:
+        sys.exit(run(**json.load(script), call=_call))

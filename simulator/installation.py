@@ -12,12 +12,13 @@ from simulator.signed_files import SignedFiles
 
 Json = Any
 
-TOOL_DIRECTORY = "/opt/kxtool"
+TOOL_DIRECTORY = "/usr/local/libexec/kxtool"
 TOOL = f"{TOOL_DIRECTORY}/KXTool"
 LOG = f"{TOOL_DIRECTORY}/log.txt"
-WORKING_DIRECTORY = f"{TOOL_DIRECTORY}/work"
-FAST_SLEEP = f"{TOOL_DIRECTORY}/fast_sleep.so"
-TEMPORARY = f"{TOOL_DIRECTORY}/tmp"
+CALLER_DIRECTORY = "/opt/kxtool"  # of whoever calls the tool
+WORKING_DIRECTORY = f"{CALLER_DIRECTORY}/work"
+FAST_SLEEP = f"{CALLER_DIRECTORY}/fast_sleep.so"
+TEMPORARY = f"{CALLER_DIRECTORY}/tmp"
 STAND_INS = "/Library/Corvane/XQP/simulator"
 CALL_RECORD = f"{STAND_INS}/calls.jsonl"
 SERVICES = "/Library/Corvane/XQP/services"
@@ -28,8 +29,8 @@ DEMONSTRATIONS = "/demo"
 
 # The folders that belong to the endpoint as a whole.
 OWN_DIRECTORIES = (
-    "/Library/Corvane", "/Library/Application Support/Halvard", "/etc/kxtool", TOOL_DIRECTORY,
-    VOLUMES, DEMONSTRATIONS)
+    "/Library/Corvane", "/Library/Application Support/Halvard", "/etc/kxtool", CALLER_DIRECTORY,
+    TOOL_DIRECTORY, VOLUMES, DEMONSTRATIONS)
 
 # The stand-ins for programs of the system, by where they are called.
 _INSTALLERS = pathlib.Path(__file__).with_name("installers")
@@ -92,7 +93,7 @@ class Installation:
 
     def write(self, scenario: dict[str, Json], logging: bool) -> None:
         """Writes everything that a complete scenario wants. Raises BuildError, SigningError."""
-        for directory in (TEMPORARY, VOLUMES, DEMONSTRATIONS):
+        for directory in (TOOL_DIRECTORY, TEMPORARY, VOLUMES, DEMONSTRATIONS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self._write_tool(logging)
         self.write_answers(scenario)
@@ -134,7 +135,8 @@ class Installation:
                 self._write_content(self.path(path), content)
 
     def _write_tool(self, logging: bool) -> None:
-        shutil.copy(self._built("KXTool"), self.path(TOOL))
+        for program in (self._built("KXTool"),):  # the folder is on PATH, see endpoints.py
+            shutil.copy(program, self.path(TOOL_DIRECTORY))
         shutil.copy(self._built("simulator/fast_sleep.so"), self.path(FAST_SLEEP))
         if logging:
             self.path(f"{TOOL_DIRECTORY}/configfile.txt").write_text("Logging=true\n")

@@ -1,22 +1,28 @@
 """Things in the build folder that take time to make and are kept."""
 
+import fcntl
 import os
 import pathlib
-import tempfile
+import shutil
 from collections.abc import Callable
 
 
 def make_once(made: pathlib.Path, make: Callable[[pathlib.Path], None]) -> None:
-    """Has `make` fill the folder `made`, which appears complete or not at all, unless it exists."""
+    """Has `make` fill the folder `made`, which appears complete or not at all, unless it exists.
+
+    What a process that was killed had begun is removed.
+    """
     if made.exists():
         return
     made.parent.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(dir=made.parent, prefix=".") as work:
-        folder = pathlib.Path(work) / "made"
-        folder.mkdir()
-        make(folder)
-        try:
-            os.rename(folder, made)
-        except OSError:
-            if not made.exists():  # else another process was quicker
-                raise
+    parent = os.open(made.parent, os.O_RDONLY)
+    try:
+        fcntl.flock(parent, fcntl.LOCK_EX)
+        begun = made.parent / ".begun"
+        shutil.rmtree(begun, ignore_errors=True)
+        if not made.exists():  # else another process was quicker
+            begun.mkdir()
+            make(begun)
+            begun.rename(made)
+    finally:
+        os.close(parent)

@@ -26,6 +26,8 @@ _ISOLATION = (
 # What programs look for in /etc.
 _ETC = ("alternatives", "group", "hosts", "ld.so.cache", "ld.so.conf", "ld.so.conf.d", "localtime",
         "nsswitch.conf", "passwd", "ssl", "timezone")
+# What has folders of the machine and of the endpoint.
+_SHARED = ("etc", "usr")
 _USR_LINKS = ("/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32")
 
 
@@ -42,20 +44,21 @@ def refusal() -> str | None:
 
 def is_machines(path: str) -> bool:
     """Whether an absolute path belongs to the machine also within a sandbox."""
-    return f"/{path.split('/')[1]}" in ("/usr", "/proc", "/dev", "/etc", "/run", *_USR_LINKS)
+    return (f"/{path.split('/')[1]}" in ("/usr", "/proc", "/dev", "/etc", "/run", *_USR_LINKS)
+            and not path.startswith("/usr/local/"))
 
 
 def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[str, int],
             first: list[str]) -> list[str]:
     """The command that runs `first` in a sandbox with the folders of `root`.
 
-    Folders are bound whole, one level below the root, except those in /etc. Read-only `covers` hide
-    folders of the machine. `volumes` are empty file systems in memory with so many octets.
+    Folders are bound whole, one level below the root or, in /etc and /usr, two. Read-only `covers`
+    hide folders of the machine. `volumes` are empty file systems in memory with so many octets.
     """
     words = ["bwrap", *_ISOLATION, *_machine()]
-    folders = [root / name for name in sorted(os.listdir(root)) if name != "etc"]
-    for folder in [*folders, *sorted((root / "etc").iterdir())]:
-        words += ["--bind", str(folder), f"/{folder.relative_to(root)}"]
+    for folder in sorted(root.iterdir()):
+        for bound in sorted(folder.iterdir()) if folder.name in _SHARED else [folder]:
+            words += ["--bind", str(bound), f"/{bound.relative_to(root)}"]
     words += ["--ro-bind", "/usr", _HOST_USR]
     for path, folder in covers.items():
         words += ["--ro-bind", str(folder), path]
@@ -143,22 +146,3 @@ def _machine() -> list[str]:
     for name in _ETC:
         words += ["--ro-bind-try", f"/etc/{name}", f"/etc/{name}"]
     return words
-
-
-def remove_tree(path: pathlib.Path) -> None:
-    """Removes whatever is at `path`, also folders that their owner may not enter."""
-    if not path.is_dir() or path.is_symlink():
-        path.unlink(missing_ok=True)
-        return
-    try:
-        shutil.rmtree(path)
-    except PermissionError:
-        _let_owner_in(path)
-        shutil.rmtree(path)
-
-
-def _let_owner_in(folder: pathlib.Path) -> None:
-    folder.chmod(0o700)
-    for entry in list(os.scandir(folder)):
-        if entry.is_dir(follow_symlinks=False):
-            _let_owner_in(pathlib.Path(entry.path))

@@ -6,12 +6,11 @@ says only what differs from the scenario `healthy`.
 
 import copy
 import difflib
+import functools
 import json
 import pathlib
 import time
 from typing import Any
-
-from simulator import schema
 
 DIRECTORY = pathlib.Path(__file__).with_name("scenarios")
 DEFAULT = "healthy"
@@ -33,20 +32,28 @@ class ScenarioError(Exception):
     """A scenario that cannot be used; the text says where and why, one mistake a line."""
 
 
-def names() -> list[str]:
-    """The scenarios that come with the simulator, in alphabetical order."""
-    return sorted(path.stem for path in DIRECTORY.glob("*/*.json"))
-
-
-def did_you_mean(word: str, known: list[str]) -> str:
-    """A question with the known word that is most like this one; "" if none is."""
-    nearest = difflib.get_close_matches(word, known, n=1)
-    return f" (did you mean {nearest[0]}?)" if nearest else ""
+@functools.cache
+def catalogue() -> dict[str, pathlib.Path]:
+    """The files of the scenarios that come with the simulator, by name, folder by folder."""
+    return {path.stem: path for path in sorted(DIRECTORY.rglob("*.json"))}
 
 
 def describe(name: str) -> str:
     """The one line that a scenario says about itself."""
-    return _read(_path_of(name))["description"]
+    return _read(catalogue()[name])["description"]
+
+
+def listing(word: str = "") -> str:
+    """The scenarios with `word` in their name, folder or description: a line for each, by folder."""
+    width = max(map(len, catalogue()))
+    blocks: dict[str, list[str]] = {}
+    for name, path in catalogue().items():
+        folder = path.parent.relative_to(DIRECTORY).as_posix().removeprefix(".")
+        description = describe(name)
+        if word.lower() in f"{name} {folder} {description}".lower():
+            blocks.setdefault(folder, []).append(f"  {name:{width}}  {description}\n")
+    return "\n".join((f"{folder}:\n" if folder else "") + "".join(lines)
+                     for folder, lines in blocks.items())
 
 
 def load(source: str | dict[str, Json], now: float | None = None) -> dict[str, Json]:
@@ -55,13 +62,21 @@ def load(source: str | dict[str, Json], now: float | None = None) -> dict[str, J
     `source` is the name of a scenario, the path of a file (it has a "/" or ends in ".json"), or the
     scenario itself. `now` is the time that relative times count from.
     """
-    scenario = _read(_path_of(DEFAULT))
+    scenario = _read(catalogue()[DEFAULT])
     if isinstance(source, dict):
         given = {"description": "given by the caller", **source}
-        _check(given, "the given scenario")
-        scenario = _merge(scenario, given)
-    elif source != DEFAULT:
-        scenario = _merge(scenario, _read(_path_of(source)))
+        check(given, "the given scenario")
+    elif "/" in source or source.endswith(".json"):
+        given = _read(pathlib.Path(source))
+        check(given, source)
+    elif source in catalogue():
+        given = _read(catalogue()[source])
+    else:
+        nearest = difflib.get_close_matches(source, catalogue(), n=1)
+        question = f" (did you mean {nearest[0]}?)" if nearest else ""
+        raise ScenarioError(f"there is no scenario {source}{question}; "
+                            "./kx run --list-scenarios lists them")
+    scenario = _merge(scenario, given)
     return _with_times(scenario, int(time.time() if now is None else now))
 
 
@@ -86,33 +101,29 @@ def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
     }
 
 
-def _path_of(name: str) -> pathlib.Path:
-    if "/" in name or name.endswith(".json"):
-        return pathlib.Path(name)
-    for path in DIRECTORY.glob("*/*.json"):
-        if path.stem == name:
-            return path
-    raise ScenarioError(f"there is no scenario {name}{did_you_mean(name, names())}; "
-                        "--list-scenarios names them all")
-
-
-def _read(path: pathlib.Path) -> dict[str, Json]:
-    try:
-        scenario = json.loads(path.read_text(encoding="utf-8"))
-    except OSError as error:
-        raise ScenarioError(f"{path}: {error.strerror}") from error
-    except ValueError as error:
-        raise ScenarioError(f"{path}: not JSON: {error}") from error
-    _check(scenario, str(path))
-    return scenario
-
-
-def _check(scenario: Json, where: str) -> None:
-    found = schema.mistakes(scenario, json.loads(_SCHEMA_PATH.read_text(encoding="utf-8")))
+def check(scenario: Json, where: str) -> None:
+    """Raises ScenarioError with every mistake in what the scenario `where` says."""
+    found = [f"{error.json_path}: {error.message}" for error in _validator().iter_errors(scenario)]
     if not found:
         found = list(_unsafe_completions(scenario))
     if found:
         raise ScenarioError("\n".join(f"{where}: {mistake}" for mistake in found))
+
+
+@functools.cache
+def _validator():
+    import jsonschema  # Takes longer than a run; the scenarios that come with this need no check.
+
+    return jsonschema.Draft202012Validator(json.loads(_SCHEMA_PATH.read_text(encoding="utf-8")))
+
+
+def _read(path: pathlib.Path) -> Json:
+    try:
+        return json.loads(path.read_text(encoding="utf-8"))
+    except OSError as error:
+        raise ScenarioError(f"{path}: {error.strerror}") from error
+    except ValueError as error:
+        raise ScenarioError(f"{path}: not JSON: {error}") from error
 
 
 def _unsafe_completions(scenario: dict[str, Json]):

@@ -112,7 +112,7 @@ class CommandsTest(EndToEndCase):
         driver = self.folder / "kx"
         driver.write_text("#!/bin/sh\ncommand=$1\nshift\ncase $command in\n"
                           f"  run) {launch} run {options} ;;\n"
-                          f"  endpoint) {launch} shell {options} ;;\nesac\n", encoding="utf-8")
+                          f"  endpoint) {launch} endpoint {options} ;;\nesac\n", encoding="utf-8")
         driver.chmod(0o755)
         (_, scenario), = blocks_marked("json")
         (self.folder / "mine.json").write_text(scenario, encoding="utf-8")

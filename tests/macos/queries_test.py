@@ -15,7 +15,8 @@ from tests.documents.examples_test import assert_shown, console_examples
 from tests.end_to_end.harness import BUILD, ToolRun, read_log
 
 # What the stand-ins are laid out in.
-FOLDERS = ("/Library/Corvane", "/Library/Application Support/Halvard", installation.TOOL_DIRECTORY)
+FOLDERS = ("/Library/Corvane", "/Library/Application Support/Halvard",
+           installation.CALLER_DIRECTORY, installation.TOOL_DIRECTORY)
 # These need the service processes and the installers of a sandbox.
 NOT_QUERIES = ("-detect", "-runInstaller", "-runSetupDownloader")
 
@@ -44,6 +45,7 @@ class QueriesTest(unittest.TestCase):
         self.remove()
         installation.Installation(pathlib.Path("/"), BUILD).write_answers(complete)
         tool = pathlib.Path(installation.TOOL)
+        tool.parent.mkdir(parents=True)
         shutil.copy(BUILD / tool.name, tool)
         if logging:
             tool.with_name("configfile.txt").write_text("Logging=true\n", encoding="utf-8")

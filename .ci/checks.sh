@@ -1,0 +1,67 @@
+# The steps of ./kx check, which reads this: functions check_NAME in the order of this list. Each is run
+# by itself as ./kx check NAME.
+# shellcheck shell=bash disable=SC2034
+readonly checks=(format scripts layering built_files macos_sources reference release benchmarks hardening documents
+  tidy gnustep ${MACOS_SDK:+macos} fuzz asan tsan)
+
+sources() { git ls-files -- '*.cc' '*.h' '*.mm'; }
+
+check_format() { sources | xargs clang-format --dry-run --Werror; }
+
+check_scripts() {
+  git ls-files -- kx .ci/run '*.sh' '*.bash' | xargs shellcheck
+  git ls-files -- .yamllint '*.yml' | xargs yamllint --strict
+}
+
+check_layering() { /usr/bin/python3 tests/checks/layering.py; }
+
+# Every test, bench and fuzz file is built.
+check_built_files() { /usr/bin/python3 tests/checks/built_files.py; }
+
+# The reference of the headers; fails when Doxygen has something to complain of.
+check_reference() { mkdir -p build/docs && doxygen Doxyfile; }
+
+check_release() { build release; }
+check_benchmarks() { build bench bench; }
+check_hardening() { /usr/bin/python3 tests/checks/hardening.py build/release/KXTool; }
+check_documents() { command_test documents; }
+
+check_tidy() {
+  git ls-files -- 'app/*.cc' 'diag/*.cc' 'product/*.cc' 'sdk/*.cc' 'queries/*.cc' 'install/*.cc' \
+    'platform/posix/*.cc' 'platform/linux/*.cc' 'platform/linux/**/*.cc' |
+    grep -v '_test\.cc$' |
+    xargs --max-args 1 --max-procs "$(nproc)" clang-tidy --quiet -p build/release
+}
+
+# The macOS adapters as far as Linux can try them.
+check_gnustep() {
+  build gnustep kx_platform_contract_gnustep_tests kx_macos_system_tests kx_macos_frameworks_tests
+  run_tests gnustep --tests-regex '^kx_(platform_contract_gnustep|macos_system|macos_frameworks)_tests\.'
+}
+
+# What a macOS configuration adds includes only what macOS has.
+check_macos_sources() { /usr/bin/python3 tests/checks/macos_sources.py; }
+
+# All that a Mac builds, for both kinds of Mac and with two versions of libc++'s headers, where there is an
+# SDK to build it against.
+check_macos() {
+  build macos-cross
+  local headers
+  for headers in build/macos-cross build/macos-cross/newer-headers; do
+    /usr/bin/python3 tests/macos/check_binary.py "$headers/KXTool" \
+      "$headers"/{x86_64,arm64}/tests/contract/kx_platform_contract_tests
+  done
+  /usr/bin/python3 tests/macos/static_analysis.py build/macos-cross/arm64
+}
+
+check_fuzz() { command_fuzz 5; }
+
+check_asan() {
+  build asan
+  run_tests asan
+}
+
+check_tsan() {
+  build tsan
+  TSAN_OPTIONS=halt_on_error=1 run_tests tsan
+}

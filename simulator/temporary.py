@@ -1,0 +1,111 @@
+"""Folders for temporary files, which nothing outlasts: neither files nor processes.
+
+A folder is locked while it is used. One that is not locked was left by a command that was killed,
+and the next command removes it.
+"""
+
+import contextlib
+import fcntl
+import os
+import pathlib
+import shutil
+import signal
+import tempfile
+import time
+from collections.abc import Iterator
+
+_MEMORY = "/dev/shm"
+# What all endpoints of a test run take at the same time, in octets.
+_SPACE = 4 << 30
+_PREFIX = f"kx-{os.getuid()}-"
+# Seconds for a process to clean up.
+_GRACE = 10
+
+
+@contextlib.contextmanager
+def folder() -> Iterator[pathlib.Path]:
+    """A new folder, which is gone when the context ends; removes those of killed commands before."""
+    place = _place()
+    for used in {place, tempfile.gettempdir(), _MEMORY}:
+        _remove_leftovers(used)
+    with contextlib.ExitStack() as lock:
+        with _locked(place):
+            made = pathlib.Path(tempfile.mkdtemp(prefix=_PREFIX, dir=place))
+            lock.enter_context(_locked(made))
+        try:
+            yield made
+        finally:
+            remove_tree(made)
+
+
+def end_processes(folders: tuple[str, ...]) -> None:
+    """Ends every process whose program or temporary files lie in one of these folders."""
+    deadline = time.monotonic() + _GRACE
+    interrupted: set[int] = set()
+    while processes := _processes(folders):
+        late = time.monotonic() > deadline
+        for process in processes - (set() if late else interrupted):
+            with contextlib.suppress(ProcessLookupError):
+                os.kill(process, signal.SIGKILL if late else signal.SIGINT)
+        interrupted |= processes
+        time.sleep(0.05)
+
+
+def remove_tree(path: pathlib.Path) -> None:
+    """Removes whatever is at `path`, also folders that their owner may not enter."""
+    if not path.is_dir() or path.is_symlink():
+        path.unlink(missing_ok=True)
+        return
+    try:
+        shutil.rmtree(path)
+    except PermissionError:
+        _let_owner_in(path)
+        shutil.rmtree(path)
+
+
+def _place() -> str:
+    """Where folders are made: in memory if nothing else is said, as disks are slow to forget."""
+    if "TMPDIR" in os.environ or not os.access(_MEMORY, os.W_OK):
+        return tempfile.gettempdir()
+    return _MEMORY if shutil.disk_usage(_MEMORY).free > _SPACE else tempfile.gettempdir()
+
+
+@contextlib.contextmanager
+def _locked(path: str | pathlib.Path, wait: bool = True) -> Iterator[None]:
+    """Raises BlockingIOError if another process has the lock and there is to be no wait."""
+    descriptor = os.open(path, os.O_RDONLY | os.O_NOFOLLOW)
+    try:
+        fcntl.flock(descriptor, fcntl.LOCK_EX | (0 if wait else fcntl.LOCK_NB))
+        yield
+    finally:
+        os.close(descriptor)
+
+
+def _remove_leftovers(place: str) -> None:
+    for path in pathlib.Path(place).glob(f"{_PREFIX}*"):
+        with contextlib.suppress(OSError):  # in use, another's, or gone
+            with _locked(place):  # so that it is not a new one, about to be locked
+                with _locked(path, wait=False):
+                    if path.stat().st_uid == os.getuid():
+                        end_processes((f"{path}/",))
+                        remove_tree(path)
+
+
+def _processes(folders: tuple[str, ...]) -> set[int]:
+    found = set()
+    for process in pathlib.Path("/proc").glob("[0-9]*"):
+        with contextlib.suppress(OSError):  # it has ended, or is another user's
+            places = [os.readlink(process / "exe")]
+            for variable in (process / "environ").read_bytes().split(b"\0"):
+                if variable.startswith(b"TMPDIR="):
+                    places.append(os.fsdecode(variable.removeprefix(b"TMPDIR=")))
+            if any(f"{place}/".startswith(folders) for place in places):
+                found.add(int(process.name))
+    return found - {os.getpid()}
+
+
+def _let_owner_in(path: pathlib.Path) -> None:
+    path.chmod(0o700)
+    for entry in list(os.scandir(path)):
+        if entry.is_dir(follow_symlinks=False):
+            _let_owner_in(pathlib.Path(entry.path))
