@@ -1,8 +1,8 @@
 # The steps of ./kx check, which reads this: functions check_NAME in the order of this list. Each is run
 # by itself as ./kx check NAME.
 # shellcheck shell=bash disable=SC2034
-readonly checks=(format scripts layering built_files macos_sources reference release benchmarks hardening documents
-  tidy gnustep ${MACOS_SDK:+macos} fuzz asan tsan)
+readonly checks=(format scripts layering built_files macos_sources reference release benchmarks hardening
+  documents ordinary_user tidy gnustep ${MACOS_SDK:+macos} fuzz asan tsan)
 
 sources() { git ls-files -- '*.cc' '*.h' '*.mm'; }
 
@@ -25,6 +25,35 @@ check_release() { build release; }
 check_benchmarks() { build bench bench; }
 check_hardening() { /usr/bin/python3 tests/checks/hardening.py build/release/KXTool; }
 check_documents() { command_test documents; }
+
+# The tests that depend on who runs them and where, as an ordinary user in a home that nobody else may
+# enter.
+check_ordinary_user() {
+  local home program=build/release/tests/real_signatures/kx_check_signature
+  local -a as_user=()
+  build release KXTool simulator kx_check_signature
+  home=$(mktemp --directory)
+  { git ls-files -z && find build/release/{KXTool,simulator/service,simulator/*.so} "$program" -print0; } |
+    xargs -0 cp --parents --target-directory "$home"
+  if [[ $EUID -eq 0 ]]; then
+    as_user=(setpriv --reuid 1000 --regid 1000 --clear-groups)
+    chown -R 1000:1000 "$home"
+  fi
+  (
+    cd "$home"
+    export HOME=$home KX_BUILD=$home/build/release KX_CHECK_SIGNATURE=$home/$program
+    export TMPDIR=$home PYTHONDONTWRITEBYTECODE=1
+    "${as_user[@]}" /usr/bin/python3 -m unittest tests.code_signing.signed_files.plain_test \
+      tests.end_to_end.image_installer_test.Copying simulator.endpoint_test.InPlace &&
+      "${as_user[@]}" /usr/bin/python3 -c '
+from tests.faults import matrix, matrix_test
+for family in matrix.FAMILIES.values():
+    for row in family:
+        if "unreadable" in row.name:
+            matrix_test.Matrix().check(row)'
+  ) || { rm -rf "$home" && return 1; }
+  rm -rf "$home"
+}
 
 check_tidy() {
   git ls-files -- 'app/*.cc' 'diag/*.cc' 'product/*.cc' 'sdk/*.cc' 'queries/*.cc' 'install/*.cc' \

@@ -399,6 +399,8 @@ def main() -> int:
     options = parser.parse_args()
     wanted = [group for group in GROUPS
               if not options.rows or any(part in group.__name__ for part in options.rows)]
+    if not wanted:
+        parser.error(f"no row is named {' or '.join(options.rows)}")
     print(_HEAD)
     machine = _machine()
     rows = []

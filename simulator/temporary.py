@@ -32,6 +32,7 @@ def folder() -> Iterator[pathlib.Path]:
         with _locked(place):
             made = pathlib.Path(tempfile.mkdtemp(prefix=_PREFIX, dir=place))
             lock.enter_context(_locked(made))
+        made.chmod(0o711)  # some tests become other users
         try:
             yield made
         finally:

@@ -11,6 +11,7 @@ The demonstration media are made once and kept in the build folder.
 import hashlib
 import io
 import json
+import os
 import pathlib
 import plistlib
 import shutil
@@ -51,6 +52,11 @@ def write_image(content: pathlib.Path, image: pathlib.Path, volume: str = "SETUP
     """
     command = ["xorriso", "-no_rc", "-abort_on", "FAILURE", "-outdev", f"stdio:{image}",
                "-volid", volume, "-padding", "0", "-map", str(content), "/"]
+    for path in content.rglob("*"):
+        if path.is_file() and not path.is_symlink() and not os.access(path, os.R_OK):
+            mode = path.stat().st_mode
+            path.chmod(mode | 0o400)  # for xorriso; on the image it gets its own mode again
+            command += ["-chmod", f"{mode & 0o777:03o}", f"/{path.relative_to(content)}", "--"]
     made = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=False)
     if made.returncode != 0:
         reason = made.stderr.decode(errors="replace").strip()

@@ -1,20 +1,24 @@
-"""./kx itself: its help, what it says to mistakes, and when it uses colours."""
+"""./kx itself: its help, what it says to mistakes, where it works, and when it uses colours."""
 
 import os
+import pathlib
 import pty
 import re
+import shutil
 import subprocess
+import tempfile
 import unittest
-from pathlib import Path
 
-ROOT = Path(__file__).resolve().parents[2]
-DRIVER = str(ROOT / "kx")
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+DRIVER = [str(ROOT / "kx")]
 COLOUR = re.compile(r"\x1b\[[0-9;]*m")
+COMMANDS = re.findall(r"^command_(\w+)\(\) {", (ROOT / "kx").read_text(encoding="utf-8"), re.MULTILINE)
 
 
-def run(*words):
+def run(*words, driver=DRIVER, **options):
     """The exit status, standard output and standard error of ./kx, with no terminal in sight."""
-    done = subprocess.run([DRIVER, *words], capture_output=True, text=True, check=False, timeout=60)
+    done = subprocess.run([*driver, *words], capture_output=True, text=True, check=False, timeout=60,
+                          **options)
     return done.returncode, done.stdout, done.stderr
 
 
@@ -23,7 +27,7 @@ def errors_on_terminal(*words, **variables):
     own, terminal = pty.openpty()
     environment = {name: value for name, value in os.environ.items() if name != "NO_COLOR"}
     try:
-        subprocess.run([DRIVER, *words], stdout=subprocess.DEVNULL, stderr=terminal, check=False,
+        subprocess.run([*DRIVER, *words], stdout=subprocess.DEVNULL, stderr=terminal, check=False,
                        timeout=60, env={**environment, "TERM": "xterm", **variables})
     finally:
         os.close(terminal)
@@ -31,40 +35,120 @@ def errors_on_terminal(*words, **variables):
         return reader.read1(65536).decode()
 
 
-class Help(unittest.TestCase):
-    def test_lists_every_command(self):
-        status, output, errors = run("help")
-        self.assertEqual((status, errors), (0, ""))
-        script = Path(DRIVER).read_text(encoding="utf-8")
-        functions = re.findall(r"^command_(\w+)\(\) {", script, re.MULTILINE)
-        self.assertGreater(len(functions), 5)
-        listed = dict.fromkeys(re.findall(r"^  (\w+) ", output, re.MULTILINE))
-        self.assertEqual(sorted(listed), sorted(functions))
-        commands = re.search(r"^readonly commands=\((.*)\)$", script, re.MULTILINE)[1].split()
-        self.assertEqual(commands, list(listed))
+class Copy(unittest.TestCase):
+    """A copy of the driver in which nothing has been built, in a folder with a difficult name."""
 
-    def test_is_what_no_word_gives(self):
-        self.assertEqual(run(), run("help"))
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = pathlib.Path(folder.name) / "für Übungen"
+        for name in ("simulator", "bench"):
+            shutil.copytree(ROOT / name, self.root / name)
+        for name in ("kx", "CMakePresets.json"):
+            shutil.copy(ROOT / name, self.root)
+        self.driver = [str(self.root / "kx")]
+        self.before = sorted(self.root.iterdir())
+
+    def test_help_of_every_command_needs_no_build(self):
+        status, usage, errors = run("help", driver=self.driver)
+        self.assertEqual((status, errors), (0, ""))
+        listed = dict.fromkeys(re.findall(r"^  (\w+)", usage, re.MULTILINE))
+        self.assertEqual(sorted(listed), sorted(COMMANDS))
+        for words in ([], ["-h"], ["--help"]):
+            self.assertEqual(run(*words, driver=self.driver), (0, usage, ""))
+        for command in COMMANDS:
+            with self.subTest(command=command):
+                status, text, errors = run(command, "--help", driver=self.driver)
+                self.assertEqual((status, errors), (0, ""))
+                self.assertIn(command, text)
+                for words in (["-h"], ["--layout=1", "--help"]):
+                    self.assertEqual(run(command, *words, driver=self.driver), (0, text, ""))
+        self.assertEqual(sorted(self.root.iterdir()), self.before)
+
+    def test_scenarios_are_listed_without_a_build_through_a_link_from_anywhere(self):
+        elsewhere = self.root.parent / "elsewhere"
+        elsewhere.mkdir()
+        (elsewhere / "link").symlink_to(self.root / "kx")
+        status, listed, errors = run("run", "--list-scenarios", driver=["./link"], cwd=elsewhere)
+        self.assertEqual((status, errors), (0, ""))
+        self.assertRegex(listed, "(?m)^  healthy  +[A-Z]")
+        self.assertEqual(os.listdir(elsewhere), ["link"])
+        self.assertEqual(sorted(self.root.iterdir()), self.before)
+
+    def test_a_read_only_checkout_is_refused_in_one_sentence(self):
+        read_only = ["bwrap", "--dev-bind", "/", "/", "--ro-bind", str(self.root), str(self.root)]
+        if subprocess.run([*read_only, "true"], check=False, capture_output=True).returncode:
+            self.skipTest("nothing can be mounted here")
+        for command in ("run", "test", "build"):
+            self.assertEqual(run(command, driver=[*read_only, *self.driver]), (
+                1, "", f"kx: {self.root}/build/release cannot be written; "
+                "clone the project to a folder of your own\n"))
+
+
+class Launcher(unittest.TestCase):
+    """What the launcher is told."""
+
+    def test_paths_are_the_callers(self):
+        with tempfile.TemporaryDirectory() as folder:
+            pathlib.Path(folder, "mine.json").write_text(
+                '{"description": "mine", "product": {"layout": null}}', encoding="utf-8")
+            self.assertEqual(run("run", "--scenario=./mine.json", "-detect", cwd=folder)[:2],
+                             (0, "0|||"))
+
+    def test_closed_streams_do_no_harm(self):
+        for closed in ("<&-", ">&-", "2>&-"):
+            with self.subTest(closed=closed):
+                done = subprocess.run(["bash", "-c", f'"$0" run -getVersion {closed}', *DRIVER],
+                                      capture_output=True, text=True, check=False, timeout=60)
+                self.assertEqual((done.returncode, done.stderr), (0, ""))
+                self.assertEqual(done.stdout, "" if closed == ">&-" else "1.0.0.206")
 
 
 class Mistakes(unittest.TestCase):
-    def test_each_is_answered_with_what_might_be_meant(self):
+    def test_each_names_the_command_that_helps(self):
         for words, message in (
-                (["chekc"], "there is no command chekc; did you mean check? (./kx help lists them)"),
-                (["xyzzyx"], "there is no command xyzzyx (./kx help lists them)"),
-                (["build test"],
-                 "there is no command build test (./kx help lists them)"),
-                (["setup", "--bnech"], "setup does not know --bnech; did you mean --bench?"),
+                (["chekc"], "there is no command chekc; see ./kx help"),
+                (["build test"], "there is no command build test; see ./kx help"),
+                (["setup", "--bnech"], "setup does not know --bnech; see ./kx setup --help"),
                 (["build", "debug"],
-                 "build takes no argument, but was given debug; see ./kx help"),
+                 "build takes no argument, but was given debug; see ./kx build --help"),
                 (["test", "real-signature"],
-                 "test does not know real-signature; did you mean real-signatures? "
-                 "(./kx test -R real-signature runs the tests named so)"),
-                (["fuzz", "soon"], "usage: ./kx fuzz SECONDS"),
-                (["fuzz"], "usage: ./kx fuzz SECONDS"),
-                (["soak", "long"], "usage: ./kx soak RUNS")):
+                 "test does not know real-signature; see ./kx test --help"),
+                (["test", "--frobnicate=3"],
+                 "test does not know --frobnicate; see ./kx test --help"),
+                (["test", "-R"], "-R needs a value; see ./kx test --help"),
+                (["check", "spelling"], "check has no step spelling; see ./kx check --help"),
+                (["completion"], "completion is for bash or zsh; see ./kx completion --help"),
+                (["fuzz", "soon"], "fuzz needs a number of seconds; see ./kx fuzz --help"),
+                (["soak", "long"], "soak needs a number of runs; see ./kx soak --help")):
             with self.subTest(words=words):
                 self.assertEqual(run(*words), (1, "", f"kx: {message}\n"))
+
+
+class Completion(unittest.TestCase):
+    def offered(self, shell, *words):
+        begin, end = {"bash": ("", ""), "zsh": ("autoload compinit; compinit -D; ", "emulate ksh; ")}[shell]
+        script = (f'{begin}source <("$0" completion {shell}); COMP_WORDS=("$@"); '
+                  f'COMP_CWORD=$(($# - 1)); {end}_kx; printf "%s\\n" "${{COMPREPLY[@]}}"')
+        done = subprocess.run([shell, "-c", script, *DRIVER, "./kx", *words], capture_output=True,
+                              text=True, check=False, timeout=60)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split()
+
+    def check(self, shell):
+        self.assertEqual(sorted(self.offered(shell, "")), sorted(COMMANDS))
+        self.assertEqual(self.offered(shell, "so"), ["soak"])
+        self.assertEqual(self.offered(shell, "run", "--sc"), ["--scenario"])
+        for words in (["--scenario", "health"], ["--scenario", "=", "health"]):
+            self.assertEqual(self.offered(shell, "endpoint", *words), ["healthy"])
+        self.assertEqual(self.offered(shell, "completion", "z"), ["zsh"])
+
+    def test_bash(self):
+        self.check("bash")
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
+    def test_zsh(self):
+        self.check("zsh")
 
 
 class Colours(unittest.TestCase):

@@ -419,7 +419,7 @@ CONFIGURATION_AND_LOG = [
     tool_version("a line of 100 MB before the configuration's line", True,
                  replaced(CONFIGURATION, text="x" * HUGE + "\n" + LINE)),
     tool_version("the configuration is a link", True, {"files": [
-        {"path": ELSEWHERE, "text": LINE}, {"path": CONFIGURATION, "link": "work/elsewhere"}]}),
+        {"path": ELSEWHERE, "text": LINE}, {"path": CONFIGURATION, "link": ELSEWHERE}]}),
     tool_version("the configuration is a link that leads nowhere", False,
                  replaced(CONFIGURATION, link="nowhere")),
     tool_version("the configuration is a link to itself", False,
@@ -430,9 +430,9 @@ CONFIGURATION_AND_LOG = [
                  before=f"chmod 555 {installation.TOOL_DIRECTORY};",
                  changes=(installation.TOOL_DIRECTORY,)),
     tool_version("the log is a link", True, {"files": [
-        {"path": ELSEWHERE, "text": ""}, {"path": LOG, "link": "work/elsewhere"}]},
+        {"path": ELSEWHERE, "text": ""}, {"path": LOG, "link": ELSEWHERE}]},
         changes=(ELSEWHERE,)),
-    tool_version("the log is a link to nothing yet", True, replaced(LOG, link="work/elsewhere"),
+    tool_version("the log is a link to nothing yet", True, replaced(LOG, link=ELSEWHERE),
                  changes=(ELSEWHERE,)),
     tool_version("the log is a link to itself", False, replaced(LOG, link="log.txt")),
     tool_version("the log is a link into a missing directory", False,
