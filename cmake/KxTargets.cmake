@@ -78,7 +78,7 @@ set(KX_ROOMS kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 # with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those of
 # the pattern run first, and beside no other, since they need all processors for their threads.
 function(kx_unit_tests name)
-  if(NOT KX_TESTS)
+  if(NOT KX_TESTS OR KX_GNUSTEP)
     return()
   endif()
   cmake_parse_arguments(PARSE_ARGV 1 arg "" ALONE "")

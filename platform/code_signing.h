@@ -7,7 +7,22 @@
 #include <string>
 #include <vector>
 
+/// A check's calls need an AutoreleasePool around all of them.
+
 namespace platform {
+
+/// Collects what the host's frameworks leave to be released, and releases it when it goes (macOS: an
+/// autorelease pool; Linux: nothing). Pools of a thread end in the opposite order.
+class AutoreleasePool {
+ public:
+  AutoreleasePool();
+  ~AutoreleasePool();
+  AutoreleasePool(const AutoreleasePool&) = delete;
+  AutoreleasePool& operator=(const AutoreleasePool&) = delete;
+
+ private:
+  [[maybe_unused]] void* pool_ = nullptr;
+};
 
 /// A status number of the Security framework; 0 (errSecSuccess) is success. Statuses that wrap an
 /// errno are 100000 plus the number that macOS gives to it, on every host.

@@ -29,7 +29,8 @@ class ProcessRecord {
 bool ListProcesses(std::vector<ProcessRecord>& records);
 
 /// Path of the file that process `processId` executes, without a mark of a file deleted meanwhile.
-/// @param path is replaced on success and untouched otherwise.
+/// @param path is replaced on success and untouched otherwise. It is empty for a process whose
+///     arguments hold no path (macOS).
 /// @return false when there is none (kernel threads, zombies, processes that have ended) or it may
 ///     not be read. Not for two threads at once.
 bool ExecutablePath(int processId, std::string& path);

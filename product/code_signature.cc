@@ -37,6 +37,7 @@ bool CheckIsSignedByCorvane(const std::optional<std::string>& name,
 
 int KXTool::CheckCodeSignature(bool& isSigned, const char* path, Logger* logger) {
   isSigned = false;
+  const platform::AutoreleasePool pool;
   Utils::LogMessage(logger, "Retrieve Sec static code for ", path);
   platform::StaticCode code;
   if (const platform::OsStatus status = platform::CreateStaticCode(path, code);

@@ -1,5 +1,3 @@
-// In a file of its own: NSWorkspace belongs to AppKit.
-
 #import <AppKit/AppKit.h>
 
 #include "platform/bundle.h"
@@ -8,12 +6,19 @@
 namespace platform {
 namespace {
 
+/// AppKit's workspace, or nil. The tool is not linked to AppKit: only this operation needs it, and
+/// loading it takes longer than most runs.
+NSWorkspace* SharedWorkspace() {
+  [[NSBundle bundleWithPath:@"/System/Library/Frameworks/AppKit.framework"] load];
+  return [NSClassFromString(@"NSWorkspace") sharedWorkspace];
+}
+
 /// The application at `path` as the workspace knows it, or nil.
 NSString* FullPathForApplication(NSString* path) {
 // Deprecated in macOS 11. What replaces it looks applications up by identifier, not by path.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
-  return [[NSWorkspace sharedWorkspace] fullPathForApplication:path];
+  return [SharedWorkspace() fullPathForApplication:path];
 #pragma clang diagnostic pop
 }
 
@@ -21,8 +26,10 @@ NSString* FullPathForApplication(NSString* path) {
 
 std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) {
   @autoreleasepool {
-    NSString* const path = ToNsString(bundlePath);
-    if ([path length] == 0) return std::nullopt;
+    NSString* const given = ToNsString(bundlePath);
+    if ([given length] == 0) return std::nullopt;
+    // The workspace would take a relative path for an application's name, and might find another one.
+    NSString* const path = [[NSURL fileURLWithPath:given] path];
     NSString* const known = FullPathForApplication(path);
     // The workspace may not know an application that was copied a moment ago.
     NSBundle* const bundle = [NSBundle bundleWithPath:known == nil ? path : known];

@@ -11,12 +11,13 @@ namespace {
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-/// Longest single wait: the kernel counts nanoseconds in 64 bits, from a start of its own.
-constexpr seconds kLongestWait = std::chrono::hours(24);
+/// Longest single wait. The relative wait stands still while the machine sleeps; the steady clock
+/// does not, so the deadline has to be tested again soon after the machine wakes up.
+constexpr seconds kLongestWait(30);
 
 }  // namespace
 
-// libc++ would wait on the wall clock here. The relative wait is on the clock of MonotonicNow().
+// libc++ would wait on the wall clock here, which can be set.
 bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>& lock,
                MonotonicTime deadline) {
   const MonotonicTime now = MonotonicNow();

@@ -40,18 +40,20 @@ std::vector<Certificate> ToCertificates(CFArrayRef chain) {
 
 }  // namespace
 
+AutoreleasePool::AutoreleasePool() : pool_([[NSAutoreleasePool alloc] init]) {}
+
+AutoreleasePool::~AutoreleasePool() { [static_cast<NSAutoreleasePool*>(pool_) drain]; }
+
 OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
-  @autoreleasepool {
-    code = {};
-    NSString* const pathNs = ToNsString(path);
-    if (pathNs == nil) return errSecParam;
-    NSURL* const url = [NSURL fileURLWithPath:pathNs];
-    ScopedCf<SecStaticCodeRef> created;
-    const OSStatus status = SecStaticCodeCreateWithPath(reinterpret_cast<CFURLRef>(url),
-                                                        kSecCSDefaultFlags, created.Receive());
-    if (status == errSecSuccess) code.handle = Share(created.Get());
-    return status;
-  }
+  code = {};
+  NSString* const pathNs = ToNsString(path);
+  if (pathNs == nil) return errSecParam;
+  NSURL* const url = [NSURL fileURLWithPath:pathNs];
+  ScopedCf<SecStaticCodeRef> created;
+  const OSStatus status = SecStaticCodeCreateWithPath(reinterpret_cast<CFURLRef>(url),
+                                                      kSecCSDefaultFlags, created.Receive());
+  if (status == errSecSuccess) code.handle = Share(created.Get());
+  return status;
 }
 
 OsStatus CheckValidity(const StaticCode& code) {
@@ -65,32 +67,28 @@ OsStatus CheckValidity(const StaticCode& code) {
 }
 
 OsStatus CopySigningInformation(const StaticCode& code, SigningInformation& information) {
-  @autoreleasepool {
-    ScopedCf<CFDictionaryRef> parts;
-    const OSStatus status =
-        SecCodeCopySigningInformation(CodeOf(code), kInformationFlags, parts.Receive());
-    if (status != errSecSuccess) return status;
-    information = {};
-    if (const CFTypeRef chain = Find(parts.Get(), kSecCodeInfoCertificates, CFArrayGetTypeID())) {
-      information.certificates = ToCertificates(static_cast<CFArrayRef>(chain));
-    }
-    if (const CFTypeRef team = Find(parts.Get(), kSecCodeInfoTeamIdentifier, CFStringGetTypeID())) {
-      information.teamIdentifier = FromNsString(static_cast<NSString*>(team));
-    }
-    return status;
+  ScopedCf<CFDictionaryRef> parts;
+  const OSStatus status =
+      SecCodeCopySigningInformation(CodeOf(code), kInformationFlags, parts.Receive());
+  if (status != errSecSuccess) return status;
+  information = {};
+  if (const CFTypeRef chain = Find(parts.Get(), kSecCodeInfoCertificates, CFArrayGetTypeID())) {
+    information.certificates = ToCertificates(static_cast<CFArrayRef>(chain));
   }
+  if (const CFTypeRef team = Find(parts.Get(), kSecCodeInfoTeamIdentifier, CFStringGetTypeID())) {
+    information.teamIdentifier = FromNsString(static_cast<NSString*>(team));
+  }
+  return status;
 }
 
 OsStatus CopyCommonName(const Certificate& certificate, std::optional<std::string>& name) {
-  @autoreleasepool {
-    name.reset();
-    const auto reference =
-        static_cast<SecCertificateRef>(const_cast<void*>(certificate.handle.get()));
-    ScopedCf<CFStringRef> copied;
-    const OSStatus status = SecCertificateCopyCommonName(reference, copied.Receive());
-    if (copied) name = FromNsString(reinterpret_cast<NSString*>(copied.Get()));
-    return status;
-  }
+  name.reset();
+  const auto reference =
+      static_cast<SecCertificateRef>(const_cast<void*>(certificate.handle.get()));
+  ScopedCf<CFStringRef> copied;
+  const OSStatus status = SecCertificateCopyCommonName(reference, copied.Receive());
+  if (copied) name = FromNsString(reinterpret_cast<NSString*>(copied.Get()));
+  return status;
 }
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include "platform/files.h"
 #include "platform/macos/foundation_text.h"
 #include "platform/posix/paths.h"
+#include "platform/uuid.h"
 
 namespace platform {
 namespace {
@@ -24,8 +25,16 @@ bool CopyTree(const std::string& source, const std::string& destination) {
     if ([sourceNs length] == 0 || [destinationNs length] == 0 || AnythingAt(destinationNs)) {
       return false;
     }
-    if ([manager copyItemAtPath:sourceNs toPath:destinationNs error:NULL]) return true;
-    [manager removeItemAtPath:destinationNs error:NULL];
+    // Under a name that nobody else has: what is removed after a failure is this copy's own.
+    char name[kUuidTextSize];
+    RandomUuidText(name);
+    NSString* const copy = [[destinationNs stringByDeletingLastPathComponent]
+        stringByAppendingPathComponent:[@"." stringByAppendingString:ToNsString(name)]];
+    if ([manager copyItemAtPath:sourceNs toPath:copy error:NULL] &&
+        [manager moveItemAtPath:copy toPath:destinationNs error:NULL]) {
+      return true;
+    }
+    [manager removeItemAtPath:copy error:NULL];
     return false;
   }
 }

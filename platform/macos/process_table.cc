@@ -25,12 +25,12 @@ class ArgumentArea {
     if (bytes_) capacity_ = static_cast<std::size_t>(capacity);
   }
 
-  /// @return the number of bytes that were read; 0 when they cannot be had.
-  std::size_t Read(int processId) {
+  /// @param size receives the number of bytes that were read.
+  /// @return false when the area cannot be read.
+  bool Read(int processId, std::size_t& size) {
     int name[] = {CTL_KERN, KERN_PROCARGS2, processId};
-    std::size_t size = capacity_;
-    if (!bytes_ || sysctl(name, std::size(name), bytes_.get(), &size, nullptr, 0) != 0) return 0;
-    return size;
+    size = capacity_;
+    return bytes_ && sysctl(name, std::size(name), bytes_.get(), &size, nullptr, 0) == 0;
   }
 
   const char* Bytes() const { return bytes_.get(); }
@@ -70,12 +70,13 @@ bool ExecutablePath(int processId, std::string& path) {
   static ArgumentArea area;
   // A count of the arguments comes first, then the path.
   constexpr std::size_t kPathOffset = sizeof(std::int32_t);
-  const std::size_t size = area.Read(processId);
-  if (size <= kPathOffset) return false;
-  const char* const text = area.Bytes() + kPathOffset;
-  const std::size_t length = strnlen(text, size - kPathOffset);
-  if (length == 0) return false;
-  path.assign(text, length);
+  std::size_t size = 0;
+  if (!area.Read(processId, size)) return false;
+  path.clear();
+  if (size > kPathOffset) {
+    const char* const text = area.Bytes() + kPathOffset;
+    path.assign(text, strnlen(text, size - kPathOffset));
+  }
   return true;
 }
 

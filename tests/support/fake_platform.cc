@@ -1,5 +1,6 @@
 #include "tests/support/fake_platform.h"
 
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <algorithm>
@@ -55,6 +56,12 @@ const Node* FindNode(const std::string& path) {
 const Node* FindTarget(const std::string& path) {
   const Node* const node = FindNode(path);
   return node == nullptr || node->isSymbolicLink ? nullptr : node;
+}
+
+/// As World::FailsNow(), for a call that needs a pool around it.
+bool CheckFailsNow(const char* call) {
+  EXPECT_GT(World::Current().openPools, 0) << call << " without a pool";
+  return World::Current().FailsNow(call);
 }
 
 int StatusError(const Node* node) { return node == nullptr ? ENOENT : node->statusError; }
@@ -207,9 +214,13 @@ bool WaitUntil(std::condition_variable& condition, std::unique_lock<std::mutex>&
 
 // code_signing.h
 
+AutoreleasePool::AutoreleasePool() { ++World::Current().openPools; }
+
+AutoreleasePool::~AutoreleasePool() { --World::Current().openPools; }
+
 OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
   code = {};
-  if (World::Current().FailsNow("CreateStaticCode")) return fake::kFailedCheck;
+  if (fake::CheckFailsNow("CreateStaticCode")) return fake::kFailedCheck;
   const auto& signatures = World::Current().signatures;
   const auto found = signatures.find(path);
   if (found == signatures.end()) return -67068;
@@ -219,12 +230,12 @@ OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
 }
 
 OsStatus CheckValidity(const StaticCode& code) {
-  if (World::Current().FailsNow("CheckValidity")) return fake::kFailedCheck;
+  if (fake::CheckFailsNow("CheckValidity")) return fake::kFailedCheck;
   return static_cast<const fake::Signature*>(code.handle.get())->validity;
 }
 
 OsStatus CopySigningInformation(const StaticCode& code, SigningInformation& information) {
-  if (World::Current().FailsNow("CopySigningInformation")) return fake::kFailedCheck;
+  if (fake::CheckFailsNow("CopySigningInformation")) return fake::kFailedCheck;
   const auto& signature = *static_cast<const fake::Signature*>(code.handle.get());
   if (signature.informationStatus != 0) return signature.informationStatus;
   information = {};
@@ -239,7 +250,7 @@ OsStatus CopySigningInformation(const StaticCode& code, SigningInformation& info
 }
 
 OsStatus CopyCommonName(const Certificate& certificate, std::optional<std::string>& name) {
-  if (World::Current().FailsNow("CopyCommonName")) return fake::kFailedCheck;
+  if (fake::CheckFailsNow("CopyCommonName")) return fake::kFailedCheck;
   name = *static_cast<const std::optional<std::string>*>(certificate.handle.get());
   return name ? 0 : -26276;
 }

@@ -103,6 +103,7 @@ class World {
   std::map<std::string, std::string> mainBundleTexts = {{"RMMToolVersion", "1.0.0.206"}};
   std::map<std::string, std::string> applicationExecutables;
   std::map<std::string, Signature> signatures;
+  int openPools = 0;
   std::map<std::string, platform::PropertyListValue> propertyLists;
 
   // Libraries: exported symbols by path. A path that is not here cannot be loaded.

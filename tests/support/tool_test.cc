@@ -68,6 +68,7 @@ ToolTest::~ToolTest() {
   EXPECT_EQ(sdk.LiveInstances(), 0U) << "an SDK instance was not released";
   EXPECT_EQ(world.openFiles, 0) << "a file was not closed";
   EXPECT_EQ(world.openDirectories, 0) << "a directory was not closed";
+  EXPECT_EQ(world.openPools, 0) << "a pool was not drained";
   EXPECT_EQ(world.openLibraries, 0) << "a library was not unloaded";
   EXPECT_EQ(world.runningThreads, 0) << "a thread was not joined";
 }

@@ -44,6 +44,10 @@ SignedCode& Unwrap(const StaticCode& code) {
 
 }  // namespace
 
+AutoreleasePool::AutoreleasePool() = default;
+
+AutoreleasePool::~AutoreleasePool() = default;
+
 OsStatus CreateStaticCode(const std::string& path, StaticCode& code) {
   code = {};
   return Guarded([&] {
