@@ -14,6 +14,7 @@ Json = Any
 
 TOOL_DIRECTORY = "/usr/local/libexec/kxtool"
 TOOL = f"{TOOL_DIRECTORY}/KXTool"
+REPORT = f"{TOOL_DIRECTORY}/kxtool-report"
 LOG = f"{TOOL_DIRECTORY}/log.txt"
 CALLER_DIRECTORY = "/opt/kxtool"  # of whoever calls the tool
 WORKING_DIRECTORY = f"{CALLER_DIRECTORY}/work"
@@ -34,6 +35,7 @@ OWN_DIRECTORIES = (
 
 # The stand-ins for programs of the system, by where they are called.
 _INSTALLERS = pathlib.Path(__file__).with_name("installers")
+_PACKAGING = pathlib.Path(__file__).resolve().parents[1] / "packaging"
 PROGRAMS = {
     "/usr/bin/hdiutil": _INSTALLERS / "hdiutil.py",
     "/usr/sbin/installer": _INSTALLERS / "installer.py",
@@ -135,7 +137,8 @@ class Installation:
                 self._write_content(self.path(path), content)
 
     def _write_tool(self, logging: bool) -> None:
-        for program in (self._built("KXTool"),):  # the folder is on PATH, see endpoints.py
+        # The folder is on PATH, see endpoints.py.
+        for program in (self._built("KXTool"), _PACKAGING / "kxtool-report"):
             shutil.copy(program, self.path(TOOL_DIRECTORY))
         shutil.copy(self._built("simulator/fast_sleep.so"), self.path(FAST_SLEEP))
         if logging:
