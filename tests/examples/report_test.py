@@ -2,7 +2,6 @@
 shell and awk that stands for one of macOS."""
 
 import concurrent.futures
-import functools
 import itertools
 import json
 import os
@@ -19,6 +18,7 @@ from typing import Any
 
 import jsonschema
 
+from simulator import installation
 from simulator import scenario as scenarios
 from tests.end_to_end.harness import ROOT, EndToEndCase
 
@@ -86,7 +86,7 @@ class StatesTest(EndToEndCase):
     def test_tells_what_is_known(self) -> None:
         for shell, (scenario, (status, known)) in itertools.product(SHELLS, STATES.items()):
             with self.subTest(shell=shell, scenario=scenario):
-                found, report = self.report_of(scenario, f"{shell} /opt/kxtool/kxtool-report")
+                found, report = self.report_of(scenario, f"{shell} {installation.REPORT}")
                 self.assertEqual(found, status)
                 self.assertEqual(report, {**report, **IDENTITY, **known})
 

@@ -1,0 +1,24 @@
+#!/bin/sh
+# Condition for Munki: belongs into /usr/local/munki/conditions, owned by root, mode 755. The keys that it
+# sets can be used in the conditions of a manifest:
+#   kxtool_state   "not installed", "current", "outdated" or "unknown"
+#   kxtool_issues  how many critical issues there are; only if it is known
+# It does not ask for the detection, which could hold every run of Munki up for minutes.
+report=$(/usr/local/libexec/kxtool/kxtool-report --only updates --only issues --pretty 2>/dev/null)
+case $report in
+  *'"upToDate": true,'*) state=current ;;
+  *'"upToDate": false,'*) state=outdated ;;
+  *'"code": 20, '*) state='not installed' ;;
+  *) state=unknown ;;
+esac
+
+folder=$(defaults read /Library/Preferences/ManagedInstalls ManagedInstallDir 2>/dev/null) ||
+  folder='/Library/Managed Installs'
+defaults write "$folder/ConditionalItems" kxtool_state -string "$state"
+case $report in
+  *'"criticalIssues": null,'* | '') ;;
+  *)
+    issues=$(printf '%s\n' "$report" | sed -n '/^  "criticalIssues": \[$/,/^  ]/s/^    //p' | grep -c .)
+    defaults write "$folder/ConditionalItems" kxtool_issues -int "$issues"
+    ;;
+esac
