@@ -86,53 +86,30 @@ constexpr Kind kKinds[] = {
     {"operator new", Failing::kOne, WithFailedNew, 40},
 };
 
-class Sweep {
- public:
-  Sweep(const char* anchors, const char* path)
-      : anchors_(anchors), path_(path), usual_(Check(anchors, path)) {}
-
-  /// @return whether all was well.
-  bool Run(const Kind& kind, std::size_t step) {
-    bool isWell = true;
-    for (std::size_t number = 1; RunOnce(number, kind, isWell);
-         number += std::max<std::size_t>(step / kind.fewer, 1)) {
-      ++count_;
-    }
-    return isWell;
-  }
-
-  std::size_t Count() const { return count_; }
-
- private:
-  /// @return whether there was an allocation of this number.
-  bool RunOnce(std::size_t number, const Kind& kind, bool& isWell) {
-    const auto check = [&] {
+/// Checks `path` again and again, each time with another failure. @return whether all was well.
+bool Sweep(const char* anchors, const char* path, const Kind& kind, std::size_t step) {
+  const Verdict usual = Check(anchors, path);
+  bool isWell = true;
+  bool hasFailed = true;
+  for (std::size_t number = 1; hasFailed; number += std::max<std::size_t>(step / kind.fewer, 1)) {
+    Verdict verdict;
+    const auto leaks = [&] {
       const long living = LivingLibcryptoAllocations();
-      verdict_ = {};
-      hasFailed_ =
-          kind.withFailure(number, kind.failing, [&] { verdict_ = Check(anchors_, path_); });
+      verdict = {};
+      hasFailed = kind.withFailure(number, kind.failing, [&] { verdict = Check(anchors, path); });
       return LivingLibcryptoAllocations() > living;
     };
-    // What libcrypto puts away for later it does not put away twice.
-    const bool leaks = check() && check();
     const auto complain = [&](const char* what) {
-      std::fprintf(stderr, "%s, %s %zu: %s (%d)\n", path_, kind.name, number, what,
-                   verdict_.status);
+      std::fprintf(stderr, "%s, %s %zu: %s (%d)\n", path, kind.name, number, what, verdict.status);
       isWell = false;
     };
-    if (!IsHarmless(verdict_, usual_)) complain("a wrong verdict");
-    if (leaks) complain("memory is left allocated");
-    if (!(Check(anchors_, path_) == usual_)) complain("the next check fails");
-    return hasFailed_;
+    // What libcrypto puts away for later it does not put away twice.
+    if (leaks() && leaks()) complain("memory is left allocated");
+    if (!IsHarmless(verdict, usual)) complain("a wrong verdict");
+    if (!(Check(anchors, path) == usual)) complain("the next check fails");
   }
-
-  const char* anchors_;
-  const char* path_;
-  Verdict usual_;
-  std::size_t count_ = 0;
-  Verdict verdict_;         ///< of the last check
-  bool hasFailed_ = false;  ///< whether an allocation failed in it
-};
+  return isWell;
+}
 
 int SweepFiles(int argc, char** argv) {
   const std::size_t step = argc < 4 ? 0 : std::strtoul(argv[1], nullptr, 10);
@@ -143,9 +120,7 @@ int SweepFiles(int argc, char** argv) {
   if (!WatchLibcryptoMemory()) return 2;
   bool isWell = true;
   for (int i = 3; i < argc; ++i) {
-    Sweep sweep(argv[2], argv[i]);
-    for (const Kind& kind : kKinds) isWell = sweep.Run(kind, step) && isWell;
-    std::printf("%s: %zu failures\n", argv[i], sweep.Count());
+    for (const Kind& kind : kKinds) isWell = Sweep(argv[2], argv[i], kind, step) && isWell;
   }
   return isWell ? 0 : 1;
 }

@@ -11,70 +11,40 @@
 namespace platform::code_signing {
 namespace {
 
-class Allocations {
- public:
-  void Arm(std::size_t number, Failing failing) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    countdown_ = number;
-    failing_ = failing;
+std::mutex mutex;           ///< of everything below
+std::size_t countdown = 0;  ///< up to and with the one that fails; 0 while none is to fail
+Failing failing = Failing::kOne;
+bool hasFailed = false;
+long living = 0;
+
+/// @return whether there may be another allocation, which then counts.
+bool Begin() {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (countdown > 0 && --countdown == 0) {
+    hasFailed = true;
+    return false;
   }
-
-  /// @return whether the armed allocation was reached.
-  bool Disarm() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    countdown_ = 0;
-    return std::exchange(hasFailed_, false);
-  }
-
-  /// @return whether there may be another one, which then counts.
-  bool Begin() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (hasFailed_ ? failing_ == Failing::kOneAndAllThatFollow : IsTheArmedOne()) {
-      hasFailed_ = true;
-      return false;
-    }
-    ++living_;
-    return true;
-  }
-
-  void End() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    --living_;
-  }
-
-  long Living() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return living_;
-  }
-
- private:
-  bool IsTheArmedOne() { return countdown_ > 0 && --countdown_ == 0; }
-
-  std::mutex mutex_;
-  std::size_t countdown_ = 0;  ///< up to and with the one that fails; 0 while none is to fail
-  Failing failing_ = Failing::kOne;
-  bool hasFailed_ = false;
-  long living_ = 0;
-};
-
-Allocations& TheAllocations() {
-  static auto& allocations = *new Allocations;
-  return allocations;
+  if (hasFailed && failing == Failing::kOneAndAllThatFollow) return false;
+  ++living;
+  return true;
 }
 
-void* Allocate(std::size_t size, const char*, int) {
-  return TheAllocations().Begin() ? std::malloc(size) : nullptr;
+void End(const void* memory) {
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (memory != nullptr) --living;
 }
+
+void* Allocate(std::size_t size, const char*, int) { return Begin() ? std::malloc(size) : nullptr; }
 
 void Free(void* memory, const char*, int) {
-  if (memory != nullptr) TheAllocations().End();
+  End(memory);
   std::free(memory);
 }
 
 // One that grows is one that begins anew.
 void* Reallocate(void* memory, std::size_t size, const char*, int) {
-  if (!TheAllocations().Begin()) return nullptr;
-  if (memory != nullptr) TheAllocations().End();
+  if (!Begin()) return nullptr;
+  End(memory);
   return std::realloc(memory, size);
 }
 
@@ -84,22 +54,29 @@ bool WatchLibcryptoMemory() { return CRYPTO_set_mem_functions(Allocate, Realloca
 
 long LivingLibcryptoAllocations() {
   OPENSSL_thread_stop();
-  return TheAllocations().Living();
+  const std::lock_guard<std::mutex> lock(mutex);
+  return living;
 }
 
-bool WithFailedAllocation(std::size_t number, Failing failing, const std::function<void()>& act) {
-  TheAllocations().Arm(number, failing);
+bool WithFailedAllocation(std::size_t number, Failing which, const std::function<void()>& act) {
+  const auto arm = [which](std::size_t count) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    countdown = count;
+    failing = which;
+    return std::exchange(hasFailed, false);
+  };
+  arm(number);
   try {
     act();
   } catch (const std::bad_alloc&) {
   }
   ERR_clear_error();
-  return TheAllocations().Disarm();
+  return arm(0);
 }
 
 void WithEachFailedAllocation(const std::function<void()>& act) {
-  for (const Failing failing : {Failing::kOne, Failing::kOneAndAllThatFollow}) {
-    for (std::size_t number = 1; WithFailedAllocation(number, failing, act);) ++number;
+  for (const Failing which : {Failing::kOne, Failing::kOneAndAllThatFollow}) {
+    for (std::size_t number = 1; WithFailedAllocation(number, which, act);) ++number;
   }
 }
 

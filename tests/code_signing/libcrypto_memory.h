@@ -18,7 +18,7 @@ enum class Failing { kOne, kOneAndAllThatFollow };
 
 /// Calls `act` while the `number`th (from 1) of libcrypto's allocations fails, in whatever thread.
 /// @return whether `act` came that far.
-bool WithFailedAllocation(std::size_t number, Failing failing, const std::function<void()>& act);
+bool WithFailedAllocation(std::size_t number, Failing which, const std::function<void()>& act);
 
 /// Calls `act` for each allocation that it comes to, which then fails, alone and with all that
 /// follow. What it throws of the type std::bad_alloc is caught.

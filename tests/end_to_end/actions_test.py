@@ -215,7 +215,7 @@ class WatchedScanWithoutOutcome(ScanCase):
             (PROGRESS, {}), (PROGRESS, {"delay": 1000}), *several(PROGRESS))).callback_log, [])
 
     def test_event_after_the_limit_takes_five_seconds(self):
-        self.expired("scan-silent", limit="0")
+        self.expired(scanning(*several(STARTED)), limit="0")
 
     def test_completion_after_the_limit_takes_five_seconds(self):
         run = self.expired("scan-completed-after-the-limit", limit="3")

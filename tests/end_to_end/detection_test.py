@@ -132,7 +132,7 @@ class Identity(DetectionCase):
                 self.assert_whole_log(run, [*d.running(), *d.end(newer, d.NOTHING_WANTED)])
 
     def test_file_supplies_all_when_the_sdk_fails(self):
-        run = self.detect("identity-refused")
+        run = self.detect({"sdk": {"answers": {t.GET_IDENTITY: {"error": 4}}}})
         self.assertIn("Failed to retrieve SL Identity with wrapper method: 4", run.log)
         self.assertIn(f"Company id is: {d.COMPANY}", run.log)
 
@@ -211,11 +211,11 @@ class Services(DetectionCase):
 
     def test_both_groups(self):
         self.check_running(self.running(*GROUP_2))
-        self.check_running("services-of-older-product")
+        self.check_running(self.running(*GROUP_1))
         self.check_running(self.running(*GROUP_1, *GROUP_2))
 
     def test_one_missing_of_each_group(self):
-        self.check_not_running("services-incomplete")
+        self.check_not_running(self.running(*GROUP_2[:2], *GROUP_1[:4]))
         for missing in range(len(GROUP_1)):
             with self.subTest(missing=GROUP_1[missing]):
                 self.check_not_running(self.running(*GROUP_1[:missing], *GROUP_1[missing + 1:]))

@@ -31,6 +31,11 @@ def found(lines, version="7.16.42"):
             "Finished to get product version with error code:0"]
 
 
+def library(**members):
+    """The SDK library is like this."""
+    return {"product": {"library": members}}
+
+
 def completed(*completions, **sdk):
     """The query is answered with ANSWER, by these completions."""
     return {"sdk": {**sdk, "answers": {t.GET_STATUS: {
@@ -73,10 +78,10 @@ class Success(InvocationCase):
         self.assert_log(run, found(t.answered()), t.on_ran(run.batch, ANSWER))
 
     def test_expired_certificate_is_as_good_as_another(self):
-        self.query("library-expired-certificate", output="7.16.42.200137")
+        self.query(library(signature="expired"), output="7.16.42.200137")
 
     def test_large_library(self):
-        self.query({"product": {"library": {"size": 20_000_000}}}, output="7.16.42.200137")
+        self.query(library(size=20_000_000), output="7.16.42.200137")
 
     def test_healthy_scenario(self):
         run = self.query("healthy", output="7.16.42.200137")
@@ -127,9 +132,9 @@ class LibraryNotTrusted(InvocationCase):
                                          "Failed to validate binary. Error code : 2"])
 
     def test_signature_is_not_valid(self):
-        for scenario in ("library-unsigned", "library-tampered", "library-unknown-root",
-                         "no-accepted-roots", {"product": {"trust": "empty"}},
-                         {"product": {"library": {"signature": "garbled"}}}):
+        for scenario in ("library-unsigned", "library-tampered", "no-accepted-roots",
+                         {"product": {"trust": "empty"}}, library(signature="unknownRoot"),
+                         library(signature="garbled")):
             with self.subTest(scenario=scenario):
                 self.check_not_valid(scenario, "invalid")
 
@@ -142,7 +147,7 @@ class LibraryNotTrusted(InvocationCase):
         self.check_not_checked("library-ad-hoc", "no certificate")
 
     def test_no_team(self):
-        self.check_not_checked({"product": {"library": {"signature": "noTeam"}}}, "no team")
+        self.check_not_checked(library(signature="noTeam"), "no team")
 
 
 class LibraryNotUsable(InvocationCase):
