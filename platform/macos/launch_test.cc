@@ -40,6 +40,7 @@ TEST(LaunchErrorTest, IsAnUnusableFormatWhereTheReasonNamesNone) {
   EXPECT_EQ(LaunchError("launch path not accessible"), ENOEXEC);
   EXPECT_EQ(LaunchError("error 8 somewhere"), ENOEXEC);
   EXPECT_EQ(LaunchError("error 0"), ENOEXEC);
+  EXPECT_EQ(LaunchError("error 4294967304"), ENOEXEC);
   EXPECT_EQ(LaunchError(""), ENOEXEC);
 }
 
