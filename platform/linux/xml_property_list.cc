@@ -63,18 +63,24 @@ bool DecodeBase64(std::string_view encoded, std::string& bytes) {
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::uint32_t bits = 0;
   unsigned count = 0;
+  std::size_t digits = 0;
+  std::size_t padding = 0;
   for (const char c : encoded) {
     if (kWhiteSpace.find(c) != kWhiteSpace.npos) continue;
-    if (c == '=') return true;
+    if (c == '=') {
+      ++padding;
+      continue;
+    }
     const std::size_t value = kAlphabet.find(c);
-    if (value == kAlphabet.npos) return false;
+    if (value == kAlphabet.npos || padding != 0) return false;
+    ++digits;
     bits = bits << 6 | static_cast<std::uint32_t>(value);
     count += 6;
     if (count < 8) continue;
     count -= 8;
     bytes += static_cast<char>(bits >> count);
   }
-  return true;
+  return padding <= 2 && (digits + padding) % 4 == 0;
 }
 
 /// Appends text from between tags, replacing the references to characters in it.
