@@ -4,7 +4,8 @@
     job.py LOG COMMAND...
 
 Its output goes to the file LOG, and every 15 seconds the latest line is shown. A LOG of - leaves the
-output where it is. Whatever ends this program or the one that has started it ends the command.
+output where it is. Whatever ends this program, or the one whose number KX_PARENT is and which has started
+it, ends the command.
 """
 
 import ctypes
@@ -75,9 +76,12 @@ def main(log: str, *command: str) -> int:
 
 if __name__ == "__main__":
     for ending_signal in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
-        signal.signal(ending_signal, _end)
-    ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGTERM)
+        if signal.getsignal(ending_signal) != signal.SIG_IGN:
+            signal.signal(ending_signal, _end)
     try:
+        ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGTERM)
+        if os.environ.pop("KX_PARENT", str(os.getppid())) != str(os.getppid()):
+            raise Ended(signal.SIGTERM)  # the parent ended before
         sys.exit(main(*sys.argv[1:]))
     except Ended as ended:
         signal.signal(ended.args[0], signal.SIG_DFL)
