@@ -1,7 +1,6 @@
 #ifndef PLATFORM_LINUX_PROPERTY_LIST_READERS_H_
 #define PLATFORM_LINUX_PROPERTY_LIST_READERS_H_
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -42,7 +41,7 @@ class PropertyListMemory {
   bool Add(std::vector<Item>& items, Item item) {
     const std::size_t capacity = items.capacity();
     if (items.size() == capacity) {
-      const std::size_t larger = std::max(capacity * 2, std::size_t{1});
+      const std::size_t larger = capacity + capacity / 4 + 1;
       if (!Take(larger * sizeof(Item))) return false;
       items.reserve(larger);
       left_ += capacity * sizeof(Item);
@@ -52,7 +51,7 @@ class PropertyListMemory {
   }
 
  private:
-  std::size_t left_ = std::size_t{32} << 20;
+  std::size_t left_ = std::size_t{28} << 20;
 };
 
 /// Appends a character in UTF-8.
