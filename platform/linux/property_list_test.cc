@@ -144,9 +144,9 @@ TEST(PropertyListTest, BoundsTheMemoryOfValues) {
   for (const std::string value :
        {"<true/>", "<array/>", "<array><true/></array>", "<string>0123456789abcdef</string>",
         "<dict><key>a</key><true/></dict>", "<data>AAECAwQFBgcICQoLDA0ODw==</data>"}) {
-    EXPECT_FALSE(ParsePropertyList(Xml("<array>" + Repeat(value, 400000) + "</array>"))) << value;
+    EXPECT_FALSE(ParsePropertyList(Xml("<array>" + Repeat(value, 200000) + "</array>"))) << value;
   }
-  EXPECT_FALSE(ParsePropertyList(Keys(400000, SealedPath)));
+  EXPECT_FALSE(ParsePropertyList(Keys(200000, SealedPath)));
   EXPECT_FALSE(ParsePropertyList(std::string(kMaximumPropertyListSize + 1, ' ')));
 }
 
