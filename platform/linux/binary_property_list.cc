@@ -6,7 +6,6 @@ namespace platform {
 namespace {
 
 using Kind = PropertyListValue::Kind;
-using Member = PropertyListValue::Member;
 
 /// Reads a big-endian number of at most 8 bytes.
 std::uint64_t Number(std::string_view bytes) {
@@ -162,21 +161,17 @@ class BinaryReader {
     };
     value.kind = isDictionary ? Kind::kDictionary : Kind::kArray;
     for (std::uint64_t i = 0; i < size; ++i) {
-      if (isDictionary) {
-        PropertyListValue key;
-        Member member;
-        if (!ReadObject(reference(i), key) || key.kind != Kind::kString ||
-            !ReadObject(reference(size + i), member.second)) {
+      if (!isDictionary) {
+        if (!memory_.Add(value.elements, {}) || !ReadObject(reference(i), value.elements.back())) {
           return false;
         }
-        member.first = std::move(key.text);
-        if (!memory_.Add(value.members, std::move(member))) return false;
-      } else {
-        PropertyListValue element;
-        if (!ReadObject(reference(i), element) ||
-            !memory_.Add(value.elements, std::move(element))) {
-          return false;
-        }
+        continue;
+      }
+      PropertyListValue key;
+      if (!ReadObject(reference(i), key) || key.kind != Kind::kString ||
+          !memory_.Add(value.members, {std::move(key.text), PropertyListValue()}) ||
+          !ReadObject(reference(size + i), value.members.back().second)) {
+        return false;
       }
     }
     MergeRepeatedKeys(value.members);

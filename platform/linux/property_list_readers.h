@@ -38,7 +38,7 @@ class PropertyListMemory {
 
   /// @return false, without adding the item, when too much memory has been used.
   template <typename Item>
-  bool Add(std::vector<Item>& items, Item item) {
+  bool Add(std::vector<Item>& items, typename std::vector<Item>::value_type item) {
     const std::size_t capacity = items.capacity();
     if (items.size() == capacity) {
       const std::size_t larger = capacity + capacity / 4 + 1;
