@@ -106,11 +106,16 @@ class PackagingTest(PackagingCase):
 
     def test_packages_the_folder_of_the_tool_and_no_other(self):
         self.make_package()
+        rows = subprocess.run(["bash", "-c", f'source {SCRIPTS}/common.sh; printf "%s\\n" "${{payload[@]}}"'],
+                              check=True, capture_output=True, text=True).stdout.splitlines()
+        self.assertGreaterEqual(len(rows), 5)
+        expected = {"payload": 0o755, "KXTool": 0o755}
         payload = self.made / "payload"
-        self.assertEqual(
-            {path.name: oct(stat.S_IMODE(path.stat().st_mode)) for path in [payload, *payload.rglob("*")]},
-            {"payload": "0o755", "KXTool": "0o755", "uninstall.sh": "0o755", "common.sh": "0o644",
-             "KXTool.1": "0o644", "KXTool.bash": "0o644", "_KXTool": "0o644"})
+        for source, name, mode, *_ in map(str.split, rows):
+            expected[name] = int(mode, 8)
+            self.assertEqual((payload / name).read_bytes(), (SCRIPTS.parents[1] / source).read_bytes())
+        self.assertEqual({path.name: stat.S_IMODE(path.stat().st_mode)
+                          for path in [payload, *payload.rglob("*")]}, expected)
         call = next(call for call in self.calls() if call.startswith("pkgbuild"))
         self.assertRegex(call, "--install-location /usr/local/libexec/kxtool .*--ownership recommended "
                                "--identifier com.corvane.KXTool --version 1.0.0.206 "
