@@ -21,7 +21,7 @@ function(kx_universal name directory headers)
         -DCMAKE_BUILD_TYPE:STRING=${CMAKE_BUILD_TYPE}
         -DKX_SLICE:STRING=${slice}
         -DKX_MACOS_SDK:PATH=${KX_MACOS_SDK}
-        -DKX_LIBCXX_HEADERS:PATH=${headers}
+        -DKX_LIBCXX_HEADERS:STRING=${headers}
         -DKX_INFO_PLIST:FILEPATH=${KX_INFO_PLIST}
       BUILD_COMMAND ${CMAKE_COMMAND} --build .
       BUILD_BYPRODUCTS ${directory}/${slice}/KXTool
@@ -38,5 +38,10 @@ function(kx_universal name directory headers)
 endfunction()
 
 kx_universal(universal ${CMAKE_BINARY_DIR} ${KX_MACOS_SDK}/usr/include/c++/v1)
+
+# Debian's headers count on its own libc++. Apple's, of whatever version, look at which libc++ the target has.
+set(newer ${CMAKE_BINARY_DIR}/newer-headers)
+file(CONFIGURE OUTPUT ${newer}/include/__config_site CONTENT
+  "#include_next <__config_site>\n#undef _LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS\n")
 find_path(KX_NEWER_HEADERS __config_site PATHS /usr/lib/llvm-19/include/c++/v1 NO_DEFAULT_PATH REQUIRED)
-kx_universal(newer_headers ${CMAKE_BINARY_DIR}/newer-headers ${KX_NEWER_HEADERS})
+kx_universal(newer_headers ${newer} ${newer}/include:${KX_NEWER_HEADERS})

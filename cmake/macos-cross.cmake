@@ -1,5 +1,5 @@
 # Toolchain for one slice of the macOS programs (KX_SLICE), built on Linux with clang and lld against the
-# SDK in KX_MACOS_SDK and the headers of libc++ in KX_LIBCXX_HEADERS.
+# SDK in KX_MACOS_SDK and the headers of libc++ in KX_LIBCXX_HEADERS (folders with ":" between them).
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR ${KX_SLICE})
 set(CMAKE_OSX_SYSROOT ${KX_MACOS_SDK})
@@ -14,11 +14,12 @@ find_program(KX_CROSS_CLANGXX NAMES clang++-19 REQUIRED)
 # clang looks for ld64.lld beside its own tools.
 file(REAL_PATH ${KX_CROSS_CLANG} clang_program)
 cmake_path(GET clang_program PARENT_PATH tools_dir)
+string(REPLACE ":" " -isystem " libcxx_headers "${KX_LIBCXX_HEADERS}")
 foreach(language C CXX OBJCXX ASM)
   set(CMAKE_${language}_COMPILER ${KX_CROSS_CLANGXX})
   set(CMAKE_${language}_COMPILER_TARGET ${KX_SLICE}-apple-macos${macos_version_${KX_SLICE}})
   # Named because clang prefers headers of libc++ that lie beside it.
-  set(CMAKE_${language}_FLAGS_INIT "-nostdinc++ -isystem ${KX_LIBCXX_HEADERS}")
+  set(CMAKE_${language}_FLAGS_INIT "-nostdinc++ -isystem ${libcxx_headers}")
 endforeach()
 foreach(language C ASM)
   set(CMAKE_${language}_COMPILER ${KX_CROSS_CLANG})
