@@ -1,7 +1,6 @@
 #include "platform/macos/launch.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <string>
@@ -10,19 +9,6 @@
 
 namespace platform {
 namespace {
-
-TEST(CheckLaunchPathTest, GivesTheErrnoThatStartingWouldGive) {
-  const contract::TemporaryTree tree;
-  const std::string program = tree.MakeFile("program");
-  EXPECT_EQ(CheckLaunchPath(tree.Path("nothing")), ENOENT);
-  EXPECT_EQ(CheckLaunchPath(""), ENOENT);
-  EXPECT_EQ(CheckLaunchPath(program + "/below"), ENOTDIR);
-  EXPECT_EQ(CheckLaunchPath(tree.Root()), EACCES);
-  contract::SetMode(program, S_IRUSR | S_IWUSR);
-  EXPECT_EQ(CheckLaunchPath(program), EACCES);
-  contract::SetMode(program, S_IRWXU);
-  EXPECT_EQ(CheckLaunchPath(program), 0);
-}
 
 TEST(OutputErrorTest, IsNeverNone) {
   const contract::TemporaryTree tree;

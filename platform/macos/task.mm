@@ -22,32 +22,22 @@ NSArray* ToNsArguments(const std::vector<std::string>& arguments) {
   return argumentsNs;
 }
 
-/// What a child gets as its descriptors 0 to 2: pipes, and an open file where one is wanted.
-struct Streams {
-  NSPipe* input = [NSPipe pipe];
-  id output = nil;
-  NSPipe* error = [NSPipe pipe];
-};
-
-/// @param path of the file that receives standard output; empty for a pipe.
-/// @return 0, or the errno of the failure.
-int Open(Streams& streams, const std::string& path) {
-  streams.output = path.empty()
-                       ? [NSPipe pipe]
-                       : [NSFileHandle fileHandleForWritingAtPath:ToNsString(path)];
-  if (streams.output == nil && !path.empty()) return OutputError(path);
-  // There is no pipe when the descriptors have run out. The child would get the tool's own stream.
-  return streams.input == nil || streams.output == nil || streams.error == nil ? EMFILE : 0;
-}
-
 /// Sets `process` up and starts it. @return 0, or the errno of the failure.
-int Launch(NSTask* process, NSString* launchPath, NSArray* arguments, const Streams& streams) {
+int Launch(NSTask* process, NSString* launchPath, NSArray* arguments, const std::string& output) {
   @try {
+    NSPipe* const inputPipe = [NSPipe pipe];
+    NSPipe* const errorPipe = [NSPipe pipe];
+    const id outputEnd = output.empty()
+                             ? [NSPipe pipe]
+                             : [NSFileHandle fileHandleForWritingAtPath:ToNsString(output)];
+    // Where the descriptors have run out, there is no pipe. The child would get the tool's streams.
+    if (inputPipe == nil || errorPipe == nil) return EMFILE;
+    if (outputEnd == nil) return output.empty() ? EMFILE : OutputError(output);
     [process setLaunchPath:launchPath];
     [process setArguments:arguments];
-    [process setStandardInput:streams.input];
-    [process setStandardOutput:streams.output];
-    [process setStandardError:streams.error];
+    [process setStandardInput:inputPipe];
+    [process setStandardOutput:outputEnd];
+    [process setStandardError:errorPipe];
     // Raises where a program cannot be started; the method that gives an error is of macOS 10.13.
     [process launch];
     return 0;
@@ -64,10 +54,11 @@ int RunTask(const Task& task) {
     NSString* const launchPath = ToNsString(task.launchPath);
     NSArray* const arguments = ToNsArguments(task.arguments);
     if (launchPath == nil || arguments == nil) return EILSEQ;
-    Streams streams;
-    if (const int error = Open(streams, task.standardOutputPath); error != 0) return error;
     NSTask* const process = [[[NSTask alloc] init] autorelease];
-    if (const int error = Launch(process, launchPath, arguments, streams); error != 0) return error;
+    if (const int error = Launch(process, launchPath, arguments, task.standardOutputPath);
+        error != 0) {
+      return error;
+    }
     [process waitUntilExit];
     // The signal's number for a process that a signal ended.
     return [process terminationStatus];

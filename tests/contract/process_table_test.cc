@@ -113,7 +113,7 @@ TEST(ProcessTableContract, AProcessThatHasEndedIsGone) {
   EXPECT_EQ(Find(records, child), records.end());
 }
 
-#ifdef __linux__
+#ifdef KX_LINUX_ADAPTERS
 TEST(ProcessTableContract, TheShortNameOfAProcessThatHasEndedIsEmpty) {
   const pid_t child = contract::StartRole(contract::OwnProgram(), "exit", {"0"});
   const ProcessRecord record(child, nullptr);

@@ -8,11 +8,13 @@
 #include <string>
 #include <vector>
 
+// Which adapters are tested: on Linux, under GNUstep, those of macOS are.
+#if defined(__linux__) && !defined(KX_GNUSTEP)
+#define KX_LINUX_ADAPTERS
+#endif
+
 /// Kit of the contract tests. It uses POSIX alone, so that what is tested never tests itself.
 namespace contract {
-
-/// Whether the Foundation adapters run under GNUstep and not on macOS. Each program says.
-extern const bool kGnustep;
 
 /// Mode of a directory that nobody may write.
 inline constexpr mode_t kReadOnly = S_IRUSR | S_IXUSR | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;

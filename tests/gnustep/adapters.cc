@@ -1,3 +1,0 @@
-#include "tests/contract/support.h"
-
-const bool contract::kGnustep = true;

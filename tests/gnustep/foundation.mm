@@ -1,0 +1,143 @@
+// Foundation where GNUstep's differs from that of macOS, and AppKit's workspace.
+
+#import <AppKit/AppKit.h>
+#import <Foundation/Foundation.h>
+#include <objc/runtime.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+
+#include "platform/bundle.h"
+#include "platform/files.h"
+#include "tests/gnustep/require.h"
+
+namespace {
+
+bool isAppKitLoaded = false;
+
+/// Why a child could not become another program; the child writes it, the tool reads it.
+int& ErrorOfChild() {
+  static void* const shared =
+      mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  return *static_cast<int*>(shared);
+}
+
+/// @return nil for no text.
+NSString* Text(const std::optional<std::string>& text) {
+  return text ? [NSString stringWithUTF8String:text->c_str()] : nil;
+}
+
+}  // namespace
+
+/// The bundle of AppKit, which GNUstep would look for on the disk.
+@interface KXAppKit : NSObject
+- (BOOL)load;
+@end
+
+@implementation KXAppKit
+- (BOOL)load {
+  isAppKitLoaded = true;
+  return YES;
+}
+@end
+
+// GNUstep's bundles have the executable at the top, and a tool's property list is a file.
+@implementation NSBundle (KXMacOS)
++ (NSBundle*)bundleWithPath:(NSString*)path {
+  const id bundle = [path isEqualToString:@"/System/Library/Frameworks/AppKit.framework"]
+                        ? [[KXAppKit alloc] init]
+                        : [[NSBundle alloc] initWithPath:path];
+  return [bundle autorelease];
+}
+- (id)objectForInfoDictionaryKey:(NSString*)key {
+  gnustep::Require(self == [NSBundle mainBundle], "the property list is the tool's own");
+  return Text(linux_platform::MainBundleText([key UTF8String]));
+}
+- (NSString*)executablePath {
+  return Text(linux_platform::ApplicationExecutable([[self bundlePath] fileSystemRepresentation]));
+}
+@end
+
+// GNUstep reads no binary lists here, complains of what is not a list, and raises where one is cut.
+@implementation NSDictionary (KXMacOS)
++ (id)dictionaryWithContentsOfFile:(NSString*)path {
+  NSData* const data = [NSData dataWithContentsOfFile:path];
+  if (data == nil) return nil;
+  @try {
+    const id list = [NSPropertyListSerialization propertyListWithData:data
+                                                              options:0
+                                                               format:NULL
+                                                                error:NULL];
+    return [list isKindOfClass:[NSDictionary class]] ? list : nil;
+  } @catch (NSException*) {
+    return nil;
+  }
+}
+@end
+
+// GNUstep copies neither modes nor times.
+@implementation NSFileManager (KXMacOS)
+- (BOOL)copyItemAtPath:(NSString*)source toPath:(NSString*)destination error:(NSError**)error {
+  gnustep::Require(error == nullptr, "nobody asks for the error");
+  return linux_platform::CopyTree([source fileSystemRepresentation],
+                                  [destination fileSystemRepresentation]);
+}
+@end
+
+// GNUstep makes a directory of its own for each user.
+NSString* NSTemporaryDirectory() { return Text(linux_platform::TemporaryDirectory()); }
+
+// The task of macOS names the error where a program cannot be started. GNUstep's does not even notice
+// that its child cannot become the program; the child then calls exit(), in the tool's own memory.
+extern "C" __attribute__((visibility("default"))) pid_t vfork() {
+  // Like fork(), but returns here when the child is another program or has ended.
+  const auto child = static_cast<pid_t>(syscall(SYS_clone, CLONE_VFORK | SIGCHLD, 0, 0, 0, 0));
+  if (child < 0) ErrorOfChild() = errno;
+  if (child <= 0 || ErrorOfChild() == 0) return child;
+  waitpid(child, nullptr, 0);
+  return -1;
+}
+
+extern "C" __attribute__((visibility("default"))) int execve(const char* path, char* const words[],
+                                                             char* const environment[]) noexcept {
+  syscall(SYS_execve, path, words, environment);
+  ErrorOfChild() = errno;
+  _exit(EXIT_FAILURE);
+}
+
+void (*gnustepsLaunch)(id, SEL) = nullptr;
+
+void Launch(id task, SEL command) {
+  ErrorOfChild() = 0;
+  @try {
+    gnustepsLaunch(task, command);
+  } @catch (NSException* exception) {
+    if (ErrorOfChild() == 0) @throw;
+    [NSException raise:[exception name] format:@"Couldn't posix_spawn: error %d", ErrorOfChild()];
+  }
+}
+
+@implementation NSTask (KXMacOS)
++ (void)load {
+  const Method method =
+      class_getInstanceMethod(objc_getClass("NSConcreteUnixTask"), @selector(launch));
+  gnustepsLaunch = reinterpret_cast<void (*)(id, SEL)>(
+      method_setImplementation(method, reinterpret_cast<IMP>(Launch)));
+}
+@end
+
+@implementation NSWorkspace
++ (NSWorkspace*)sharedWorkspace {
+  gnustep::Require(isAppKitLoaded, "AppKit is loaded before it is used");
+  return [[[NSWorkspace alloc] init] autorelease];
+}
+- (NSString*)fullPathForApplication:(NSString*)application {
+  gnustep::Require([application isAbsolutePath], "an application is not asked for by its name");
+  return linux_platform::DirectoryExists([application fileSystemRepresentation]) ? application : nil;
+}
+@end
