@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-/// A check's calls need an AutoreleasePool around all of them.
+/// The functions need an AutoreleasePool in the calling thread.
 
 namespace platform {
 
-/// Collects what the host's frameworks leave to be released, and releases it when it goes (macOS: an
-/// autorelease pool; Linux: nothing). Pools of a thread end in the opposite order.
+/// Releases, when it is destroyed, what the host's frameworks have left to be released (macOS: an
+/// autorelease pool; Linux: nothing).
 class AutoreleasePool {
  public:
   AutoreleasePool();

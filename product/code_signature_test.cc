@@ -115,6 +115,7 @@ TEST_F(CodeSignatureTest, OnlyTheLeafCounts) {
 // The helpers.
 
 TEST_F(CodeSignatureTest, Validity) {
+  const platform::AutoreleasePool pool;
   platform::StaticCode code;
   ASSERT_EQ(platform::CreateStaticCode(kPath, code), 0);
   EXPECT_TRUE(CheckCodeValidity(code));
@@ -124,6 +125,7 @@ TEST_F(CodeSignatureTest, Validity) {
 }
 
 TEST_F(CodeSignatureTest, Names) {
+  const platform::AutoreleasePool pool;
   platform::StaticCode code;
   ASSERT_EQ(platform::CreateStaticCode(kPath, code), 0);
   platform::SigningInformation info;

@@ -6,8 +6,8 @@
 namespace platform {
 namespace {
 
-/// AppKit's workspace, or nil. The tool is not linked to AppKit: only this operation needs it, and
-/// loading it takes longer than most runs.
+/// AppKit's workspace, or nil. The tool is not linked to AppKit, so that only the run that needs it
+/// loads it.
 NSWorkspace* SharedWorkspace() {
   [[NSBundle bundleWithPath:@"/System/Library/Frameworks/AppKit.framework"] load];
   return [NSClassFromString(@"NSWorkspace") sharedWorkspace];
@@ -28,7 +28,7 @@ std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) 
   @autoreleasepool {
     NSString* const given = ToNsString(bundlePath);
     if ([given length] == 0) return std::nullopt;
-    // The workspace would take a relative path for an application's name, and might find another one.
+    // The workspace takes a relative path for a name, and may find another application.
     NSString* const path = [[NSURL fileURLWithPath:given] path];
     NSString* const known = FullPathForApplication(path);
     // The workspace may not know an application that was copied a moment ago.

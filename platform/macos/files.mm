@@ -25,7 +25,8 @@ bool CopyTree(const std::string& source, const std::string& destination) {
     if ([sourceNs length] == 0 || [destinationNs length] == 0 || AnythingAt(destinationNs)) {
       return false;
     }
-    // Under a name that nobody else has: what is removed after a failure is this copy's own.
+    // The copy is made under a name that nobody else uses. If it fails, only its own files are
+    // removed.
     char name[kUuidTextSize];
     RandomUuidText(name);
     NSString* const copy = [[destinationNs stringByDeletingLastPathComponent]

@@ -1,4 +1,4 @@
-// What the kernel says now and then: the rest is seen with the whole tool under GNUstep.
+// Answers of the kernel that the stand-in for it does not give.
 
 #include "platform/process_table.h"
 

@@ -30,7 +30,8 @@ int Launch(NSTask* process, NSString* launchPath, NSArray* arguments, const std:
     const id outputEnd = output.empty()
                              ? [NSPipe pipe]
                              : [NSFileHandle fileHandleForWritingAtPath:ToNsString(output)];
-    // Where the descriptors have run out, there is no pipe. The child would get the tool's streams.
+    // There is no pipe when the descriptors have run out. The child must not get the tool's
+    // streams.
     if (inputPipe == nil || errorPipe == nil) return EMFILE;
     if (outputEnd == nil) return output.empty() ? EMFILE : OutputError(output);
     [process setLaunchPath:launchPath];

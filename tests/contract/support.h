@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// Which adapters are tested: on Linux, under GNUstep, those of macOS are.
+// Set for tests of what only the Linux adapters promise.
 #if defined(__linux__) && !defined(KX_GNUSTEP)
 #define KX_LINUX_ADAPTERS
 #endif

@@ -1,4 +1,4 @@
-// Foundation where GNUstep's differs from that of macOS, and AppKit's workspace.
+// Replaces what GNUstep's Foundation does differently from that of macOS. Stands in for AppKit.
 
 #import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
@@ -20,7 +20,7 @@ namespace {
 
 bool isAppKitLoaded = false;
 
-/// Why a child could not become another program; the child writes it, the tool reads it.
+/// The errno of a child's failed exec. The child shares it with the tool.
 int& ErrorOfChild() {
   static void* const shared =
       mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
@@ -34,7 +34,7 @@ NSString* Text(const std::optional<std::string>& text) {
 
 }  // namespace
 
-/// The bundle of AppKit, which GNUstep would look for on the disk.
+/// Stands in for AppKit's bundle, which is not on the disk.
 @interface KXAppKit : NSObject
 - (BOOL)load;
 @end
@@ -63,7 +63,8 @@ NSString* Text(const std::optional<std::string>& text) {
 }
 @end
 
-// GNUstep reads no binary lists here, complains of what is not a list, and raises where one is cut.
+// GNUstep's does not read the binary form, and it logs what is not a list. The serialization raises
+// an exception for a truncated list.
 @implementation NSDictionary (KXMacOS)
 + (id)dictionaryWithContentsOfFile:(NSString*)path {
   NSData* const data = [NSData dataWithContentsOfFile:path];
@@ -92,10 +93,10 @@ NSString* Text(const std::optional<std::string>& text) {
 // GNUstep makes a directory of its own for each user.
 NSString* NSTemporaryDirectory() { return Text(linux_platform::TemporaryDirectory()); }
 
-// The task of macOS names the error where a program cannot be started. GNUstep's does not even notice
-// that its child cannot become the program; the child then calls exit(), in the tool's own memory.
+// On macOS, the exception names the errno when a program cannot be started. GNUstep does not notice
+// a failed exec: its child calls exit(), in memory that it shares with the tool.
 extern "C" __attribute__((visibility("default"))) pid_t vfork() {
-  // Like fork(), but returns here when the child is another program or has ended.
+  // Like fork(), but the parent waits until the child has called exec or has ended.
   const auto child = static_cast<pid_t>(syscall(SYS_clone, CLONE_VFORK | SIGCHLD, 0, 0, 0, 0));
   if (child < 0) ErrorOfChild() = errno;
   if (child <= 0 || ErrorOfChild() == 0) return child;
@@ -138,6 +139,7 @@ void Launch(id task, SEL command) {
 }
 - (NSString*)fullPathForApplication:(NSString*)application {
   gnustep::Require([application isAbsolutePath], "an application is not asked for by its name");
-  return linux_platform::DirectoryExists([application fileSystemRepresentation]) ? application : nil;
+  return linux_platform::DirectoryExists([application fileSystemRepresentation]) ? application
+                                                                                 : nil;
 }
 @end

@@ -6,10 +6,10 @@
 
 namespace gnustep {
 
-/// Ends the program where the tool does to a framework what it must not.
-inline void Require(bool condition, const char* what) {
+/// Aborts when the tool breaks a rule of a framework.
+inline void Require(bool condition, const char* rule) {
   if (condition) return;
-  std::fprintf(stderr, "the tool did not keep to this: %s\n", what);
+  std::fprintf(stderr, "the tool has broken a rule: %s\n", rule);
   std::abort();
 }
 

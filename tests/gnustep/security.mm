@@ -1,5 +1,5 @@
-// The Security framework and Core Foundation over the project's own verifier. As on macOS, their
-// objects are Foundation's, so that the two kinds can stand for each other.
+// Stands in for the Security framework, with the project's own verifier, and for Core Foundation.
+// Their objects are Foundation objects, as on macOS.
 
 #import <Foundation/Foundation.h>
 #include <Security/Security.h>
@@ -26,7 +26,7 @@ id Object(CFTypeRef reference) {
 
 }  // namespace
 
-/// An object of a framework, which holds one of the verifier's.
+/// A framework's object. It holds one of the verifier.
 @interface KXHandle : NSObject {
  @public
   std::shared_ptr<const void>* content;
@@ -49,7 +49,7 @@ id Object(CFTypeRef reference) {
 
 namespace {
 
-/// What the tool has been given. At the end of the program nobody else may own any of it.
+/// Objects that the tool has received. It must have released them all when the program ends.
 class HandedOut {
  public:
   ~HandedOut() {
@@ -79,12 +79,12 @@ const std::shared_ptr<const void>& Content(CFTypeRef reference) {
   return *static_cast<KXHandle*>(Object(reference))->content;
 }
 
-/// Not one that others share, as constant texts and the empty one are.
+/// Makes a text object of its own: constant texts are shared, and are never released.
 NSString* OwnText(const std::string& text) {
   return [NSMutableString stringWithUTF8String:text.c_str()];
 }
 
-/// The framework leaves objects of its own to the pool of its caller.
+/// Leaves an object in the caller's pool, as the framework does.
 void UsePool() { [KXHandle handleFor:nullptr]; }
 
 }  // namespace

@@ -1,5 +1,5 @@
-// What the system library of macOS has and Linux has not: the process table by sysctl(), and the
-// relative wait. And what the leak sanitizer must know of GNUstep.
+// Stands in for functions of libSystem: sysctl() and the relative wait. Configures the leak
+// sanitizer.
 
 #include <pthread.h>
 #include <sys/sysctl.h>
@@ -18,7 +18,7 @@
 namespace {
 
 constexpr int kArgumentAreaSize = 1 << 20;
-/// Processes that may come between the question for the table's size and that for the table.
+/// Room for processes that start between the call for the size and the call for the table.
 constexpr std::size_t kSpareRecords = 64;
 constexpr time_t kLongestWait = 30;
 constexpr long kNanosecondsPerSecond = 1000000000;
@@ -53,7 +53,7 @@ int AnswerTable(void* buffer, std::size_t* size) {
   return Answer(table.data(), table.size() * sizeof(kinfo_proc), buffer, size);
 }
 
-/// A count of the arguments, the path, and what follows it.
+/// Gives the count of the arguments, the path, and an argument.
 int AnswerArguments(int processId, void* buffer, std::size_t* size) {
   std::string path;
   if (!linux_platform::ExecutablePath(processId, path)) {
@@ -96,6 +96,8 @@ extern "C" int pthread_cond_timedwait_relative_np(pthread_cond_t* condition, pth
   return pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &deadline);
 }
 
-// The runtime and Foundation keep what they once allocated.
-extern "C" const char* __lsan_default_suppressions() { return "leak:libobjc\nleak:libgnustep-base\n"; }
+// The runtime and Foundation never release some of what they allocate.
+extern "C" const char* __lsan_default_suppressions() {
+  return "leak:libobjc\nleak:libgnustep-base\n";
+}
 extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
