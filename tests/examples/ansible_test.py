@@ -85,6 +85,7 @@ class AnsibleCase(unittest.TestCase):
     def run_command(self, *words: str, **variables: str) -> subprocess.CompletedProcess:
         """Runs a command of Ansible in the example's folder."""
         environment = {**os.environ, "HOME": str(self.folder), "LC_ALL": "C.UTF-8",
+                       "ANSIBLE_REMOTE_TEMP": str(self.folder / "remote"),
                        "ANSIBLE_LOCALHOST_WARNING": "False", "ANSIBLE_FORKS": "6", **variables}
         return subprocess.run(words, cwd=EXAMPLE, env=environment, capture_output=True, text=True,
                               check=False, timeout=500)
