@@ -28,7 +28,6 @@ ELSEWHERE = {
     ("docs/rmm-integration.md", "sh"): "integration_test.py",
     ("docs/rmm-integration.md", "python"): "integration_test.py",
     ("examples/ansible/README.md", "sh"): "ansible_test.py",
-    ("examples/ansible/README.md", "json"): "ansible_test.py",
 }
 _PLACEHOLDERS = {"<seconds>": r"\d{10}"}
 

@@ -1,6 +1,7 @@
 #!/usr/bin/python3
-"""Ansible module: asks KXTool one question, or for the facts about the product."""
+"""Ansible module: runs one option of KXTool, or gathers what kxtool-report knows as facts."""
 
+import json
 import subprocess
 import time
 
@@ -10,8 +11,8 @@ DOCUMENTATION = """
 module: kxtool
 short_description: install, detect, query and drive the endpoint-security product of a Mac
 description:
-  - Runs any option of KXTool and returns its answer, parsed.
-  - Without an option, gathers the facts about the product.
+  - Runs any option of KXTool and returns its exit status and its output.
+  - Without an option, gathers the facts about the product by means of kxtool-report.
   - In check mode, questions are asked, but nothing is installed or started.
 options:
   tool:
@@ -19,6 +20,11 @@ options:
     type: list
     elements: str
     default: [/usr/local/libexec/kxtool/KXTool]
+  report:
+    description: The script kxtool-report, in the same way.
+    type: list
+    elements: str
+    default: [/usr/local/libexec/kxtool/kxtool-report]
   option:
     description: One of the tool's options; none gathers the facts.
     type: str
@@ -51,7 +57,7 @@ options:
         when the last update, or the end of the last such scan, is at most so old.
     type: int
   limit:
-    description: Seconds after which the tool is ended. By default what the option may need.
+    description: Seconds after which the tool is ended. By default the time that the option may need.
     type: int
 """
 
@@ -73,10 +79,7 @@ EXAMPLES = """
 
 RETURN = """
 ansible_facts:
-  description: >
-    C(kxtool), with the members state (not installed, healthy, not healthy), company, group, endpoint,
-    version, features (name and whether it works), updateErrors (location and error), and problems
-    (why a question has no answer). What is not known is null.
+  description: C(kxtool), the report, whose members docs/report.schema.json describes.
   returned: without an option
   type: dict
 code:
@@ -87,76 +90,36 @@ output:
   description: The tool's answer as it was.
   returned: with an option that was run
   type: str
-answer:
-  description: The answer, parsed; null when there was none.
-  returned: with an option
-  type: raw
 """
 
 NOT_INSTALLED, PRESENT = 20, 16
-STATES = {"0": "not installed", "1": "healthy", "2": "not healthy"}
 
-
-def record(text):
-    state, company, group, endpoint = text.split("|", 3)
-    return {"state": STATES[state], "company": company or None, "group": group or None,
-            "endpoint": endpoint or None}
-
-
-def names(text):
-    return text.split("|") if text else []
-
-
-def pairs(text):
-    return {name: int(value) for name, _, value in (entry.rpartition("=") for entry in names(text))}
-
-
-def features(text):
-    return {name: value == 1 for name, value in pairs(text).items()}
-
-
-def update_status(text):
-    if not text:
-        return None
-    return dict(zip(("error", "time", "lastSucceededTime"), map(int, text.split("|"))))
-
-
-def number(text):
-    return int(text) if text else None
-
-
-def words(text):
-    return text or None
-
-
-def is_one(text):
-    return text == "1"
-
-
-# What each option's output is, how many seconds the tool may take, and whether it changes the Mac.
+# How many seconds the tool may take for each option, and whether the option changes the Mac.
 OPTIONS = {
-    "-runInstaller": (record, 7200, True),
-    "-runSetupDownloader": (record, 7200, True),
-    "-detect": (record, 700, False),
-    "-getInstallationLink": (words, 120, False),
-    "-checkForUpdateErrors": (pairs, 180, False),
-    "-getUpdateStatus": (update_status, 180, False),
-    "-hasCriticalIssues": (names, 180, False),
-    "-isUpToDate": (is_one, 180, False),
-    "-getUpdateLocations": (names, 180, False),
-    "-startUpdate": (number, 180, True),
-    "-getProductVersion": (words, 180, False),
-    "-getLastUpdate": (number, 180, False),
-    "-getFeatureStatus": (features, 180, False),
-    "-getLastSystemScan": (pairs, 10, False),
-    "-startFullScan": (number, 43500, True),
-    "-startQuickScan": (number, 5700, True),
-    "-getVersion": (words, 10, False),
+    "-runInstaller": (7200, True),
+    "-runSetupDownloader": (7200, True),
+    "-detect": (700, False),
+    "-getInstallationLink": (120, False),
+    "-checkForUpdateErrors": (180, False),
+    "-getUpdateStatus": (180, False),
+    "-hasCriticalIssues": (180, False),
+    "-isUpToDate": (180, False),
+    "-getUpdateLocations": (180, False),
+    "-startUpdate": (180, True),
+    "-getProductVersion": (180, False),
+    "-getLastUpdate": (180, False),
+    "-getFeatureStatus": (180, False),
+    "-getLastSystemScan": (10, False),
+    "-startFullScan": (43500, True),
+    "-startQuickScan": (5700, True),
+    "-getVersion": (10, False),
 }
 INSTALLERS = ("-runInstaller", "-runSetupDownloader")
 DETECTING = (*INSTALLERS, "-detect")  # for which PRESENT is no failure
-SCANS = {"-startFullScan": "3b7e91a0-5c42-4d18-9f6e-2a0c7d45e8b1",
-         "-startQuickScan": "8f05c2d6-71e9-4a3b-b2c4-6d19e0f37a5c"}
+SCANS = ("-startFullScan", "-startQuickScan")
+# The group of the report, and the member, that tells when it was last done.
+LAST = {"-startUpdate": ("updates", "lastUpdate"), "-startFullScan": ("scans", "lastFullScan"),
+        "-startQuickScan": ("scans", "lastQuickScan")}
 
 
 class NoAnswer(Exception):
@@ -167,93 +130,80 @@ class NoAnswer(Exception):
         self.seen = seen
 
 
-class Tool:
-    """The tool of this Mac; `limit` takes the place of the options' own limits."""
+def run(command, limit):
+    """The exit status and the output of a command; `limit`, in seconds, can be None."""
+    try:
+        done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, timeout=limit, check=False)
+    except OSError as error:
+        raise NoAnswer(f"{command[0]} cannot be run: {error.strerror}") from error
+    except subprocess.TimeoutExpired as error:
+        raise NoAnswer(f"no answer within {limit} seconds") from error
+    if done.returncode < 0:
+        raise NoAnswer(f"ended by signal {-done.returncode}")
+    return done.returncode, done.stdout.decode(errors="replace")
 
-    def __init__(self, command, limit):
-        self.command = command
+
+class Endpoint:
+    """The tool and the report script of this Mac; `limit` takes the place of the options' own limits."""
+
+    def __init__(self, tool, report, limit):
+        self.tool = tool
+        self.report_script = report
         self.limit = limit
 
-    def run(self, option, arguments=()):
+    def run_option(self, option, arguments=()):
         """The exit status and the output."""
-        limit = self.limit or OPTIONS[option][1]
+        limit = self.limit or OPTIONS[option][0]
         if option in SCANS and arguments and arguments[0].isdigit() and not self.limit:
             limit = int(arguments[0]) + 200
-        try:
-            done = subprocess.run([*self.command, option, *arguments], stdin=subprocess.DEVNULL,
-                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=limit,
-                                  check=False)
-        except OSError as error:
-            raise NoAnswer(f"{self.command[0]} cannot be run: {error.strerror}") from error
-        except subprocess.TimeoutExpired as error:
-            raise NoAnswer(f"{option} took longer than {limit} seconds") from error
-        if done.returncode < 0:
-            raise NoAnswer(f"{option} was ended by signal {-done.returncode}")
-        return done.returncode, done.stdout.decode(errors="replace")
+        return run([*self.tool, option, *arguments], limit)
 
-    def ask(self, option, arguments=()):
-        """The exit status, the output, and what it says."""
-        code, output = self.run(option, arguments)
-        seen = {"code": code, "output": output}
-        if code != 0 and not (code == PRESENT and option in DETECTING):
-            raise NoAnswer(f"{option} ended with code {code}", **seen)
-        try:
-            return code, output, OPTIONS[option][0](output)
-        except (KeyError, ValueError) as error:
-            raise NoAnswer(f"{option} answered {output!r}", **seen) from error
+    def report(self, *words):
+        """The report, also one in which questions have no answer."""
+        code, output = run([*self.report_script, *words], None)
+        if code not in (0, 1):
+            raise NoAnswer(f"kxtool-report ended with code {code}", code=code, output=output)
+        return json.loads(output)
 
     def age(self, option):
-        """Seconds since the last of what the option starts; None when nobody knows of any."""
-        try:
-            if option in SCANS:
-                last = self.ask("-getLastSystemScan")[2].get(SCANS[option])
-            else:
-                last = self.ask("-getLastUpdate")[2]
-        except NoAnswer:
-            return None
+        """Seconds since the last of what the option starts; None if it is not known."""
+        group, member = LAST[option]
+        last = self.report("--only", group)[member]
         return None if last is None else time.time() - last
 
 
-def facts(tool):
-    """What is known about the product."""
-    code, _, known = tool.ask("-detect")
-    known.update(version=None, features=None, updateErrors=None, problems={})
-    if code == PRESENT:
-        for name, option in (("version", "-getProductVersion"), ("features", "-getFeatureStatus"),
-                             ("updateErrors", "-checkForUpdateErrors")):
-            try:
-                known[name] = tool.ask(option)[2]
-            except NoAnswer as problem:
-                known["problems"][option] = str(problem)
-    return known
-
-
-def prediction(tool, option, max_age, check_mode):
+def prediction(endpoint, option, max_age, check_mode):
     """Whether the option would change the Mac; None when only a run of it can tell."""
-    if not OPTIONS[option][2]:
+    if not OPTIONS[option][1]:
         return None
     if option in INSTALLERS:
-        return tool.run("-getProductVersion")[0] == NOT_INSTALLED if check_mode else None
+        return endpoint.run_option("-getProductVersion")[0] == NOT_INSTALLED if check_mode else None
     if max_age is not None:
-        age = tool.age(option)
+        age = endpoint.age(option)
         if age is not None and age <= max_age:
             return False
     return True if check_mode else None
 
 
-def perform(tool, option, arguments):
+def perform(endpoint, option, arguments):
     """Runs the option; returns the results."""
-    code, output, answer = tool.ask(option, arguments)
-    changes = OPTIONS[option][2]
-    if changes and option not in INSTALLERS and answer != 0:
-        raise NoAnswer(f"{option}: the product's error is {answer}", code=code, output=output)
-    return {"changed": changes and code == 0, "code": code, "output": output, "answer": answer}
+    code, output = endpoint.run_option(option, arguments)
+    seen = {"code": code, "output": output}
+    if code != 0 and not (code == PRESENT and option in DETECTING):
+        raise NoAnswer(f"{option} ended with code {code}", **seen)
+    changes = OPTIONS[option][1]
+    if changes and option not in INSTALLERS and output != "0":
+        raise NoAnswer(f"{option}: the product's error is {output}", **seen)
+    return {"changed": changes and code == 0, **seen}
 
 
 def main():
     module = AnsibleModule(supports_check_mode=True, argument_spec={
         "tool": {"type": "list", "elements": "str",
                  "default": ["/usr/local/libexec/kxtool/KXTool"]},
+        "report": {"type": "list", "elements": "str",
+                   "default": ["/usr/local/libexec/kxtool/kxtool-report"]},
         "option": {"type": "str", "choices": list(OPTIONS)},
         "arguments": {"type": "list", "elements": "str", "default": []},
         "max_age": {"type": "int"},
@@ -261,14 +211,14 @@ def main():
     })
     given = module.params
     option = given["option"]
-    tool = Tool(given["tool"], given["limit"])
+    endpoint = Endpoint(given["tool"], given["report"], given["limit"])
     try:
         if option is None:
-            module.exit_json(changed=False, ansible_facts={"kxtool": facts(tool)})
-        changed = prediction(tool, option, given["max_age"], module.check_mode)
+            module.exit_json(changed=False, ansible_facts={"kxtool": endpoint.report()})
+        changed = prediction(endpoint, option, given["max_age"], module.check_mode)
         if changed is not None:
-            module.exit_json(changed=changed, answer=None)
-        module.exit_json(**perform(tool, option, given["arguments"]))
+            module.exit_json(changed=changed)
+        module.exit_json(**perform(endpoint, option, given["arguments"]))
     except NoAnswer as problem:
         module.fail_json(msg=str(problem), **problem.seen)
 
