@@ -9,7 +9,7 @@ sources() { git ls-files -- '*.cc' '*.h' '*.mm'; }
 check_format() { sources | xargs clang-format --dry-run --Werror; }
 
 check_scripts() {
-  git ls-files -- kx .ci/run '*.sh' '*.bash' | xargs shellcheck
+  git ls-files -- kx .ci/run packaging/kxtool-report '*.sh' '*.bash' | xargs shellcheck
   git ls-files -- .yamllint '*.yml' | xargs yamllint --strict
 }
 

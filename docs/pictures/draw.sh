@@ -11,5 +11,8 @@ for source in "$sources"/*.dot; do
   dot -Tsvg -o "$1/$(basename "$source" .dot).svg" "$source"
 done
 for source in "$sources"/*.msc; do
-  mscgen -T svg -i "$source" -o "$1/$(basename "$source" .msc).svg"
+  picture=$1/$(basename "$source" .msc).svg
+  mscgen -T svg -i "$source" -o "$picture"
+  # mscgen leaves the background open, which dark pages show.
+  sed -i 's|geometricPrecision">$|&<rect width="100%" height="100%" fill="white"/>|' "$picture"
 done

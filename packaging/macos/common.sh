@@ -10,6 +10,8 @@ readonly install_directory=/usr/local/libexec/kxtool
 # What lies in that folder besides the tool: where it is in the sources, its name and mode, and the link
 # to it, where others look for it.
 readonly -a payload=(
+  'packaging/kxtool-report kxtool-report 755 /usr/local/bin/kxtool-report'
+  'packaging/NOTICES NOTICES 644'
   'packaging/macos/common.sh common.sh 644'
   'packaging/macos/uninstall.sh uninstall.sh 755'
   'docs/KXTool.1 KXTool.1 644 /usr/local/share/man/man1/KXTool.1'

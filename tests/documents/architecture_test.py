@@ -46,8 +46,8 @@ class ArchitectureTest(unittest.TestCase):
             subprocess.run([PICTURES / "draw.sh", folder], check=True)
             drawn = {path.name: shapes_of(path) for path in Path(folder).iterdir()}
         self.assertEqual({path.name: shapes_of(path) for path in PICTURES.glob("*.svg")}, drawn)
-        shown = re.findall(r"\(pictures/(.*\.svg)\)",
-                           (ROOT / "docs" / "architecture.md").read_text(encoding="utf-8"))
+        shown = [picture for document in (ROOT / "docs").glob("*.md")
+                 for picture in re.findall(r"\(pictures/(.*\.svg)\)", document.read_text(encoding="utf-8"))]
         self.assertEqual(sorted(shown), sorted(drawn))
 
 

@@ -4,6 +4,7 @@ configurations can be parsed and name what the package installs."""
 import json
 import plistlib
 import re
+import sqlite3
 import tempfile
 import unittest
 from pathlib import Path
@@ -91,6 +92,68 @@ class ScriptsTest(EndToEndCase):
         run, report = self.run_daemon("not-installed")
         self.assertEqual((run.output, run.errors), (b"", b""))
         self.assertEqual(json.loads(report)["state"], "not installed")
+
+
+class DocumentTest(EndToEndCase):
+    GUIDE = (ROOT / "docs" / "deployment.md").read_text(encoding="utf-8")
+
+    def blocks(self, mark: str) -> list[str]:
+        return re.findall(rf"^```{mark}\n(.*?)^```$", self.GUIDE, re.MULTILINE | re.DOTALL)
+
+    def test_commands_are_about_the_package_and_the_examples(self) -> None:
+        """They need a Mac; what they name can be compared."""
+        known = {"pkgutil", "spctl", "codesign", "installer", f"{INSTALLED}/KXTool", "install", "launchctl",
+                 "echo", "rm", "newsyslog"}
+        files = {path.name for path in EXAMPLES.rglob("*")}
+        version = plist_of("munki/KXTool.plist")["installer_item_location"]
+        for line in "".join(self.blocks("shell")).splitlines():
+            words = line.removeprefix("sudo ").split()
+            self.assertIn(words[0], known)
+            for word in words[1:]:
+                name = word.rpartition("/")[2]
+                if name.endswith(".pkg"):
+                    self.assertEqual(name, version)
+                elif name.endswith((".plist", ".conf")):
+                    self.assertIn(name, files)
+                elif word.startswith("/usr/local"):
+                    self.assertTrue(word.startswith(f"{INSTALLED}/"), word)
+
+    def test_query_finds_the_members(self) -> None:
+        """In a table with the columns that Fleet documents for parse_json."""
+        query, = self.blocks("sql")
+        path = "/var/db/kxtool/report.json"
+        self.assertIn("cd /var/db/kxtool ", plist_of("launchd/com.corvane.kxtool-report.plist")["ProgramArguments"][2])
+        schema = json.loads((ROOT / "docs" / "report.schema.json").read_text(encoding="utf-8"))
+        database = sqlite3.connect(":memory:")
+        database.execute("CREATE TABLE parse_json (path, fullkey, parent, key, value)")
+        database.executemany("INSERT INTO parse_json VALUES (?, ?, '', ?, 'x')",
+                             [(path, member, member) for member in schema["properties"]])
+        found = dict(database.execute(query))
+        self.assertEqual(set(found), set(re.findall(r"'(\w+)'", query)))
+
+    def test_tables_are_what_the_scripts_say(self) -> None:
+        attributes, conditions = ScriptsTest("attribute"), ScriptsTest("condition")
+        for table, answer in (
+                ("upToDate", lambda state: [attributes.attribute(member, state)
+                                            for member in ("state", "upToDate", "criticalIssues")]),
+                ("kxtool_issues", lambda state: [
+                    line.rpartition(" -")[2].partition(" ")[2] for line in conditions.condition(state)])):
+            rows = re.search(rf"^\| endpoint \|.*`{table}`.*\n\|---.*\n((?:\|.*\n)*)", self.GUIDE, re.MULTILINE)[1]
+            for row in rows.splitlines():
+                state, *cells = [cell.strip(" `") for cell in row.strip("|").split("|")]
+                self.assertEqual([cell for cell in cells if cell != "not set"], answer(state), state)
+
+
+class NoticesTest(unittest.TestCase):
+    def test_name_what_is_linked(self) -> None:
+        """The static libraries of the release build, and what consists of headers alone."""
+        notices = (ROOT / "packaging" / "NOTICES").read_text(encoding="utf-8").lower()
+        libraries = {name for description in (ROOT / "platform").rglob("CMakeLists.txt")
+                     for name in re.findall(r"\blib(\w+)\.a\b|find_package\((OpenSSL)", description.read_text())}
+        names = {library.lower() or package.lower() for library, package in libraries}
+        self.assertLessEqual({"openssl", "uuid"}, names)
+        for name in names | {"rapidjson", "rapidxml", "libstdc++", "libgcc"}:
+            self.assertIn(name, notices)
 
 
 class ConfigurationsTest(EndToEndCase):
