@@ -33,8 +33,10 @@ def folder() -> Iterator[pathlib.Path]:
             made = pathlib.Path(tempfile.mkdtemp(prefix=_PREFIX, dir=place))
             lock.enter_context(_locked(made))
         made.chmod(0o711)  # some tests become other users
+        inner = made / "files"  # can be a place itself, which is locked now and then
+        inner.mkdir(0o711)
         try:
-            yield made
+            yield inner
         finally:
             remove_tree(made)
 
