@@ -1,9 +1,9 @@
 #!/bin/sh
-# Condition for Munki: belongs into /usr/local/munki/conditions, owned by root, mode 755. The keys that it
+# Condition for Munki: install it in /usr/local/munki/conditions, owned by root, mode 755. The keys that it
 # sets can be used in the conditions of a manifest:
 #   kxtool_state   "not installed", "current", "outdated" or "unknown"
 #   kxtool_issues  how many critical issues there are; only if it is known
-# It does not ask for the detection, which could hold every run of Munki up for minutes.
+# It does not run the detection, which could delay every run of Munki by minutes.
 report=$(/usr/local/libexec/kxtool/kxtool-report --only updates --only issues --pretty 2>/dev/null)
 case $report in
   *'"upToDate": true,'*) state=current ;;

@@ -12,6 +12,10 @@ ROW = re.compile(r"^\| (\d+) \| `(.*?)`(?: (and no|and never|as the last line))?
 
 
 class TroubleshootingTest(EndToEndCase):
+    def test_a_name_can_forge_a_message(self) -> None:
+        run = self.run_tool("-getUpdateStatus", "a\nb\n2030-01-01 00:00:00 forged")
+        self.assertEqual(run.log[-4:-2], ['Invalid JSON. Cannot find " a\nb', 'forged" field'])
+
     def test_rows(self) -> None:
         rows = ROW.findall(GUIDE)
         self.assertEqual(len(rows), len(re.findall(r"^\| \d", GUIDE, re.MULTILINE)))
