@@ -3,6 +3,7 @@
 import re
 import shlex
 
+from simulator.installation import TOOL_DIRECTORY
 from tests.documents.option_table import ROOT
 from tests.end_to_end.harness import EndToEndCase
 
@@ -13,7 +14,7 @@ def program_in(language: str) -> str:
     found = re.findall(rf"^```{language}\n(.*?)^```$", GUIDE, re.MULTILINE | re.DOTALL)
     if len(found) != 1:
         raise AssertionError(f"the guide has {len(found)} programs in {language}")
-    return found[0]
+    return found[0].replace("/usr/local/libexec/kxtool", TOOL_DIRECTORY)
 
 
 class IntegrationTest(EndToEndCase):
