@@ -1,8 +1,11 @@
 #ifndef PLATFORM_POSIX_DESCRIPTOR_H_
 #define PLATFORM_POSIX_DESCRIPTOR_H_
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <string>
 #include <utility>
 
 namespace platform {
@@ -38,6 +41,14 @@ class Descriptor {
  private:
   int number_ = kNone;
 };
+
+/// openat() that no signal interrupts. @return an owner that is not open when it failed, with
+/// errno.
+inline Descriptor OpenAt(int directory, const std::string& path, int flags) {
+  int number = openat(directory, path.c_str(), flags);
+  while (number < 0 && errno == EINTR) number = openat(directory, path.c_str(), flags);
+  return Descriptor(number);
+}
 
 }  // namespace platform
 

@@ -132,7 +132,7 @@ class Success(ImageCase):
             content = os.path.join(folder, "content")
             os.mkdir(content)
             fill_with_package(pathlib.Path(content))
-            images.write_image(content, image)
+            images.write_image(pathlib.Path(content), image)
             before = sorted(os.listdir(folder))
             launcher = os.path.join(os.path.dirname(installation.__file__), "endpoint.py")
             for word in (image, "my image.iso"):
@@ -306,7 +306,7 @@ class Attaching(ImageCase):
         with self.prepared(wanted=property_list(
                 {"dev-entry": "/dev/disk9", "e": [{"mount-point": "/Volumes/Other"}]})) as endpoint:
             with tempfile.TemporaryDirectory() as folder:
-                images.write_image(folder, endpoint.path(IMAGE))
+                images.write_image(pathlib.Path(folder), endpoint.path(IMAGE))
             run = self.install(endpoint)
             self.assert_answer(run, 2, d.ABSENT)
             self.assert_whole_log(run, [*attach(), *search(None, None), *missing()])

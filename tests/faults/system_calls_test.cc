@@ -380,8 +380,8 @@ const std::vector<Operation>& Operations() {
   constexpr char kError[] = "5";  // EIO
   // What a signature that could not be read is taken for.
   const Names fileStatuses = {"-67045", "-67049", "-67062", "100005"};
-  const Names bundleStatuses = {"-67023", "-67028", "-67030", "-67045",
-                                "-67049", "-67054", "-67062", "100005"};
+  const Names bundleStatuses = {"-67023", "-67028", "-67030", "-67045", "-67049",
+                                "-67054", "-67061", "-67062", "100005"};
   static const auto& operations = *new std::vector<Operation>{
       {"FileExists", RunFileExists, "yes", {"no"}, {}, {}},
       {"DirectoryExists", RunDirectoryExists, "yes", {"no"}, {}, {}},
@@ -409,22 +409,27 @@ const std::vector<Operation>& Operations() {
       {"TaskWithoutDescriptors", RunTaskWithoutDescriptors, "7", {kError}, {"waitpid"}, {}},
       {"EnsureStandardDescriptors", RunEnsureDescriptors, "yes", {"no", "yes"}, {}, {}},
       {"WriteStandardOutput", RunWriteOutput, kContents, {""}, {"write", "poll"}, {"write"}},
-      {"ReadAll", RunReadAll, kContents, {kError}, {"open", "pread"}, {"pread"}},
+      {"ReadAll", RunReadAll, kContents, {kError}, {"openat", "pread"}, {"pread"}},
       {"ReadPiece", RunReadPiece, kContents, {"none"}, {"pread"}, {"pread"}},
       {"Size", RunSize, "0 20", {kError}, {}, {}},
-      {"CheckFile", RunCheckFile, "0", With(fileStatuses, "0"), {"open", "pread"}, {"pread"}},
+      {"CheckFile", RunCheckFile, "0", With(fileStatuses, "0"), {"openat", "pread"}, {"pread"}},
       {"CheckChangedFile",
        RunCheckChangedFile,
        "-67061",
        With(fileStatuses, "-67061"),
-       {"open", "pread"},
+       {"openat", "pread"},
        {"pread"}},
-      {"CheckBundle", RunCheckBundle, "0", With(bundleStatuses, "0"), {"open", "pread"}, {"pread"}},
+      {"CheckBundle",
+       RunCheckBundle,
+       "0",
+       With(bundleStatuses, "0"),
+       {"openat", "pread"},
+       {"pread"}},
       {"CheckChangedBundle",
        RunCheckChangedBundle,
        "-67054",
        bundleStatuses,
-       {"open", "pread"},
+       {"openat", "pread"},
        {"pread"}},
   };
   return operations;

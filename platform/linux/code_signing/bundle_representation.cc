@@ -57,9 +57,9 @@ bool LeadsTo(const std::string& path, const RandomAccessFile& file) {
          HasSameIdentity(named, opened);
 }
 
-bool IsLink(const std::string& path) {
+bool IsDirectory(const std::string& path) {
   struct stat status {};
-  return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 class BundleRepresentation : public DiskRepresentation {
@@ -149,10 +149,9 @@ class BundleRepresentation : public DiskRepresentation {
 
   OsStatus ReadInformation(std::optional<std::string>& bytes) const {
     if (!layout_.informationPath) return kErrSecSuccess;
-    if (const int error = ReadFile(*layout_.informationPath, bytes.emplace()); error != 0) {
-      return StatusFromErrno(error);
-    }
-    return kErrSecSuccess;
+    const int error = ReadFile(*layout_.informationPath, bytes.emplace());
+    if (error == EXDEV) return kErrSecCSInfoPlistFailed;
+    return error == 0 ? kErrSecSuccess : StatusFromErrno(error);
   }
 
   /// A file that cannot be read, or lies outside the bundle, counts as absent.
@@ -273,10 +272,9 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
       status != kErrSecSuccess) {
     return status;
   }
-  const bool isWhatIsUsed =
-      root.Contains(executable->Code().Number()) &&
-      (!own.executable || LeadsTo(*own.executable, executable->Code())) &&
-      (name == BundleName::kExecutable || !IsLink(directory));
+  const bool isWhatIsUsed = root.Contains(executable->Code().Number()) &&
+                            (!own.executable || LeadsTo(*own.executable, executable->Code())) &&
+                            (name == BundleName::kExecutable || IsDirectory(directory));
   representation = std::make_unique<BundleRepresentation>(
       directory, std::move(root), std::move(layout), std::move(executable), isWhatIsUsed);
   return kErrSecSuccess;

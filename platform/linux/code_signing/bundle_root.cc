@@ -2,13 +2,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <filesystem>
+#include <climits>
 #include <memory>
 #include <string_view>
-#include <system_error>
 
 namespace platform::code_signing {
 namespace {
@@ -19,15 +19,17 @@ struct CloseStream {
 
 /// Where an open file lies now; empty when the kernel does not say.
 std::string LocationOf(int descriptor) {
-  std::error_code error;
-  const std::filesystem::path link = "/proc/self/fd/" + std::to_string(descriptor);
-  return std::filesystem::read_symlink(link, error).string();
+  char location[PATH_MAX];
+  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const ssize_t length = readlink(link.c_str(), location, sizeof location);
+  const bool isWhole = length >= 0 && length < ssize_t{sizeof location};
+  return isWhole ? std::string(location, static_cast<std::size_t>(length)) : std::string();
 }
 
 }  // namespace
 
 int BundleRoot::Open(const std::string& path) {
-  directory_.Reset(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  directory_ = OpenAt(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   return directory_.IsOpen() ? 0 : errno;
 }
 
@@ -40,15 +42,14 @@ bool BundleRoot::Contains(int descriptor) const {
 }
 
 int BundleRoot::CheckContains(const std::string& path) const {
-  const Descriptor target(open(path.c_str(), O_PATH | O_CLOEXEC));
+  const Descriptor target = OpenAt(AT_FDCWD, path, O_PATH | O_CLOEXEC);
   if (!target.IsOpen()) return errno;
   return Contains(target.Get()) ? 0 : EXDEV;
 }
 
 int ListDirectory(int parent, const std::string& path, std::vector<std::string>& names) {
   names.clear();
-  Descriptor directory(
-      openat(parent, path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  Descriptor directory = OpenAt(parent, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (!directory.IsOpen()) return errno;
   const std::unique_ptr<DIR, CloseStream> stream(fdopendir(directory.Get()));
   if (stream == nullptr) return errno;

@@ -34,8 +34,8 @@ class ChainBuilder {
   bool Finish() {
     const X509& top = *path_.back();
     const Ending ending = context_.trust.IsAnchor(top) ? Ending::kAnchor
-                          : IsSelfSigned(top)  ? Ending::kSelfSigned
-                                               : Ending::kIncomplete;
+                          : IsSelfSigned(top)          ? Ending::kSelfSigned
+                                                       : Ending::kIncomplete;
     const bool better =
         best_.empty() || ending > ending_ ||
         (ending == ending_ && ending == Ending::kIncomplete && path_.size() > best_.size());

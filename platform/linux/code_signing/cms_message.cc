@@ -13,7 +13,8 @@
 namespace platform::code_signing {
 namespace {
 
-// Real messages have some ten thousand bytes. Values can take 50 times the memory of their encoding.
+// Real messages have some ten thousand bytes. Values can take 50 times the memory of their
+// encoding.
 constexpr std::size_t kLargestMessage = 256U << 10U;
 
 constexpr char kSequenceTag = 0x30;

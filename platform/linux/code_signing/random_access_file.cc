@@ -23,7 +23,7 @@ auto RetryOnSignal(const Call& call) {
 const int RandomAccessFile::kOpenFlags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
 int RandomAccessFile::Open(const std::string& path) {
-  file_.Reset(RetryOnSignal([&] { return open(path.c_str(), kOpenFlags); }));
+  file_ = OpenAt(AT_FDCWD, path, kOpenFlags);
   return file_.IsOpen() ? 0 : errno;
 }
 

@@ -93,7 +93,7 @@ class ResourceCheck {
   }
 
   OsStatus Run(const std::string& root, const PropertyListValue& rules) {
-    const Descriptor directory(open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Descriptor directory = OpenAt(AT_FDCWD, root, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (!directory.IsOpen()) return StatusFromErrno(errno);
     if (!seal_.code.Root()->Contains(directory.Get())) return kErrSecCSBadResource;
     if (const OsStatus status = rules_.Load(rules, context_.patterns); status != kErrSecSuccess) {
@@ -166,8 +166,8 @@ class ResourceCheck {
     if (S_ISDIR(status.st_mode)) {
       const bool isCode = rule != nullptr && rule->isNestedCode && name.find('.') != name.npos;
       if (isCode) return CheckEntry({directory, name, path, isLink});
-      const Descriptor inner(openat(directory.Get(), name.c_str(),
-                                    O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+      const Descriptor inner =
+          OpenAt(directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
     const bool isSealable = S_ISREG(status.st_mode) || isLink;
@@ -211,7 +211,7 @@ class ResourceCheck {
     if (std::string_view(target, static_cast<std::size_t>(length)) != text) {
       return Collect(kErrSecCSBadResource);
     }
-    const Descriptor leadsTo(openat(entry.directory.Get(), entry.name.c_str(), O_PATH | O_CLOEXEC));
+    const Descriptor leadsTo = OpenAt(entry.directory.Get(), entry.name, O_PATH | O_CLOEXEC);
     // A link that leads nowhere may lead somewhere by the time that it is followed.
     if (!leadsTo.IsOpen() && errno != ENOENT) return StatusFromErrno(errno);
     const bool stays = leadsTo.IsOpen() ? seal_.code.Root()->Contains(leadsTo.Get())
@@ -227,8 +227,8 @@ class ResourceCheck {
       sealed.push_back(*hash);
     }
     if (entry.isLink) return Collect(kErrSecCSBadResource);
-    const RandomAccessFile file(Descriptor(openat(entry.directory.Get(), entry.name.c_str(),
-                                                  RandomAccessFile::kOpenFlags | O_NOFOLLOW)));
+    const RandomAccessFile file(
+        OpenAt(entry.directory.Get(), entry.name, RandomAccessFile::kOpenFlags | O_NOFOLLOW));
     if (file.Number() < 0) return StatusFromErrno(errno);
     std::vector<std::string> digests;
     if (const OsStatus status = HashFile(file, digests); status != kErrSecSuccess) return status;

@@ -83,7 +83,8 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
   context.budget.SpendVerification();
   if (!signer.Verify(leaf, directories.Base().Blob())) return kErrSecCSSignatureFailed;
   std::optional<Timestamp> timestamp;
-  if (const OsStatus status = CheckTimestamp(signer, context, timestamp); status != kErrSecSuccess) {
+  if (const OsStatus status = CheckTimestamp(signer, context, timestamp);
+      status != kErrSecSuccess) {
     return status;
   }
   if (const OsStatus status = CheckHashAgility(signer, directories); status != kErrSecSuccess) {
