@@ -1,6 +1,7 @@
 """Each row of the troubleshooting guide: the run that it names ends with the status and logs the line."""
 
 import re
+import shlex
 
 from simulator import endpoint as launcher
 from tests.documents.option_table import ROOT
@@ -23,7 +24,7 @@ class TroubleshootingTest(EndToEndCase):
         for status, line, kind, absent, command in rows:
             line = line.replace(r"\|", "|")
             with self.subTest(line=line):
-                options, words = launcher.parse(command.split())
+                options, words = launcher.parse(shlex.split(command))
                 run = self.run_tool(*words, scenario=options.scenario, sleep_divisor=options.sleep_divisor)
                 self.assertEqual(run.status, int(status))
                 self.assertIn(line, run.log)
