@@ -268,7 +268,7 @@ class Sandbox(unittest.TestCase):
                 with subprocess.Popen([*RUN, "--scenario", "no-completion", "-getProductVersion"],
                                       env={**os.environ, "TMPDIR": directory}) as process:
                     record = "Library/Corvane/XQP/simulator/calls.jsonl"
-                    wait_until(lambda d=directory: list(pathlib.Path(d).glob(f"*/{record}")))
+                    wait_until(lambda d=directory: list(pathlib.Path(d).glob(f"*/*/{record}")))
                     process.send_signal(number)
                     self.assertEqual(process.wait(timeout=30), 128 + number)
                 self.assertEqual(os.listdir(directory), [])

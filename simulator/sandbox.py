@@ -27,7 +27,7 @@ _ISOLATION = (
 _ETC = ("alternatives", "group", "hosts", "ld.so.cache", "ld.so.conf", "ld.so.conf.d", "localtime",
         "nsswitch.conf", "passwd", "ssl", "timezone")
 # What has folders of the machine and of the endpoint.
-_SHARED = ("etc", "usr")
+_SHARED = ("dev", "etc", "usr")
 _USR_LINKS = ("/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32")
 
 
@@ -45,14 +45,14 @@ def refusal() -> str | None:
 def is_machines(path: str) -> bool:
     """Whether an absolute path belongs to the machine also within a sandbox."""
     return (f"/{path.split('/')[1]}" in ("/usr", "/proc", "/dev", "/etc", "/run", *_USR_LINKS)
-            and not path.startswith("/usr/local/"))
+            and not path.startswith(("/usr/local/", "/dev/shm/")))
 
 
 def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[str, int],
             first: list[str]) -> list[str]:
     """The command that runs `first` in a sandbox with the folders of `root`.
 
-    Folders are bound whole, one level below the root or, in /etc and /usr, two. Read-only `covers`
+    Folders are bound whole, one level below the root or, in /dev, /etc and /usr, two. Read-only `covers`
     hide folders of the machine. `volumes` are empty file systems in memory with so many octets.
     """
     words = ["bwrap", *_ISOLATION, *_machine()]

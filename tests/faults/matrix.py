@@ -62,7 +62,7 @@ CONFIGURATION = f"{installation.TOOL_DIRECTORY}/configfile.txt"
 LOG = installation.LOG
 TEMPORARY = installation.TEMPORARY
 PRODUCT = "/Library/Corvane/XQP"
-ELSEWHERE = f"{installation.WORKING_DIRECTORY}/elsewhere"
+ELSEWHERE = f"{installation.TOOL_DIRECTORY}/elsewhere"
 
 
 def answering(*completions: Json, **answer: Json) -> dict[str, Json]:
@@ -419,7 +419,7 @@ CONFIGURATION_AND_LOG = [
     tool_version("a line of 100 MB before the configuration's line", True,
                  replaced(CONFIGURATION, text="x" * HUGE + "\n" + LINE)),
     tool_version("the configuration is a link", True, {"files": [
-        {"path": ELSEWHERE, "text": LINE}, {"path": CONFIGURATION, "link": ELSEWHERE}]}),
+        {"path": ELSEWHERE, "text": LINE}, {"path": CONFIGURATION, "link": "elsewhere"}]}),
     tool_version("the configuration is a link that leads nowhere", False,
                  replaced(CONFIGURATION, link="nowhere")),
     tool_version("the configuration is a link to itself", False,
@@ -430,9 +430,9 @@ CONFIGURATION_AND_LOG = [
                  before=f"chmod 555 {installation.TOOL_DIRECTORY};",
                  changes=(installation.TOOL_DIRECTORY,)),
     tool_version("the log is a link", True, {"files": [
-        {"path": ELSEWHERE, "text": ""}, {"path": LOG, "link": ELSEWHERE}]},
+        {"path": ELSEWHERE, "text": ""}, {"path": LOG, "link": "elsewhere"}]},
         changes=(ELSEWHERE,)),
-    tool_version("the log is a link to nothing yet", True, replaced(LOG, link=ELSEWHERE),
+    tool_version("the log is a link to nothing yet", True, replaced(LOG, link="elsewhere"),
                  changes=(ELSEWHERE,)),
     tool_version("the log is a link to itself", False, replaced(LOG, link="log.txt")),
     tool_version("the log is a link into a missing directory", False,
