@@ -1,7 +1,8 @@
-// Runs a fuzz target once on each file of a folder, in place of libFuzzer's driver
+// Runs a fuzz target on each file of a folder, whole and damaged, in place of libFuzzer's driver
 // (https://llvm.org/docs/LibFuzzer.html): NAME_replay FOLDER. A folder without files is an error.
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -10,6 +11,28 @@
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// Runs the target on a copy of its own, so that the sanitizers see reads behind the end.
+void Run(const Bytes& bytes) { LLVMFuzzerTestOneInput(bytes.data(), bytes.size()); }
+
+/// Runs the target on the input cut off or with one byte changed, at many places. They lie closer
+/// together at the beginning, where headers are.
+void RunDamaged(const Bytes& bytes) {
+  for (std::size_t place = 0; place < bytes.size(); place += 1 + place / 128) {
+    Run(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(place)));
+    for (const int value : {0x00, 0xFF, bytes[place] ^ 0x01}) {
+      Bytes changed = bytes;
+      changed[place] = static_cast<std::uint8_t>(value);
+      Run(changed);
+    }
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 2) {
@@ -25,8 +48,9 @@ int main(int argc, char** argv) {
     std::printf("%s\n", path.filename().c_str());
     std::fflush(stdout);
     std::ifstream file(path, std::ios::binary);
-    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+    const Bytes bytes{std::istreambuf_iterator<char>(file), {}};
+    Run(bytes);
+    RunDamaged(bytes);
   }
   return paths.empty() ? 1 : 0;
 }

@@ -1,6 +1,7 @@
 """What a signature is made of: blobs, CodeDirectories, special slots, the CMS message."""
 
 import datetime
+import plistlib
 import struct
 import unittest
 
@@ -397,6 +398,17 @@ class HashAgilityTest(SignatureTestCase):
                 cms.ATTRIBUTE_HASH_AGILITY, der.octet_string(body or b"-")))
         self.assert_attributes(SIGNATURE_FAILED, cms.hash_agility(self.directories[:1]))
 
+    def test_first_version_must_be_a_list_of_hashes(self):
+        self.make()
+        self.assert_attributes(SIGNATURE_FAILED, cms.attribute(
+            cms.ATTRIBUTE_HASH_AGILITY, der.integer(1)))
+        for content in ({"cdhashes": 5}, {"other": []}, {"cdhashes": ["text", "text"]}, []):
+            value = der.octet_string(plistlib.dumps(content))
+            self.assert_attributes(SIGNATURE_FAILED, cms.attribute(
+                cms.ATTRIBUTE_HASH_AGILITY, value))
+            self.assert_attributes(VALID, cms.attribute(
+                cms.ATTRIBUTE_HASH_AGILITY, value, der.integer(1)))
+
     def test_second_version_lists_every_hash(self):
         self.make()
         self.assert_attributes(VALID, self.second(*self.pairs()))
@@ -417,7 +429,8 @@ class HashAgilityTest(SignatureTestCase):
         sha1, sha256 = self.pairs()
         self.assert_attributes(DECODE, self.second(sha1, sha1, sha256))
         for value in (der.integer(1), der.sequence(der.integer(1), der.octet_string(b"")),
-                      der.sequence(der.oid(sha1[0]))):
+                      der.sequence(der.oid(sha1[0])),
+                      der.sequence(der.oid(sha1[0]), der.integer(1))):
             self.assert_attributes(DECODE, cms.attribute(cms.ATTRIBUTE_HASH_AGILITY_2, value))
 
     def test_an_attribute_that_is_there_twice_is_absent(self):
