@@ -35,6 +35,9 @@ def install(package, configuration):
             for member in archive.getmembers():
                 if member.name.startswith(_PAYLOAD):
                     member.name = member.name.removeprefix(_PAYLOAD)
+                    # Whoever made the package may be nobody here, and then modes would get lost.
+                    member.uid, member.uname = os.geteuid(), ""
+                    member.gid, member.gname = os.getegid(), ""
                     archive.extract(member, "/")
     except (OSError, KeyError, ValueError, tarfile.TarError, ElementTree.ParseError) as error:
         raise Failure(f"The install failed ({error})") from error
