@@ -52,8 +52,8 @@ class DirectoryReader {
   int Open(const std::string& path);
 
   /// @return the next entry's name (NUL-terminated, valid until the next call), or null at the end
-  ///     and on a read fault, which Error() tells apart. Whether "." and ".." are among the entries
-  ///     is the host's choice.
+  ///     and on a read fault; Error() tells the two apart. Whether "." and ".." are among the
+  ///     entries is the host's choice.
   const char* Next();
 
   /// The `errno` with which the latest Next() failed; 0 when it did not.

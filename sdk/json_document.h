@@ -8,9 +8,9 @@
 #include <new>
 #include <system_error>
 
-/// RapidJSON calls std::malloc() and std::realloc() and writes to what they return, which can be
-/// null. Inside its namespace `std` is this namespace, whose two throw instead. That holds only if
-/// this header comes before all of RapidJSON's but fwd.h.
+/// RapidJSON never checks what std::malloc() and std::realloc() return. Code in its namespace finds
+/// this `std` first, where both throw std::bad_alloc. This header must therefore be included before
+/// any header of RapidJSON except fwd.h.
 namespace rapidjson::std {
 
 using namespace ::std;

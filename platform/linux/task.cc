@@ -105,7 +105,7 @@ class SpawnAttributes {
 };
 
 /// Takes the default handling of SIGCHLD back for a while: whoever started the tool may have left
-/// it ignored, and then a child's status is lost. The child inherits the default.
+/// it ignored, and then a child's status is lost. The child inherits the default handling.
 class DefaultChildSignal {
  public:
   DefaultChildSignal() {

@@ -35,7 +35,7 @@ def install(package, configuration):
             for member in archive.getmembers():
                 if member.name.startswith(_PAYLOAD):
                     member.name = member.name.removeprefix(_PAYLOAD)
-                    # Whoever made the package may be nobody here, and then modes would get lost.
+                    # The maker's user may not exist here, and then tarfile sets no mode either.
                     member.uid, member.uname = os.geteuid(), ""
                     member.gid, member.gname = os.getegid(), ""
                     archive.extract(member, "/")
