@@ -320,7 +320,7 @@ class InPlace(unittest.TestCase):
     def test_works_in_place_and_says_so(self):
         status, output, errors = self.in_place(
             "$RUN -getProductVersion; echo \" $?\"; $RUN --scenario not-installed -detect; "
-            "ls -d " + " ".join(self.TAKEN))
+            "LC_ALL=C ls -d " + " ".join(self.TAKEN))
         self.assertEqual(output, "7.16.42.200137 0\n0|||")
         self.assertIn("working in place\n", errors)
         self.assertEqual(errors.count("cannot access"), len(self.TAKEN))
