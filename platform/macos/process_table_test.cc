@@ -47,7 +47,7 @@ int Answer(const void* bytes, std::size_t available, void* buffer, std::size_t* 
     errno = ENOMEM;
     return -1;
   }
-  std::memcpy(buffer, bytes, available);
+  if (available > 0) std::memcpy(buffer, bytes, available);
   *size = available;
   return 0;
 }

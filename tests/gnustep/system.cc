@@ -96,8 +96,10 @@ extern "C" int pthread_cond_timedwait_relative_np(pthread_cond_t* condition, pth
   return pthread_cond_clockwait(condition, mutex, CLOCK_MONOTONIC, &deadline);
 }
 
-// The runtime and Foundation never release some of what they allocate.
+// The runtime and Foundation never release some of what they allocate. They are recognised by their
+// modules, so that no symbolizer has to be started at the end of each run.
 extern "C" const char* __lsan_default_suppressions() {
   return "leak:libobjc\nleak:libgnustep-base\n";
 }
 extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
+extern "C" const char* __asan_default_options() { return "symbolize=0"; }
