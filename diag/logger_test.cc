@@ -31,7 +31,7 @@ class LoggerTest : public testing::Test {
       directory_ = inherited;
       return;
     }
-    std::string name = "/tmp/kxtool-logger-XXXXXX";
+    std::string name = testing::TempDir() + "kxtool-logger-XXXXXX";
     EXPECT_NE(mkdtemp(name.data()), nullptr);
     directory_ = name + "/";
     setenv("KX_TEST_LOG_DIRECTORY", directory_.c_str(), 1);

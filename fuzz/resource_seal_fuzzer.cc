@@ -16,6 +16,11 @@ namespace {
 
 namespace code_signing = platform::code_signing;
 
+std::string TemporaryDirectory() {
+  const char* const place = std::getenv("TEST_TMPDIR");
+  return place == nullptr ? "/tmp" : place;
+}
+
 /// A bundle with a file, a link and a nested library. It goes when the program ends.
 class Bundle : public code_signing::DiskRepresentation {
  public:
@@ -64,7 +69,7 @@ class Bundle : public code_signing::DiskRepresentation {
     std::fclose(file);
   }
 
-  std::string path_ = "/tmp/resource_seal_fuzzer.XXXXXX";
+  std::string path_ = TemporaryDirectory() + "/resource_seal_fuzzer.XXXXXX";
   code_signing::BundleRoot root_;
   code_signing::RandomAccessFile code_;
 };

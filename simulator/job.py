@@ -64,7 +64,7 @@ def main(log: str, *command: str) -> int:
             # What is typed does not reach a new session; SIGINT is sent to all of it at the end.
             process = subprocess.Popen(
                 command, stdin=subprocess.DEVNULL, start_new_session=True,
-                env={**os.environ, "TMPDIR": str(folder)},
+                env={**os.environ, "TMPDIR": str(folder), "TEST_TMPDIR": str(folder)},
                 **({} if log == "-" else {"stdout": subprocess.PIPE, "stderr": subprocess.STDOUT}))
             if log != "-":
                 _follow(process.stdout, pathlib.Path(log))

@@ -41,7 +41,9 @@ int Unlock(const char* path, const struct stat*, int type, struct FTW*) {
 }  // namespace
 
 TemporaryTree::TemporaryTree() {
-  std::string name = "/tmp/kx contract \"it's\" \xC3\xA4 XXXXXX";
+  const char* const place = std::getenv("TEST_TMPDIR");
+  std::string name =
+      std::string(place == nullptr ? "/tmp" : place) + "/kx contract \"it's\" \xC3\xA4 XXXXXX";
   Check(mkdtemp(name.data()) != nullptr, name);
   // The host's temporary directory may be a link.
   char resolved[PATH_MAX];

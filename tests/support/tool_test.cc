@@ -19,7 +19,7 @@ namespace {
 class LogDirectory {
  public:
   LogDirectory() {
-    std::string name = "/tmp/kxtool-log-XXXXXX";
+    std::string name = testing::TempDir() + "kxtool-log-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) std::abort();
     path_ = name + "/";
   }
