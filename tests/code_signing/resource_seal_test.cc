@@ -1,5 +1,6 @@
 #include "platform/linux/code_signing/resource_seal.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -7,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <utility>
@@ -94,12 +96,12 @@ class ResourceSealTest : public testing::Test {
 
   OsStatus Check(const std::string& codeResources) {
     const Places places(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
-    return CheckResources(
-        {places, codeResources, hashTypes_, [this](const auto& path, const auto&) {
-           nested_.push_back(path);
-           return nestedStatus_;
-         }},
-        context_);
+    return CheckResources({places, codeResources, hashTypes_,
+                           [this](const auto& path, const auto&) {
+                             nested_.push_back(std::filesystem::canonical(path).string());
+                             return nestedStatus_;
+                           }},
+                          context_);
   }
 
   static std::string List(const std::string& members) {
@@ -283,6 +285,24 @@ TEST_F(ResourceSealTest, PathsMustNotBeLongerThanAMacAllows) {
   EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
 }
 
+TEST_F(ResourceSealTest, FilesMustNotHaveManyNames) {
+  const std::string file = directory_.Path("Contents/Resources/a.txt");
+  std::string entries = FileEntry() + LinkEntry();
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(Check(List2(entries)), kErrSecSuccess) << i;
+    const std::string name = "Resources/name" + std::to_string(i);
+    std::filesystem::create_hard_link(file, directory_.Path("Contents/" + name));
+    entries += Member(name, Sealed("text"));
+  }
+  EXPECT_EQ(Check(List2(entries)), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, EntriesAreLimited) {
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+  for (int i = 0; i < 65525; ++i) context_.budget.SpendEntry();
+  EXPECT_THROW(CheckUsual(), BudgetExceeded);
+}
+
 TEST_F(ResourceSealTest, SealedLinksStayInTheBundle) {
   directory_.Write("outside", "x");
   directory_.MakeLink("Contents/Resources/here", ".");
@@ -415,9 +435,11 @@ TEST_F(ResourceSealTest, BundlesNeedASeal) {
   const Places bundle(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
   const Places file(std::nullopt, directory_.Path("Contents/MacOS/tool"));
   const auto never = [](const auto&, const auto&) { return kErrSecCSInternalError; };
-  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}, context_), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}, context_),
+            kErrSecCSResourcesNotFound);
   EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}, context_), kErrSecSuccess);
-  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}, context_), kErrSecCSResourcesNotFound);
+  EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}, context_),
+            kErrSecCSResourcesNotFound);
 }
 
 TEST_F(ResourceSealTest, AnswersForARootThatIsGone) {

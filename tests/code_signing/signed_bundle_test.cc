@@ -84,9 +84,8 @@ TEST_F(SignedBundleTest, IsValidUnderBothItsNames) {
 TEST_F(SignedBundleTest, NamesNobodyWhenSignedAdHoc) {
   Sign();
   std::unique_ptr<SignedCode> code;
-  ASSERT_EQ(
-      SignedCode::Open(directory_.Path("Agent.app"), std::make_shared<CheckContext>(), code),
-      kErrSecSuccess);
+  ASSERT_EQ(SignedCode::Open(directory_.Path("Agent.app"), std::make_shared<CheckContext>(), code),
+            kErrSecSuccess);
   const SigningInformation information = code->CopySigningInformation();
   EXPECT_FALSE(information.certificates);
   EXPECT_FALSE(information.teamIdentifier);
@@ -198,9 +197,9 @@ class NestedBundleTest : public SignedBundleTest {
   void MakeBundle(const std::string& root) const {
     const std::string seal = Seal("<key>data</key><data>" + kSealedData + "</data>",
                                   "<key>^data</key><true/><key>^added</key><true/>");
-    Write(root + "/MacOS/helper", MakeSignedMachO({{kSlotInfoPlist, kHelperInformation},
-                                                   {kSlotResourceDirectory, seal}},
-                                                  "helper"));
+    Write(root + "/MacOS/helper",
+          MakeSignedMachO({{kSlotInfoPlist, kHelperInformation}, {kSlotResourceDirectory, seal}},
+                          "helper"));
     Write(root + "/data", "data");
     Write(root + "/_CodeSignature/CodeResources", seal);
   }
@@ -223,9 +222,8 @@ TEST_F(NestedBundleTest, HoldsNothingUnsealed) {
   Write("MacOS/helper.dylib/beside", "x");
   EXPECT_EQ(Status(), kErrSecCSBadResource);
   directory_.Remove("Agent.app/Contents/MacOS/helper.dylib/beside");
-  directory_.MakeLink("Agent.app/Contents/MacOS/helper.dylib/link", "Contents/data");
   EXPECT_EQ(Status(), kErrSecSuccess);
-  directory_.MakeLink("Agent.app/Contents/MacOS/helper.dylib/out", "../Agent");
+  directory_.MakeLink("Agent.app/Contents/MacOS/helper.dylib/link", "Contents/data");
   EXPECT_EQ(Status(), kErrSecCSBadResource);
 }
 
@@ -243,11 +241,12 @@ TEST_F(NestedBundleTest, NestingHasALimit) {
     const std::string rules = "<key>^MacOS/</key><dict><key>nested</key><true/></dict>";
     for (int i = 0; i < depth; ++i) {
       const bool isLast = i + 1 == depth;
-      const std::string seal = isLast ? Seal("", "") : Seal(NestedEntry("identifier helper"), rules);
+      const std::string seal =
+          isLast ? Seal("", "") : Seal(NestedEntry("identifier helper"), rules);
       Write(root + "/Info.plist", kHelperInformation);
-      Write(root + "/MacOS/helper", MakeSignedMachO({{kSlotInfoPlist, kHelperInformation},
-                                                     {kSlotResourceDirectory, seal}},
-                                                    "helper"));
+      Write(root + "/MacOS/helper",
+            MakeSignedMachO({{kSlotInfoPlist, kHelperInformation}, {kSlotResourceDirectory, seal}},
+                            "helper"));
       Write(root + "/_CodeSignature/CodeResources", seal);
       root += "/MacOS/helper.dylib/Contents";
     }
@@ -264,8 +263,9 @@ TEST_F(NestedBundleTest, AllVersionsAreChecked) {
     MakeBundle(helper + version);
     Write(helper + version + "/Resources/Info.plist", kHelperInformation);
     // In this layout the executable lies beside the resources.
-    std::filesystem::rename(directory_.Path("Agent.app/Contents/" + helper + version + "/MacOS/helper"),
-                            directory_.Path("Agent.app/Contents/" + helper + version + "/helper"));
+    std::filesystem::rename(
+        directory_.Path("Agent.app/Contents/" + helper + version + "/MacOS/helper"),
+        directory_.Path("Agent.app/Contents/" + helper + version + "/helper"));
   }
   const std::string link = "Agent.app/Contents/" + helper;
   directory_.MakeLink(link + "/Versions/Current", "A");
@@ -275,22 +275,35 @@ TEST_F(NestedBundleTest, AllVersionsAreChecked) {
   Write(helper + "/Versions/B/data", "other");
   EXPECT_EQ(Status(), kErrSecCSBadResource);
   Write(helper + "/Versions/B/data", "data");
-  Write(helper + "/Versions/file", "x");
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  // Links to what is not sealed, in the place of what is.
+  Write(helper + "/Versions/A/_CodeSignature/helper", "anything");
+  for (const auto& [name, target] :
+       std::map<std::string, std::string>{{"/Versions/C", "A/_CodeSignature"},
+                                          {"/added", "Versions/A/_CodeSignature/helper"},
+                                          {"/data", "Versions/Current/_CodeSignature/helper"}}) {
+    directory_.MakeLink(link + name, target);
+    EXPECT_EQ(Status(), kErrSecCSBadResource) << name;
+    directory_.Remove(link + name);
+  }
+  directory_.Remove(link + "/Versions/Current");
+  directory_.MakeLink(link + "/Versions/Current", "A/../A");
   EXPECT_EQ(Status(), kErrSecCSBadResource);
 }
 
-TEST_F(SignedBundleTest, AFileThatStandsForABundleIsNoNestedCode) {
+TEST_F(SignedBundleTest, AFileIsNestedForItselfAlone) {
   const std::string seal = Seal("", "");
   Write("MacOS/Info.plist", "");  // no bundle: the list is empty
   Write("MacOS/inner/Info.plist",
         "<plist><dict><key>CFBundleExecutable</key><string>code</string></dict></plist>");
   Write("MacOS/inner/code", MakeSignedMachO({{kSlotResourceDirectory, seal}}, "helper"));
   Write("MacOS/inner/_CodeSignature/CodeResources", seal);
-  Sign(Seal("<key>MacOS/inner/code</key><dict><key>requirement</key><string>identifier helper"
-            "</string></dict>",
-            "<key>^MacOS/inner/code</key><true/>"));
+  Sign(
+      Seal("<key>MacOS/inner/code</key><dict><key>requirement</key><string>identifier helper"
+           "</string></dict>",
+           "<key>^MacOS/inner/code</key><true/>"));
   EXPECT_EQ(StatusOf(directory_.Path("Agent.app/Contents/MacOS/inner/code")), kErrSecSuccess);
-  EXPECT_EQ(Status(), kErrSecCSBadNestedCode);
+  EXPECT_EQ(Status(), kErrSecCSResourceDirectoryFailed);
 }
 
 TEST_F(SignedBundleTest, TakesComponentsOfMachOExecutablesFromThemAlone) {
@@ -354,8 +367,9 @@ TEST_F(SignedBundleTest, FindsTheCurrentVersionOfAFramework) {
 TEST_F(SignedBundleTest, IsInvalidWhereAnotherFileWouldRun) {
   Sign();
   const std::string attack = directory_.Path("Attack.app");
-  directory_.Write("Attack.app/Info.plist",
-                   "<plist><dict><key>CFBundleExecutable</key><string>evil</string></dict></plist>");
+  directory_.Write(
+      "Attack.app/Info.plist",
+      "<plist><dict><key>CFBundleExecutable</key><string>evil</string></dict></plist>");
   directory_.Write("Attack.app/evil", "anything");
   directory_.MakeDirectory("Attack.app/Versions");
   std::filesystem::copy(directory_.Path("Agent.app"), attack + "/Versions/Current",
@@ -367,7 +381,8 @@ TEST_F(SignedBundleTest, IsInvalidWhereAnotherFileWouldRun) {
 }
 
 TEST_F(SignedBundleTest, IsInvalidWhereAPageStandsForAnExecutable) {
-  constexpr char kWidget[] = "<plist><dict><key>MainHTML</key><string>page.html</string></dict></plist>";
+  constexpr char kWidget[] =
+      "<plist><dict><key>MainHTML</key><string>page.html</string></dict></plist>";
   const std::string seal = Seal("", "");
   TestDirectoryContents contents;
   contents.code = "page";

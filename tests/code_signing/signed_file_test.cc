@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/linux/code_signing/check_context.h"
+#include "platform/linux/code_signing/signature_check.h"
 #include "platform/linux/code_signing/signed_code.h"
 #include "platform/linux/code_signing/timestamp_token.h"
 #include "tests/code_signing/cms_builder.h"
@@ -78,17 +79,17 @@ TEST_F(SignedFileTest, AcceptsAProperSignature) {
 
 TEST_F(SignedFileTest, RejectsADirectoryThatNoAttributeNames) {
   // The added directory has the better digest, so everything would be compared with it.
-  EXPECT_EQ(
-      StatusOfFile("evil", {{kSlotCodeDirectory, DirectoryOf("code")},
-                            {kSlotAlternateCodeDirectories, DirectoryOf("evil", HashType::kSha384)}},
-                   {}),
-      kErrSecCSSignatureFailed);
+  EXPECT_EQ(StatusOfFile("evil",
+                         {{kSlotCodeDirectory, DirectoryOf("code")},
+                          {kSlotAlternateCodeDirectories, DirectoryOf("evil", HashType::kSha384)}},
+                         {}),
+            kErrSecCSSignatureFailed);
   // The same where nothing but the directory was added.
-  EXPECT_EQ(
-      StatusOfFile("code", {{kSlotCodeDirectory, DirectoryOf("code", HashType::kSha384)},
-                            {kSlotAlternateCodeDirectories, DirectoryOf("code", HashType::kSha1)}},
-                   {}),
-      kErrSecCSSignatureFailed);
+  EXPECT_EQ(StatusOfFile("code",
+                         {{kSlotCodeDirectory, DirectoryOf("code", HashType::kSha384)},
+                          {kSlotAlternateCodeDirectories, DirectoryOf("code", HashType::kSha1)}},
+                         {}),
+            kErrSecCSSignatureFailed);
 }
 
 TEST_F(SignedFileTest, AcceptsDirectoriesThatAnAttributeNames) {
@@ -100,8 +101,8 @@ TEST_F(SignedFileTest, AcceptsDirectoriesThatAnAttributeNames) {
     return Der(0x30, Der(0x06, digest) + Der(0x04, hash));
   };
   const std::string sha1 = sequence("\x2B\x0E\x03\x02\x1A", DigestOf(HashType::kSha1, base));
-  const std::string sha256 = sequence("\x60\x86\x48\x01\x65\x03\x04\x02\x01",
-                                      DigestOf(HashType::kSha256, best));
+  const std::string sha256 =
+      sequence("\x60\x86\x48\x01\x65\x03\x04\x02\x01", DigestOf(HashType::kSha256, best));
   CmsPlan second;
   second.signedAttributes = {{kSecondAgility, {sha1, sha256}}};
   EXPECT_EQ(StatusOfFile("code", components, second), kErrSecSuccess);
@@ -116,14 +117,17 @@ TEST_F(SignedFileTest, AcceptsDirectoriesThatAnAttributeNames) {
     return "<data>" + text + "</data>";
   };
   const auto list = [&](const std::string& hashes) {
-    return Der(0x04, "<plist><dict><key>cdhashes</key><array>" + hashes + "</array></dict></plist>");
+    return Der(0x04,
+               "<plist><dict><key>cdhashes</key><array>" + hashes + "</array></dict></plist>");
   };
   CmsPlan first;
-  first.signedAttributes = {{kFirstAgility, {list(data(DigestOf(HashType::kSha1, base)) +
-                                                  data(DigestOf(HashType::kSha256, best)))}}};
+  first.signedAttributes = {
+      {kFirstAgility,
+       {list(data(DigestOf(HashType::kSha1, base)) + data(DigestOf(HashType::kSha256, best)))}}};
   EXPECT_EQ(StatusOfFile("code", components, first), kErrSecSuccess);
-  first.signedAttributes = {{kFirstAgility, {list(data(DigestOf(HashType::kSha1, base)) +
-                                                  data(DigestOf(HashType::kSha1, base)))}}};
+  first.signedAttributes = {
+      {kFirstAgility,
+       {list(data(DigestOf(HashType::kSha1, base)) + data(DigestOf(HashType::kSha1, base)))}}};
   EXPECT_EQ(StatusOfFile("code", components, first), kErrSecCSSignatureFailed);
 }
 
@@ -132,16 +136,15 @@ TEST_F(SignedFileTest, RejectsAnAddedDirectoryOfAnUnknownType) {
   std::string unknown = DirectoryOf("code", HashType::kSha1);
   constexpr std::size_t kHashTypeOffset = 37;
   unknown[kHashTypeOffset] = 9;
-  const std::string sha256 =
-      Der(0x30, Der(0x06, "\x60\x86\x48\x01\x65\x03\x04\x02\x01") +
-                    Der(0x04, DigestOf(HashType::kSha256, base)));
+  const std::string sha256 = Der(0x30, Der(0x06, "\x60\x86\x48\x01\x65\x03\x04\x02\x01") +
+                                           Der(0x04, DigestOf(HashType::kSha256, base)));
   CmsPlan plan;
   plan.signedAttributes = {{kSecondAgility, {sha256}}};
   EXPECT_EQ(StatusOfFile("code", {{kSlotCodeDirectory, base}}, plan), kErrSecSuccess);
-  EXPECT_EQ(StatusOfFile("code",
-                         {{kSlotCodeDirectory, base}, {kSlotAlternateCodeDirectories, unknown}},
-                         plan),
-            kErrSecCSSignatureFailed);
+  EXPECT_EQ(
+      StatusOfFile("code", {{kSlotCodeDirectory, base}, {kSlotAlternateCodeDirectories, unknown}},
+                   plan),
+      kErrSecCSSignatureFailed);
 }
 
 TEST_F(SignedFileTest, RejectsOldMessageDigests) {
@@ -211,6 +214,20 @@ TEST_F(SignedFileTest, HashingIsLimited) {
   ASSERT_EQ(truncate(directory_.Path("library").c_str(), off_t{5} << 30), 0);
   directory_.Write("library.codesignature", MakeSuperBlob({{kSlotCodeDirectory, directory}}));
   EXPECT_THROW(Status(), BudgetExceeded);
+}
+
+TEST_F(SignedFileTest, MessagesAreLimited) {
+  const CodeDirectorySet directories;
+  CheckContext context;
+  CertificateChain chain;
+  const std::string message(std::size_t{1} << 20, 'x');
+  for (int i = 0; i < 4; ++i) {
+    EXPECT_EQ(CheckSignature(message, kErrSecSuccess, directories, context, chain),
+              kErrSecUnknownFormat);
+  }
+  EXPECT_THROW(
+      static_cast<void>(CheckSignature(message, kErrSecSuccess, directories, context, chain)),
+      BudgetExceeded);
 }
 
 TEST_F(SignedFileTest, HashesAndPagesHaveASize) {

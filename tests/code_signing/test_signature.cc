@@ -42,8 +42,8 @@ std::string MakeCodeDirectory(const TestDirectoryContents& contents) {
                                              : std::string(DigestLength(contents.hashType), '\0');
   }
   const std::uint32_t specialSize = Size(hashes);
-  const std::size_t pageSize = contents.pageSizeLog2 != 0 ? std::size_t{1} << contents.pageSizeLog2
-                                                          : contents.code.size();
+  const std::size_t pageSize =
+      contents.pageSizeLog2 != 0 ? std::size_t{1} << contents.pageSizeLog2 : contents.code.size();
   std::uint32_t pages = 0;
   for (std::size_t at = 0; at < contents.code.size(); at += pageSize, ++pages) {
     hashes += DigestOf(contents.hashType, contents.code.substr(at, pageSize));
@@ -53,9 +53,9 @@ std::string MakeCodeDirectory(const TestDirectoryContents& contents) {
   if (!contents.team.empty()) texts += contents.team + '\0';
   const std::uint32_t hashesAt = kHeaderSize + Size(texts);
 
-  std::string bytes = BigEndianFields({kMagic, hashesAt + Size(hashes), kVersion, contents.flags,
-                                       hashesAt + specialSize, kHeaderSize, slotCount, pages,
-                                       Size(contents.code)});
+  std::string bytes =
+      BigEndianFields({kMagic, hashesAt + Size(hashes), kVersion, contents.flags,
+                       hashesAt + specialSize, kHeaderSize, slotCount, pages, Size(contents.code)});
   bytes += static_cast<char>(DigestLength(contents.hashType));
   bytes += static_cast<char>(contents.hashType);
   bytes += '\0';
@@ -86,9 +86,8 @@ std::string MakeMachOCode(std::size_t size) {
   constexpr std::uint32_t kExecute = 2;
   constexpr std::uint32_t kCodeSignature = 0x1D;
   std::string code;
-  for (const std::uint32_t field :
-       {kMagic, kArm64, 0U, kExecute, 1U, 16U, 0U, 0U, kCodeSignature, 16U,
-        static_cast<std::uint32_t>(size), kSignatureRoom}) {
+  for (const std::uint32_t field : {kMagic, kArm64, 0U, kExecute, 1U, 16U, 0U, 0U, kCodeSignature,
+                                    16U, static_cast<std::uint32_t>(size), kSignatureRoom}) {
     code += LittleEndian(field);
   }
   code.resize(size, '\0');

@@ -7,9 +7,13 @@
 #include <memory>
 
 #include "platform/files.h"
+#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/property_list.h"
 
 namespace platform::code_signing {
 namespace {
+
+constexpr std::uint64_t kMaximumInformationSize = std::uint64_t{4} << 20;
 
 struct LayoutPaths {
   const char* marker;  ///< the subdirectory that tells the layout
@@ -114,8 +118,14 @@ BundleLayout FindBundleLayout(const std::string& directory) {
   layout.information.kind = PropertyListValue::Kind::kDictionary;
   layout.informationPath = FindInformation(Below(directory, paths.informationDirectory));
   if (layout.informationPath) {
-    if (auto information = ReadPropertyListDictionary(*layout.informationPath)) {
-      layout.information = std::move(*information);
+    RandomAccessFile file;
+    std::string bytes;
+    if (file.Open(*layout.informationPath) == 0 &&
+        file.ReadAll(bytes, kMaximumInformationSize) == 0) {
+      auto information = ParsePropertyList(bytes);
+      if (information && information->kind == PropertyListValue::Kind::kDictionary) {
+        layout.information = std::move(*information);
+      }
     }
   }
   const std::string name = ExecutableName(layout.information, directory);

@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -43,6 +46,7 @@ constexpr ComponentFile kComponentFiles[] = {
     {kSlotCmsSignature, "CodeSignature"},
 };
 
+constexpr char kVersions[] = "Versions";
 constexpr char kCurrentVersion[] = "Current";
 
 bool HasSameIdentity(const struct stat& a, const struct stat& b) {
@@ -64,10 +68,13 @@ bool IsDirectory(const std::string& path) {
 
 class BundleRepresentation : public DiskRepresentation {
  public:
-  BundleRepresentation(std::string directory, BundleRoot root, BundleLayout layout,
-                       DiskRepresentationPtr executable, bool isWhatIsUsed)
-      : directory_(std::move(directory)),
-        root_(std::move(root)),
+  /// @param resources the resource root, which all paths of `layout` below it begin with.
+  /// @param relativeRoot where it lies in `root`.
+  BundleRepresentation(BundleRoot root, Descriptor resources, std::string relativeRoot,
+                       BundleLayout layout, DiskRepresentationPtr executable, bool isWhatIsUsed)
+      : root_(std::move(root)),
+        resources_(std::move(resources)),
+        relativeRoot_(std::move(relativeRoot)),
         layout_(std::move(layout)),
         executable_(std::move(executable)),
         isWhatIsUsed_(isWhatIsUsed) {}
@@ -106,25 +113,25 @@ class BundleRepresentation : public DiskRepresentation {
 
   OsStatus ListUnsealed(std::vector<std::string>& versions) const override {
     versions.clear();
-    std::string level = directory_;
+    std::string level = root_.Path();
     OsStatus status = kErrSecSuccess;
-    while (level != layout_.resourceRoot && status == kErrSecSuccess) {
-      const std::size_t begin = level.size() + 1;
-      const std::size_t end = layout_.resourceRoot.find('/', begin);
-      const std::string next = layout_.resourceRoot.substr(begin, end - begin);
+    for (std::size_t begin = 0; begin < relativeRoot_.size() && status == kErrSecSuccess;) {
+      const std::size_t end = std::min(relativeRoot_.find('/', begin), relativeRoot_.size());
+      const std::string next = relativeRoot_.substr(begin, end - begin);
       status = CheckLevel(level, next, versions);
       level = JoinPath(level, next);
+      begin = end + 1;
     }
     return status;
   }
 
  private:
   /// Checks the entries of a directory above the resource root, of which `next` leads to the root.
-  OsStatus CheckLevel(const std::string& directory, const std::string& next,
-                      std::vector<std::string>& versions) const {
+  static OsStatus CheckLevel(const std::string& directory, const std::string& next,
+                             std::vector<std::string>& versions) {
     std::vector<std::string> names;
     struct stat sealed {};
-    if (const int error = ListDirectory(AT_FDCWD, directory, names); error != 0) {
+    if (const int error = ListDirectory(AT_FDCWD, JoinPath(directory, "."), names); error != 0) {
       return StatusFromErrno(error);
     }
     if (stat(JoinPath(directory, next).c_str(), &sealed) != 0) return StatusFromErrno(errno);
@@ -132,13 +139,25 @@ class BundleRepresentation : public DiskRepresentation {
       const std::string path = JoinPath(directory, name);
       struct stat status {};
       if (lstat(path.c_str(), &status) != 0) return StatusFromErrno(errno);
-      if (S_ISLNK(status.st_mode) && root_.CheckContains(path) == 0) continue;
+      if (S_ISLNK(status.st_mode) && IsUsualLink(path, name, next)) continue;
       if (!S_ISDIR(status.st_mode)) return kErrSecCSBadResource;
       if (HasSameIdentity(status, sealed)) continue;
       if (next != kCurrentVersion) return kErrSecCSBadResource;
       versions.push_back(path);
     }
     return kErrSecSuccess;
+  }
+
+  /// Whether a link is one of those that versioned bundles have: the current version's, and those
+  /// to its parts. Others could lead to what is not sealed.
+  static bool IsUsualLink(const std::string& path, const std::string& name,
+                          const std::string& next) {
+    char text[PATH_MAX];
+    const ssize_t length = readlink(path.c_str(), text, sizeof text);
+    if (length <= 0) return false;
+    const std::string_view target(text, static_cast<std::size_t>(length));
+    if (next == kCurrentVersion) return name == next && target.find('/') == target.npos;
+    return next == kVersions && target == JoinPath(JoinPath(kVersions, kCurrentVersion), name);
   }
 
   int ReadFile(const std::string& path, std::string& bytes) const {
@@ -176,8 +195,9 @@ class BundleRepresentation : public DiskRepresentation {
     return kErrSecCSSignatureFailed;
   }
 
-  const std::string directory_;
   const BundleRoot root_;
+  const Descriptor resources_;
+  const std::string relativeRoot_;
   const BundleLayout layout_;
   const DiskRepresentationPtr executable_;
   const bool isWhatIsUsed_;
@@ -201,7 +221,7 @@ std::string ChosenVersion(const std::string& directory) {
   for (const char* const unversioned : {"Contents", "Support Files"}) {
     if (CheckAccess(JoinPath(directory, unversioned), AccessTest::kExists) == 0) return directory;
   }
-  const std::string version = JoinPath(JoinPath(directory, "Versions"), kCurrentVersion);
+  const std::string version = JoinPath(JoinPath(directory, kVersions), kCurrentVersion);
   return CheckAccess(version + "/.", AccessTest::kExists) == 0 ? version : directory;
 }
 
@@ -267,6 +287,20 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
     return status;
   }
 
+  // From here on no folder above the sealed ones can be exchanged.
+  Descriptor resources = OpenAt(AT_FDCWD, layout.resourceRoot, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (!resources.IsOpen()) return StatusFromErrno(errno);
+  std::string relativeRoot =
+      layout.resourceRoot.substr(std::min(directory.size() + 1, layout.resourceRoot.size()));
+  const std::string before = std::exchange(layout.resourceRoot, PathOf(resources));
+  const auto rebase = [&](std::string& inside) {
+    if (inside.compare(0, before.size() + 1, before + "/") == 0) {
+      inside.replace(0, before.size(), layout.resourceRoot);
+    }
+  };
+  rebase(code);
+  if (layout.informationPath) rebase(*layout.informationPath);
+
   DiskRepresentationPtr executable;
   if (const OsStatus status = OpenFileRepresentation(code, PlainFileSignature::kNone, executable);
       status != kErrSecSuccess) {
@@ -276,7 +310,8 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
                             (!own.executable || LeadsTo(*own.executable, executable->Code())) &&
                             (name == BundleName::kExecutable || IsDirectory(directory));
   representation = std::make_unique<BundleRepresentation>(
-      directory, std::move(root), std::move(layout), std::move(executable), isWhatIsUsed);
+      std::move(root), std::move(resources), std::move(relativeRoot), std::move(layout),
+      std::move(executable), isWhatIsUsed);
   return kErrSecSuccess;
 }
 

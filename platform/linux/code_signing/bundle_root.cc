@@ -13,6 +13,8 @@
 namespace platform::code_signing {
 namespace {
 
+constexpr char kOpenFiles[] = "/proc/self/fd/";
+
 struct CloseStream {
   void operator()(DIR* stream) const { closedir(stream); }
 };
@@ -20,7 +22,7 @@ struct CloseStream {
 /// Where an open file lies now; empty when the kernel does not say.
 std::string LocationOf(int descriptor) {
   char location[PATH_MAX];
-  const std::string link = "/proc/self/fd/" + std::to_string(descriptor);
+  const std::string link = kOpenFiles + std::to_string(descriptor);
   const ssize_t length = readlink(link.c_str(), location, sizeof location);
   const bool isWhole = length >= 0 && length < ssize_t{sizeof location};
   return isWhole ? std::string(location, static_cast<std::size_t>(length)) : std::string();
@@ -30,22 +32,19 @@ std::string LocationOf(int descriptor) {
 
 int BundleRoot::Open(const std::string& path) {
   directory_ = OpenAt(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  return directory_.IsOpen() ? 0 : errno;
+  if (!directory_.IsOpen()) return errno;
+  location_ = LocationOf(directory_.Get());
+  return 0;
 }
 
 bool BundleRoot::Contains(int descriptor) const {
-  const std::string root = LocationOf(directory_.Get());
   const std::string location = LocationOf(descriptor);
-  if (root.empty() || location.empty()) return false;
-  const std::string prefix = root == "/" ? root : root + "/";
-  return location == root || location.compare(0, prefix.size(), prefix) == 0;
+  if (location_.empty() || location.empty()) return false;
+  const std::string prefix = location_ == "/" ? location_ : location_ + "/";
+  return location == location_ || location.compare(0, prefix.size(), prefix) == 0;
 }
 
-int BundleRoot::CheckContains(const std::string& path) const {
-  const Descriptor target = OpenAt(AT_FDCWD, path, O_PATH | O_CLOEXEC);
-  if (!target.IsOpen()) return errno;
-  return Contains(target.Get()) ? 0 : EXDEV;
-}
+std::string PathOf(const Descriptor& file) { return kOpenFiles + std::to_string(file.Get()); }
 
 int ListDirectory(int parent, const std::string& path, std::vector<std::string>& names) {
   names.clear();

@@ -8,6 +8,9 @@
 
 namespace platform::code_signing {
 
+/// A path of what is open, for as long as it is.
+std::string PathOf(const Descriptor& file);
+
 /// The directory of a bundle, held open while the bundle is checked. Names can be exchanged and
 /// links can lead anywhere, so what belongs to the bundle is decided by where the kernel says that
 /// an open file lies.
@@ -16,15 +19,15 @@ class BundleRoot {
   /// Opens the directory `path`; symbolic links are followed. @return 0 or the `errno`.
   int Open(const std::string& path);
 
+  /// A path of the open directory, whatever becomes of the name by which it was opened.
+  std::string Path() const { return PathOf(directory_); }
+
   /// Whether an open file or directory lies below the directory, or is the directory.
   bool Contains(int descriptor) const;
 
-  /// Whether `path`, after all links in it, leads to something that lies below the directory.
-  /// @return 0, EXDEV for what lies elsewhere, or the `errno` of the look-up.
-  int CheckContains(const std::string& path) const;
-
  private:
   Descriptor directory_;
+  std::string location_;  ///< of the directory when it was opened
 };
 
 /// Lists a directory, sorted, without "." and "..". A symbolic link is not followed.

@@ -27,8 +27,14 @@ class WorkBudget {
   /// Spends one verification with a public key, or one certificate considered as an issuer.
   void SpendVerification() { Spend(verifications_, 1); }
 
+  /// Spends the bytes of a message, most of which are certificates to take apart.
+  void SpendMessage(std::uint64_t bytes) { Spend(messages_, bytes); }
+
   /// Spends one piece of nested code.
   void SpendNestedCode() { Spend(nestedCode_, 1); }
+
+  /// Spends one entry of a bundle's directories.
+  void SpendEntry() { Spend(entries_, 1); }
 
  private:
   static void Spend(std::uint64_t& left, std::uint64_t amount) {
@@ -38,7 +44,9 @@ class WorkBudget {
 
   std::uint64_t hashing_ = std::uint64_t{4} << 30;
   std::uint64_t verifications_ = 1000;
+  std::uint64_t messages_ = std::uint64_t{4} << 20;
   std::uint64_t nestedCode_ = 1000;
+  std::uint64_t entries_ = std::uint64_t{1} << 16;
 };
 
 /// What all parts of one check share. Used by one thread.

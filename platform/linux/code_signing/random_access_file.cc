@@ -67,12 +67,12 @@ std::optional<std::string> RandomAccessFile::ReadPiece(std::uint64_t offset,
   return bytes;
 }
 
-int RandomAccessFile::ReadAll(std::string& bytes) const {
+int RandomAccessFile::ReadAll(std::string& bytes, std::uint64_t limit) const {
   constexpr std::size_t kStep = 64U << 10U;
   bytes.clear();
   for (;;) {
     const std::size_t before = bytes.size();
-    if (before > kLargestPiece) return EFBIG;
+    if (before > limit) return EFBIG;
     bytes.resize(before + kStep);
     std::size_t count = 0;
     const int error = ReadAt(before, &bytes[before], kStep, count);

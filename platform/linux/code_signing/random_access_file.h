@@ -49,8 +49,8 @@ class RandomAccessFile {
   std::optional<std::string> ReadPiece(std::uint64_t offset, std::uint64_t length) const;
 
   /// Reads the whole file, with memory only for what there really is.
-  /// @return 0 or the `errno`; EFBIG for more than kLargestPiece.
-  int ReadAll(std::string& bytes) const;
+  /// @return 0 or the `errno`; EFBIG for more than `limit` bytes.
+  int ReadAll(std::string& bytes, std::uint64_t limit = kLargestPiece) const;
 
  private:
   Descriptor file_;

@@ -23,6 +23,9 @@ namespace {
 
 using Kind = PropertyListValue::Kind;
 
+/// Through many names one large file would be hashed again and again.
+constexpr nlink_t kMaximumHardLinks = 16;
+
 /// Darwin's PATH_MAX: a bundle with longer paths was not made on a Mac.
 constexpr std::size_t kLongestPath = 1024;
 
@@ -153,6 +156,7 @@ class ResourceCheck {
   }
 
   OsStatus Visit(const Descriptor& directory, const std::string& name, const std::string& path) {
+    context_.budget.SpendEntry();
     if (path.size() > kLongestPath) return kErrSecCSBadResource;
     struct stat status {};
     if (fstatat(directory.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -170,6 +174,7 @@ class ResourceCheck {
           OpenAt(directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
+    if (S_ISREG(status.st_mode) && status.st_nlink > kMaximumHardLinks) return kErrSecCSBadResource;
     const bool isSealable = S_ISREG(status.st_mode) || isLink;
     if (!isSealable || rule == nullptr || rule->isOmitted) return kErrSecSuccess;
     return CheckEntry({directory, name, path, isLink});
@@ -188,7 +193,7 @@ class ResourceCheck {
     }
     if (item.requirement != nullptr) {
       return entry.isLink ? Collect(kErrSecCSBadResource)
-                          : CheckNestedCode(entry.path, *item.requirement);
+                          : CheckNestedCode(entry, *item.requirement);
     }
     if (item.link != nullptr) {
       return entry.isLink ? CheckLink(entry, *item.link) : Collect(kErrSecCSBadResource);
@@ -196,10 +201,11 @@ class ResourceCheck {
     return CheckFile(entry, item);
   }
 
-  OsStatus CheckNestedCode(const std::string& path, const std::string& text) {
+  OsStatus CheckNestedCode(const Entry& entry, const std::string& text) {
     const std::optional<Requirement> requirement = ParseRequirement(text);
     if (!requirement) return kErrSecCSResourcesInvalid;
-    const OsStatus status = seal_.checkNestedCode(JoinPath(root_, path), *requirement);
+    const OsStatus status =
+        seal_.checkNestedCode(JoinPath(PathOf(entry.directory), entry.name), *requirement);
     return status == kErrSecCSReqFailed ? Collect(kErrSecCSBadNestedCode) : status;
   }
 

@@ -107,6 +107,7 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
 OsStatus CheckSignature(std::string_view message, OsStatus directoriesStatus,
                         const CodeDirectorySet& directories, CheckContext& context,
                         CertificateChain& chain) {
+  context.budget.SpendMessage(message.size());
   CmsMessage parsed;
   const CmsMessage::ParseResult result = CmsMessage::Parse(message, parsed);
   if (result == CmsMessage::ParseResult::kMalformed) return kErrSecUnknownFormat;

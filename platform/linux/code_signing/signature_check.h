@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "platform/linux/code_signing/certificate.h"
-#include "platform/linux/code_signing/code_directory_set.h"
 #include "platform/linux/code_signing/check_context.h"
+#include "platform/linux/code_signing/code_directory_set.h"
 
 namespace platform::code_signing {
 

@@ -87,11 +87,13 @@ OsStatus SignedCode::CheckSealedResources() {
 OsStatus SignedCode::CheckNestedCode(const std::string& path,
                                      const Requirement& requirement) const {
   context_->budget.SpendNestedCode();
-  // A file that stands for a bundle would have its bundle's files sealed twice, here and there.
-  const bool isUsual = DirectoryExists(path) || !FindBundleOfExecutable(path);
-  if (depth_ == kMaximumDepth || !isUsual) return kErrSecCSBadNestedCode;
+  if (depth_ == kMaximumDepth) return kErrSecCSBadNestedCode;
   DiskRepresentationPtr representation;
-  OsStatus status = OpenRepresentation(path, representation);
+  // A file stands for itself alone: what lies beside it is sealed here.
+  OsStatus status =
+      DirectoryExists(path)
+          ? OpenBundleRepresentation(path, BundleName::kDirectory, representation)
+          : OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
   if (status != kErrSecSuccess) return status;
   if (!code_->Root()->Contains(representation->Code().Number())) return kErrSecCSBadNestedCode;
   std::vector<std::string> versions;

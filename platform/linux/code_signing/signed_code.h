@@ -9,7 +9,6 @@
 #include "platform/linux/code_signing/requirement_subject.h"
 #include "platform/linux/code_signing/slice_signature.h"
 
-
 namespace platform::code_signing {
 
 /// A piece of code whose signature is validated as SecStaticCode does (StaticCode.cpp of Apple's

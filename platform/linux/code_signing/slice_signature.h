@@ -5,11 +5,11 @@
 #include <optional>
 
 #include "platform/linux/code_signing/certificate.h"
+#include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/code_directory_set.h"
 #include "platform/linux/code_signing/disk_representation.h"
 #include "platform/linux/code_signing/page_check.h"
 #include "platform/linux/code_signing/requirement_subject.h"
-#include "platform/linux/code_signing/check_context.h"
 
 namespace platform::code_signing {
 

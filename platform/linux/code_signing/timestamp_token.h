@@ -16,8 +16,8 @@ struct Timestamp {
   CertificateList certificates;
 };
 
-/// Verifies a time-stamp token (RFC 3161): that it is about `signature`, its own signature, of which
-/// there must be one, and its authority's chain up to an anchor.
+/// Verifies a time-stamp token (RFC 3161): that it is about `signature`, its own signature, of
+/// which there must be one, and its authority's chain up to an anchor.
 /// @return nothing when the token is not valid.
 std::optional<Timestamp> VerifyTimestampToken(std::string_view token, std::string_view signature,
                                               CheckContext& context);
