@@ -41,6 +41,7 @@ from simulator import endpoints, installation, scenario  # noqa: E402
 from simulator.in_place import ClaimError  # noqa: E402
 from simulator.signing import SigningError  # noqa: E402
 
+_ENDINGS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 _FAILURE = 125  # as commands use that run other commands
 _REFUSED = 22  # the tool's status when its words are wrong, among other things
 
@@ -216,11 +217,13 @@ def main(words: list[str]) -> int:
 
 
 def _end(number: int, _) -> None:
-    """Ends the process by way of everything that cleans up."""
+    """Ends the process by way of everything that cleans up, and that nothing interrupts."""
+    for ending in _ENDINGS:
+        signal.signal(ending, signal.SIG_IGN)
     sys.exit(128 + number)
 
 
 if __name__ == "__main__":
-    for ending in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
-        signal.signal(ending, _end)
+    for ending_signal in _ENDINGS:
+        signal.signal(ending_signal, _end)
     sys.exit(main(sys.argv[1:]))

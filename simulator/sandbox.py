@@ -4,6 +4,7 @@ The root is an empty file system in memory. The tree's own folders and, read-onl
 need of the machine are bound into it; the process table is its own.
 """
 
+import contextlib
 import functools
 import hashlib
 import json
@@ -11,6 +12,7 @@ import os
 import pathlib
 import select
 import shutil
+import signal
 import subprocess
 from typing import Any
 
@@ -73,26 +75,40 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
     When this returns or raises, nothing in the sandbox runs any more.
     """
     reader, writer = os.pipe()
-    with open(reader, encoding="utf-8") as info:
+    info = bytearray()
+    try:
         try:
             process = subprocess.Popen([sandboxed[0], "--info-fd", str(writer), *sandboxed[1:]],
                                        pass_fds=(writer,), **streams)
         finally:
             os.close(writer)
-        first = None
         with process:
+            first, is_told = None, False
             try:
-                first = _first_process(info.read())
+                _read(reader, info)
+                first, is_told = _first_process(info), True
                 return process.wait(timeout)
             finally:
+                if not is_told:  # a signal came first, and bwrap has hardly begun
+                    _read(reader, info)
+                    first = _first_process(info)
                 process.kill()
                 process.wait()
                 if first is not None:
+                    with contextlib.suppress(ProcessLookupError):
+                        signal.pidfd_send_signal(first, signal.SIGKILL)
                     select.select([first], [], [])  # it ends last, see pid_namespaces(7)
                     os.close(first)
+    finally:
+        os.close(reader)
 
 
-def _first_process(info: str) -> int | None:
+def _read(descriptor: int, whole: bytearray) -> None:
+    while part := os.read(descriptor, 4096):
+        whole += part
+
+
+def _first_process(info: bytes) -> int | None:
     """A descriptor of the first process of the sandbox that `info` is about; None once it ended, or
     where the kernel has no such descriptors.
 

@@ -52,7 +52,7 @@ def write_image(content: pathlib.Path, image: pathlib.Path, volume: str = "SETUP
     """
     command = ["xorriso", "-no_rc", "-abort_on", "FAILURE", "-outdev", f"stdio:{image}",
                "-volid", volume, "-padding", "0", "-map", str(content), "/"]
-    for path in content.rglob("*"):
+    for path in pathlib.Path(content).rglob("*"):
         if path.is_file() and not path.is_symlink() and not os.access(path, os.R_OK):
             mode = path.stat().st_mode
             path.chmod(mode | 0o400)  # for xorriso; on the image it gets its own mode again
