@@ -1,14 +1,13 @@
 """The version query of tools with other property lists in them.
 
-Usage: version_test.py TOOL_WITHOUT_VERSION TOOL_WITH_OTHER_VERSION [unittest argument...]
+Usage: version_test.py TOOL_WITH_OTHER_VERSION TOOL_WITHOUT_VERSION...
 """
 
 import subprocess
 import sys
 import unittest
 
-without_version = None
-other_version = None
+tools = []
 
 
 class VersionTest(unittest.TestCase):
@@ -16,14 +15,16 @@ class VersionTest(unittest.TestCase):
         done = subprocess.run([tool, "-getVersion"], capture_output=True, timeout=30)
         return done.returncode, done.stdout
 
-    def test_list_without_the_key(self):
-        self.assertEqual(self.query(without_version), (2, b""))
-
     def test_other_version(self):
-        self.assertEqual(self.query(other_version), (0, " 2.0 <ü> ".encode()))
+        self.assertEqual(self.query(tools[0]), (0, " 2.0 <ü> ".encode()))
+
+    def test_lists_without_a_version(self):
+        self.assertGreater(len(tools), 1)
+        for tool in tools[1:]:
+            with self.subTest(tool=tool):
+                self.assertEqual(self.query(tool), (2, b""))
 
 
 if __name__ == "__main__":
-    without_version = sys.argv.pop(1)
-    other_version = sys.argv.pop(1)
-    unittest.main()
+    tools = sys.argv[1:]
+    unittest.main(argv=sys.argv[:1])

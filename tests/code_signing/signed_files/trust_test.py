@@ -40,9 +40,10 @@ class AnchorTest(TrustTestCase):
         verdict = self.assert_validity(NOT_TRUSTED, self.sign(), anchors=self.directory / "none")
         self.assertEqual((verdict.team, verdict.certificates), ("QK7ZP2M9XD", ()))
 
-    def test_an_empty_or_useless_file_trusts_no_chain(self):
+    def test_an_empty_useless_or_huge_file_trusts_no_chain(self):
         path = self.sign()
-        for text in ("", "no certificates here\n", self.root()[:200], self.root()[27:]):
+        for text in ("", "no certificates here\n", self.root()[:200], self.root()[27:],
+                     self.root() + "\n" * (1 << 20)):
             self.assert_validity(NOT_TRUSTED, path, anchors=self.anchors(text))
 
     def test_a_directory_trusts_no_chain(self):
