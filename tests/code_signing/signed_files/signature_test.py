@@ -406,7 +406,7 @@ class HashAgilityTest(SignatureTestCase):
             value = der.octet_string(plistlib.dumps(content))
             self.assert_attributes(SIGNATURE_FAILED, cms.attribute(
                 cms.ATTRIBUTE_HASH_AGILITY, value))
-            self.assert_attributes(VALID, cms.attribute(
+            self.assert_attributes(VALID, self.second(*self.pairs()), cms.attribute(
                 cms.ATTRIBUTE_HASH_AGILITY, value, der.integer(1)))
 
     def test_second_version_lists_every_hash(self):
