@@ -444,7 +444,7 @@ CONFIGURATION_AND_LOG = [
         replaced(LOG, link="small/log.txt"), volumes={SMALL: 4096}, changes=(SMALL,)),
     tool_version("the log is a FIFO that nobody reads", False, replaced(LOG, fifo=True)),
     tool_version("the log is a FIFO that somebody reads", False, replaced(LOG, fifo=True),
-                 before=f"cat {LOG} >/dev/null &"),
+                 before=f"cat {LOG} >/dev/null & until grep -q State:.S /proc/$!/status; do :; done;"),
 ]
 
 # --- Agent configuration files --------------------------------------------------------------------

@@ -30,16 +30,24 @@ _NOT_COMPARED = (installation.STAND_INS, "/run/host")
 _REPORTER = f"{installation.STAND_INS}/open_descriptors.so"
 # What is left in the sandbox after a run, one a line.
 _LEFT = f"{installation.STAND_INS}/left"
-# Runs a row's command, and lists new processes but the product's services, and shared memory.
+# Runs a row's command, and lists new processes but the product's services, and shared memory. A process
+# gets two seconds to end.
 _AROUND = f"""
 before=" $(echo /proc/[0-9]*) "
 ({{command}})
 status=$?
-for process in /proc/[0-9]*; do
-  case $before in *" $process "*) continue ;; esac
-  program=$(readlink "$process/exe") || continue # a process that has just ended
-  case $program in {installation.SERVICES}/*) ;; *) echo "$program" ;; esac
-done >{_LEFT}
+left() {{{{
+  for process in /proc/[0-9]*; do
+    case $before in *" $process "*) continue ;; esac
+    program=$(readlink "$process/exe") || continue # a process that has just ended
+    case $program in {installation.SERVICES}/*) ;; *) echo "$program" ;; esac
+  done
+}}}}
+tries=20
+while left >{_LEFT}; [ -s {_LEFT} ] && [ "$tries" -gt 0 ]; do
+  tries=$((tries - 1))
+  sleep 0.1
+done
 tail -n +2 /proc/sysvipc/shm >>{_LEFT}
 ls -A /dev/shm >>{_LEFT}
 exit "$status"
