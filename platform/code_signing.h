@@ -16,7 +16,7 @@ namespace platform {
 class AutoreleasePool {
  public:
   AutoreleasePool();
-  ~AutoreleasePool();
+  ~AutoreleasePool();  // NOLINT(performance-trivially-destructible): it is on Linux alone
   AutoreleasePool(const AutoreleasePool&) = delete;
   AutoreleasePool& operator=(const AutoreleasePool&) = delete;
 
