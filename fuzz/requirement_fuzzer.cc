@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "platform/linux/code_signing/requirement.h"
-#include "tests/code_signing/test_certificate.h"
+#include "tests/code_signing/certificate_builder.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ RequirementSubject MakeSubject(const X509* certificate) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static const auto certificate = platform::code_signing::MakeCertificate(
+  static const auto certificate = platform::code_signing::MakeNamedCertificate(
       {{"CN", "Example"}, {"OU", "TEAM"}}, {"1.2.840.113635.100.6.1.13"});
   static const RequirementSubject subject = MakeSubject(certificate.get());
   const auto requirement = platform::code_signing::ParseRequirement(

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "tests/code_signing/test_chain.h"
+#include "tests/code_signing/certificate_builder.h"
 
 namespace platform::code_signing {
 

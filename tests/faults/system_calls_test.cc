@@ -23,7 +23,7 @@
 #include "platform/process_table.h"
 #include "platform/standard_streams.h"
 #include "platform/task.h"
-#include "tests/code_signing/test_signature.h"
+#include "tests/code_signing/signature_builder.h"
 #include "tests/contract/support.h"
 #include "tests/faults/failing_calls.h"
 

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "tests/code_signing/test_directory.h"
+#include "tests/code_signing/directory_fixture.h"
 
 namespace platform::code_signing {
 namespace {

@@ -9,8 +9,8 @@
 
 #include "platform/bundle.h"
 #include "platform/linux/code_signing/signed_code.h"
-#include "tests/code_signing/test_directory.h"
-#include "tests/code_signing/test_signature.h"
+#include "tests/code_signing/directory_fixture.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace platform::code_signing {
 namespace {

@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include "platform/linux/code_signing/plain_file.h"
-#include "tests/code_signing/test_directory.h"
-#include "tests/code_signing/test_signature.h"
+#include "tests/code_signing/directory_fixture.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace platform::code_signing {
 namespace {

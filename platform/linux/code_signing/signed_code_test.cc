@@ -1,5 +1,7 @@
 // Whole files with a CMS signature, as an attacker would forge them.
 
+#include "platform/linux/code_signing/signed_code.h"
+
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,11 +11,9 @@
 
 #include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/signature_check.h"
-#include "platform/linux/code_signing/signed_code.h"
-#include "platform/linux/code_signing/timestamp_token.h"
 #include "tests/code_signing/cms_builder.h"
-#include "tests/code_signing/test_directory.h"
-#include "tests/code_signing/test_signature.h"
+#include "tests/code_signing/directory_fixture.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace platform::code_signing {
 namespace {
@@ -249,41 +249,6 @@ TEST_F(SignedFileTest, HashesAndPagesHaveASize) {
   EXPECT_EQ(status(11), kErrSecCSUnsigned);
   EXPECT_EQ(status(1), kErrSecCSUnsigned);
   EXPECT_EQ(status(12, false), kErrSecCSUnsigned);
-}
-
-class TimestampTokenTest : public testing::Test {
- protected:
-  std::optional<Timestamp> Verify(const std::string& token) {
-    return VerifyTimestampToken(token, "signature", context_);
-  }
-
-  const TestSigner authority_ = MakeSigner("timeStamping");
-  CheckContext context_ = {TrustStore({authority_.chain.back()})};
-};
-
-TEST_F(TimestampTokenTest, TellsTheTimeOfTheSignature) {
-  const auto timestamp = Verify(MakeTimestampToken({authority_}, "signature"));
-  ASSERT_TRUE(timestamp);
-  EXPECT_EQ(timestamp->time, 1500);
-}
-
-TEST_F(TimestampTokenTest, HasOneSigner) {
-  EXPECT_FALSE(Verify(MakeTimestampToken({authority_, authority_}, "signature")));
-}
-
-TEST_F(TimestampTokenTest, IsAboutTheSignatureBeforeAnythingIsVerified) {
-  const std::string token = MakeTimestampToken({authority_}, "another signature");
-  for (int i = 0; i < 400; ++i) ASSERT_FALSE(Verify(token));
-  EXPECT_TRUE(Verify(MakeTimestampToken({authority_}, "signature")));
-}
-
-TEST_F(TimestampTokenTest, VerificationsAreLimited) {
-  const std::string token = MakeTimestampToken({authority_}, "signature");
-  EXPECT_THROW(
-      {
-        for (int i = 0; i < 400; ++i) Verify(token);
-      },
-      BudgetExceeded);
 }
 
 }  // namespace

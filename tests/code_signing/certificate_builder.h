@@ -1,5 +1,5 @@
-#ifndef TESTS_CODE_SIGNING_TEST_CHAIN_H_
-#define TESTS_CODE_SIGNING_TEST_CHAIN_H_
+#ifndef TESTS_CODE_SIGNING_CERTIFICATE_BUILDER_H_
+#define TESTS_CODE_SIGNING_CERTIFICATE_BUILDER_H_
 
 #include <openssl/evp.h>
 
@@ -33,6 +33,12 @@ struct CertificatePlan {
 
 CertificatePtr MakeCertificate(const CertificatePlan& plan);
 
+/// Makes a certificate that is signed with its own new key.
+/// @param subject pairs of an attribute's short name ("CN") and its text, in order.
+/// @param extensions identifiers (dotted numbers) of empty extensions.
+CertificatePtr MakeNamedCertificate(const std::vector<std::pair<std::string, std::string>>& subject,
+                                    const std::vector<std::string>& extensions = {});
+
 }  // namespace platform::code_signing
 
-#endif  // TESTS_CODE_SIGNING_TEST_CHAIN_H_
+#endif  // TESTS_CODE_SIGNING_CERTIFICATE_BUILDER_H_

@@ -1,4 +1,4 @@
-#include "tests/code_signing/test_directory.h"
+#include "tests/code_signing/directory_fixture.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>

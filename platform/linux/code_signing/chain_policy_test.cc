@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/code_signing/certificate_builder.h"
 #include "tests/code_signing/libcrypto_memory.h"
-#include "tests/code_signing/test_chain.h"
 
 namespace platform::code_signing {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/code_signing/test_signature.h"
+#include "tests/code_signing/signature_builder.h"
 
 #include <utility>
 

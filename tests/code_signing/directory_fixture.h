@@ -1,5 +1,5 @@
-#ifndef TESTS_CODE_SIGNING_TEST_DIRECTORY_H_
-#define TESTS_CODE_SIGNING_TEST_DIRECTORY_H_
+#ifndef TESTS_CODE_SIGNING_DIRECTORY_FIXTURE_H_
+#define TESTS_CODE_SIGNING_DIRECTORY_FIXTURE_H_
 
 #include <string>
 
@@ -29,4 +29,4 @@ class TestDirectory {
 
 }  // namespace platform::code_signing
 
-#endif  // TESTS_CODE_SIGNING_TEST_DIRECTORY_H_
+#endif  // TESTS_CODE_SIGNING_DIRECTORY_FIXTURE_H_

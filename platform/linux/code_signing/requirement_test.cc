@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "tests/code_signing/test_certificate.h"
+#include "tests/code_signing/certificate_builder.h"
 
 namespace platform::code_signing {
 namespace {
@@ -40,16 +40,16 @@ class RequirementTest : public testing::Test {
     return (*requirement)(subject_);
   }
 
-  const TestCertificate leaf_ =
-      MakeCertificate({{"UID", "TEAM123456"},
-                       {"CN", "Developer ID Application: Example (TEAM123456)"},
-                       {"OU", "FIRST"},
-                       {"OU", "TEAM123456"},
-                       {"C", "US"}},
-                      {kLeafMarker});
-  const TestCertificate intermediate_ =
-      MakeCertificate({{"CN", "Example CA"}, {"O", "Ex\xC3\xA4mple"}}, {kIntermediateMarker});
-  const TestCertificate root_ = MakeCertificate({{"CN", "Example Root"}});
+  const CertificatePtr leaf_ =
+      MakeNamedCertificate({{"UID", "TEAM123456"},
+                            {"CN", "Developer ID Application: Example (TEAM123456)"},
+                            {"OU", "FIRST"},
+                            {"OU", "TEAM123456"},
+                            {"C", "US"}},
+                           {kLeafMarker});
+  const CertificatePtr intermediate_ =
+      MakeNamedCertificate({{"CN", "Example CA"}, {"O", "Ex\xC3\xA4mple"}}, {kIntermediateMarker});
+  const CertificatePtr root_ = MakeNamedCertificate({{"CN", "Example Root"}});
   RequirementSubject subject_;
 };
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "platform/linux/code_signing/bundle_representation.h"
-#include "tests/code_signing/test_directory.h"
+#include "tests/code_signing/directory_fixture.h"
 
 namespace platform::code_signing {
 namespace {

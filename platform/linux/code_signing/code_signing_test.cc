@@ -1,17 +1,18 @@
 // The seam itself, on this host's adapter: the anchors are those of the machine, if it has any.
 
+#include "platform/code_signing.h"
+
 #include <gtest/gtest.h>
 
-#include "platform/code_signing.h"
 #include "platform/linux/code_signing/status.h"
-#include "tests/code_signing/test_certificate.h"
-#include "tests/code_signing/test_directory.h"
-#include "tests/code_signing/test_signature.h"
+#include "tests/code_signing/certificate_builder.h"
+#include "tests/code_signing/directory_fixture.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace platform {
 namespace {
 
-using code_signing::MakeCertificate;
+using code_signing::MakeNamedCertificate;
 using code_signing::TestDirectory;
 
 TEST(CodeSigningAdapterTest, FillsTheCodeOnSuccessOnly) {
@@ -50,11 +51,11 @@ TEST(CodeSigningAdapterTest, AdhocSignedCodeIsValidWithoutAnchors) {
 
 TEST(CodeSigningAdapterTest, GivesTheLastCommonName) {
   const Certificate two{std::shared_ptr<X509>(
-      MakeCertificate({{"CN", "first"}, {"O", "Example"}, {"CN", "second"}}))};
+      MakeNamedCertificate({{"CN", "first"}, {"O", "Example"}, {"CN", "second"}}))};
   std::optional<std::string> name;
   EXPECT_EQ(CopyCommonName(two, name), code_signing::kErrSecSuccess);
   EXPECT_EQ(name, "second");
-  const Certificate none{std::shared_ptr<X509>(MakeCertificate({{"O", "Example"}}))};
+  const Certificate none{std::shared_ptr<X509>(MakeNamedCertificate({{"O", "Example"}}))};
   EXPECT_EQ(CopyCommonName(none, name), code_signing::kErrSecInternal);
   EXPECT_FALSE(name);
 }

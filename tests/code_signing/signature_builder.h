@@ -1,5 +1,5 @@
-#ifndef TESTS_CODE_SIGNING_TEST_SIGNATURE_H_
-#define TESTS_CODE_SIGNING_TEST_SIGNATURE_H_
+#ifndef TESTS_CODE_SIGNING_SIGNATURE_BUILDER_H_
+#define TESTS_CODE_SIGNING_SIGNATURE_BUILDER_H_
 
 #include <cstdint>
 #include <functional>
@@ -54,4 +54,4 @@ std::string MakeUniversal(const std::vector<std::string>& slices);
 
 }  // namespace platform::code_signing
 
-#endif  // TESTS_CODE_SIGNING_TEST_SIGNATURE_H_
+#endif  // TESTS_CODE_SIGNING_SIGNATURE_BUILDER_H_
