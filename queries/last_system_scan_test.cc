@@ -79,7 +79,7 @@ TEST_F(LastSystemScanTest, DirectoryCannotBeReadToItsEnd) {
   Add("1_Full Scan.xml", Summary(1), 100);
   Add("2_Full Scan.xml", Summary(2), 200);
   world.files[kDirectory].readError = EIO;
-  for (const std::size_t entry : {0, 1, 2}) {
+  for (std::size_t entry = 0; entry < 3; ++entry) {
     world.files[kDirectory].readErrorAt = entry;
     Expect(EIO, "before", {kStart}, "before");
   }

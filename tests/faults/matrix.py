@@ -747,7 +747,7 @@ LIMITS = [
     Row("little memory and an answer with four million numbers", QUERY, ABORTED, "",
         "Parse AgentSDK response",
         answering({}, outputText='{"numbers":[' + "1," * (1 << 22) + "1]}"),
-        before=LITTLE_MEMORY),
+        before="ulimit -v 204800;"),
     detect("little memory and an agent configuration with a text of 100 MB",
            agent({"json": {"filler": "x" * HUGE, "id": KNOWN}}), f"2|{FROM_SDK}",
            before=LITTLE_MEMORY),
