@@ -30,6 +30,9 @@ class WorkBudget {
   /// Spends the bytes of a message, most of which are certificates to take apart.
   void SpendMessage(std::uint64_t bytes) { Spend(messages_, bytes); }
 
+  /// Spends the bytes of a component that is compared with its slot, once for each look.
+  void SpendComponent(std::uint64_t bytes) { Spend(components_, bytes); }
+
   /// Spends one piece of nested code.
   void SpendNestedCode() { Spend(nestedCode_, 1); }
 
@@ -45,6 +48,7 @@ class WorkBudget {
   std::uint64_t hashing_ = std::uint64_t{4} << 30;
   std::uint64_t verifications_ = 1000;
   std::uint64_t messages_ = std::uint64_t{4} << 20;
+  std::uint64_t components_ = std::uint64_t{256} << 20;
   std::uint64_t nestedCode_ = 1000;
   std::uint64_t entries_ = std::uint64_t{1} << 16;
 };

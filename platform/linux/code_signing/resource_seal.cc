@@ -134,6 +134,14 @@ class ResourceCheck {
            path == mainExecutable_;
   }
 
+  /// Whether the path itself, or anything below it, is sealed.
+  bool IsSealed(const std::string& path) const {
+    const std::string inside = path + "/";
+    const auto next = sealed_.lower_bound(inside);
+    return sealed_.count(path) != 0 ||
+           (next != sealed_.end() && next->first.substr(0, inside.size()) == inside);
+  }
+
   /// Keeps a problem that does not end the check; the first one is its outcome.
   OsStatus Collect(OsStatus problem) {
     if (collected_ == kErrSecSuccess) collected_ = problem;
@@ -170,21 +178,24 @@ class ResourceCheck {
     if (S_ISDIR(status.st_mode)) {
       const bool isCode = rule != nullptr && rule->isNestedCode && name.find('.') != name.npos;
       if (isCode) return CheckEntry({directory, name, path, isLink});
+      if (sealed_.count(path) != 0) return Collect(kErrSecCSBadResource);
       const Descriptor inner =
           OpenAt(directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
     if (S_ISREG(status.st_mode) && status.st_nlink > kMaximumHardLinks) return kErrSecCSBadResource;
     const bool isSealable = S_ISREG(status.st_mode) || isLink;
-    if (!isSealable || rule == nullptr || rule->isOmitted) return kErrSecSuccess;
+    if (!isSealable) return IsSealed(path) ? Collect(kErrSecCSBadResource) : kErrSecSuccess;
+    if (rule == nullptr || rule->isOmitted) return kErrSecSuccess;
     return CheckEntry({directory, name, path, isLink});
   }
 
   OsStatus CheckEntry(const Entry& entry) {
     const auto found = sealed_.find(entry.path);
     if (found == sealed_.end()) {
-      // Version 1 knows no links.
-      return version_ == 1 && entry.isLink ? kErrSecSuccess : Collect(kErrSecCSBadResource);
+      // Version 1 knows no links, but none may stand for a folder of sealed files.
+      const bool isIgnored = version_ == 1 && entry.isLink && !IsSealed(entry.path);
+      return isIgnored ? kErrSecSuccess : Collect(kErrSecCSBadResource);
     }
     unseen_.erase(found->first);
     SealedItem item;

@@ -275,6 +275,28 @@ TEST_F(ResourceSealTest, WhatCannotBeExaminedIsAnError) {
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);
 }
 
+TEST_F(ResourceSealTest, WhatIsNoFileIsNotInAFilesPlace) {
+  const std::string entry = Member("Resources/optional", Sealed("x", kOptional));
+  EXPECT_EQ(CheckUsual(entry), kErrSecSuccess);
+  const std::string path = directory_.Path("Contents/Resources/optional");
+  ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSBadResource);
+  directory_.Remove("Contents/Resources/optional");
+  directory_.MakeDirectory("Contents/Resources/optional");
+  EXPECT_EQ(CheckUsual(entry), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, NoLinkStandsForAFolderOfSealedFiles) {
+  hashTypes_ = {HashType::kSha1};
+  const auto list = [](const std::string& path) {
+    return List(Member("rules", Dictionary(Member("^Resources/", "<true/>"))) +
+                Member("files", Dictionary(FileEntry() + Member(path, Sealed("x", kOptional)))));
+  };
+  directory_.MakeLink("Contents/Resources/en.lproj", "/tmp");
+  EXPECT_EQ(Check(list("Resources/de.lproj/x")), kErrSecSuccess);
+  EXPECT_EQ(Check(list("Resources/en.lproj/x")), kErrSecCSBadResource);
+}
+
 TEST_F(ResourceSealTest, PathsMustNotBeLongerThanAMacAllows) {
   const std::string name(200, 'n');
   std::string path = "Contents/Resources";

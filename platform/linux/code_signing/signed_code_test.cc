@@ -230,6 +230,22 @@ TEST_F(SignedFileTest, MessagesAreLimited) {
       BudgetExceeded);
 }
 
+TEST_F(SignedFileTest, ComponentsAreLimited) {
+  TestDirectoryContents contents;
+  contents.code = "code";
+  const std::string requirements(std::size_t{40} << 20, 'r');
+  contents.sealed = {{kSlotRequirements, requirements}};
+  directory_.Write("library", contents.code);
+  directory_.Write("library.codesignature",
+                   MakeSuperBlob({{kSlotCodeDirectory, MakeCodeDirectory(contents)},
+                                  {kSlotRequirements, MakeWrapper(requirements)}}));
+  const auto context = std::make_shared<CheckContext>();
+  for (int i = 0; i < 6; ++i) context->budget.SpendComponent(std::size_t{40} << 20);
+  std::unique_ptr<SignedCode> code;
+  ASSERT_EQ(SignedCode::Open(directory_.Path("library"), context, code), kErrSecSuccess);
+  EXPECT_THROW(code->CheckValidity(), BudgetExceeded);
+}
+
 TEST_F(SignedFileTest, HashesAndPagesHaveASize) {
   constexpr std::size_t kHashSize = 36;
   const auto status = [&](std::uint8_t pageSizeLog2, bool hasHashes = true) {
