@@ -1,10 +1,9 @@
 #include "platform/linux/code_signing/bundle_layout.h"
 
-#include <dirent.h>
 #include <strings.h>
 #include <sys/stat.h>
 
-#include <memory>
+#include <utility>
 
 #include "platform/files.h"
 #include "platform/linux/code_signing/random_access_file.h"

@@ -11,7 +11,6 @@
 #include <filesystem>
 #include <map>
 #include <string_view>
-#include <utility>
 
 #include "platform/files.h"
 #include "platform/linux/code_signing/requirement.h"
