@@ -203,7 +203,7 @@ class Commands(unittest.TestCase):
     def test_shell_on_a_terminal(self):
         prompt = "[critical-issues] /opt/kxtool/work"
         status, shown = self.on_terminal(
-            [(prompt, b"echo here; sleep 60\r"), ("\rhere", b"\x03"),
+            [(prompt, b"sh -c 'echo here; exec sleep 60'\r"), ("\rhere", b"\x03"),
              (prompt, b"sh -c 'exit 5'\r"), (prompt, b"exit\r")],
             "--scenario", "critical-issues")
         self.assertEqual(status, 5, shown)
