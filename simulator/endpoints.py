@@ -166,6 +166,7 @@ def _run_in_place(script: Json, _: bool, **streams: Any) -> int:
 @contextlib.contextmanager
 def _open_in_place(build, scenario, logging, programs):
     own = tuple(f"{directory}/" for directory in installation.OWN_DIRECTORIES)
+    temporary.remove_leftovers()  # one may have a claim
     with in_place.claim([*installation.OWN_DIRECTORIES, *programs]):
         installed = _lay_out(pathlib.Path("/"), build, scenario, logging)
         for path, program in programs.items():

@@ -25,9 +25,8 @@ _GRACE = 10
 @contextlib.contextmanager
 def folder() -> Iterator[pathlib.Path]:
     """A new folder, which is gone when the context ends; removes those of killed commands before."""
+    remove_leftovers()
     place = _place()
-    for used in {place, tempfile.gettempdir(), _MEMORY}:
-        _remove_leftovers(used)
     with contextlib.ExitStack() as lock:
         with _locked(place):
             made = pathlib.Path(tempfile.mkdtemp(prefix=_PREFIX, dir=place))
@@ -39,6 +38,18 @@ def folder() -> Iterator[pathlib.Path]:
             yield inner
         finally:
             remove_tree(made)
+
+
+def remove_leftovers() -> None:
+    """Removes the folders of killed commands, and ends what still uses them."""
+    for place in {_place(), tempfile.gettempdir(), _MEMORY}:
+        for path in pathlib.Path(place).glob(f"{_PREFIX}*"):
+            with contextlib.suppress(OSError):  # in use, another's, or gone
+                with _locked(place):  # so that it is not a new one, about to be locked
+                    with _locked(path, wait=False):
+                        if path.stat().st_uid == os.getuid():
+                            end_processes((f"{path}/",))
+                            remove_tree(path)
 
 
 def end_processes(folders: tuple[str, ...]) -> None:
@@ -82,16 +93,6 @@ def _locked(path: str | pathlib.Path, wait: bool = True) -> Iterator[None]:
         yield
     finally:
         os.close(descriptor)
-
-
-def _remove_leftovers(place: str) -> None:
-    for path in pathlib.Path(place).glob(f"{_PREFIX}*"):
-        with contextlib.suppress(OSError):  # in use, another's, or gone
-            with _locked(place):  # so that it is not a new one, about to be locked
-                with _locked(path, wait=False):
-                    if path.stat().st_uid == os.getuid():
-                        end_processes((f"{path}/",))
-                        remove_tree(path)
 
 
 def _processes(folders: tuple[str, ...]) -> set[int]:

@@ -50,7 +50,8 @@ bool ReadUtf16(std::string_view bytes, std::string& text) {
 
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+  BinaryReader(std::string_view bytes, PropertyListBudget& budget)
+      : bytes_(bytes), budget_(budget) {}
 
   bool Read(PropertyListValue& list) {
     constexpr std::size_t kTrailerSize = 32;
@@ -136,7 +137,7 @@ class BinaryReader {
     constexpr std::uint64_t kUtf16 = 6;
     std::string_view bytes;
     if (type > kUtf16 || size > rest.size() ||
-        !Cut(rest, type == kUtf16 ? size * 2 : size, bytes) || !memory_.Take(bytes.size() * 2)) {
+        !Cut(rest, type == kUtf16 ? size * 2 : size, bytes) || !budget_.Take(bytes.size() * 2)) {
       return false;
     }
     value.kind = type == kData ? Kind::kData : Kind::kString;
@@ -162,14 +163,14 @@ class BinaryReader {
     value.kind = isDictionary ? Kind::kDictionary : Kind::kArray;
     for (std::uint64_t i = 0; i < size; ++i) {
       if (!isDictionary) {
-        if (!memory_.Add(value.elements, {}) || !ReadObject(reference(i), value.elements.back())) {
+        if (!budget_.Add(value.elements, {}) || !ReadObject(reference(i), value.elements.back())) {
           return false;
         }
         continue;
       }
       PropertyListValue key;
       if (!ReadObject(reference(i), key) || key.kind != Kind::kString ||
-          !memory_.Add(value.members, {std::move(key.text), PropertyListValue()}) ||
+          !budget_.Add(value.members, {std::move(key.text), PropertyListValue()}) ||
           !ReadObject(reference(size + i), value.members.back().second)) {
         return false;
       }
@@ -180,17 +181,18 @@ class BinaryReader {
   }
 
   std::string_view bytes_;  ///< the objects, with what is before them
+  PropertyListBudget& budget_;
   std::string_view table_;  ///< of their offsets
   std::uint64_t offsetSize_ = 0;
   std::uint64_t referenceSize_ = 0;
   std::size_t depth_ = 0;
-  PropertyListMemory memory_;
 };
 
 }  // namespace
 
-bool ReadBinaryPropertyList(std::string_view bytes, PropertyListValue& list) {
-  return BinaryReader(bytes).Read(list);
+bool ReadBinaryPropertyList(std::string_view bytes, PropertyListBudget& budget,
+                            PropertyListValue& list) {
+  return BinaryReader(bytes, budget).Read(list);
 }
 
 }  // namespace platform

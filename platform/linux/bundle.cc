@@ -20,7 +20,8 @@ std::optional<std::string> MainBundleText(const std::string& key) {
 
 std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) {
   if (!DirectoryExists(bundlePath)) return std::nullopt;
-  return code_signing::FindBundleLayout(JoinPath(bundlePath, "")).executable;
+  PropertyListBudget lists;
+  return code_signing::FindBundleLayout(JoinPath(bundlePath, ""), lists).executable;
 }
 
 }  // namespace platform

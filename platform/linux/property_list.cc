@@ -59,15 +59,22 @@ void MergeRepeatedKeys(std::vector<PropertyListValue::Member>& members) {
   members.resize(kept);
 }
 
-std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes) {
-  if (bytes.size() > kMaximumPropertyListSize) return std::nullopt;
+std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes,
+                                                   PropertyListBudget& budget) {
+  if (bytes.size() > kMaximumPropertyListSize || !budget.Take(bytes.size())) return std::nullopt;
   PropertyListValue list;
   const bool isBinary =
       bytes.compare(0, kBinaryPropertyListMagic.size(), kBinaryPropertyListMagic) == 0;
-  if (!(isBinary ? ReadBinaryPropertyList(bytes, list) : ReadXmlPropertyList(bytes, list))) {
+  if (!(isBinary ? ReadBinaryPropertyList(bytes, budget, list)
+                 : ReadXmlPropertyList(bytes, budget, list))) {
     return std::nullopt;
   }
   return list;
+}
+
+std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes) {
+  PropertyListBudget budget;
+  return ParsePropertyList(bytes, budget);
 }
 
 std::optional<PropertyListValue> ReadPropertyListDictionary(const std::string& path) {

@@ -144,10 +144,21 @@ TEST(PropertyListTest, BoundsTheMemoryOfValues) {
   for (const std::string value :
        {"<true/>", "<array/>", "<array><true/></array>", "<string>0123456789abcdef</string>",
         "<dict><key>a</key><true/></dict>", "<data>AAECAwQFBgcICQoLDA0ODw==</data>"}) {
-    EXPECT_FALSE(ParsePropertyList(Xml("<array>" + Repeat(value, 200000) + "</array>"))) << value;
+    EXPECT_FALSE(ParsePropertyList(Xml("<array>" + Repeat(value, 400000) + "</array>"))) << value;
   }
   EXPECT_FALSE(ParsePropertyList(Keys(200000, SealedPath)));
   EXPECT_FALSE(ParsePropertyList(std::string(kMaximumPropertyListSize + 1, ' ')));
+}
+
+TEST(PropertyListTest, OneBudgetCanServeSeveralLists) {
+  const std::string list = Keys(20000, SealedPath);
+  PropertyListBudget budget;
+  EXPECT_TRUE(ParsePropertyList(list, budget));
+  EXPECT_FALSE(budget.IsExceeded());
+  for (int i = 0; i < 20; ++i) ParsePropertyList(list, budget);
+  EXPECT_TRUE(budget.IsExceeded());
+  EXPECT_FALSE(ParsePropertyList(Xml("<true/>"), budget));
+  EXPECT_TRUE(ParsePropertyList(list));
 }
 
 TEST(PropertyListTest, ReadsTheSealOfManyFiles) {

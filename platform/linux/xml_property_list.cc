@@ -111,7 +111,7 @@ bool AppendText(std::string_view source, std::string& text) {
 
 class XmlReader {
  public:
-  explicit XmlReader(std::string_view bytes) : rest_(bytes) {}
+  XmlReader(std::string_view bytes, PropertyListBudget& budget) : rest_(bytes), budget_(budget) {}
 
   /// Reads the value in "plist", or one without it. What follows is ignored.
   bool Read(PropertyListValue& list) {
@@ -189,7 +189,7 @@ class XmlReader {
       PropertyListValue value;
       if (!ReadTag(tag)) return false;
       if (tag.name == "/array") return true;
-      if (!ReadValue(tag, value) || !memory_.Add(elements, std::move(value))) return false;
+      if (!ReadValue(tag, value) || !budget_.Add(elements, std::move(value))) return false;
     }
   }
 
@@ -200,7 +200,7 @@ class XmlReader {
       if (!ReadTag(tag)) return false;
       if (tag.name == "/dict") break;
       if (tag.name != "key" || !ReadText(tag, member.first) || !ReadTag(tag) ||
-          !ReadValue(tag, member.second) || !memory_.Add(members, std::move(member))) {
+          !ReadValue(tag, member.second) || !budget_.Add(members, std::move(member))) {
         return false;
       }
     }
@@ -242,7 +242,7 @@ class XmlReader {
     if (tag.isEmpty) return true;
     for (;;) {
       const std::size_t length = rest_.find('<');
-      if (length == rest_.npos || !memory_.Take(length) ||
+      if (length == rest_.npos || !budget_.Take(length) ||
           !AppendText(rest_.substr(0, length), text)) {
         return false;
       }
@@ -251,7 +251,7 @@ class XmlReader {
       if (StartsWith(rest_, "</")) break;
       if (StartsWith(rest_, kCdata)) {
         const std::size_t end = rest_.find("]]>");
-        if (end == rest_.npos || !memory_.Take(end)) return false;
+        if (end == rest_.npos || !budget_.Take(end)) return false;
         text += rest_.substr(kCdata.size(), end - kCdata.size());
         rest_.remove_prefix(end + 3);
       } else if (!StartsWith(rest_, "<!--") || !SkipPast("-->", 4)) {
@@ -264,14 +264,15 @@ class XmlReader {
   }
 
   std::string_view rest_;
+  PropertyListBudget& budget_;
   std::size_t depth_ = 0;
-  PropertyListMemory memory_;
 };
 
 }  // namespace
 
-bool ReadXmlPropertyList(std::string_view bytes, PropertyListValue& list) {
-  return XmlReader(bytes).Read(list);
+bool ReadXmlPropertyList(std::string_view bytes, PropertyListBudget& budget,
+                         PropertyListValue& list) {
+  return XmlReader(bytes, budget).Read(list);
 }
 
 }  // namespace platform

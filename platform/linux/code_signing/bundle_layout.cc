@@ -7,7 +7,6 @@
 
 #include "platform/files.h"
 #include "platform/linux/code_signing/random_access_file.h"
-#include "platform/linux/property_list.h"
 
 namespace platform::code_signing {
 namespace {
@@ -109,7 +108,7 @@ std::string ExecutableName(const PropertyListValue& information, const std::stri
 
 }  // namespace
 
-BundleLayout FindBundleLayout(const std::string& directory) {
+BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& lists) {
   const LayoutPaths& paths = LayoutOf(directory);
   BundleLayout layout;
   layout.isFlat = &paths == &kFlat;
@@ -121,7 +120,7 @@ BundleLayout FindBundleLayout(const std::string& directory) {
     std::string bytes;
     if (file.Open(*layout.informationPath) == 0 &&
         file.ReadAll(bytes, kMaximumInformationSize) == 0) {
-      auto information = ParsePropertyList(bytes);
+      auto information = ParsePropertyList(bytes, lists);
       if (information && information->kind == PropertyListValue::Kind::kDictionary) {
         layout.information = std::move(*information);
       }

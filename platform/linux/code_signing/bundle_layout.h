@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/property_list.h"
+#include "platform/linux/property_list.h"
 
 namespace platform::code_signing {
 
@@ -29,7 +29,8 @@ struct BundleLayout {
 };
 
 /// @param directory without slashes at the end, unless it is the root.
-BundleLayout FindBundleLayout(const std::string& directory);
+/// @param lists is spent on the Info.plist. Once it is exceeded, layouts have no information.
+BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& lists);
 
 }  // namespace platform::code_signing
 

@@ -18,15 +18,16 @@ std::string Information(const std::string& executable,
 
 class BundleLayoutTest : public testing::Test {
  protected:
-  BundleLayout Find(const std::string& relativePath) const {
-    return FindBundleLayout(directory_.Path(relativePath));
+  BundleLayout Find(const std::string& relativePath) {
+    return FindBundleLayout(directory_.Path(relativePath), lists_);
   }
 
-  std::optional<std::string> BundleOf(const std::string& relativePath) const {
-    return FindBundleOfExecutable(directory_.Path(relativePath));
+  std::optional<std::string> BundleOf(const std::string& relativePath) {
+    return FindBundleOfExecutable(directory_.Path(relativePath), lists_);
   }
 
   const TestDirectory directory_;
+  PropertyListBudget lists_;
 };
 
 TEST_F(BundleLayoutTest, FindsTheModernLayout) {

@@ -267,25 +267,31 @@ OsStatus FindStandIn(const BundleLayout& layout, std::string& path) {
 }  // namespace
 
 OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
+                                  PropertyListBudget& lists,
                                   DiskRepresentationPtr& representation) {
   const std::string directory = JoinPath(path, "");
   BundleRoot root;
   if (const int error = root.Open(directory); error != 0) return StatusFromErrno(error);
   // Those who use a bundle go by its own layout, which may be another than that of its version.
-  const BundleLayout own = FindBundleLayout(directory);
+  BundleLayout layout = FindBundleLayout(directory, lists);
+  const std::optional<std::string> ownExecutable = layout.executable;
+  const std::optional<std::string> ownInformationPath = layout.informationPath;
   const std::string version = ChosenVersion(directory);
-  BundleLayout layout = version == directory ? own : FindBundleLayout(version);
+  if (version != directory) layout = FindBundleLayout(version, lists);
+  if (lists.IsExceeded()) return kErrSecCSInternalError;
 
   std::string code;
   if (layout.executable && layout.information.Find("MainHTML") == nullptr) {
-    if (!AreResolvable(own.executable, layout.executable) ||
-        !AreResolvable(own.informationPath, layout.informationPath)) {
+    if (!AreResolvable(ownExecutable, layout.executable) ||
+        !AreResolvable(ownInformationPath, layout.informationPath)) {
       return kErrSecCSAmbiguousBundleFormat;
     }
     code = *layout.executable;
   } else if (const OsStatus status = FindStandIn(layout, code); status != kErrSecSuccess) {
     return status;
   }
+  layout
+      .information = {};  // It is read again as a component; until then it would only take memory.
 
   // From here on no folder above the sealed ones can be exchanged.
   Descriptor resources = OpenAt(AT_FDCWD, layout.resourceRoot, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -307,7 +313,7 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
     return status;
   }
   const bool isWhatIsUsed = root.Contains(executable->Code().Number()) &&
-                            (!own.executable || LeadsTo(*own.executable, executable->Code())) &&
+                            (!ownExecutable || LeadsTo(*ownExecutable, executable->Code())) &&
                             (name == BundleName::kExecutable || IsDirectory(directory));
   representation = std::make_unique<BundleRepresentation>(
       std::move(root), std::move(resources), std::move(relativeRoot), std::move(layout),
@@ -315,7 +321,8 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
   return kErrSecSuccess;
 }
 
-std::optional<std::string> FindBundleOfExecutable(const std::string& path) {
+std::optional<std::string> FindBundleOfExecutable(const std::string& path,
+                                                  PropertyListBudget& lists) {
   std::error_code error;
   const std::string absolute = std::filesystem::absolute(path, error).string();
   if (error) return std::nullopt;
@@ -325,7 +332,7 @@ std::optional<std::string> FindBundleOfExecutable(const std::string& path) {
     if (LastPathComponent(directory) == "Executables") directory = ParentPath(directory);
     directory = ParentPath(directory);
   }
-  const BundleLayout layout = FindBundleLayout(directory);
+  const BundleLayout layout = FindBundleLayout(directory, lists);
   if (layout.executable != absolute) return std::nullopt;
   if (layout.isFlat && layout.information.members.empty()) return std::nullopt;
   return directory;

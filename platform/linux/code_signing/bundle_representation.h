@@ -17,12 +17,15 @@ enum class BundleName {
 /// Opens the bundle in the directory `path`: finds its layout, its Info.plist and its main
 /// executable, by the rules of Apple's open CoreFoundation (CFBundle) and Security
 /// (bundlediskrep.cpp).
+/// @param lists is spent on the Info.plist.
 OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
-                                  DiskRepresentationPtr& representation);
+                                  PropertyListBudget& lists, DiskRepresentationPtr& representation);
 
 /// @return the directory of the bundle of which the file `path` is the main executable; nothing
 ///     when it is not one.
-std::optional<std::string> FindBundleOfExecutable(const std::string& path);
+/// @param lists is spent on the Info.plist.
+std::optional<std::string> FindBundleOfExecutable(const std::string& path,
+                                                  PropertyListBudget& lists);
 
 }  // namespace platform::code_signing
 

@@ -81,6 +81,14 @@ TEST_F(SignedBundleTest, IsValidUnderBothItsNames) {
   EXPECT_EQ(StatusOf(directory_.Path("Agent.app/")), kErrSecSuccess);
 }
 
+TEST_F(SignedBundleTest, IsNotOpenedWithoutItsInformation) {
+  Sign();
+  auto context = std::make_shared<CheckContext>();
+  context->lists.Take(~std::size_t{0});
+  std::unique_ptr<SignedCode> code;
+  EXPECT_EQ(SignedCode::Open(directory_.Path("Agent.app"), context, code), kErrSecCSInternalError);
+}
+
 TEST_F(SignedBundleTest, NamesNobodyWhenSignedAdHoc) {
   Sign();
   std::unique_ptr<SignedCode> code;

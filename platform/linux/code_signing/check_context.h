@@ -7,6 +7,7 @@
 
 #include "platform/linux/code_signing/resource_rules.h"
 #include "platform/linux/code_signing/trust_store.h"
+#include "platform/linux/property_list.h"
 
 namespace platform::code_signing {
 
@@ -57,6 +58,7 @@ class WorkBudget {
 struct CheckContext {
   TrustStore trust;
   WorkBudget budget = {};
+  PropertyListBudget lists = {};
   ResourcePatterns patterns = {};
 };
 

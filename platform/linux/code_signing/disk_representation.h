@@ -11,6 +11,7 @@
 #include "platform/linux/code_signing/bundle_root.h"
 #include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/status.h"
+#include "platform/linux/property_list.h"
 
 namespace platform::code_signing {
 
@@ -96,7 +97,9 @@ using DiskRepresentationPtr = std::unique_ptr<DiskRepresentation>;
 
 /// Finds out what lies at `path`, as SecStaticCodeCreateWithPath() does: bundles (of which the path
 /// of the main executable is a name, too), Mach-O files, everything else.
-OsStatus OpenRepresentation(const std::string& path, DiskRepresentationPtr& representation);
+/// @param lists is spent on a bundle's Info.plist.
+OsStatus OpenRepresentation(const std::string& path, PropertyListBudget& lists,
+                            DiskRepresentationPtr& representation);
 
 /// What a file that is not Mach-O has for a signature.
 enum class PlainFileSignature {

@@ -18,14 +18,15 @@ OsStatus StatusOfMissing(int error) {
 
 }  // namespace
 
-OsStatus OpenRepresentation(const std::string& path, DiskRepresentationPtr& representation) {
+OsStatus OpenRepresentation(const std::string& path, PropertyListBudget& lists,
+                            DiskRepresentationPtr& representation) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return StatusOfMissing(errno);
   if (S_ISDIR(status.st_mode)) {
-    return OpenBundleRepresentation(path, BundleName::kDirectory, representation);
+    return OpenBundleRepresentation(path, BundleName::kDirectory, lists, representation);
   }
-  if (const auto bundle = FindBundleOfExecutable(path)) {
-    return OpenBundleRepresentation(*bundle, BundleName::kExecutable, representation);
+  if (const auto bundle = FindBundleOfExecutable(path, lists)) {
+    return OpenBundleRepresentation(*bundle, BundleName::kExecutable, lists, representation);
   }
   return OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
 }

@@ -304,10 +304,12 @@ const PropertyListValue* FindDictionary(const PropertyListValue& list, const cha
 
 }  // namespace
 
-OsStatus CheckResources(const ResourceSeal& seal, CheckContext& context) {
+OsStatus CheckResources(ResourceSeal seal, CheckContext& context) {
   const std::optional<std::string> root = seal.code.ResourceRoot();
   if (!seal.codeResources) return root ? kErrSecCSResourcesNotFound : kErrSecSuccess;
-  const std::optional<PropertyListValue> list = ParsePropertyList(*seal.codeResources);
+  const std::optional<PropertyListValue> list =
+      ParsePropertyList(*seal.codeResources, context.lists);
+  seal.codeResources.reset();  // The seals of nested code are held together with this one.
   if (!list) return kErrSecCSBadDictionaryFormat;
   if (list->kind != Kind::kDictionary) return kErrSecCoreFoundationUnknown;
   const PropertyListValue* rules = FindDictionary(*list, "rules");

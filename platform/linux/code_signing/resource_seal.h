@@ -37,7 +37,7 @@ struct ResourceSeal {
 /// Stricter than the platform, whatever cannot be examined is an error, and so is a sealed link
 /// that leaves the bundle.
 /// @throws BudgetExceeded
-OsStatus CheckResources(const ResourceSeal& seal, CheckContext& context);
+OsStatus CheckResources(ResourceSeal seal, CheckContext& context);
 
 }  // namespace platform::code_signing
 

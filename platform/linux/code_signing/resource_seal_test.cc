@@ -133,6 +133,12 @@ class ResourceSealTest : public testing::Test {
 
 TEST_F(ResourceSealTest, AcceptsWhatIsAsItWasSealed) { EXPECT_EQ(CheckUsual(), kErrSecSuccess); }
 
+TEST_F(ResourceSealTest, AllSealsOfACheckHaveOneBudget) {
+  const std::string spaces(std::size_t{5} << 20, ' ');
+  for (int i = 0; i < 7; ++i) EXPECT_EQ(CheckUsual(spaces), kErrSecSuccess);
+  EXPECT_EQ(CheckUsual(spaces), kErrSecCSBadDictionaryFormat);
+}
+
 TEST_F(ResourceSealTest, ChecksTheHashesOfAllTypesInUse) {
   hashTypes_ = {HashType::kSha1, HashType::kSha256};
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);

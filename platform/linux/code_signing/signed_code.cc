@@ -25,7 +25,7 @@ SignedCode::SignedCode(DiskRepresentationPtr code, std::shared_ptr<CheckContext>
 OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<CheckContext> context,
                           std::unique_ptr<SignedCode>& code) {
   DiskRepresentationPtr representation;
-  const OsStatus status = OpenRepresentation(path, representation);
+  const OsStatus status = OpenRepresentation(path, context->lists, representation);
   if (status == kErrSecSuccess) {
     code.reset(new SignedCode(std::move(representation), std::move(context), 0));
   }
@@ -76,12 +76,11 @@ OsStatus SignedCode::CheckSealedResources() {
       status != kErrSecSuccess) {
     return status;
   }
-  const ResourceSeal seal = {*code_, std::move(codeResources),
-                             first_.Directories()->KnownHashTypes(),
-                             [this](const std::string& path, const Requirement& requirement) {
-                               return CheckNestedCode(path, requirement);
-                             }};
-  return CheckResources(seal, *context_);
+  ResourceSeal seal = {*code_, std::move(codeResources), first_.Directories()->KnownHashTypes(),
+                       [this](const std::string& path, const Requirement& requirement) {
+                         return CheckNestedCode(path, requirement);
+                       }};
+  return CheckResources(std::move(seal), *context_);
 }
 
 OsStatus SignedCode::CheckNestedCode(const std::string& path,
@@ -92,7 +91,7 @@ OsStatus SignedCode::CheckNestedCode(const std::string& path,
   // A file stands for itself alone: what lies beside it is sealed here.
   OsStatus status =
       DirectoryExists(path)
-          ? OpenBundleRepresentation(path, BundleName::kDirectory, representation)
+          ? OpenBundleRepresentation(path, BundleName::kDirectory, context_->lists, representation)
           : OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
   if (status != kErrSecSuccess) return status;
   if (!code_->Root()->Contains(representation->Code().Number())) return kErrSecCSBadNestedCode;
