@@ -83,7 +83,10 @@ class Endpoint:
             "environment": {"PATH": _PATH, "TMPDIR": installation.TEMPORARY,
                             "HOME": installation.TEMPORARY, **kept, **(environment or {})},
         }
-        return self._run(script, terminal, **streams)
+        file = f"{installation.STAND_INS}/command.json"
+        self.path(file).write_text(json.dumps(script), encoding="utf-8")
+        first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file]
+        return self._run([*first, "terminal"] if terminal else first, **streams)
 
 
 def faster_sleeps(divisor: int) -> dict[str, str]:
@@ -127,6 +130,7 @@ def _lay_out(root, build, scenario, logging):
     installed = installation.Installation(root, build)
     installed.write(scenario, logging)
     images.Media(build).place(scenario["media"], installed.path(installation.DEMONSTRATIONS))
+    shutil.copy(inside.__file__, installed.path(installation.STAND_INS))
     return installed
 
 
@@ -137,30 +141,18 @@ def _open_sandbox(build, scenario, logging, programs, volumes):
         installed = _lay_out(root, build, scenario, logging)
         for folder in ("/tmp", "/run", "/var/tmp"):
             installed.path(folder).mkdir(parents=True)
-        shutil.copy(inside.__file__, installed.path(installation.STAND_INS))
         covers = sandbox.cover_programs(root, programs, build / "simulator" / "programs")
 
-        def run(script: Json, terminal: bool, **streams: Any) -> int:
-            file = f"{installation.STAND_INS}/command.json"
-            installed.path(file).write_text(json.dumps(script), encoding="utf-8")
-            first = ["/usr/bin/python3", "-I", "-S", f"{installation.STAND_INS}/inside.py", file,
-                     *(["terminal"] if terminal else [])]
+        def run(first: list[str], **streams: Any) -> int:
             return sandbox.run(sandbox.command(root, covers, volumes, first), **streams)
 
         yield Endpoint(installed, installed.services(scenario["product"]), run,
                        sandbox.is_machines)
 
 
-def _run_in_place(script: Json, _: bool, **streams: Any) -> int:
-    def call(command, directory, environment):
-        try:
-            return subprocess.run(command, cwd=directory, env=environment, check=False,
-                                  **streams).returncode
-        except OSError as error:
-            print(f"{command[0]}: {error.strerror}", file=sys.stderr)
-            return 127 if isinstance(error, FileNotFoundError) else 126
-
-    return inside.run(**script, call=call)
+def _run_in_place(first: list[str], **streams: Any) -> int:
+    environment = {**os.environ, "TMPDIR": installation.TEMPORARY}
+    return subprocess.run(first, env=environment, check=False, **streams).returncode
 
 
 @contextlib.contextmanager

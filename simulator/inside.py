@@ -1,8 +1,8 @@
 """Runs one command on the endpoint, with the product's services around it.
 
-Inside a sandbox this file is the first program, so it needs nothing but the standard library:
-`python3 inside.py FILE [terminal]`, where FILE holds the arguments of run() but the last, in JSON.
-With `terminal`, the command has the terminal to itself.
+It is the first program of a sandbox, so it needs nothing but the standard library:
+`python3 inside.py FILE [terminal]`, where FILE holds the arguments of run() in JSON. With
+`terminal`, the command has the terminal to itself.
 """
 
 import json
@@ -18,18 +18,17 @@ _IGNORED_SIGNALS = (SIGPIPE, SIGXFSZ)
 _TERMINAL_SIGNALS = (SIGINT, SIGTSTP, SIGTTOU)
 
 
-def run(command: list[str], services: list[dict], directory: str, environment: dict[str, str],
-        call) -> int:
-    """Runs `command` in `directory` while `services` run, by call(command, directory, environment).
+def run(command: list[str], services: list[dict], directory: str,
+        environment: dict[str, str]) -> int:
+    """Runs `command` in `directory` while `services` run.
 
-    `call` returns an exit status, or the negative number of the signal that ended the command.
-    Returns the former; 128 and the signal's number for the latter, as shells do.
+    Returns its exit status, or 128 and the number of the signal that ended it, as shells do.
     """
     running: list[int] = []
     try:
         for service in services:
             running.append(_start(service))
-        status = call(command, directory, environment)
+        status = _call(command, directory, environment)
     finally:
         for process in running:
             os.kill(process, SIGKILL)
@@ -84,4 +83,4 @@ if __name__ == "__main__":
     if sys.argv[2:] == ["terminal"]:
         _take_terminal()
     with open(sys.argv[1], encoding="utf-8") as script:
-        sys.exit(run(**json.load(script), call=_call))
+        sys.exit(run(**json.load(script)))

@@ -100,7 +100,8 @@ class Launcher(unittest.TestCase):
             with self.subTest(closed=closed):
                 done = subprocess.run(["bash", "-c", f'"$0" run -getVersion {closed}', *DRIVER],
                                       capture_output=True, text=True, check=False, timeout=60)
-                self.assertEqual((done.returncode, done.stderr), (0, ""))
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertRegex(done.stderr, r"\A(endpoint: .*\n)*\Z")
                 self.assertEqual(done.stdout, "" if closed == ">&-" else "1.0.0.206")
 
 
