@@ -8,6 +8,7 @@ import contextlib
 import fcntl
 import os
 import pathlib
+import secrets
 import shutil
 import signal
 import tempfile
@@ -27,17 +28,19 @@ def folder() -> Iterator[pathlib.Path]:
     """A new folder, which is gone when the context ends; removes those of killed commands before."""
     remove_leftovers()
     place = _place()
+    made = pathlib.Path(place, f"{_PREFIX}{secrets.token_hex(8)}")
     with contextlib.ExitStack() as lock:
-        with _locked(place):
-            made = pathlib.Path(tempfile.mkdtemp(prefix=_PREFIX, dir=place))
-            lock.enter_context(_locked(made))
-        made.chmod(0o711)  # some tests become other users
-        inner = made / "files"  # can be a place itself, which is locked now and then
-        inner.mkdir(0o711)
         try:
+            with _locked(place):
+                made.mkdir(0o711)  # some tests become other users
+                lock.enter_context(_locked(made))
+            inner = made / "files"  # can be a place itself, which is locked now and then
+            inner.mkdir(0o711)
             yield inner
         finally:
-            remove_tree(made)
+            with _signals_held():
+                if made.exists():
+                    remove_tree(made)
 
 
 def remove_leftovers() -> None:
@@ -82,6 +85,16 @@ def _place() -> str:
     if "TMPDIR" in os.environ or not os.access(_MEMORY, os.W_OK):
         return tempfile.gettempdir()
     return _MEMORY if shutil.disk_usage(_MEMORY).free > _SPACE else tempfile.gettempdir()
+
+
+@contextlib.contextmanager
+def _signals_held() -> Iterator[None]:
+    """No signal interrupts the context; what arrives meanwhile follows it."""
+    held = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
+    try:
+        yield
+    finally:
+        signal.pthread_sigmask(signal.SIG_SETMASK, held)
 
 
 @contextlib.contextmanager
