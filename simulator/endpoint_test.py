@@ -299,10 +299,9 @@ class InPlace(unittest.TestCase):
         words += self.programs
         for link in ("/bin", "/sbin", "/lib", "/lib64"):
             words += ["--symlink", os.readlink(link), link]
-        for path in {ROOT, BUILD}:
-            words += ["--bind", str(path), str(path)]
-        words += ["--setenv", "RUN", f"/usr/bin/python3 {ROOT}/simulator/endpoint.py run "
-                  f"--build {BUILD}", "sh", "-c", script]
+        words += ["--bind", str(ROOT), "/project", "--bind", str(BUILD), "/build", "--setenv", "RUN",
+                  "/usr/bin/python3 /project/simulator/endpoint.py run --build /build",
+                  "sh", "-c", script]
         run = subprocess.run(words, capture_output=True, text=True, timeout=timeout, check=False)
         return run.returncode, run.stdout, run.stderr
 
@@ -360,7 +359,7 @@ class InPlace(unittest.TestCase):
     def test_folders_that_may_not_be_entered_are_removed(self):
         status, _, _ = self.in_place(
             "mkdir -p /tmp/a/b/c /tmp/d; touch /tmp/d/e; ln -s /tmp/d /tmp/a/b/d; chmod 0 /tmp/a/b; "
-            f"cd {ROOT}; /usr/bin/python3 -c 'import pathlib; from simulator import temporary; "
+            "cd /project; /usr/bin/python3 -c 'import pathlib; from simulator import temporary; "
             "temporary.remove_tree(pathlib.Path(\"/tmp/a\"))'; test ! -e /tmp/a && test -e /tmp/d/e")
         self.assertEqual(status, 0)
 
