@@ -11,11 +11,8 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT))
 
-from simulator.signing import blobs, sign_macho  # noqa: E402
-from simulator.signing.identity import Identity  # noqa: E402
+from simulator.signing import Identity, Timestamp, blobs, sign_file, sign_macho  # noqa: E402
 from simulator.signing.macho import Slice, build_fat, build_thin  # noqa: E402
-from simulator.signing.plain import sign_file  # noqa: E402
-from simulator.signing.timestamp import Timestamp  # noqa: E402
 
 SMALL = {"code_size": 600, "file_type": "bundle"}
 PLIST = b"<plist><dict/></plist>"
