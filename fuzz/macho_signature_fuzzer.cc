@@ -13,6 +13,7 @@
 #include "platform/linux/code_signing/mach_o_file.h"
 #include "platform/linux/code_signing/slice_signature.h"
 #include "platform/linux/code_signing/super_blob.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace {
 
@@ -20,23 +21,17 @@ using namespace platform::code_signing;
 using platform::OsStatus;
 
 /// A plain file that is its own signature file.
-class SignatureFile : public DiskRepresentation {
+class SignatureFile : public EmptyCode {
  public:
   explicit SignatureFile(RandomAccessFile file) : file_(std::move(file)) {
     status_ = SuperBlob::Read(file_, 0, 0, signature_);
   }
 
-  std::size_t SliceCount() const override { return 1; }
   OsStatus ReadComponent(std::size_t, Slot slot, std::optional<std::string>& bytes) const override {
     bytes.reset();
     return status_ == kErrSecSuccess ? signature_.ReadComponent(slot, bytes) : status_;
   }
   const RandomAccessFile& Code() const override { return file_; }
-  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
-    offset = 0;
-    return kErrSecSuccess;
-  }
-  std::string MainExecutablePath() const override { return {}; }
 
  private:
   RandomAccessFile file_;

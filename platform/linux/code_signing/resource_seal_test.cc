@@ -16,28 +16,19 @@
 
 #include "platform/files.h"
 #include "tests/code_signing/directory_fixture.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace platform::code_signing {
 namespace {
 
-/// Code of which only the places are of interest.
-class Places : public DiskRepresentation {
+/// Code of which only the paths matter.
+class Places : public EmptyCode {
  public:
   Places(std::optional<std::string> root, std::string executable)
       : root_(std::move(root)), executable_(std::move(executable)) {
     if (root_) static_cast<void>(bundle_.Open(ParentPath(*root_)));
   }
 
-  std::size_t SliceCount() const override { return 1; }
-  OsStatus ReadComponent(std::size_t, Slot, std::optional<std::string>& bytes) const override {
-    bytes.reset();
-    return kErrSecSuccess;
-  }
-  const RandomAccessFile& Code() const override { return code_; }
-  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
-    offset = 0;
-    return kErrSecSuccess;
-  }
   std::string MainExecutablePath() const override { return executable_; }
   std::optional<std::string> ResourceRoot() const override { return root_; }
   const BundleRoot* Root() const override { return &bundle_; }
@@ -46,7 +37,6 @@ class Places : public DiskRepresentation {
   BundleRoot bundle_;
   const std::optional<std::string> root_;
   const std::string executable_;
-  const RandomAccessFile code_;
 };
 
 std::string Data(const std::string& bytes) {
