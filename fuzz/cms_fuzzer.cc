@@ -40,14 +40,14 @@ class DirectoryOnly : public EmptyCode {
 };
 
 void VisitCertificates(const CertificateList& certificates, CheckContext& context) {
-  constexpr std::size_t kMost = 8;  // building chains is bounded, but not cheap
-  for (std::size_t i = 0; i < certificates.size() && i < kMost; ++i) {
+  constexpr std::size_t kMax = 8;  // building chains is bounded, but not cheap
+  for (std::size_t i = 0; i < certificates.size() && i < kMax; ++i) {
     static_cast<void>(CommonName(*certificates[i]));
     static_cast<void>(OrganizationalUnit(*certificates[i]));
     const CertificateChain chain = BuildChain(certificates[i], certificates, context);
     static_cast<void>(IsAppleDeveloperChain(chain));
-    static_cast<void>(JudgeChain(chain, ChainPurpose::kCodeSigning, std::time(nullptr),
-                                 DateRule::kEnforce, context.trust));
+    static_cast<void>(EvaluateChain(chain, ChainPurpose::kCodeSigning, std::time(nullptr),
+                                    DateRule::kEnforce, context.trust));
   }
 }
 
