@@ -1,7 +1,7 @@
-// The road of a CMS signature: message, attributes, time stamp, chain and names. The input is the
-// length of a CodeDirectory in two bytes (big-endian), the CodeDirectory, and a message about it.
-// The message's own certificates are its anchors, so that chains can be good. What lies behind a
-// check that hardly any input passes is also called on its own.
+// Everything that reads a CMS signature: message, attributes, time stamp, chain and names. The
+// input is the length of a CodeDirectory in two bytes (big-endian), the CodeDirectory, and a
+// message about it. The message's certificates are the anchors, so that chains can be valid.
+// Functions behind a check that hardly any input passes are also called directly.
 
 #include <cstddef>
 #include <cstdint>
@@ -17,6 +17,7 @@
 #include "platform/linux/code_signing/hash_agility.h"
 #include "platform/linux/code_signing/signature_check.h"
 #include "platform/linux/code_signing/timestamp_token.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace {
 
@@ -24,37 +25,29 @@ using namespace platform::code_signing;
 using platform::OsStatus;
 
 /// Code of which there is nothing but a CodeDirectory.
-class DirectoryOnly : public DiskRepresentation {
+class DirectoryOnly : public EmptyCode {
  public:
   explicit DirectoryOnly(std::string_view directory) : directory_(directory) {}
 
-  std::size_t SliceCount() const override { return 1; }
   OsStatus ReadComponent(std::size_t, Slot slot, std::optional<std::string>& bytes) const override {
     bytes.reset();
     if (slot == kSlotCodeDirectory) bytes.emplace(directory_);
     return kErrSecSuccess;
   }
-  const RandomAccessFile& Code() const override { return file_; }
-  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
-    offset = 0;
-    return kErrSecSuccess;
-  }
-  std::string MainExecutablePath() const override { return {}; }
 
  private:
   std::string_view directory_;
-  RandomAccessFile file_;
 };
 
 void VisitCertificates(const CertificateList& certificates, CheckContext& context) {
-  constexpr std::size_t kMost = 8;  // building chains is bounded, but not cheap
-  for (std::size_t i = 0; i < certificates.size() && i < kMost; ++i) {
+  constexpr std::size_t kMax = 8;  // building chains is bounded, but not cheap
+  for (std::size_t i = 0; i < certificates.size() && i < kMax; ++i) {
     static_cast<void>(CommonName(*certificates[i]));
     static_cast<void>(OrganizationalUnit(*certificates[i]));
     const CertificateChain chain = BuildChain(certificates[i], certificates, context);
     static_cast<void>(IsAppleDeveloperChain(chain));
-    static_cast<void>(JudgeChain(chain, ChainPurpose::kCodeSigning, std::time(nullptr),
-                                 DateRule::kEnforce, context.trust));
+    static_cast<void>(EvaluateChain(chain, ChainPurpose::kCodeSigning, std::time(nullptr),
+                                    DateRule::kEnforce, context.trust));
   }
 }
 

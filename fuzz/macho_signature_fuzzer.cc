@@ -1,15 +1,19 @@
 // The parsers of Mach-O files, SuperBlobs and CodeDirectories, and everything that follows from
-// them: the input is a Mach-O file, or else the signature that lies beside a plain file.
+// them. The input is a Mach-O file, or else the signature that lies beside a plain file.
+
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <optional>
 #include <string>
 
-#include "fuzz/memory_file.h"
 #include "platform/linux/code_signing/mach_o_file.h"
 #include "platform/linux/code_signing/slice_signature.h"
 #include "platform/linux/code_signing/super_blob.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace {
 
@@ -17,23 +21,17 @@ using namespace platform::code_signing;
 using platform::OsStatus;
 
 /// A plain file that is its own signature file.
-class SignatureFile : public DiskRepresentation {
+class SignatureFile : public EmptyCode {
  public:
   explicit SignatureFile(RandomAccessFile file) : file_(std::move(file)) {
     status_ = SuperBlob::Read(file_, 0, 0, signature_);
   }
 
-  std::size_t SliceCount() const override { return 1; }
   OsStatus ReadComponent(std::size_t, Slot slot, std::optional<std::string>& bytes) const override {
     bytes.reset();
     return status_ == kErrSecSuccess ? signature_.ReadComponent(slot, bytes) : status_;
   }
   const RandomAccessFile& Code() const override { return file_; }
-  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
-    offset = 0;
-    return kErrSecSuccess;
-  }
-  std::string MainExecutablePath() const override { return {}; }
 
  private:
   RandomAccessFile file_;
@@ -41,18 +39,27 @@ class SignatureFile : public DiskRepresentation {
   OsStatus status_;
 };
 
+/// Fills a file in memory with the input. @return a path by which it can be opened.
+std::string MakeFile(const std::uint8_t* data, std::size_t size) {
+  static const int descriptor = memfd_create("input", MFD_CLOEXEC);
+  if (ftruncate(descriptor, 0) != 0 ||
+      pwrite(descriptor, data, size, 0) != static_cast<ssize_t>(size)) {
+    std::abort();
+  }
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static fuzz::MemoryFile input;
+  const std::string path = MakeFile(data, size);
   CheckContext context;
-  input.Fill(data, size);
   RandomAccessFile file;
-  if (file.Open(input.Path()) != 0) return 0;
+  if (file.Open(path) != 0) return 0;
   DiskRepresentationPtr code;
   if (!MachOFile::IsCandidate(file)) {
     code = std::make_unique<SignatureFile>(std::move(file));
-  } else if (MachOFile::Open(input.Path(), std::move(file), code) != kErrSecSuccess) {
+  } else if (MachOFile::Open(path, std::move(file), code) != kErrSecSuccess) {
     return 0;
   }
   for (std::size_t i = 0; i < code->SliceCount(); ++i) {

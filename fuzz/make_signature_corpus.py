@@ -11,39 +11,25 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(ROOT))
 
-from simulator.signing import blobs, sign_macho  # noqa: E402
-from simulator.signing.identity import Identity  # noqa: E402
+from simulator.signing import Identity, Timestamp, blobs, sign_file, sign_macho  # noqa: E402
 from simulator.signing.macho import Slice, build_fat, build_thin  # noqa: E402
-from simulator.signing.plain import sign_file  # noqa: E402
-from simulator.signing.timestamp import Timestamp  # noqa: E402
 
 SMALL = {"code_size": 600, "file_type": "bundle"}
-PLIST = b"<plist><dict/></plist>"
-
-
-def thin(processor, **options):
-    return build_thin(Slice(processor, **SMALL, **options))
-
 
 MACHO = {
-    "arm64": (thin("arm64", info_plist=PLIST), {}),
-    "i386_adhoc": (thin("i386"), {"adhoc": True}),
-    "ppc_linker_signed": (thin("ppc"), {"linker_signed": True}),
+    "arm64": (build_thin(Slice("arm64", info_plist=b"<plist><dict/></plist>", **SMALL)), {}),
     "universal": (build_fat([Slice("i386", **SMALL), Slice("ppc", **SMALL)], align=12),
                   {"adhoc": True}),
     "hidden_arm64": (build_fat([Slice("i386", **SMALL), Slice("arm64", **SMALL)], align=12,
                                hidden_arm64=True), {"adhoc": True}),
-    "unsigned": (thin("x86_64"), None),
 }
 
 PLAIN = {
-    "plain": {},
     "plain_two_hashes": {"hashes": ("sha1", "sha256")},
     "plain_one_page": {"page_size": 0, "adhoc": True},
 }
 
 CMS = {
-    "developer_id": {},
     "hash_agility": {"hashes": ("sha1", "sha256", "sha384")},
     "timestamp": {"timestamp": Timestamp()},
 }
@@ -57,8 +43,7 @@ def main():
         identity = Identity.create(pathlib.Path(directory) / "identity", key_type="ec")
         for name, (data, options) in MACHO.items():
             path.write_bytes(data)
-            if options is not None:
-                sign_macho(path, identity, **options)
+            sign_macho(path, identity, **options)
             (corpus / "macho_signature" / name).write_bytes(path.read_bytes())
         for name, options in PLAIN.items():
             path.write_bytes(b"code" * 100)

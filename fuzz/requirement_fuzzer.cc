@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "platform/linux/code_signing/requirement.h"
-#include "tests/code_signing/certificate_builder.h"
+#include "tests/code_signing/cms_builder.h"
 
 namespace {
 

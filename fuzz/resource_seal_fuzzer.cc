@@ -1,4 +1,4 @@
-// The input is a CodeResources file; what it seals is a small bundle that is made once.
+// The input is a CodeResources file over a small bundle, which is made once.
 
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/linux/code_signing/resource_seal.h"
+#include "tests/code_signing/signature_builder.h"
 
 namespace {
 
@@ -21,8 +22,8 @@ std::string TemporaryDirectory() {
   return place == nullptr ? "/tmp" : place;
 }
 
-/// A bundle with a file, a link and a nested library. It goes when the program ends.
-class Bundle : public code_signing::DiskRepresentation {
+/// A bundle with a file, a link and a nested library, which is removed at the end of the program.
+class Bundle : public code_signing::EmptyCode {
  public:
   Bundle() {
     if (mkdtemp(path_.data()) == nullptr) std::abort();
@@ -42,17 +43,6 @@ class Bundle : public code_signing::DiskRepresentation {
     }
   }
 
-  std::size_t SliceCount() const override { return 1; }
-  platform::OsStatus ReadComponent(std::size_t, code_signing::Slot,
-                                   std::optional<std::string>& bytes) const override {
-    bytes.reset();
-    return code_signing::kErrSecSuccess;
-  }
-  const code_signing::RandomAccessFile& Code() const override { return code_; }
-  platform::OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
-    offset = 0;
-    return code_signing::kErrSecSuccess;
-  }
   std::string MainExecutablePath() const override { return path_ + "/MacOS/tool"; }
   std::optional<std::string> ResourceRoot() const override { return path_; }
   const code_signing::BundleRoot* Root() const override { return &root_; }
@@ -71,7 +61,6 @@ class Bundle : public code_signing::DiskRepresentation {
 
   std::string path_ = TemporaryDirectory() + "/resource_seal_fuzzer.XXXXXX";
   code_signing::BundleRoot root_;
-  code_signing::RandomAccessFile code_;
 };
 
 }  // namespace

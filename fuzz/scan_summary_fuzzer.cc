@@ -9,12 +9,12 @@
 namespace {
 
 /// Deeper elements may exhaust the stack, which is accepted.
-constexpr std::ptrdiff_t kMostElements = 2000;
+constexpr std::ptrdiff_t kMaxElements = 2000;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  if (std::count(data, data + size, '<') > kMostElements) return 0;
+  if (std::count(data, data + size, '<') > kMaxElements) return 0;
   std::string xml(data, data + size);
   xml.shrink_to_fit();  // so that reading past the text is noticed
   std::int64_t endTime = 0;

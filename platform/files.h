@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -87,6 +88,12 @@ class InputFile {
  private:
   int descriptor_ = -1;
 };
+
+/// Reads a whole file through an InputFile.
+/// @param contents is replaced; after a failure it is incomplete.
+/// @return 0, or the `errno` of the failure: EFBIG for more than `limit` bytes.
+int ReadFile(const std::string& path, std::string& contents,
+             std::size_t limit = std::numeric_limits<std::size_t>::max());
 
 /// Makes sure that a file can be opened for appending without waiting for anybody. While it lives,
 /// a pipe stays open, so that the reader does not see its end; other files are closed at once.

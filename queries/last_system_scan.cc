@@ -80,20 +80,6 @@ int FindSummaries(ScanReports& reports, Logger* logger) {
   return directory.Error();
 }
 
-/// The whole file; empty when it cannot be opened or read.
-std::string ReadFile(const std::string& path) {
-  std::string contents;
-  platform::InputFile file;
-  if (file.Open(path) != 0) return contents;
-  std::array<char, 16384> chunk;
-  std::size_t count = 0;
-  int error = 0;
-  while ((error = file.Read(chunk.data(), chunk.size(), count)) == 0 && count > 0) {
-    contents.append(chunk.data(), count);
-  }
-  return error == 0 ? contents : std::string();
-}
-
 void LogUnusableSummary(queries::SummaryResult problem, const std::string& path, Logger* logger) {
   switch (problem) {
     case queries::SummaryResult::kRead:
@@ -117,7 +103,8 @@ int KXTool::GetLastSystemScan(std::string& result, Logger* logger) {
 
   for (const ScanReport& report : reports) {
     if (report.path.empty()) continue;
-    std::string xml = ReadFile(report.path);
+    std::string xml;
+    if (platform::ReadFile(report.path, xml) != 0) xml.clear();
     std::int64_t endTime = 0;
     const queries::SummaryResult summary = queries::ReadScanSummary(xml, endTime);
     if (summary != queries::SummaryResult::kRead) {

@@ -72,7 +72,7 @@ class BinaryReader {
   }
 
  private:
-  /// Reads an object, once for each reference to it.
+  /// Reads an object. Called once for each reference to it.
   bool ReadObject(std::uint64_t number, PropertyListValue& value) {
     if (number >= table_.size() / offsetSize_) return false;
     const std::uint64_t offset = Number(table_.substr(number * offsetSize_, offsetSize_));
@@ -129,7 +129,7 @@ class BinaryReader {
     return size == 2 || size == 3;
   }
 
-  /// Reads data or a text.
+  /// Reads data or text.
   bool ReadText(std::string_view rest, std::uint64_t type, std::uint64_t size,
                 PropertyListValue& value) {
     constexpr std::uint64_t kData = 4;
@@ -154,7 +154,7 @@ class BinaryReader {
     const bool isDictionary = type == kDictionary;
     if ((!isDictionary && type != kArray && type != kSet) || size > rest.size() ||
         size * (isDictionary ? 2 : 1) > rest.size() / referenceSize_ ||
-        ++depth_ > kMaximumPropertyListDepth) {
+        ++depth_ > kMaxPropertyListDepth) {
       return false;
     }
     const auto reference = [&](std::uint64_t i) {
@@ -180,7 +180,7 @@ class BinaryReader {
     return true;
   }
 
-  std::string_view bytes_;  ///< the objects, with what is before them
+  std::string_view bytes_;  ///< the objects and everything before them
   PropertyListBudget& budget_;
   std::string_view table_;  ///< of their offsets
   std::uint64_t offsetSize_ = 0;

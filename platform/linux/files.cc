@@ -21,8 +21,8 @@ struct CloseWalk {
   void operator()(FTS* walk) const { fts_close(walk); }
 };
 
-/// Whether `entry` is met for the first time: a directory comes again after its contents, and
-/// instead of them when it cannot be read.
+/// Whether the walk reaches `entry` for the first time. It returns to a directory after its
+/// contents, or instead of them when it cannot read the directory.
 bool IsFirstMeeting(const FTSENT& entry) {
   return entry.fts_info != FTS_DP && entry.fts_info != FTS_DNR;
 }
@@ -54,6 +54,13 @@ bool IsDeletable(const std::string& path) {
   const uid_t user = geteuid();
   return (parentStatus.st_mode & S_ISVTX) == 0 || user == 0 || user == status.st_uid ||
          user == parentStatus.st_uid;
+}
+
+int ModificationTime(const std::string& path, FileTime& time) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return errno;
+  time = {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+  return 0;
 }
 
 void WalkTree(const std::string& root,

@@ -12,14 +12,14 @@
 namespace platform {
 namespace {
 
-/// What the kernel appends to the path of a file that was deleted meanwhile.
+/// The kernel appends this to the path of a deleted file.
 constexpr std::string_view kDeletedMark = " (deleted)";
 
 std::string PathInTable(int processId, const char* name) {
   return "/proc/" + std::to_string(processId) + '/' + name;
 }
 
-/// @return the process id that `name` is, or 0.
+/// @return the process id in `name`, or 0.
 int ParseProcessId(std::string_view name) {
   int processId = 0;
   const char* const end = name.data() + name.size();
@@ -29,7 +29,7 @@ int ParseProcessId(std::string_view name) {
 
 }  // namespace
 
-// Short names are read on demand: a look at the table rarely needs one.
+// Short names are read on demand because few callers need them.
 ProcessRecord::ProcessRecord(int processId, const char*) : processId_(processId), shortName_() {}
 
 std::string ProcessRecord::ShortName() const {

@@ -7,24 +7,6 @@
 #include "platform/linux/property_list_readers.h"
 
 namespace platform {
-namespace {
-
-/// @return nothing when the file cannot be read or is longer than any list that is read.
-std::optional<std::string> ReadFile(const std::string& path) {
-  InputFile file;
-  if (file.Open(path) != 0) return std::nullopt;
-  std::string contents;
-  char chunk[std::size_t{16} << 10];
-  for (;;) {
-    std::size_t count = 0;
-    if (file.Read(chunk, sizeof chunk, count) != 0) return std::nullopt;
-    if (count == 0) return contents;
-    contents.append(chunk, count);
-    if (contents.size() > kMaximumPropertyListSize) return std::nullopt;
-  }
-}
-
-}  // namespace
 
 bool AppendUtf8(std::uint32_t character, std::string& text) {
   const bool isSurrogate = character >= 0xD800 && character <= 0xDFFF;
@@ -61,7 +43,7 @@ void MergeRepeatedKeys(std::vector<PropertyListValue::Member>& members) {
 
 std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes,
                                                    PropertyListBudget& budget) {
-  if (bytes.size() > kMaximumPropertyListSize || !budget.Take(bytes.size())) return std::nullopt;
+  if (bytes.size() > kMaxPropertyListSize || !budget.Take(bytes.size())) return std::nullopt;
   PropertyListValue list;
   const bool isBinary =
       bytes.compare(0, kBinaryPropertyListMagic.size(), kBinaryPropertyListMagic) == 0;
@@ -78,9 +60,9 @@ std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes) {
 }
 
 std::optional<PropertyListValue> ReadPropertyListDictionary(const std::string& path) {
-  const std::optional<std::string> contents = ReadFile(path);
-  if (!contents) return std::nullopt;
-  std::optional<PropertyListValue> list = ParsePropertyList(*contents);
+  std::string contents;
+  if (ReadFile(path, contents, kMaxPropertyListSize) != 0) return std::nullopt;
+  std::optional<PropertyListValue> list = ParsePropertyList(contents);
   if (!list || list->kind != PropertyListValue::Kind::kDictionary) return std::nullopt;
   return list;
 }

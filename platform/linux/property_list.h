@@ -11,23 +11,23 @@
 
 namespace platform {
 
-/// The longest property list that is read, in bytes.
-constexpr std::size_t kMaximumPropertyListSize = std::size_t{16} << 20;
+/// The maximum size of a property list in bytes.
+constexpr std::size_t kMaxPropertyListSize = std::size_t{16} << 20;
 
-/// Bounds the bytes of one or several lists together with the memory of the values read from them,
-/// and so the time that they take, whether or not the values are still held: 40 MiB, of which a
-/// list of 20,000 sealed files takes somewhat more than half.
+/// Limits the bytes of one or more lists plus the memory of the values read from them, and thus the
+/// time they take, whether or not the values are still held. The limit is 40 MiB; a list of 20,000
+/// sealed files takes a little more than half of it.
 class PropertyListBudget {
  public:
   /// Accounts for `size` bytes.
-  /// @return false when they are not left. Nothing is left from then on.
+  /// @return false when fewer are left; from then on none are.
   bool Take(std::size_t size) {
     isExceeded_ = isExceeded_ || size > left_;
     if (!isExceeded_) left_ -= size;
     return !isExceeded_;
   }
 
-  /// @return false, without adding the item, when its memory is not left.
+  /// @return false, without adding the item, when the budget does not cover its memory.
   template <typename Item>
   bool Add(std::vector<Item>& items, typename std::vector<Item>::value_type item) {
     const std::size_t capacity = items.capacity();
@@ -41,7 +41,7 @@ class PropertyListBudget {
     return true;
   }
 
-  /// Whether more was asked for than there was.
+  /// Whether a request has exceeded the budget.
   bool IsExceeded() const { return isExceeded_; }
 
  private:
@@ -56,7 +56,7 @@ class PropertyListBudget {
 std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes,
                                                    PropertyListBudget& budget);
 
-/// Parses a list with a budget of its own.
+/// Parses a list with a separate budget.
 std::optional<PropertyListValue> ParsePropertyList(const std::string& bytes);
 
 }  // namespace platform

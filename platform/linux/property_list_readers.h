@@ -11,25 +11,25 @@
 
 namespace platform {
 
-/// How a binary property list begins.
+/// The first bytes of a binary property list.
 constexpr std::string_view kBinaryPropertyListMagic = "bplist00";
 
-/// Arrays and dictionaries may be nested this deeply.
-constexpr std::size_t kMaximumPropertyListDepth = 256;
+/// The maximum nesting of arrays and dictionaries.
+constexpr std::size_t kMaxPropertyListDepth = 256;
 
 /// Reads one kind of property list.
 /// @return false when `bytes` is not such a list, is nested too deeply, or exceeds the budget;
-///     `list` then holds a part of it.
+///     `list` is then incomplete.
 bool ReadXmlPropertyList(std::string_view bytes, PropertyListBudget& budget,
                          PropertyListValue& list);
 bool ReadBinaryPropertyList(std::string_view bytes, PropertyListBudget& budget,
                             PropertyListValue& list);
 
 /// Appends a character in UTF-8.
-/// @return false when it is zero, a surrogate, or beyond Unicode: such texts are refused.
+/// @return false when it is zero, a surrogate or not Unicode, which makes the text invalid.
 bool AppendUtf8(std::uint32_t character, std::string& text);
 
-/// Lets the last value of a repeated key take the place of the first.
+/// Replaces the first value of a repeated key by the last.
 void MergeRepeatedKeys(std::vector<PropertyListValue::Member>& members);
 
 }  // namespace platform

@@ -16,14 +16,14 @@ namespace {
 
 constexpr int kFirstOtherDescriptor = STDERR_FILENO + 1;
 
-/// The two ends of the child's three standard descriptors, by number.
+/// The two ends of the child's three standard streams, by descriptor.
 struct Streams {
   std::array<Descriptor, kFirstOtherDescriptor> childEnds;
   std::array<Descriptor, kFirstOtherDescriptor> parentEnds;
 };
 
-/// Moves `descriptor` above the standard ones, which it may have got when the caller closed them:
-/// there it would be overwritten on the way into the child.
+/// Moves `descriptor` above the standard ones. When the caller has closed those, a new descriptor
+/// takes their number, and the child's standard streams would overwrite it.
 Descriptor AboveStandard(Descriptor descriptor) {
   if (!descriptor.IsOpen() || descriptor.Get() >= kFirstOtherDescriptor) return descriptor;
   return Descriptor(fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, kFirstOtherDescriptor));
@@ -32,7 +32,7 @@ Descriptor AboveStandard(Descriptor descriptor) {
 int OpenPipe(Descriptor& readEnd, Descriptor& writeEnd) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return errno;
-  // Both ends are owned before either moves, lest one takes the other's number.
+  // Both ends need an owner before either moves, or one could take the other's number.
   Descriptor first(ends[0]);
   Descriptor second(ends[1]);
   readEnd = AboveStandard(std::move(first));
@@ -57,7 +57,7 @@ int OpenStreams(const Task& task, Streams& streams) {
   return child[STDOUT_FILENO].IsOpen() ? 0 : errno;
 }
 
-/// What is done to the descriptors between fork and exec.
+/// The changes to the descriptors between fork and exec.
 class FileActions {
  public:
   explicit FileActions(const Streams& streams) {
@@ -82,8 +82,8 @@ class FileActions {
   int error_;
 };
 
-/// Gives the child the default handling of SIGPIPE. Everything else about signals is inherited, so
-/// that an installation under nohup survives its terminal.
+/// Restores the default handling of SIGPIPE in the child. The child inherits everything else about
+/// signals, so that an installation under nohup survives its terminal.
 class SpawnAttributes {
  public:
   SpawnAttributes() {
@@ -104,8 +104,8 @@ class SpawnAttributes {
   posix_spawnattr_t attributes_;
 };
 
-/// Takes the default handling of SIGCHLD back for a while: whoever started the tool may have left
-/// it ignored, and then a child's status is lost. The child inherits the default handling.
+/// Restores the default handling of SIGCHLD for as long as it lives: where SIGCHLD is ignored, a
+/// child's status is lost. The child inherits the default handling.
 class DefaultChildSignal {
  public:
   DefaultChildSignal() {

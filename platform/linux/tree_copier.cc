@@ -19,7 +19,8 @@ struct CloseStream {
   void operator()(DIR* stream) const { closedir(stream); }
 };
 
-/// Reads the names in `directory`, all at once: the copy may lie in a directory that is copied.
+/// Reads all names in `directory` at once, because the copy may lie in the directory that is
+/// copied.
 bool ReadNames(int directory, std::vector<std::string>& names) {
   Descriptor own(fcntl(directory, F_DUPFD_CLOEXEC, 0));
   const std::unique_ptr<DIR, CloseStream> stream(own.IsOpen() ? fdopendir(own.Get()) : nullptr);
@@ -54,8 +55,8 @@ bool CopyContents(int from, int to) {
   }
 }
 
-/// Gives mode and times of `status` to an open file. A bit that runs a program as its owner or
-/// group is left out where the copy has another one: it would run with rights that nobody gave it.
+/// Gives the mode and times of `status` to an open file. Drops the set-id bits where the copy has
+/// another owner or group: the program would run with rights that nobody granted.
 bool CopyAttributes(int to, const struct stat& status) {
   struct stat copy;
   if (fstat(to, &copy) != 0) return false;
@@ -123,14 +124,14 @@ bool TreeCopier::CopyDirectory(const Place& from, const Place& to) {
   return CopyAttributes(copy.Get(), status);
 }
 
-/// Notes that the first thing was created, the one with the destination's name. @return `success`.
+/// Notes that something was created; the first thing has the destination's name. @return `success`.
 bool TreeCopier::Created(bool success) {
   created_ = created_ || success;
   return success;
 }
 
-/// Whether the open `directory` is the copy itself, which a copy into a directory's own inside
-/// would meet there and follow without end.
+/// Whether the open `directory` is the copy itself. A copy into the copied directory would
+/// otherwise reach itself and never end.
 bool TreeCopier::IsDestination(int directory) const {
   struct stat status;
   return destinationDirectory_ && fstat(directory, &status) == 0 &&

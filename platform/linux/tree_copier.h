@@ -11,12 +11,11 @@
 
 namespace platform {
 
-/// One copy of a file, a symbolic link or a directory with everything below it. Every step goes
-/// from an open directory and follows no link, so that nothing that is exchanged meanwhile leads
-/// the copy elsewhere.
+/// Copies a file, a symbolic link or a directory with everything below it. Every step starts at an
+/// open directory and follows no link, so that files exchanged meanwhile cannot redirect the copy.
 class TreeCopier {
  public:
-  /// Copies `source` to the new name `destination` (neither ends in a slash).
+  /// Copies `source` to the new name `destination`. Neither may end in a slash.
   /// @return false when anything is missing from the copy.
   bool Copy(const std::string& source, const std::string& destination);
 

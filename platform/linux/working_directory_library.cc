@@ -3,12 +3,12 @@
 
 #include "platform/dynamic_library.h"
 
-// Libraries of the maker fill a std::string of the tool's: both must mean the same type by it.
+// The maker's libraries fill a std::string of the tool, so both must use the same ABI.
 static_assert(_GLIBCXX_USE_CXX11_ABI == 1);
 
 namespace platform {
 
-// The loader never looks a bare name up in the working directory here.
+// On Linux the loader never looks up a bare name in the working directory.
 DynamicLibrary DynamicLibrary::OpenFromWorkingDirectory(const std::string& name, Binding binding) {
   std::error_code error;
   const std::filesystem::path path = std::filesystem::absolute(name, error);

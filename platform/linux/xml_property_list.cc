@@ -38,7 +38,8 @@ std::string_view Trim(std::string_view text) {
   return text.substr(0, text.find_last_not_of(kWhiteSpace) + 1);
 }
 
-/// Reads a decimal or hexadecimal number. One above the largest signed number becomes negative.
+/// Reads a decimal or hexadecimal number. A number above the maximum of the signed type becomes
+/// negative.
 bool ReadInteger(std::string_view text, std::int64_t& integer) {
   const bool isNegative = StartsWith(text, "-");
   if (isNegative || StartsWith(text, "+")) text.remove_prefix(1);
@@ -46,8 +47,8 @@ bool ReadInteger(std::string_view text, std::int64_t& integer) {
   if (isHexadecimal) text.remove_prefix(2);
   std::uint64_t magnitude = 0;
   if (!ConvertNumber(text, magnitude, isHexadecimal ? 16 : 10)) return false;
-  constexpr std::uint64_t kLargestNegative = std::uint64_t{1} << 63;
-  if (isNegative && magnitude > kLargestNegative) return false;
+  constexpr std::uint64_t kMaxNegative = std::uint64_t{1} << 63;
+  if (isNegative && magnitude > kMaxNegative) return false;
   integer = static_cast<std::int64_t>(isNegative ? -magnitude : magnitude);
   return true;
 }
@@ -58,7 +59,7 @@ bool ReadReal(const std::string& text, double& real) {
   return end != text.c_str() && Trim(end).empty();
 }
 
-/// Decodes Base64 with white space in it.
+/// Decodes Base64, skipping white space.
 bool DecodeBase64(std::string_view encoded, std::string& bytes) {
   constexpr std::string_view kAlphabet =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -84,7 +85,7 @@ bool DecodeBase64(std::string_view encoded, std::string& bytes) {
   return padding <= 2 && (digits + padding) % 4 == 0;
 }
 
-/// Appends text from between tags, replacing the references to characters in it.
+/// Appends the text between two tags and resolves its character references.
 bool AppendText(std::string_view source, std::string& text) {
   for (;;) {
     const std::size_t reference = source.find('&');
@@ -113,7 +114,7 @@ class XmlReader {
  public:
   XmlReader(std::string_view bytes, PropertyListBudget& budget) : rest_(bytes), budget_(budget) {}
 
-  /// Reads the value in "plist", or one without it. What follows is ignored.
+  /// Reads the value, inside a "plist" element or not. Ignores what follows.
   bool Read(PropertyListValue& list) {
     Tag tag;
     if (!ReadTag(tag)) return false;
@@ -128,7 +129,7 @@ class XmlReader {
     bool isEmpty = false;
   };
 
-  /// Moves past `end`, which must not begin before `from`.
+  /// Moves past `end`, searching from `from`.
   bool SkipPast(std::string_view end, std::size_t from) {
     const std::size_t found = rest_.find(end, from);
     if (found == rest_.npos) return false;
@@ -136,8 +137,8 @@ class XmlReader {
     return true;
   }
 
-  /// Reads what is between angle brackets. Quoted parts may hold any character. Declarations in a
-  /// document type are refused.
+  /// Reads the text between angle brackets. Quoted parts may hold any character. Rejects
+  /// declarations inside a document type.
   bool ReadMarkup(std::string_view& markup) {
     if (!StartsWith(rest_, "<")) return false;
     std::size_t end = rest_.find_first_of("\"<>[", 1);
@@ -177,7 +178,7 @@ class XmlReader {
     if (!isDictionary && tag.name != "array") return ReadScalar(tag, value);
     value.kind = isDictionary ? Kind::kDictionary : Kind::kArray;
     if (tag.isEmpty) return true;
-    if (++depth_ > kMaximumPropertyListDepth) return false;
+    if (++depth_ > kMaxPropertyListDepth) return false;
     if (!(isDictionary ? ReadMembers(value.members) : ReadElements(value.elements))) return false;
     --depth_;
     return true;
@@ -237,7 +238,7 @@ class XmlReader {
     return tag.name == "date";
   }
 
-  /// Reads what is between a tag and its end tag, where only comments may be tags.
+  /// Reads the text between a tag and its end tag. Only comments may be nested in it.
   bool ReadText(const Tag& tag, std::string& text) {
     if (tag.isEmpty) return true;
     for (;;) {

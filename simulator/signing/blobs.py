@@ -9,9 +9,8 @@ import hashlib
 import struct
 
 from simulator.signing import der
-from simulator.signing.errors import SigningError
+from simulator.signing.host import SigningError
 
-REQUIREMENT = 0xFADE0C00
 REQUIREMENT_SET = 0xFADE0C01
 CODE_DIRECTORY = 0xFADE0C02
 EMBEDDED_SIGNATURE = 0xFADE0CC0
@@ -34,9 +33,9 @@ FLAG_LINKER_SIGNED = 0x20000
 
 @dataclasses.dataclass(frozen=True)
 class HashType:
-    """A digest of code directories: its number in them, and how many octets of it are kept.
+    """A digest of CodeDirectories: its number in them, and how many octets of it are kept.
 
-    `dotted` is the digest's object identifier in the hash-agility attribute.
+    `dotted` is its object identifier in the hash-agility attribute.
     """
 
     number: int
@@ -84,13 +83,6 @@ def split_super_blob(data):
 EMPTY_REQUIREMENTS = super_blob(REQUIREMENT_SET, {})
 
 
-def identifier_requirements(identifier):
-    """A requirement set whose designated requirement is `identifier "..."`."""
-    text = identifier.encode()
-    expression = struct.pack(">III", 1, 2, len(text)) + text + bytes(-len(text) % 4)
-    return super_blob(REQUIREMENT_SET, {3: blob(REQUIREMENT, expression)})
-
-
 def der_entitlements(values):
     """The DER form of an entitlements dictionary (booleans, integers, strings, lists, dicts)."""
     return der.element(0x70, der.integer(1), _der_value(values))
@@ -124,7 +116,7 @@ class ExecutableSegment:
 class CodeDirectory:
     """What a CodeDirectory says.
 
-    `page_size` is the logarithm to base 2 of the octets of a page, 0 for a single page of any size.
+    `page_size` is the logarithm to base 2 of a page's octets; 0 is one page of any size.
     `special` maps slot numbers to what they seal. `version` decides which fields are written.
     """
 
@@ -142,7 +134,7 @@ class CodeDirectory:
         return HASH_TYPES[self.hash_name]
 
     def encode(self, code):
-        """The blob; `code` is all the code that it covers, as a memoryview or bytes."""
+        """Returns the blob. `code` is all the code that it covers, as a memoryview or bytes."""
         slots = max(self.special, default=0)
         sealed = [self._special_hash(slot) for slot in range(slots, 0, -1)]
         pages = self._page_hashes(code)
@@ -166,7 +158,7 @@ class CodeDirectory:
         return blob(CODE_DIRECTORY, header + names + b"".join(sealed) + b"".join(pages))
 
     def _extensions(self, team_offset, limit):
-        """The header's later parts: the version that brought each, its form and its values."""
+        """The later parts of the header: the version that introduced each, its form and its values."""
         segment = self.executable_segment
         return (
             (0x20100, ">I", (0,)),

@@ -3,22 +3,20 @@
 Sources: Apple's Technical Note TN2206 and open `Security` (resources.cpp, bundlediskrep.cpp).
 """
 
-import dataclasses
 import os
 import pathlib
 import plistlib
 import re
 
 from simulator.signing import blobs, macho, reading, signature
-from simulator.signing.errors import SigningError
-from simulator.signing.files import contents, read, write
+from simulator.signing.host import SigningError, contents, read, write
 from simulator.signing.layout import find_layout
 from simulator.signing.signature import Options
 
 # Keys of a sealed file's hashes.
 HASH_KEYS = {"sha1": "hash", "sha256": "hash2", "sha256-truncated": "hash3", "sha384": "hash4"}
 
-# Where the components are kept when the executable is not Mach-O. Alternate CodeDirectories go into
+# Where the components are kept when the executable is not Mach-O. Alternate CodeDirectories go to
 # CodeRequirements-1 and so on.
 COMPONENT_FILES = {
     blobs.SLOT_CODE_DIRECTORY: "CodeDirectory",
@@ -30,7 +28,7 @@ COMPONENT_FILES = {
 
 
 def default_rules(resources):
-    """The rules of version 1; `resources` is "Resources/", or "" if resources lie in the root."""
+    """The rules of version 1. `resources` is "Resources/", or "" if resources lie in the root."""
     return {
         f"^{resources}": True,
         f"^{resources}.*\\.lproj/": {"optional": True, "weight": 1000.0},
@@ -41,10 +39,7 @@ def default_rules(resources):
 
 
 def default_rules_2(resources):
-    """The rules of version 2.
-
-    No two that match a path have the same weight: which one would hold is not defined.
-    """
+    """The rules of version 2. No two that match a path have the same weight: their order is undefined."""
     return {
         "^.*": True,
         "^[^/]+$": {"nested": True, "weight": 10.0},
@@ -63,53 +58,33 @@ def default_rules_2(resources):
     }
 
 
-@dataclasses.dataclass(frozen=True)
-class _Rule:
-    pattern: re.Pattern
-    weight: float
-    omit: bool
-    optional: bool
-    nested: bool
-
-
 class _Rules:
     def __init__(self, rules):
         self._rules = []
-        for text, value in rules.items():
-            fields = value if isinstance(value, dict) else {"omit": not value}
-            self._rules.append(_Rule(
-                _pattern(text), fields.get("weight", 1), fields.get("omit", False),
-                fields.get("optional", False), fields.get("nested", False)))
+        for pattern, value in rules.items():
+            fields = value if isinstance(value, dict) else {}
+            self._rules.append({"weight": 1, **fields, "pattern": re.compile(pattern)})
 
     def find(self, path):
-        """The rule of the greatest weight among those that match, None when there is none."""
-        matching = [rule for rule in self._rules if rule.pattern.search(path)]
-        return max(matching, key=lambda rule: rule.weight, default=None)
+        """Returns the fields of the matching rule with the greatest weight, or None."""
+        matching = [rule for rule in self._rules if rule["pattern"].search(path)]
+        return max(matching, key=lambda rule: rule["weight"], default=None)
 
 
-def _pattern(text):
-    try:
-        return re.compile(text)
-    except re.error as error:
-        raise SigningError(f"the rule {text} is no regular expression: {error}") from None
-
-
-def sign_bundle(path, identity=None, *, resource_version=2, rules=None, nested_requirements=None,
-                **options):
-    """Signs the bundle at `path`; code that is nested in it must have been signed before.
+def sign_bundle(path, identity=None, *, nested_requirements=None, **options):
+    """Signs the bundle at `path`. Code that is nested in it must have been signed before.
 
     A Mach-O executable gets an embedded signature; any other has its components in files of
-    `_CodeSignature`. `resource_version` 1 writes the old form of the seal only, which wants "sha1"
-    for the only hash. `rules` are added to those of that version, `nested_requirements` are texts
-    that replace what is sealed for nested code, by relative path. Where nested code is expected,
-    what is not signed code is sealed as an ordinary file. The other options are those of Options.
+    `_CodeSignature`. `nested_requirements` are texts that replace what is sealed for nested code, by
+    relative path. Where nested code is expected, what is not signed code is sealed as a file. The
+    other options are those of Options.
     """
     path = pathlib.Path(path)
     chosen = Options(**options)
     if chosen.linker_signed:
         raise SigningError("linkers do not sign bundles: sign the executable alone")
     layout = find_layout(path)
-    seal = _Seal(layout, resource_version, rules or {}, nested_requirements or {}, chosen.hashes)
+    seal = _Seal(layout, nested_requirements or {}, chosen.hashes)
     _prepare(layout.signature_directory)
     resources = plistlib.dumps(seal.content())
     write(layout.signature_directory / "CodeResources", resources)
@@ -147,28 +122,20 @@ def _write_components(directory, found):
 class _Seal:
     """What CodeResources says about the files of one bundle."""
 
-    def __init__(self, layout, version, rules, nested_requirements, hashes):
+    def __init__(self, layout, nested_requirements, hashes):
         self._root = pathlib.Path(os.path.realpath(layout.root))
         self._executable = os.path.realpath(layout.executable)
+        self._resources = layout.resources
         self._nested_requirements = nested_requirements
         self._hashes = hashes
-        if version not in (1, 2):
-            raise SigningError(f"there is no resource seal of version {version}")
-        if version == 1 and set(hashes) != {"sha1"}:
-            raise SigningError("a resource seal of version 1 knows no hash but SHA-1")
-        self._rules = {1: default_rules(layout.resources), 2: default_rules_2(layout.resources)}
-        self._rules[version].update(rules)
-        self._version = version
 
     def content(self):
-        found = {"rules": self._rules[1], "files": dict(self._walk(1))}
-        if self._version == 2:
-            found.update(rules2=self._rules[2], files2=dict(self._walk(2)))
-        return found
+        rules, rules2 = default_rules(self._resources), default_rules_2(self._resources)
+        return {"rules": rules, "files": dict(self._walk(_Rules(rules), 1)),
+                "rules2": rules2, "files2": dict(self._walk(_Rules(rules2), 2))}
 
-    def _walk(self, version):
+    def _walk(self, rules, version):
         """The relative path and the entry of everything that is sealed."""
-        rules = _Rules(self._rules[version])
         for directory, folders, files in os.walk(self._root):
             directory = pathlib.Path(directory)
             links = [name for name in folders if (directory / name).is_symlink()]
@@ -177,10 +144,10 @@ class _Seal:
             entered = []
             for name in sorted(set(folders) - set(links)):
                 relative = self._relative(directory / name)
-                rule = rules.find(relative)
                 if relative in ("_CodeSignature", "_MASReceipt"):
                     continue
-                if rule and rule.nested and "." in name:
+                rule = rules.find(relative)
+                if rule and rule.get("nested") and "." in name:
                     yield relative, self._nested(directory / name, rule)
                 else:
                     entered.append(name)
@@ -192,16 +159,15 @@ class _Seal:
     def _seal_file(self, path, rules, version):
         relative = self._relative(path)
         rule = rules.find(relative)
-        regular = path.is_file() and not path.is_symlink()
-        if (rule is None or rule.omit or str(path) == self._executable or
+        if (rule is None or rule.get("omit") or str(path) == self._executable or
                 relative == "CodeResources"):
             return
         if path.is_symlink():
             if version == 2:
                 yield relative, _entry(rule, symlink=os.readlink(path))
-        elif regular and rule.nested and reading.read_signed(path):
+        elif rule.get("nested") and reading.read_signed(path):
             yield relative, self._nested(path, rule)
-        elif regular:
+        elif path.is_file():
             yield relative, self._hashed(path, rule, version)
 
     def _nested(self, path, rule):
@@ -215,10 +181,10 @@ class _Seal:
         with contents(path) as data:
             if version == 1:
                 value = blobs.HASH_TYPES["sha1"].digest(data)
-                return _entry(rule, hash=value) if rule.optional else value
+                return _entry(rule, hash=value) if rule.get("optional") else value
             return _entry(rule, **{HASH_KEYS[name]: blobs.HASH_TYPES[name].digest(data)
                                    for name in self._hashes})
 
 
 def _entry(rule, **fields):
-    return {**fields, **({"optional": True} if rule.optional else {})}
+    return {**fields, **({"optional": True} if rule.get("optional") else {})}

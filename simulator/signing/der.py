@@ -1,6 +1,6 @@
-"""A writer of DER and a splitter for it (ITU-T X.690), as far as certificates and CMS need them.
+"""Writes and splits DER (ITU-T X.690), as far as certificates and CMS need it.
 
-Every writer takes finished encodings and returns one; encodings are bytes.
+Every writer takes encodings and returns one. Encodings are bytes.
 """
 
 import datetime

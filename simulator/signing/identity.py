@@ -1,4 +1,4 @@
-"""Signing identities: complete made-up certificate chains in the form of Apple's Developer ID.
+"""Signing identities: made-up certificate chains in the form of Apple's Developer ID.
 
 Sources: RFC 5280 (certificates); Apple's "Developer ID Certification Practice Statement" and the
 certificates of publicly distributed software (names, marker extensions).
@@ -14,8 +14,8 @@ import shutil
 import ssl
 import tempfile
 
-from simulator.signing import der, openssl
-from simulator.signing.errors import SigningError
+from simulator.signing import der, host
+from simulator.signing.host import SigningError
 
 ECDSA_WITH_SHA256 = "1.2.840.10045.4.3.2"
 SHA256_WITH_RSA = "1.2.840.113549.1.1.11"
@@ -50,8 +50,8 @@ class Profile:
     authority: bool = True
 
 
-# What Identity.create() is given for identities that a platform judges differently. The two dates
-# concern the leaf only; an empty tuple leaves the extension out.
+# Profiles that a platform judges differently. The dates are those of the leaf; an empty tuple leaves
+# the extension out.
 VARIANTS = {
     "expired": {"valid_from_days": -800, "valid_to_days": -70},
     "not-yet-valid": {"valid_from_days": 70, "valid_to_days": 3652},
@@ -87,11 +87,6 @@ class Certificate:
         """The serial number as a DER INTEGER."""
         return self._field(1)
 
-    @property
-    def public_key(self):
-        """The SubjectPublicKeyInfo, DER."""
-        return self._field(6)
-
     def _field(self, number):
         return der.children(der.children(self.der)[0])[number]
 
@@ -108,16 +103,16 @@ class Identity:
         try:
             values = json.loads((self.directory / "identity.json").read_text())
             self.profile = _profile(values)
-            self.certificates = {name: self._load(name) for name in _ROLES}
+            self.certificates = {role: _load(self.directory, role) for role in _ROLES}
         except (OSError, ValueError, TypeError) as error:
             raise SigningError(f"{directory} holds no usable identity: {error}") from error
 
     @classmethod
     def create(cls, directory, **profile):
-        """The identity in `directory`, made first when there is none.
+        """Opens the identity in `directory`, or makes it with the given fields of Profile.
 
-        `profile` are fields of Profile, VARIANTS has ready sets of them. An identity with another
-        profile in the directory is an error. Several processes may create the same one at once.
+        An identity with another profile in the directory is an error. Several processes may create
+        the same one at once.
         """
         wanted = _profile(profile)
         directory = pathlib.Path(directory)
@@ -130,23 +125,24 @@ class Identity:
 
     @property
     def anchor_path(self):
-        """The root certificate's PEM file: what a verifier has to trust."""
+        """The root certificate's PEM file, which a verifier has to trust."""
         return self.directory / "root.pem"
 
     @property
     def team_identifier(self):
         return self.profile.team_identifier
 
-    def _load(self, name):
-        pem = (self.directory / f"{name}.pem").read_text()
-        return Certificate(ssl.PEM_cert_to_DER_cert(pem), self.directory / f"{name}.key")
+
+def _load(directory, role):
+    pem = (directory / f"{role}.pem").read_text()
+    return Certificate(ssl.PEM_cert_to_DER_cert(pem), directory / f"{role}.key")
 
 
 def _profile(values):
     values = {key: tuple(value) if isinstance(value, list) else value
               for key, value in values.items()}
     profile = Profile(**values)
-    if profile.key_type not in openssl.KEY_TYPES:
+    if profile.key_type not in host.KEY_TYPES:
         raise SigningError(f"unknown key type {profile.key_type}")
     for usage in profile.key_usages:
         if usage not in KEY_USAGE_BITS:
@@ -155,7 +151,7 @@ def _profile(values):
 
 
 def _make(directory, profile):
-    """Makes everything in a directory beside the wanted one, which then appears complete or not."""
+    """Makes everything in a neighbouring directory, which is then renamed: all or nothing."""
     try:
         directory.parent.mkdir(parents=True, exist_ok=True)
         work = pathlib.Path(tempfile.mkdtemp(prefix=f".{directory.name}.", dir=directory.parent))
@@ -176,7 +172,7 @@ def _make(directory, profile):
 
 def _make_chain(directory, profile):
     for role, make in _ROLES.items():
-        openssl.make_key(directory / f"{role}.key", profile.key_type)
+        host.make_key(directory / f"{role}.key", profile.key_type)
         certificate = make(directory, profile)
         (directory / f"{role}.pem").write_text(ssl.DER_cert_to_PEM_cert(certificate))
 
@@ -192,7 +188,7 @@ def _intermediate(directory, profile):
                  O="Simulated Inc.", C="US")
     extensions = _authority_extensions() if profile.authority else []
     marker = _extension(DEVELOPER_ID_AUTHORITY, der.null())
-    return _certificate(directory, profile, "intermediate", "root", _subject(directory, "root"),
+    return _certificate(directory, profile, "intermediate", "root", _load(directory, "root").subject,
                         name, [*extensions, marker])
 
 
@@ -202,15 +198,15 @@ def _leaf(directory, profile):
     extensions = _leaf_extensions(profile.extended_key_usages, profile.key_usages)
     marker = _extension(DEVELOPER_ID_APPLICATION, der.null(), critical=True)
     return _certificate(directory, profile, "leaf", "intermediate",
-                        _subject(directory, "intermediate"), name, [*extensions, marker],
+                        _load(directory, "intermediate").subject, name, [*extensions, marker],
                         days=(profile.valid_from_days, profile.valid_to_days))
 
 
 def _timestamp(directory, profile):
     name = _name(CN="Simulated Timestamp Signer", O="Simulated Inc.", C="US")
     extensions = _leaf_extensions((EKU_TIME_STAMPING,), ("digitalSignature",))
-    return _certificate(directory, profile, "timestamp", "root", _subject(directory, "root"), name,
-                        extensions)
+    return _certificate(directory, profile, "timestamp", "root", _load(directory, "root").subject,
+                        name, extensions)
 
 
 _ROLES = {"root": _root, "intermediate": _intermediate, "leaf": _leaf, "timestamp": _timestamp}
@@ -221,8 +217,8 @@ def _certificate(directory, profile, role, issuer_role, issuer, subject, extensi
     """One signed certificate, valid between the two `days` counted from now."""
     now = datetime.datetime.now(datetime.timezone.utc)
     algorithm = signature_algorithm(profile.key_type)
-    public_key = openssl.public_key(directory / f"{role}.key")
-    issuer_key = openssl.public_key(directory / f"{issuer_role}.key")
+    public_key = host.public_key(directory / f"{role}.key")
+    issuer_key = host.public_key(directory / f"{issuer_role}.key")
     extensions = [
         *extensions,
         _extension("2.5.29.14", der.octet_string(_key_identifier(public_key))),
@@ -237,24 +233,19 @@ def _certificate(directory, profile, role, issuer_role, issuer, subject, extensi
         subject,
         public_key,
         der.explicit(3, der.sequence(*extensions)))
-    signature = openssl.sign(directory / f"{issuer_role}.key", body)
+    signature = host.sign_digest(directory / f"{issuer_role}.key", body)
     return der.sequence(body, algorithm, der.bit_string(signature))
 
 
 def signature_algorithm(key_type):
-    """The AlgorithmIdentifier of signatures by a key of one of openssl.KEY_TYPES with SHA-256."""
+    """The AlgorithmIdentifier of signatures by a key of one of host.KEY_TYPES with SHA-256."""
     if key_type == "ec":
         return der.sequence(der.oid(ECDSA_WITH_SHA256))
     return der.sequence(der.oid(SHA256_WITH_RSA), der.null())
 
 
-def _subject(directory, role):
-    pem = (directory / f"{role}.pem").read_text()
-    return Certificate(ssl.PEM_cert_to_DER_cert(pem), directory / f"{role}.key").subject
-
-
 def _name(**parts):
-    """A Name of the given parts in their order; a part that is None is left out."""
+    """A Name of these parts in their order, without those that are None."""
     encodings = []
     for kind, text in parts.items():
         if text is not None:

@@ -1,4 +1,4 @@
-"""How bundles are laid out: finds the parts of one, and makes small ones.
+"""The layout of bundles: finds the parts of one, and builds small ones.
 
 Sources: Apple's "Bundle Programming Guide" and open CoreFoundation (CFBundle).
 """
@@ -8,15 +8,15 @@ import os
 import pathlib
 import plistlib
 
-from simulator.signing.errors import SigningError
+from simulator.signing.host import SigningError
 
 
 @dataclasses.dataclass(frozen=True)
 class Form:
     """One way to lay out a bundle; paths are relative to it, "" is the bundle itself.
 
-    `marker` is the directory that tells the form; `root` is what CodeResources seals and holds
-    `_CodeSignature`; executables are looked for in `executables`, in this order.
+    `marker` is the directory that tells the form. `root` holds `_CodeSignature` and is what
+    CodeResources seals. Executables are looked for in `executables`, in this order.
     """
 
     marker: str
@@ -36,7 +36,7 @@ FORMS = {
 
 @dataclasses.dataclass(frozen=True)
 class Layout:
-    """The parts of a bundle. `information` is the Info.plist, None when there is none.
+    """The parts of a bundle. `information` is the Info.plist, or None.
 
     `resources` is the prefix of resources below the root: "Resources/", or "".
     """
@@ -55,14 +55,11 @@ class Layout:
 def find_layout(path):
     """The Layout of the bundle at `path`; for a versioned one, that of its current version."""
     bundle = pathlib.Path(path)
-    name = bundle.stem
+    name, framework = bundle.stem, bundle.suffix == ".framework"
     present = _directories(bundle)
     if not present & {"contents", "support files"} and (bundle / "Versions/Current/.").is_dir():
-        framework = bundle.suffix == ".framework"
         bundle = pathlib.Path(os.path.realpath(bundle / "Versions" / "Current"))
         present = _directories(bundle)
-    else:
-        framework = bundle.suffix == ".framework"
     order = ("resources", "contents") if framework else ("contents", "resources")
     form = next((FORMS[each] for each in (*order, "support-files")
                  if FORMS[each].marker.lower() in present), FORMS["flat"])
@@ -95,11 +92,10 @@ def _information_values(path):
 
 
 def build_bundle(path, executable, *, form="contents", identifier="com.example.agent", files=None):
-    """Makes an unsigned bundle whose executable, `executable` (octets), is named like the bundle.
+    """Builds an unsigned bundle whose executable (octets) is named like the bundle. Returns its path.
 
     `form` is one of FORMS, or "framework" for a framework with a version A. `files` maps paths
     relative to the sealed root to contents (octets) or to the targets of symbolic links (text).
-    Returns the path.
     """
     path = pathlib.Path(path)
     if form != "framework":

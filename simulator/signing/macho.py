@@ -1,4 +1,4 @@
-"""Mach-O files: makes small ones and puts signatures into any.
+"""Mach-O files: builds small ones and embeds signatures in any.
 
 Sources: Apple's open `xnu` (EXTERNAL_HEADERS/mach-o/loader.h, fat.h). Offsets and sizes are octets.
 """
@@ -9,8 +9,7 @@ import plistlib
 import struct
 
 from simulator.signing import blobs, signature
-from simulator.signing.errors import SigningError
-from simulator.signing.files import read, write
+from simulator.signing.host import SigningError, read, write
 from simulator.signing.signature import Options
 
 FAT_MAGIC = 0xCAFEBABE
@@ -38,10 +37,9 @@ SIGNABLE_FILE_TYPES = {2, 5, 6, 7, 8, 11}
 
 @dataclasses.dataclass(frozen=True)
 class Slice:
-    """What build_thin() makes: a file of some processor and type with `code_size` octets of code.
+    """A file that build_thin() makes, with `code_size` octets of code, which differ by `seed`.
 
-    `info_plist` is the contents of the `__info_plist` section, None for no such section. `seed`
-    makes the code differ from that of other slices.
+    `info_plist` is the contents of the `__info_plist` section; None for no such section.
     """
 
     processor: str = "arm64"
@@ -170,8 +168,6 @@ class Image:
         offset = self.start
         for _ in range(self.count):
             kind, size = struct.unpack_from(self.order + "2I", self.data, offset)
-            if size < 8:
-                raise SigningError("too short a load command")
             yield kind, offset
             offset += size
 
@@ -220,8 +216,8 @@ class Image:
 
 
 def is_macho(data):
-    """Whether a file with these contents carries its signature within: the type decides, that of
-    the first slice in a universal file."""
+    """Whether a file with these contents carries its signature within. Its type decides, in a universal
+    file that of the first slice."""
     try:
         if struct.unpack_from(">I", data)[0] == FAT_MAGIC:
             offset, = struct.unpack_from(">16xI", data)
@@ -234,9 +230,9 @@ def is_macho(data):
 def sign_macho(path, identity=None, *, slices=None, special=None, **options):
     """Signs a Mach-O file in place.
 
-    `slices` are the numbers of the slices to sign, None for all; the others stay as they are, so
-    that several calls can sign each in its own way. A slice's earlier signature is replaced.
-    `special` is what a surrounding bundle seals (slots 1 and 3). The options are those of Options.
+    `slices` are the numbers of the slices to sign, None for all; the others stay as they are. An
+    earlier signature is replaced. `special` is what a bundle around the file seals (slots 1 and 3).
+    The options are those of Options.
     """
     path = pathlib.Path(path)
     chosen = Options(**options)
@@ -244,14 +240,12 @@ def sign_macho(path, identity=None, *, slices=None, special=None, **options):
     try:
         if struct.unpack_from(">I", data)[0] == FAT_MAGIC:
             entries, counted = split_fat(data)
-            _check_slices(slices, len(entries))
             signed = _join_fat([
                 dataclasses.replace(entry, data=_sign_slice(entry.data, identity, chosen, path.name,
                                                             special))
                 if slices is None or number in slices else entry
                 for number, entry in enumerate(entries)], counted)
         else:
-            _check_slices(slices, 1)
             signed = _sign_slice(data, identity, chosen, path.name, special)
     except struct.error:
         raise SigningError(f"cannot sign {path}: its Mach-O headers are cut off") from None
@@ -261,13 +255,8 @@ def sign_macho(path, identity=None, *, slices=None, special=None, **options):
     return path
 
 
-def _check_slices(slices, count):
-    if slices is not None and not set(slices) <= set(range(count)):
-        raise SigningError(f"there are {count} slices only")
-
-
 def _sign_slice(data, identity, options, name, special):
-    """The signature is made twice: first to see how much room it takes, which is sealed, too."""
+    """Signs a slice twice: its first page holds the size of the signature."""
     plist = Image(data).info_plist()
     sealed = dict(special or {})
     if plist is not None:
@@ -294,10 +283,7 @@ def bundle_identifier(plist):
 
 
 def _make_room(data, size):
-    """The slice with `size` octets at its end for a signature, described by its headers.
-
-    Returns it with the offset of the signature.
-    """
+    """Returns the slice with `size` octets for a signature at its end, and the signature's offset."""
     image = Image(data)
     command = image.find(LC_CODE_SIGNATURE)
     if command is None:

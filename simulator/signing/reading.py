@@ -1,4 +1,4 @@
-"""Reads back what a code object's signature calls it: what the seal of a bundle around it says."""
+"""Reads signatures back, for the seal of the bundle around the code."""
 
 import dataclasses
 import pathlib
@@ -6,11 +6,10 @@ import re
 import struct
 
 from simulator.signing import blobs, macho
-from simulator.signing.errors import SigningError
-from simulator.signing.files import contents
+from simulator.signing.host import SigningError, contents
 from simulator.signing.layout import find_layout
 
-# The hash types by which a platform chooses among several CodeDirectories, best first.
+# The hash types in the order in which a platform prefers their CodeDirectories.
 PREFERENCE = ("sha384", "sha256", "sha256-truncated", "sha1")
 
 
@@ -24,7 +23,7 @@ class Signed:
     adhoc: bool
 
     def requirement(self):
-        """The text of a requirement that this code meets and others do not."""
+        """The text of a requirement that only this code meets."""
         if self.adhoc:
             return f'cdhash H"{self.cdhash.hex()}"'
         text = f'identifier "{self.identifier}"'
@@ -40,9 +39,8 @@ def _word(text):
 
 
 def read_signed(path):
-    """What is signed at `path`, one Signed for each slice, the native one (arm64, else the first)
-    foremost; empty when it is not signed code. The path may be a file or a bundle.
-    """
+    """Returns one Signed for each slice of a file or bundle, the native one (arm64, else the first)
+    foremost; an empty list when it is not signed code."""
     try:
         return [_describe(parts) for parts in _components(pathlib.Path(path)) if parts]
     except (SigningError, OSError, struct.error, LookupError, ValueError):

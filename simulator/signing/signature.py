@@ -1,13 +1,13 @@
-"""Signatures as a set of components, whatever they are kept in."""
+"""Signatures as sets of components, wherever they are kept, and those of plain files."""
 
 import dataclasses
 import datetime
+import pathlib
 import plistlib
 
 from simulator.signing import blobs, cms, der
-from simulator.signing.errors import SigningError
-from simulator.signing.identity import Identity
-from simulator.signing.timestamp import Timestamp
+from simulator.signing.cms import Timestamp
+from simulator.signing.host import SigningError, contents, write
 
 FROM_IDENTITY = "from the identity"
 
@@ -16,21 +16,20 @@ FROM_IDENTITY = "from the identity"
 class Options:
     """How to sign; the keyword arguments of every sign_ function.
 
-    hashes: names of blobs.HASH_TYPES, the first for the CodeDirectory proper and the others for
-        alternates. A name given twice makes a signature that no platform accepts, and so do the
-        two kinds of SHA-256 together, unless the second hash-agility attribute is left out.
-    page_size: logarithm to base 2 of a page's octets; 0 is one page of any size, and what code
-        without any octet gets.
-    identifier: what the code is called; None is the file's or bundle's own name.
+    hashes: names of blobs.HASH_TYPES, the first for the CodeDirectory, the others for alternates.
+        No platform accepts a name given twice, nor both kinds of SHA-256 under the second
+        hash-agility attribute.
+    page_size: logarithm to base 2 of a page's octets. 0 is one page of any size; empty code gets it.
+    identifier: None is the name of the file or bundle.
     team_identifier: None leaves it out.
-    version, flags: of the CodeDirectory; the flags that the form of the signature needs are added.
-    adhoc: no certificates, an empty CMS. linker_signed: as a linker does it, nothing but a
-        CodeDirectory of version 0x20400. Both need no identity.
-    requirements: a requirement set (blobs.EMPTY_REQUIREMENTS and the like), None for no such slot.
-    entitlements: a dictionary, sealed as XML and as DER, None for no such slots.
+    version, flags: of the CodeDirectory. The flags that the form of the signature needs are added.
+    adhoc: no certificates, an empty CMS. linker_signed: nothing but a CodeDirectory of version
+        0x20400, as from a linker. Neither needs an identity.
+    requirements: a requirement set such as blobs.EMPTY_REQUIREMENTS; None for no such slot.
+    entitlements: a dictionary, sealed as XML and as DER; None for no such slots.
     certificates: which of the identity's the CMS carries, in this order.
-    signing_time: an aware datetime; None is now. timestamp: a Timestamp, None for no token.
-    agility: the hash-agility attributes to write, of the numbers 1 and 2.
+    signing_time: an aware datetime; None is now. timestamp: a Timestamp; None for no token.
+    agility: the numbers of the hash-agility attributes to write, 1 and 2.
     """
 
     hashes: tuple[str, ...] = ("sha256",)
@@ -58,11 +57,10 @@ class Options:
 
 def components(code, identity, options, *, name, special=None,
                executable_segment=blobs.ExecutableSegment()):
-    """The components of a signature: a dictionary from slots to finished blobs.
+    """The components of a signature: a dictionary from slots to blobs.
 
-    `code` is what the CodeDirectories cover, `name` the identifier unless the options say another,
-    `special` what is sealed but kept elsewhere (slots 1 and 3), `identity` may be None for code
-    that is signed ad hoc or by the linker.
+    `code` is what the CodeDirectories cover, `name` the identifier unless the options name another,
+    `special` what is sealed but kept elsewhere (slots 1 and 3).
     """
     if identity is None and not (options.adhoc or options.linker_signed):
         raise SigningError("only ad-hoc and linker-signed code needs no identity")
@@ -83,8 +81,19 @@ def components(code, identity, options, *, name, special=None,
     return found
 
 
+def sign_file(path, identity=None, **options):
+    """Signs a plain file. Returns the path of the signature, `<path>.codesignature`."""
+    path = pathlib.Path(path)
+    chosen = Options(**options)
+    with contents(path) as code:
+        found = components(code, identity, chosen, name=path.name)
+    sidecar = path.with_name(path.name + ".codesignature")
+    write(sidecar, embedded(found))
+    return sidecar
+
+
 def embedded(found):
-    """The SuperBlob of an embedded signature with the given components."""
+    """The SuperBlob of an embedded signature with these components."""
     return blobs.super_blob(blobs.EMBEDDED_SIGNATURE, found)
 
 
@@ -118,7 +127,7 @@ def _directory(hash_name, identity, options, name, sealed, executable_segment):
         executable_segment=executable_segment)
 
 
-def _message(directories, identity: Identity, options):
+def _message(directories, identity, options):
     when = options.signing_time or datetime.datetime.now(datetime.timezone.utc)
     agility = {1: cms.hash_agility, 2: cms.hash_agility_2}
     attributes = [cms.attribute(cms.ATTRIBUTE_SIGNING_TIME, der.time(when))]

@@ -2,11 +2,13 @@
 
 #include <openssl/bio.h>
 #include <openssl/cms.h>
-#include <openssl/objects.h>
+#include <openssl/ec.h>
+#include <openssl/rsa.h>
+#include <openssl/x509v3.h>
 
+#include <memory>
 #include <stdexcept>
 
-#include "platform/linux/code_signing/cms_message.h"
 #include "platform/linux/code_signing/digest.h"
 #include "platform/linux/code_signing/libcrypto.h"
 
@@ -14,9 +16,25 @@ namespace platform::code_signing {
 namespace {
 
 constexpr char kTstInfoType[] = "1.2.840.113549.1.9.16.1.4";
-constexpr char kTimestampToken[] = "1.2.840.113549.1.9.16.2.14";
 constexpr unsigned char kSequence = 0x30;
 constexpr unsigned char kOctetString = 0x04;
+
+void AddName(X509_NAME* name, const std::string& attribute, const std::string& text) {
+  if (text.empty()) return;
+  X509_NAME_add_entry_by_txt(name, attribute.c_str(), MBSTRING_UTF8,
+                             reinterpret_cast<const unsigned char*>(text.data()),
+                             static_cast<int>(text.size()), -1, 0);
+}
+
+void AddExtension(X509& certificate, const std::string& name, const std::string& value) {
+  X509V3_CTX context;
+  X509V3_set_ctx(&context, nullptr, &certificate, nullptr, nullptr, 0);
+  X509_EXTENSION* const extension =
+      X509V3_EXT_nconf(nullptr, &context, name.c_str(), value.c_str());
+  if (extension == nullptr) throw std::invalid_argument(name + " = " + value);
+  X509_add_ext(&certificate, extension, -1);
+  X509_EXTENSION_free(extension);
+}
 
 void Require(bool isDone) {
   if (!isDone) throw std::runtime_error("libcrypto cannot make the message");
@@ -40,6 +58,41 @@ void AddAttribute(CMS_SignerInfo& info, const char* identifier,
 }
 
 }  // namespace
+
+TestKey MakeEcKey(const char* curve) { return {EVP_EC_gen(curve), EVP_PKEY_free}; }
+
+TestKey MakeRsaKey(unsigned bits) { return {EVP_RSA_gen(bits), EVP_PKEY_free}; }
+
+CertificatePtr MakeCertificate(const CertificatePlan& plan) {
+  static long serialNumber = 0;
+  CertificatePtr certificate(X509_new(), X509_free);
+  X509* const x509 = certificate.get();
+  X509_set_version(x509, plan.version);
+  ASN1_INTEGER_set(X509_get_serialNumber(x509), ++serialNumber);
+  X509_NAME* const subject = X509_get_subject_name(x509);
+  AddName(subject, "CN", plan.name);
+  for (const auto& [attribute, text] : plan.subject) AddName(subject, attribute, text);
+  AddName(X509_get_issuer_name(x509), "CN", plan.issuerName);
+  ASN1_TIME_set(X509_getm_notBefore(x509), plan.notBefore);
+  ASN1_TIME_set(X509_getm_notAfter(x509), plan.notAfter);
+  X509_set_pubkey(x509, plan.key.get());
+  for (const auto& [name, value] : plan.extensions) AddExtension(*x509, name, value);
+  if (X509_sign(x509, plan.issuerKey.get(), plan.digest) == 0) {
+    throw std::invalid_argument("cannot sign " + plan.name);
+  }
+  return certificate;
+}
+
+CertificatePtr MakeNamedCertificate(const std::vector<std::pair<std::string, std::string>>& subject,
+                                    const std::vector<std::string>& extensions) {
+  CertificatePlan plan;
+  plan.subject = subject;
+  plan.key = plan.issuerKey = MakeEcKey();
+  for (const std::string& identifier : extensions) {
+    plan.extensions.emplace_back(identifier, "DER:05:00");
+  }
+  return MakeCertificate(plan);
+}
 
 TestAuthority MakeAuthority() {
   CertificatePlan root;
@@ -78,11 +131,6 @@ std::string MakeCms(const CmsPlan& plan) {
     for (const auto& [identifier, values] : plan.signedAttributes) {
       AddAttribute(*info, identifier, values);
     }
-    if (!plan.timestampToken.empty()) {
-      Require(CMS_unsigned_add1_attr_by_txt(info, kTimestampToken, V_ASN1_SEQUENCE,
-                                            plan.timestampToken.data(),
-                                            static_cast<int>(plan.timestampToken.size())) == 1);
-    }
     for (const CertificatePtr& certificate : signer.chain) {
       CMS_add1_cert(message.get(), certificate.get());
     }
@@ -117,12 +165,6 @@ std::string Der(unsigned char tag, const std::string& contents) {
     length = {'\x82', static_cast<char>(contents.size() >> 8U), static_cast<char>(contents.size())};
   }
   return static_cast<char>(tag) + length + contents;
-}
-
-std::string SignatureOf(const std::string& message) {
-  CmsMessage parsed;
-  CmsMessage::Parse(message, parsed);
-  return std::string(parsed.Signers().front().Signature());
 }
 
 }  // namespace platform::code_signing

@@ -3,13 +3,43 @@
 
 #include <openssl/evp.h>
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "tests/code_signing/certificate_builder.h"
+#include "platform/linux/code_signing/certificate.h"
 
 namespace platform::code_signing {
+
+using TestKey = std::shared_ptr<EVP_PKEY>;
+
+TestKey MakeEcKey(const char* curve = "P-256");
+TestKey MakeRsaKey(unsigned bits);
+
+/// What a certificate of a test says. Times are seconds since the Unix epoch.
+struct CertificatePlan {
+  std::string name;  ///< common name of the subject; none when empty
+  /// More attributes of the subject, in order: short names ("OU") and texts.
+  std::vector<std::pair<std::string, std::string>> subject;
+  std::string issuerName;
+  TestKey key;
+  TestKey issuerKey;
+  /// Names of extensions and their values, as in an OpenSSL configuration file.
+  std::vector<std::pair<std::string, std::string>> extensions;
+  long version = X509_VERSION_3;
+  const EVP_MD* digest = EVP_sha256();
+  std::int64_t notBefore = 1000;
+  std::int64_t notAfter = 2000;
+};
+
+CertificatePtr MakeCertificate(const CertificatePlan& plan);
+
+/// Makes a certificate with this subject that is signed with its own key.
+/// @param extensions identifiers (dotted numbers) of extensions without a value.
+CertificatePtr MakeNamedCertificate(const std::vector<std::pair<std::string, std::string>>& subject,
+                                    const std::vector<std::string>& extensions = {});
 
 /// A root and an intermediate authority.
 struct TestAuthority {
@@ -40,21 +70,16 @@ struct CmsPlan {
   const EVP_MD* digest = EVP_sha256();
   /// Dotted identifiers, and DER of the values: sequences or octet strings.
   std::vector<std::pair<const char*, std::vector<std::string>>> signedAttributes;
-  std::string timestampToken;  ///< of the only signer; none when empty
 };
 
 std::string MakeCms(const CmsPlan& plan);
 
-/// An RFC 3161 token about `signature`, at the time 1500.
-/// @param imprinted what the token says that it is about.
+/// Makes an RFC 3161 token for `imprinted`, at the time 1500.
 std::string MakeTimestampToken(const std::vector<TestSigner>& signers,
                                const std::string& imprinted);
 
-/// DER of a value. @param tag the whole identifier octet.
+/// Encodes a value in DER. @param tag the whole identifier octet.
 std::string Der(unsigned char tag, const std::string& contents);
-
-/// The octets of the first signer's signature of a message.
-std::string SignatureOf(const std::string& message);
 
 }  // namespace platform::code_signing
 

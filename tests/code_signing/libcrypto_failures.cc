@@ -117,7 +117,6 @@ int SweepFiles(int argc, char** argv) {
     std::fprintf(stderr, "usage: %s STEP ANCHORS PATH...\n", argv[0]);
     return 2;
   }
-  if (!WatchLibcryptoMemory()) return 2;
   bool isWell = true;
   for (int i = 3; i < argc; ++i) {
     for (const Kind& kind : kKinds) isWell = Sweep(argv[2], argv[i], kind, step) && isWell;

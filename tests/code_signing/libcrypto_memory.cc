@@ -11,13 +11,13 @@
 namespace platform::code_signing {
 namespace {
 
-std::mutex mutex;           ///< of everything below
-std::size_t countdown = 0;  ///< up to and with the one that fails; 0 while none is to fail
+std::mutex mutex;           ///< guards everything below
+std::size_t countdown = 0;  ///< to the allocation that fails; 0 while all succeed
 Failing failing = Failing::kOne;
 bool hasFailed = false;
 long living = 0;
 
-/// @return whether there may be another allocation, which then counts.
+/// Counts an allocation. @return false when it must fail.
 bool Begin() {
   const std::lock_guard<std::mutex> lock(mutex);
   if (countdown > 0 && --countdown == 0) {
@@ -41,16 +41,17 @@ void Free(void* memory, const char*, int) {
   std::free(memory);
 }
 
-// One that grows is one that begins anew.
+// An allocation that grows counts as a new one.
 void* Reallocate(void* memory, std::size_t size, const char*, int) {
   if (!Begin()) return nullptr;
   End(memory);
   return std::realloc(memory, size);
 }
 
-}  // namespace
+/// libcrypto accepts this only before its first allocation.
+const bool isWatched = CRYPTO_set_mem_functions(Allocate, Reallocate, Free) == 1;
 
-bool WatchLibcryptoMemory() { return CRYPTO_set_mem_functions(Allocate, Reallocate, Free) == 1; }
+}  // namespace
 
 long LivingLibcryptoAllocations() {
   OPENSSL_thread_stop();
@@ -65,6 +66,7 @@ bool WithFailedAllocation(std::size_t number, Failing which, const std::function
     failing = which;
     return std::exchange(hasFailed, false);
   };
+  if (!isWatched) std::abort();
   arm(number);
   try {
     act();

@@ -6,22 +6,20 @@
 
 namespace platform::code_signing {
 
-/// Counts libcrypto's allocations from now on. To be called before libcrypto makes its first one.
-/// @return whether it was.
-bool WatchLibcryptoMemory();
+// A program that links this counts libcrypto's allocations from its start.
 
-/// The allocations of libcrypto's that were not given back. Drops what it keeps for the calling
-/// thread, such as the queue of errors.
+/// Returns the number of allocations that libcrypto has not released. Drops what it keeps for the
+/// calling thread, such as the queue of errors.
 long LivingLibcryptoAllocations();
 
 enum class Failing { kOne, kOneAndAllThatFollow };
 
-/// Calls `act` while the `number`th (from 1) of libcrypto's allocations fails, in whatever thread.
-/// @return whether `act` came that far.
+/// Calls `act` and fails libcrypto's `number`th allocation (from 1) in any thread. Catches
+/// std::bad_alloc.
+/// @return whether `act` reached that allocation.
 bool WithFailedAllocation(std::size_t number, Failing which, const std::function<void()>& act);
 
-/// Calls `act` for each allocation that it comes to, which then fails, alone and with all that
-/// follow. What it throws of the type std::bad_alloc is caught.
+/// Calls WithFailedAllocation() for each allocation that `act` reaches, in both ways.
 void WithEachFailedAllocation(const std::function<void()>& act);
 
 }  // namespace platform::code_signing

@@ -1,9 +1,11 @@
 #ifndef TESTS_CODE_SIGNING_SIGNATURE_BUILDER_H_
 #define TESTS_CODE_SIGNING_SIGNATURE_BUILDER_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,25 @@
 #include "platform/linux/code_signing/disk_representation.h"
 
 namespace platform::code_signing {
+
+/// Code with nothing in it. Tests override the parts that matter to them.
+class EmptyCode : public DiskRepresentation {
+ public:
+  std::size_t SliceCount() const override { return 1; }
+  OsStatus ReadComponent(std::size_t, Slot, std::optional<std::string>& bytes) const override {
+    bytes.reset();
+    return kErrSecSuccess;
+  }
+  const RandomAccessFile& Code() const override { return file_; }
+  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
+    offset = 0;
+    return kErrSecSuccess;
+  }
+  std::string MainExecutablePath() const override { return {}; }
+
+ private:
+  const RandomAccessFile file_;
+};
 
 /// What a CodeDirectory of a test says.
 struct TestDirectoryContents {

@@ -322,6 +322,17 @@ TEST(InputFileContract, MovesAndCloses) {
   EXPECT_EQ(LowestFreeDescriptor(), before);
 }
 
+TEST(ReadFileContract, ReadsNoMoreThanTheLimit) {
+  const TemporaryTree tree;
+  const std::string path = tree.MakeFile("file", "text");
+  std::string contents = "left over";
+  EXPECT_EQ(ReadFile(path, contents, 4), 0);
+  EXPECT_EQ(contents, "text");
+  EXPECT_EQ(ReadFile(path, contents, 3), EFBIG);
+  EXPECT_EQ(ReadFile(tree.Path("nothing"), contents), ENOENT);
+  EXPECT_EQ(ReadFile(tree.Root(), contents), EISDIR);
+}
+
 TEST(InputFileContract, IsNotInherited) {
   const TemporaryTree tree;
   InputFile file;

@@ -8,14 +8,14 @@ namespace {
 
 constexpr int kDeepestNesting = 64;
 
-// Lengths of more bytes than this do not occur, nor fit into the position.
-constexpr unsigned kMostLengthBytes = 7;
+// Longer lengths do not occur and would not fit into the position.
+constexpr unsigned kMaxLengthBytes = 7;
 
 class BerWalker {
  public:
   explicit BerWalker(std::string_view bytes) : bytes_(bytes) {}
 
-  // Only values of indefinite length must be entered to find where they end.
+  // Only values of indefinite length must be entered to find their end.
   BerExtent Walk() {
     int openValues = 0;
     do {
@@ -61,7 +61,7 @@ class BerWalker {
     length = first;
     if (first < 0x80) return BerExtent::kComplete;
     const unsigned count = first & 0x7FU;
-    if (count > kMostLengthBytes) return BerExtent::kMalformed;
+    if (count > kMaxLengthBytes) return BerExtent::kMalformed;
     length = 0;
     for (unsigned i = 0; i < count; ++i) {
       std::uint8_t next = 0;

@@ -12,7 +12,7 @@ enum class BerExtent {
 };
 
 /// Walks the tags and lengths of one BER value (ITU-T X.690), of definite or indefinite length,
-/// without looking at contents.
+/// without interpreting contents.
 BerExtent FindBerExtent(std::string_view bytes);
 
 }  // namespace platform::code_signing

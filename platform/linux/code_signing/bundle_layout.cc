@@ -11,7 +11,7 @@
 namespace platform::code_signing {
 namespace {
 
-constexpr std::uint64_t kMaximumInformationSize = std::uint64_t{4} << 20;
+constexpr std::uint64_t kMaxInformationSize = std::uint64_t{4} << 20;
 
 struct LayoutPaths {
   const char* marker;  ///< the subdirectory that tells the layout
@@ -53,7 +53,7 @@ bool IsDirectoryOrLink(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && (S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode));
 }
 
-/// @return how early in `layouts` the one comes that the entry of this name tells.
+/// @return the position in `layouts` of the layout whose marker has this name, or their number.
 template <std::size_t count>
 std::size_t RankOfMarker(const LayoutPaths* const (&layouts)[count], const char* name) {
   std::size_t rank = 0;
@@ -84,7 +84,7 @@ std::optional<std::string> FindInformation(const std::string& directory) {
   std::optional<std::string> name;
   VisitEntries(directory, [&](const char* entry) {
     if (strcasecmp(entry, "Info-macos.plist") == 0) platformName = entry;
-    // Where case matters, the usual spelling wins over others.
+    // Where case matters, the usual spelling wins.
     if (strcasecmp(entry, "Info.plist") == 0 && name != "Info.plist") name = entry;
     return platformName.has_value();
   });
@@ -118,8 +118,7 @@ BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& 
   if (layout.informationPath) {
     RandomAccessFile file;
     std::string bytes;
-    if (file.Open(*layout.informationPath) == 0 &&
-        file.ReadAll(bytes, kMaximumInformationSize) == 0) {
+    if (file.Open(*layout.informationPath) == 0 && file.ReadAll(bytes, kMaxInformationSize) == 0) {
       auto information = ParsePropertyList(bytes, lists);
       if (information && information->kind == PropertyListValue::Kind::kDictionary) {
         layout.information = std::move(*information);

@@ -8,9 +8,8 @@
 
 namespace platform::code_signing {
 
-/// Where the parts of the bundle in one directory lie, found as Apple's open CoreFoundation
-/// (CFBundle) finds them. Every directory has such parts; whether they make a bundle is for the
-/// caller to say.
+/// The places of a bundle's parts, by the rules of Apple's open CoreFoundation (CFBundle). Every
+/// directory has such places; the caller decides whether they make a bundle.
 struct BundleLayout {
   /// Whether the directory itself holds everything: no Contents, Resources or Support Files.
   bool isFlat = false;
@@ -21,15 +20,15 @@ struct BundleLayout {
   /// Path of the Info.plist, when there is one.
   std::optional<std::string> informationPath;
 
-  /// The dictionary in it; without members when it holds none.
+  /// The dictionary in the Info.plist; empty when there is none.
   PropertyListValue information;
 
-  /// Path of the main executable, when there is a file (of whatever kind) of its name.
+  /// Path of the main executable, when a file of any kind has its name.
   std::optional<std::string> executable;
 };
 
 /// @param directory without slashes at the end, unless it is the root.
-/// @param lists is spent on the Info.plist. Once it is exceeded, layouts have no information.
+/// @param lists pays for the Info.plist. Once it is exceeded, layouts have no information.
 BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& lists);
 
 }  // namespace platform::code_signing

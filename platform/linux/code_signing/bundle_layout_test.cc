@@ -30,15 +30,29 @@ class BundleLayoutTest : public testing::Test {
   PropertyListBudget lists_;
 };
 
-TEST_F(BundleLayoutTest, FindsTheModernLayout) {
-  directory_.Write("A.app/Contents/Info.plist", Information("tool"));
-  directory_.Write("A.app/Contents/MacOS/tool", "x");
+TEST_F(BundleLayoutTest, FindsTheParts) {
+  const struct {
+    const char* bundle;
+    const char* resourceRoot;
+    const char* information;
+    const char* executable;
+  } kLayouts[] = {
+      {"A.app", "A.app/Contents", "A.app/Contents/Info.plist", "A.app/Contents/MacOS/code"},
+      {"B.plugin", "B.plugin", "B.plugin/Resources/Info.plist", "B.plugin/code"},
+      {"C.app", "C.app/Support Files", "C.app/Support Files/Info.plist",
+       "C.app/Support Files/Executables/code"},
+      {"D.app", "D.app", "D.app/Info.plist", "D.app/code"},
+  };
   directory_.MakeDirectory("A.app/Resources");
-  const BundleLayout layout = Find("A.app");
-  EXPECT_FALSE(layout.isFlat);
-  EXPECT_EQ(layout.resourceRoot, directory_.Path("A.app/Contents"));
-  EXPECT_EQ(layout.informationPath, directory_.Path("A.app/Contents/Info.plist"));
-  EXPECT_EQ(layout.executable, directory_.Path("A.app/Contents/MacOS/tool"));
+  for (const auto& [bundle, resourceRoot, information, executable] : kLayouts) {
+    directory_.Write(information, Information("code"));
+    directory_.Write(executable, "x");
+    const BundleLayout layout = Find(bundle);
+    EXPECT_EQ(layout.isFlat, bundle == std::string("D.app"));
+    EXPECT_EQ(layout.resourceRoot, directory_.Path(resourceRoot));
+    EXPECT_EQ(layout.informationPath, directory_.Path(information));
+    EXPECT_EQ(layout.executable, directory_.Path(executable));
+  }
 }
 
 TEST_F(BundleLayoutTest, LooksForTheExecutableInSeveralPlaces) {
@@ -49,33 +63,6 @@ TEST_F(BundleLayoutTest, LooksForTheExecutableInSeveralPlaces) {
   EXPECT_EQ(Find("A.app").executable, directory_.Path("A.app/Contents/tool"));
   directory_.Write("A.app/Contents/MacOS/tool", "x");
   EXPECT_EQ(Find("A.app").executable, directory_.Path("A.app/Contents/MacOS/tool"));
-}
-
-TEST_F(BundleLayoutTest, FindsTheOldLayout) {
-  directory_.Write("A.plugin/Resources/Info.plist", Information("code"));
-  directory_.Write("A.plugin/code", "x");
-  const BundleLayout layout = Find("A.plugin");
-  EXPECT_EQ(layout.resourceRoot, directory_.Path("A.plugin"));
-  EXPECT_EQ(layout.informationPath, directory_.Path("A.plugin/Resources/Info.plist"));
-  EXPECT_EQ(layout.executable, directory_.Path("A.plugin/code"));
-}
-
-TEST_F(BundleLayoutTest, FindsTheLayoutOfSupportFiles) {
-  directory_.Write("A.app/Support Files/Info.plist", Information("code"));
-  directory_.Write("A.app/Support Files/Executables/code", "x");
-  const BundleLayout layout = Find("A.app");
-  EXPECT_EQ(layout.resourceRoot, directory_.Path("A.app/Support Files"));
-  EXPECT_EQ(layout.executable, directory_.Path("A.app/Support Files/Executables/code"));
-}
-
-TEST_F(BundleLayoutTest, FindsTheFlatLayout) {
-  directory_.Write("A.app/Info.plist", Information("code"));
-  directory_.Write("A.app/code", "x");
-  const BundleLayout layout = Find("A.app");
-  EXPECT_TRUE(layout.isFlat);
-  EXPECT_EQ(layout.resourceRoot, directory_.Path("A.app"));
-  EXPECT_EQ(layout.informationPath, directory_.Path("A.app/Info.plist"));
-  EXPECT_EQ(layout.executable, directory_.Path("A.app/code"));
 }
 
 TEST_F(BundleLayoutTest, FrameworksPreferResources) {

@@ -19,8 +19,8 @@
 namespace platform::code_signing {
 namespace {
 
-/// Names of the components that lie as files in _CodeSignature (codedirectory.cpp of Apple's open
-/// Security project).
+/// Names of the component files in _CodeSignature (codedirectory.cpp of Apple's open Security
+/// project).
 struct ComponentFile {
   Slot slot;
   const char* name;
@@ -68,8 +68,8 @@ bool IsDirectory(const std::string& path) {
 
 class BundleRepresentation : public DiskRepresentation {
  public:
-  /// @param resources the resource root, which all paths of `layout` below it begin with.
-  /// @param relativeRoot where it lies in `root`.
+  /// @param resources the resource root. Paths of `layout` below it start at the open directory.
+  /// @param relativeRoot its path in `root`.
   BundleRepresentation(BundleRoot root, Descriptor resources, std::string relativeRoot,
                        BundleLayout layout, DiskRepresentationPtr executable, bool isWhatIsUsed)
       : root_(std::move(root)),
@@ -126,7 +126,7 @@ class BundleRepresentation : public DiskRepresentation {
   }
 
  private:
-  /// Checks the entries of a directory above the resource root, of which `next` leads to the root.
+  /// Checks the entries of a directory above the resource root. `next` is the one that leads there.
   static OsStatus CheckLevel(const std::string& directory, const std::string& next,
                              std::vector<std::string>& versions) {
     std::vector<std::string> names;
@@ -148,8 +148,8 @@ class BundleRepresentation : public DiskRepresentation {
     return kErrSecSuccess;
   }
 
-  /// Whether a link is one of those that versioned bundles have: the current version's, and those
-  /// to its parts. Others could lead to what is not sealed.
+  /// Whether a link is one that versioned bundles have: to the current version, or to a part of it.
+  /// Others could lead to unsealed files.
   static bool IsUsualLink(const std::string& path, const std::string& name,
                           const std::string& next) {
     char text[PATH_MAX];
@@ -160,7 +160,8 @@ class BundleRepresentation : public DiskRepresentation {
     return next == kVersions && target == JoinPath(JoinPath(kVersions, kCurrentVersion), name);
   }
 
-  int ReadFile(const std::string& path, std::string& bytes) const {
+  /// @return 0, EXDEV for a file outside the bundle, or the `errno` of another failure.
+  int ReadBundleFile(const std::string& path, std::string& bytes) const {
     RandomAccessFile file;
     if (const int error = file.Open(path); error != 0) return error;
     return root_.Contains(file.Number()) ? file.ReadAll(bytes) : EXDEV;
@@ -168,7 +169,7 @@ class BundleRepresentation : public DiskRepresentation {
 
   OsStatus ReadInformation(std::optional<std::string>& bytes) const {
     if (!layout_.informationPath) return kErrSecSuccess;
-    const int error = ReadFile(*layout_.informationPath, bytes.emplace());
+    const int error = ReadBundleFile(*layout_.informationPath, bytes.emplace());
     if (error == EXDEV) return kErrSecCSInfoPlistFailed;
     return error == 0 ? kErrSecSuccess : StatusFromErrno(error);
   }
@@ -178,11 +179,11 @@ class BundleRepresentation : public DiskRepresentation {
     for (const ComponentFile& file : kComponentFiles) {
       if (file.slot != slot) continue;
       const std::string path = layout_.resourceRoot + "/_CodeSignature/" + file.name;
-      if (ReadFile(path, bytes.emplace()) != 0) bytes.reset();
+      if (ReadBundleFile(path, bytes.emplace()) != 0) bytes.reset();
     }
   }
 
-  /// All components must come from where the CodeDirectory comes from.
+  /// Requires that all components come from the same place as the CodeDirectory.
   OsStatus CheckSource(std::size_t slice, bool fromExecutable) const {
     std::optional<std::string> directory;
     if (const OsStatus status = executable_->ReadComponent(slice, kSlotCodeDirectory, directory);
@@ -209,14 +210,14 @@ bool HasRealPath(const std::string& path) {
   return real != nullptr;
 }
 
-/// @return whether the paths that lead to the same part before and after a version of the bundle
-///     was chosen can be resolved.
+/// @return whether the paths of the same part can be resolved, both in the bundle and in its
+///     version.
 bool AreResolvable(const std::optional<std::string>& before,
                    const std::optional<std::string>& after) {
   return !before || !after || (HasRealPath(*before) && HasRealPath(*after));
 }
 
-/// The version of a versioned bundle that counts; the bundle itself for all others.
+/// Returns the current version of a versioned bundle, or the bundle itself.
 std::string ChosenVersion(const std::string& directory) {
   for (const char* const unversioned : {"Contents", "Support Files"}) {
     if (CheckAccess(JoinPath(directory, unversioned), AccessTest::kExists) == 0) return directory;
@@ -225,7 +226,7 @@ std::string ChosenVersion(const std::string& directory) {
   return CheckAccess(version + "/.", AccessTest::kExists) == 0 ? version : directory;
 }
 
-/// Looks for the one file of a name that ends in ".dist" (installer packages of old).
+/// Looks for the only file whose name ends in ".dist" (old installer packages).
 OsStatus FindDistributionFile(const std::string& directory, std::optional<std::string>& found) {
   constexpr std::string_view kSuffix = ".dist";
   DirectoryReader reader;
@@ -243,7 +244,7 @@ OsStatus FindDistributionFile(const std::string& directory, std::optional<std::s
   return kErrSecSuccess;
 }
 
-/// Finds the file that stands for the code of a bundle without an executable.
+/// Finds the file that represents the code of a bundle without an executable.
 OsStatus FindStandIn(const BundleLayout& layout, std::string& path) {
   if (const PropertyListValue* const page = layout.information.Find("MainHTML")) {
     if (page->kind != PropertyListValue::Kind::kString) return kErrSecCSBadBundleFormat;
@@ -272,7 +273,7 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
   const std::string directory = JoinPath(path, "");
   BundleRoot root;
   if (const int error = root.Open(directory); error != 0) return StatusFromErrno(error);
-  // Those who use a bundle go by its own layout, which may be another than that of its version.
+  // Users of a bundle follow its own layout, which may differ from that of its version.
   BundleLayout layout = FindBundleLayout(directory, lists);
   const std::optional<std::string> ownExecutable = layout.executable;
   const std::optional<std::string> ownInformationPath = layout.informationPath;
@@ -290,10 +291,9 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
   } else if (const OsStatus status = FindStandIn(layout, code); status != kErrSecSuccess) {
     return status;
   }
-  layout
-      .information = {};  // It is read again as a component; until then it would only take memory.
+  layout.information = {};  // saves memory: it is read again as a component
 
-  // From here on no folder above the sealed ones can be exchanged.
+  // From here on, exchanging a directory above the sealed ones has no effect.
   Descriptor resources = OpenAt(AT_FDCWD, layout.resourceRoot, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (!resources.IsOpen()) return StatusFromErrno(errno);
   std::string relativeRoot =

@@ -8,7 +8,7 @@
 
 namespace platform::code_signing {
 
-/// By which name a bundle is used.
+/// The path by which a bundle is used.
 enum class BundleName {
   kDirectory,   ///< the bundle's own path, which must not be a symbolic link
   kExecutable,  ///< the path of its main executable
@@ -17,13 +17,13 @@ enum class BundleName {
 /// Opens the bundle in the directory `path`: finds its layout, its Info.plist and its main
 /// executable, by the rules of Apple's open CoreFoundation (CFBundle) and Security
 /// (bundlediskrep.cpp).
-/// @param lists is spent on the Info.plist.
+/// @param lists pays for the Info.plist.
 OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
                                   PropertyListBudget& lists, DiskRepresentationPtr& representation);
 
-/// @return the directory of the bundle of which the file `path` is the main executable; nothing
-///     when it is not one.
-/// @param lists is spent on the Info.plist.
+/// @return the directory of the bundle whose main executable is the file `path`; nothing when there
+///     is none.
+/// @param lists pays for the Info.plist.
 std::optional<std::string> FindBundleOfExecutable(const std::string& path,
                                                   PropertyListBudget& lists);
 

@@ -19,7 +19,7 @@ struct CloseStream {
   void operator()(DIR* stream) const { closedir(stream); }
 };
 
-/// Where an open file lies now; empty when the kernel does not say.
+/// Returns the current path of an open file; empty when it has none.
 std::string LocationOf(int descriptor) {
   char location[PATH_MAX];
   const std::string link = kOpenFiles + std::to_string(descriptor);

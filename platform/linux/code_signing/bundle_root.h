@@ -8,18 +8,18 @@
 
 namespace platform::code_signing {
 
-/// A path of what is open, for as long as it is.
+/// Returns a path of an open file, which is valid until it is closed.
 std::string PathOf(const Descriptor& file);
 
 /// The directory of a bundle, held open while the bundle is checked. Names can be exchanged and
-/// links can lead anywhere, so what belongs to the bundle is decided by where the kernel says that
-/// an open file lies.
+/// links can lead anywhere, so the kernel's location of an open file decides whether it belongs to
+/// the bundle.
 class BundleRoot {
  public:
-  /// Opens the directory `path`; symbolic links are followed. @return 0 or the `errno`.
+  /// Opens the directory `path`, following symbolic links. @return 0 or the `errno`.
   int Open(const std::string& path);
 
-  /// A path of the open directory, whatever becomes of the name by which it was opened.
+  /// A path of the open directory that stays valid when the directory is renamed.
   std::string Path() const { return PathOf(directory_); }
 
   /// Whether an open file or directory lies below the directory, or is the directory.
@@ -30,8 +30,8 @@ class BundleRoot {
   std::string location_;  ///< of the directory when it was opened
 };
 
-/// Lists a directory, sorted, without "." and "..". A symbolic link is not followed.
-/// @param parent an open directory, or AT_FDCWD, where the relative `path` starts.
+/// Lists a directory, sorted, without "." and "..". Does not follow a symbolic link.
+/// @param parent an open directory, or AT_FDCWD, to which `path` is relative.
 /// @return 0 or the `errno`.
 int ListDirectory(int parent, const std::string& path, std::vector<std::string>& names);
 

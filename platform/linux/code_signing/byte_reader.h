@@ -11,7 +11,7 @@ namespace platform::code_signing {
 enum class ByteOrder { kBig, kLittle };
 
 /// Reads numbers and pieces at offsets that may come from a hostile file. No sum of an offset and a
-/// length overflows, and nothing outside the bytes is touched.
+/// length overflows, and no read leaves the bytes.
 class ByteReader {
  public:
   ByteReader(std::string_view bytes, ByteOrder order) : bytes_(bytes), order_(order) {}
@@ -22,12 +22,12 @@ class ByteReader {
     return offset <= bytes_.size() && length <= bytes_.size() - offset;
   }
 
-  /// The number at `offset`; 0 when it does not lie within the bytes.
+  /// Returns the number at `offset`; 0 when it is not within the bytes.
   std::uint8_t U8(std::uint64_t offset) const { return static_cast<std::uint8_t>(U(offset, 1)); }
   std::uint32_t U32(std::uint64_t offset) const { return static_cast<std::uint32_t>(U(offset, 4)); }
   std::uint64_t U64(std::uint64_t offset) const { return U(offset, 8); }
 
-  /// @return the piece; nothing when it does not lie within the bytes.
+  /// @return the piece; nothing when it is not within the bytes.
   std::optional<std::string_view> Piece(std::uint64_t offset, std::uint64_t length) const {
     if (!Contains(offset, length)) return std::nullopt;
     return bytes_.substr(static_cast<std::size_t>(offset), static_cast<std::size_t>(length));

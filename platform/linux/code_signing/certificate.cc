@@ -88,8 +88,8 @@ std::string EncodedCertificate(const X509& certificate) {
 }
 
 bool HasUsableKey(const X509& certificate) {
-  constexpr int kMaximumModulusBits = 8192;
-  constexpr int kMaximumExponentBits = 32;
+  constexpr int kMaxModulusBits = 8192;
+  constexpr int kMaxExponentBits = 32;
   constexpr std::string_view kCurves[] = {SN_X9_62_prime256v1, SN_secp384r1, SN_secp521r1};
   const EVP_PKEY* const key = X509_get0_pubkey(&certificate);
   if (key == nullptr) return false;
@@ -98,8 +98,7 @@ bool HasUsableKey(const X509& certificate) {
     EVP_PKEY_get_bn_param(key, OSSL_PKEY_PARAM_RSA_E, &exponent);
     const std::unique_ptr<BIGNUM, decltype(&BN_free)> owner(exponent, &BN_free);
     if (exponent == nullptr) throw std::bad_alloc();
-    return EVP_PKEY_get_bits(key) <= kMaximumModulusBits &&
-           BN_num_bits(exponent) <= kMaximumExponentBits;
+    return EVP_PKEY_get_bits(key) <= kMaxModulusBits && BN_num_bits(exponent) <= kMaxExponentBits;
   }
   char curve[32] = "";
   return EVP_PKEY_is_a(key, "EC") == 1 &&

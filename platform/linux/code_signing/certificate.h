@@ -16,40 +16,40 @@ using CertificatePtr = std::shared_ptr<X509>;
 /// Leaf first, each followed by its issuer.
 using CertificateChain = std::vector<CertificatePtr>;
 
-/// In no order that means anything.
+/// In arbitrary order.
 using CertificateList = std::vector<CertificatePtr>;
 
-/// Another owner of a certificate.
+/// Returns another owner of a certificate.
 CertificatePtr ShareCertificate(X509* certificate);
 
-/// The last attribute of a type (OpenSSL's number of it) in the subject, in UTF-8; nothing when
-/// there is none.
+/// Returns the subject's last attribute of a type (an OpenSSL NID) in UTF-8; nothing when there is
+/// none.
 std::optional<std::string> SubjectAttribute(const X509& certificate, int nid);
 
-/// The last common name of the subject, in UTF-8; nothing when there is none.
+/// Returns the subject's last common name in UTF-8; nothing when there is none.
 std::optional<std::string> CommonName(const X509& certificate);
 
-/// The first organizational unit of the subject, in UTF-8; nothing when there is none.
+/// Returns the subject's first organizational unit in UTF-8; nothing when there is none.
 std::optional<std::string> OrganizationalUnit(const X509& certificate);
 
 /// Whether there is an extension with this dotted identifier.
 bool HasExtension(const X509& certificate, const char* identifier);
 
-/// The certificate's very bytes, which is what certificates are compared by; empty when libcrypto
+/// Returns the bytes of a certificate, by which certificates are compared; empty when libcrypto
 /// fails.
 std::string EncodedCertificate(const X509& certificate);
 
-/// Whether its key is of a kind that code is signed with, so that a verification with it is cheap:
-/// RSA with at most 8,192 bits and an exponent of at most 32, or one of NIST's curves.
+/// Whether the key is of a kind that signs code, so that verification is cheap: RSA with at most
+/// 8,192 bits and an exponent of at most 32 bits, or a NIST curve.
 bool HasUsableKey(const X509& certificate);
 
-/// Whether it is its own issuer by name and its signature agrees with its own key.
+/// Whether the certificate names itself as its issuer and its own key verifies its signature.
 bool IsSelfSigned(const X509& certificate);
 
-/// Whether it is one of Apple's root certificates.
+/// Whether the certificate is one of Apple's roots.
 bool IsAppleRoot(const X509& certificate);
 
-/// Seconds since the Unix epoch; nothing for a text that is no time.
+/// Returns seconds since the Unix epoch; nothing when the text is not a time.
 std::optional<std::int64_t> UnixTime(const ASN1_TIME* time);
 
 /// Whether `time` lies within the period of validity, both ends included.

@@ -7,7 +7,7 @@
 namespace platform::code_signing {
 namespace {
 
-constexpr std::size_t kLongestChain = 10;
+constexpr std::size_t kMaxChainLength = 10;
 
 enum class Ending { kIncomplete, kSelfSigned, kAnchor };
 
@@ -47,7 +47,7 @@ class ChainBuilder {
   }
 
   bool FollowIssuers(X509& certificate) {
-    if (path_.size() == kLongestChain) return false;
+    if (path_.size() == kMaxChainLength) return false;
     if (FollowIssuersAmong(embedded_, certificate)) return true;
     if (!anchors_) anchors_ = context_.trust.Anchors();
     return FollowIssuersAmong(*anchors_, certificate);
@@ -74,7 +74,7 @@ class ChainBuilder {
 
   CheckContext& context_;
   const CertificateList& embedded_;
-  std::optional<CertificateList> anchors_;  ///< taken apart when one is first needed
+  std::optional<CertificateList> anchors_;  ///< parsed on first use
   CertificateChain path_;
   CertificateChain best_;
   Ending ending_ = Ending::kIncomplete;

@@ -6,11 +6,11 @@
 
 namespace platform::code_signing {
 
-/// Builds the chain of `leaf`, with issuers from `embedded` and, after those, from the anchors. An
-/// issuer is who has the name and whose key made the signature. Whether it may issue, and whether
-/// anything has expired, is not asked here. Keys that no authority has are not tried.
+/// Builds the chain of `leaf`, with issuers from `embedded` first, then from the anchors. An issuer
+/// has the right name and a key that verifies the signature; only usable keys are tried
+/// (HasUsableKey()). Policy and expiry are not checked here.
 /// @return a chain that ends in an anchor if there is one, else one that ends in a self-signed
-///     certificate, else whatever could be found. Never empty.
+///     certificate, else the longest incomplete one. Never empty.
 CertificateChain BuildChain(const CertificatePtr& leaf, const CertificateList& embedded,
                             CheckContext& context);
 

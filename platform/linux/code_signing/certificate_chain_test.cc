@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/code_signing/certificate_builder.h"
+#include "tests/code_signing/cms_builder.h"
 
 namespace platform::code_signing {
 namespace {

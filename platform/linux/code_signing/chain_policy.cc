@@ -28,8 +28,8 @@ using AuthorityKeyId = Owned<AUTHORITY_KEYID, AUTHORITY_KEYID_free>;
 using KeyPurposes = Owned<EXTENDED_KEY_USAGE, EXTENDED_KEY_USAGE_free>;
 using NameConstraints = Owned<NAME_CONSTRAINTS, NAME_CONSTRAINTS_free>;
 
-// What the policy reads of a certificate's extensions. Each is decoded once, so that one that is
-// absent cannot be mistaken for one that libcrypto just had no memory for.
+// The extensions that the policy reads. Each is decoded once, so that a lack of memory cannot pass
+// for an absent extension.
 class Extensions {
  public:
   explicit Extensions(const X509& certificate)
@@ -40,7 +40,7 @@ class Extensions {
         authorityKeyId(Decode<AuthorityKeyId>(certificate, NID_authority_key_identifier)),
         nameConstraints(Decode<NameConstraints>(certificate, NID_name_constraints)) {}
 
-  bool areBroken = false;  ///< whether one is there twice or cannot be decoded; it is then null
+  bool areBroken = false;  ///< whether one is repeated or cannot be decoded; it is then null
 
   BasicConstraints basicConstraints;
   BitString keyUsage;
@@ -52,7 +52,7 @@ class Extensions {
  private:
   template <typename OwnedType>
   OwnedType Decode(const X509& certificate, int nid) {
-    int critical = -1;  // stays so only for an absent extension
+    int critical = -1;  // keeps this value only for an absent extension
     OwnedType value(static_cast<typename OwnedType::pointer>(
         X509_get_ext_d2i(&certificate, nid, &critical, nullptr)));
     if (!value && critical != -1) areBroken = true;
@@ -63,8 +63,8 @@ class Extensions {
 // Bits of a key usage, numbered as in RFC 5280.
 enum KeyUsageBit : int { kDigitalSignature = 0, kNonRepudiation = 1, kKeyCertSign = 5 };
 
-// Extensions whose meaning is known, so that they may be critical. Those that constrain policies
-// are left out on purpose: no policy tree is computed here.
+// Extensions that may be critical because the policy knows them. Those that constrain policies are
+// missing on purpose: no policy tree is computed.
 constexpr int kKnownExtensions[] = {
     NID_subject_key_identifier,
     NID_key_usage,
@@ -82,7 +82,7 @@ constexpr int kKnownExtensions[] = {
     NID_netscape_cert_type,
 };
 
-// Apple's own extensions lie below these.
+// Apple's own extensions have these prefixes.
 constexpr const char* kAppleArcs[] = {
     "1.2.840.113635.100.6.",  "1.2.840.113635.100.11.", "1.2.840.113635.100.12.",
     "1.2.840.113635.100.13.", "1.2.840.113635.100.15.",
@@ -91,7 +91,7 @@ constexpr const char* kAppleArcs[] = {
 std::string DottedText(const ASN1_OBJECT* object) {
   char text[128];
   const int length = OBJ_obj2txt(text, sizeof(text), object, 1);
-  // A failure's negative number becomes a large one.
+  // The cast makes a failure's negative number a large one.
   return static_cast<std::size_t>(length) < sizeof(text) ? text : std::string();
 }
 
@@ -167,7 +167,7 @@ bool IsSelfIssued(const X509& certificate) {
          0;
 }
 
-// Of two failures the smaller number is reported; equal ones go by their place in the chain.
+// The smallest rank is reported; of equal ranks, the one that comes first in the chain.
 int Priority(OsStatus status) {
   switch (status) {
     case kTpNoBasicConstraints:
@@ -185,19 +185,19 @@ int Priority(OsStatus status) {
   }
 }
 
-class ChainJudge {
+class ChainEvaluation {
  public:
-  ChainJudge(const CertificateChain& chain, std::int64_t time, DateRule dateRule)
+  ChainEvaluation(const CertificateChain& chain, std::int64_t time, DateRule dateRule)
       : chain_(chain), time_(time), dateRule_(dateRule) {
     for (const CertificatePtr& certificate : chain_) extensions_.emplace_back(*certificate);
   }
 
-  OsStatus Judge(ChainPurpose purpose, const TrustStore& trust) {
-    JudgeLeaf(purpose);
+  OsStatus Evaluate(ChainPurpose purpose, const TrustStore& trust) {
+    CheckLeaf(purpose);
     for (std::size_t i = 0; i < chain_.size(); ++i) {
-      JudgeAny(*chain_[i], extensions_[i]);
-      if (i > 0) JudgeIssuer(i, trust);
-      if (i + 1 < chain_.size()) JudgeLink(extensions_[i], extensions_[i + 1]);
+      CheckCertificate(*chain_[i], extensions_[i]);
+      if (i > 0) CheckIssuer(i, trust);
+      if (i + 1 < chain_.size()) CheckLink(extensions_[i], extensions_[i + 1]);
     }
     if (!trust.IsAnchor(*chain_.back())) Fail(kTpNotTrusted);
     return status_;
@@ -208,7 +208,7 @@ class ChainJudge {
     if (status_ == kErrSecSuccess || Priority(status) < Priority(status_)) status_ = status;
   }
 
-  void JudgeLeaf(ChainPurpose purpose) {
+  void CheckLeaf(ChainPurpose purpose) {
     const Extensions& leaf = extensions_.front();
     if (purpose == ChainPurpose::kTimeStamping) {
       if (!HasKeyPurpose(leaf, NID_time_stamp)) Fail(kTpInvalidExtendedKeyUsage);
@@ -221,8 +221,8 @@ class ChainJudge {
     }
   }
 
-  void JudgeAny(const X509& certificate, const Extensions& extensions) {
-    // Apple's roots never expire where code is concerned.
+  void CheckCertificate(const X509& certificate, const Extensions& extensions) {
+    // For code, Apple's roots never expire.
     if (dateRule_ == DateRule::kEnforce && !IsAppleRoot(certificate) &&
         !IsValidAt(certificate, time_)) {
       Fail(kTpCertExpired);
@@ -234,11 +234,11 @@ class ChainJudge {
     if (HasEmptySubject(certificate, extensions)) Fail(kTpInvalidEmptySubject);
   }
 
-  void JudgeIssuer(std::size_t position, const TrustStore& trust) {
+  void CheckIssuer(std::size_t position, const TrustStore& trust) {
     const Extensions& issuer = extensions_[position];
     const BASIC_CONSTRAINTS* const constraints = issuer.basicConstraints.get();
     if (!IsVersion3(*chain_[position])) {
-      // The old versions have no extensions that could say who is an authority.
+      // Older versions have no extensions that could mark an authority.
       if (!trust.IsAnchor(*chain_[position])) Fail(kTpNoBasicConstraints);
     } else if (constraints == nullptr) {
       Fail(kTpNoBasicConstraints);
@@ -249,10 +249,10 @@ class ChainJudge {
       Fail(kTpPathLengthExceeded);
     }
     if (KeyUsageAllows(issuer, kKeyCertSign) == Answer::kNo) Fail(kTpInvalidKeyUsage);
-    if (issuer.nameConstraints) JudgeNames(*issuer.nameConstraints, position);
+    if (issuer.nameConstraints) CheckNames(*issuer.nameConstraints, position);
   }
 
-  // Counts the intermediate certificates below an issuer, without those that issued themselves.
+  // Counts the intermediate certificates below an issuer, except self-issued ones.
   bool PathIsShortEnough(const ASN1_INTEGER& limit, std::size_t position) const {
     const auto below =
         std::count_if(chain_.begin() + 1, chain_.begin() + static_cast<std::ptrdiff_t>(position),
@@ -262,10 +262,9 @@ class ChainJudge {
                                                         : below <= number;
   }
 
-  void JudgeNames(NAME_CONSTRAINTS& constraints, std::size_t position) {
+  void CheckNames(NAME_CONSTRAINTS& constraints, std::size_t position) {
     for (std::size_t i = 0; i < position; ++i) {
-      // libcrypto goes by the names that it decodes here, once, and passes what it could not
-      // decode.
+      // libcrypto decodes the names here, once, and accepts what it could not decode.
       const bool isDecoded = (X509_get_extension_flags(chain_[i].get()) & EXFLAG_INVALID) == 0;
       if (!isDecoded || NAME_CONSTRAINTS_check(chain_[i].get(), &constraints) != X509_V_OK) {
         Fail(kTpInvalidCertificate);
@@ -273,7 +272,7 @@ class ChainJudge {
     }
   }
 
-  void JudgeLink(const Extensions& certificate, const Extensions& issuer) {
+  void CheckLink(const Extensions& certificate, const Extensions& issuer) {
     const AUTHORITY_KEYID* const stated = certificate.authorityKeyId.get();
     const ASN1_OCTET_STRING* const actual = issuer.subjectKeyId.get();
     if (stated != nullptr && stated->keyid != nullptr && actual != nullptr &&
@@ -291,15 +290,15 @@ class ChainJudge {
 
 }  // namespace
 
-OsStatus JudgeChain(const CertificateChain& chain, ChainPurpose purpose, std::int64_t time,
-                    DateRule dateRule, const TrustStore& trust) {
-  return ChainJudge(chain, time, dateRule).Judge(purpose, trust);
+OsStatus EvaluateChain(const CertificateChain& chain, ChainPurpose purpose, std::int64_t time,
+                       DateRule dateRule, const TrustStore& trust) {
+  return ChainEvaluation(chain, time, dateRule).Evaluate(purpose, trust);
 }
 
 bool IsAppleDeveloperChain(const CertificateChain& chain) {
   constexpr char kDeveloperIdLeaf[] = "1.2.840.113635.100.6.1.13";
   constexpr char kDeveloperIdIssuer[] = "1.2.840.113635.100.6.2.6";
-  // Leaves of the Mac and iOS developer programs and of their stores.
+  // Markers of the Mac and iOS developer programs and their stores.
   constexpr const char* kOtherLeaves[] = {"1.2.840.113635.100.6.1.2", "1.2.840.113635.100.6.1.12",
                                           "1.2.840.113635.100.6.1.7", "1.2.840.113635.100.6.1.4"};
   if (!IsAppleRoot(*chain.back())) return false;

@@ -9,7 +9,7 @@
 
 namespace platform::code_signing {
 
-/// What the leaf's key is used for.
+/// The use of the leaf's key.
 enum class ChainPurpose { kCodeSigning, kTimeStamping };
 
 enum class DateRule {
@@ -17,11 +17,11 @@ enum class DateRule {
   kTolerate,  ///< certificates that have expired, or are not valid yet, pass
 };
 
-/// Judges a chain by the rules of RFC 5280 and of the purpose's policy (SecPolicy.c and
-/// SecPolicyServer.c of Apple's open Security project). Its last certificate must be an anchor.
-/// @return of several failures the one that SecTrustGetCssmResultCode() gives.
-OsStatus JudgeChain(const CertificateChain& chain, ChainPurpose purpose, std::int64_t time,
-                    DateRule dateRule, const TrustStore& trust);
+/// Evaluates a chain by the rules of RFC 5280 and of the purpose's policy (SecPolicy.c and
+/// SecPolicyServer.c of Apple's open Security project). The last certificate must be an anchor.
+/// @return kErrSecSuccess, or the failure that SecTrustGetCssmResultCode() would report.
+OsStatus EvaluateChain(const CertificateChain& chain, ChainPurpose purpose, std::int64_t time,
+                       DateRule dateRule, const TrustStore& trust);
 
 /// Whether the chain is that of an Apple developer: Developer ID, App Store and development
 /// certificates under an Apple root.

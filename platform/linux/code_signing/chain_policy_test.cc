@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/code_signing/certificate_builder.h"
+#include "tests/code_signing/cms_builder.h"
 #include "tests/code_signing/libcrypto_memory.h"
 
 namespace platform::code_signing {
@@ -36,13 +36,13 @@ class ChainPolicyTest : public testing::Test {
     return {MakeCertificate(leaf_), MakeCertificate(intermediate_), MakeCertificate(root_)};
   }
 
-  OsStatus Judge(std::int64_t time = kWithin, DateRule dateRule = DateRule::kEnforce,
-                 ChainPurpose purpose = ChainPurpose::kCodeSigning) const {
+  OsStatus Evaluate(std::int64_t time = kWithin, DateRule dateRule = DateRule::kEnforce,
+                    ChainPurpose purpose = ChainPurpose::kCodeSigning) const {
     const CertificateChain chain = MakeChain();
     const TrustStore trust({chain.back()});
-    const OsStatus usual = JudgeChain(chain, purpose, time, dateRule, trust);
+    const OsStatus usual = EvaluateChain(chain, purpose, time, dateRule, trust);
     WithEachFailedAllocation([&] {
-      if (JudgeChain(chain, purpose, time, dateRule, trust) == kErrSecSuccess) {
+      if (EvaluateChain(chain, purpose, time, dateRule, trust) == kErrSecSuccess) {
         EXPECT_EQ(usual, kErrSecSuccess) << "for want of memory";
       }
     });
@@ -54,116 +54,116 @@ class ChainPolicyTest : public testing::Test {
   CertificatePlan root_;
 };
 
-TEST_F(ChainPolicyTest, AcceptsAProperChain) { EXPECT_EQ(Judge(), kErrSecSuccess); }
+TEST_F(ChainPolicyTest, AcceptsAProperChain) { EXPECT_EQ(Evaluate(), kErrSecSuccess); }
 
 TEST_F(ChainPolicyTest, BothEndsOfThePeriodAreValid) {
-  EXPECT_EQ(Judge(1000), kErrSecSuccess);
-  EXPECT_EQ(Judge(2000), kErrSecSuccess);
-  EXPECT_EQ(Judge(999), kTpCertExpired);
-  EXPECT_EQ(Judge(2001), kTpCertExpired);
+  EXPECT_EQ(Evaluate(1000), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(2000), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(999), kTpCertExpired);
+  EXPECT_EQ(Evaluate(2001), kTpCertExpired);
 }
 
 TEST_F(ChainPolicyTest, EveryCertificateMustBeValid) {
   root_.notAfter = 1400;
-  EXPECT_EQ(Judge(), kTpCertExpired);
+  EXPECT_EQ(Evaluate(), kTpCertExpired);
   root_.notAfter = 2000;
   intermediate_.notBefore = 1600;
-  EXPECT_EQ(Judge(), kTpCertExpired);
+  EXPECT_EQ(Evaluate(), kTpCertExpired);
 }
 
 TEST_F(ChainPolicyTest, DatesCanBeTolerated) {
-  EXPECT_EQ(Judge(1, DateRule::kTolerate), kErrSecSuccess);
-  EXPECT_EQ(Judge(9999, DateRule::kTolerate), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(1, DateRule::kTolerate), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(9999, DateRule::kTolerate), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, AnyUseOfTheKeyIsNotCodeSigning) {
   leaf_.extensions[1].second = "anyExtendedKeyUsage";
-  EXPECT_EQ(Judge(), kTpInvalidExtendedKeyUsage);
+  EXPECT_EQ(Evaluate(), kTpInvalidExtendedKeyUsage);
   leaf_.extensions[1].second = "serverAuth,codeSigning";
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, NonRepudiationIsAUseForSigning) {
   leaf_.extensions[0].second = "nonRepudiation";
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   leaf_.extensions[0].second = "keyAgreement";
-  EXPECT_EQ(Judge(), kTpInvalidKeyUsage);
+  EXPECT_EQ(Evaluate(), kTpInvalidKeyUsage);
 }
 
 TEST_F(ChainPolicyTest, TimeStampingAsksForNoKeyUsage) {
   leaf_.extensions = {{"extendedKeyUsage", "critical,timeStamping"}};
-  EXPECT_EQ(Judge(kWithin, DateRule::kEnforce, ChainPurpose::kTimeStamping), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(kWithin, DateRule::kEnforce, ChainPurpose::kTimeStamping), kErrSecSuccess);
   leaf_.extensions = {{"extendedKeyUsage", "codeSigning"}};
-  EXPECT_EQ(Judge(kWithin, DateRule::kEnforce, ChainPurpose::kTimeStamping),
+  EXPECT_EQ(Evaluate(kWithin, DateRule::kEnforce, ChainPurpose::kTimeStamping),
             kTpInvalidExtendedKeyUsage);
 }
 
 TEST_F(ChainPolicyTest, IssuersMustBeAuthorities) {
   intermediate_.extensions = {{"keyUsage", "keyCertSign"}};
-  EXPECT_EQ(Judge(), kTpNoBasicConstraints);
+  EXPECT_EQ(Evaluate(), kTpNoBasicConstraints);
   intermediate_.extensions = {{"basicConstraints", "CA:FALSE"}};
-  EXPECT_EQ(Judge(), kTpInvalidCa);
+  EXPECT_EQ(Evaluate(), kTpInvalidCa);
   intermediate_.extensions = {{"basicConstraints", "CA:TRUE"}, {"keyUsage", "digitalSignature"}};
-  EXPECT_EQ(Judge(), kTpInvalidKeyUsage);
+  EXPECT_EQ(Evaluate(), kTpInvalidKeyUsage);
   intermediate_.extensions = {{"basicConstraints", "CA:TRUE"}};
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, OnlyAnchorsMayBeOfOldVersions) {
   root_.version = X509_VERSION_1;
   root_.extensions.clear();
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   root_ = intermediate_;
   root_.name = root_.issuerName = "Root";
   root_.key = root_.issuerKey;
   for (const long version : {X509_VERSION_1, X509_VERSION_2}) {
     intermediate_.version = version;
     intermediate_.extensions.clear();
-    EXPECT_EQ(Judge(), kTpNoBasicConstraints);
+    EXPECT_EQ(Evaluate(), kTpNoBasicConstraints);
     intermediate_.extensions = root_.extensions;
-    EXPECT_EQ(Judge(), kTpNoBasicConstraints);
+    EXPECT_EQ(Evaluate(), kTpNoBasicConstraints);
   }
 }
 
 TEST_F(ChainPolicyTest, PathLengthCountsIntermediates) {
   root_.extensions[0].second = "CA:TRUE,pathlen:0";
-  EXPECT_EQ(Judge(), kTpPathLengthExceeded);
+  EXPECT_EQ(Evaluate(), kTpPathLengthExceeded);
   root_.extensions[0].second = "CA:TRUE,pathlen:1";
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   intermediate_.extensions[0].second = "CA:TRUE,pathlen:0";
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, PathLengthMayBeAnyNumber) {
   // A sequence of TRUE and an integer.
   root_.extensions[0] = {"2.5.29.19", "DER:30:0E:01:01:FF:02:09:01:00:00:00:00:00:00:00:00"};
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   root_.extensions[0].second = "DER:30:0E:01:01:FF:02:09:80:00:00:00:00:00:00:00:00";
-  EXPECT_EQ(Judge(), kTpPathLengthExceeded);
+  EXPECT_EQ(Evaluate(), kTpPathLengthExceeded);
   root_.extensions[0].second = "DER:30:06:01:01:FF:02:01:FF";
-  EXPECT_EQ(Judge(), kTpPathLengthExceeded);
+  EXPECT_EQ(Evaluate(), kTpPathLengthExceeded);
 }
 
 TEST_F(ChainPolicyTest, KeyIdentifiersMustAgree) {
   intermediate_.extensions.emplace_back("subjectKeyIdentifier", "0102");
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   leaf_.extensions.emplace_back("2.5.29.35", "DER:30:04:80:02:01:02");
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   leaf_.extensions.back().second = "DER:30:04:80:02:01:03";
-  EXPECT_EQ(Judge(), kTpInvalidAuthorityId);
+  EXPECT_EQ(Evaluate(), kTpInvalidAuthorityId);
   leaf_.extensions.back().second = "DER:30:00";
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, CriticalExtensionsMustBeKnown) {
   leaf_.extensions.emplace_back("1.2.3.4", "DER:05:00");
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   leaf_.extensions.back().second = "critical,DER:05:00";
-  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+  EXPECT_EQ(Evaluate(), kTpUnknownCriticalExtension);
   std::string longest = "1.2.840.113635.100.6";
   while (longest.size() < 128) longest += ".1";
   leaf_.extensions.back().first = longest;
-  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+  EXPECT_EQ(Evaluate(), kTpUnknownCriticalExtension);
 }
 
 TEST_F(ChainPolicyTest, AppleExtensionsAreKnown) {
@@ -171,31 +171,31 @@ TEST_F(ChainPolicyTest, AppleExtensionsAreKnown) {
        {"1.2.840.113635.100.6.1.13", "1.2.840.113635.100.11.1", "1.2.840.113635.100.12.2",
         "1.2.840.113635.100.13.1", "1.2.840.113635.100.15.9"}) {
     leaf_.extensions.emplace_back(known, "critical,DER:05:00");
-    EXPECT_EQ(Judge(), kErrSecSuccess) << known;
+    EXPECT_EQ(Evaluate(), kErrSecSuccess) << known;
   }
   leaf_.extensions.emplace_back("1.2.840.113635.100.60.1", "critical,DER:05:00");
-  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+  EXPECT_EQ(Evaluate(), kTpUnknownCriticalExtension);
 }
 
 TEST_F(ChainPolicyTest, UnprocessedPolicyConstraintsMayNotBeCritical) {
   intermediate_.extensions.emplace_back("policyConstraints", "critical,requireExplicitPolicy:0");
-  EXPECT_EQ(Judge(), kTpUnknownCriticalExtension);
+  EXPECT_EQ(Evaluate(), kTpUnknownCriticalExtension);
 }
 
 TEST_F(ChainPolicyTest, ExtensionsMustBeReadableAndUnique) {
   leaf_.extensions.emplace_back("2.5.29.14", "DER:05:00");
-  EXPECT_EQ(Judge(), kTpUnknownCertificateExtension);
+  EXPECT_EQ(Evaluate(), kTpUnknownCertificateExtension);
   leaf_.extensions.back() = leaf_.extensions.front();
   // A usage that is there twice is none, and both failures are of one rank: the leaf's own is
   // first.
-  EXPECT_EQ(Judge(), kTpInvalidKeyUsage);
+  EXPECT_EQ(Evaluate(), kTpInvalidKeyUsage);
 }
 
 TEST_F(ChainPolicyTest, NamesMustBePermitted) {
   intermediate_.extensions.emplace_back("nameConstraints", "critical,excluded;email:example.com");
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
-  EXPECT_EQ(Judge(), kTpInvalidCertificate);
+  EXPECT_EQ(Evaluate(), kTpInvalidCertificate);
 }
 
 // libcrypto decodes the names of a certificate once, and remembers that it could not.
@@ -210,8 +210,8 @@ TEST_F(ChainPolicyTest, NamesThatWereNotDecodedAreNotPermitted) {
     status = kErrSecAllocate;
     ++number;
   } while (WithFailedAllocation(number, Failing::kOne, [&] {
-    status = JudgeChain(chain, ChainPurpose::kCodeSigning, kWithin, DateRule::kEnforce,
-                        TrustStore({chain.back()}));
+    status = EvaluateChain(chain, ChainPurpose::kCodeSigning, kWithin, DateRule::kEnforce,
+                           TrustStore({chain.back()}));
     EXPECT_NE(status, kErrSecSuccess) << number;
   }));
   EXPECT_EQ(status, kTpInvalidCertificate);
@@ -219,51 +219,51 @@ TEST_F(ChainPolicyTest, NamesThatWereNotDecodedAreNotPermitted) {
 
 TEST_F(ChainPolicyTest, KeysMustBeLongEnough) {
   leaf_.key = MakeRsaKey(1016);
-  EXPECT_EQ(Judge(), kTpInvalidCertificate);
+  EXPECT_EQ(Evaluate(), kTpInvalidCertificate);
   leaf_.key = MakeRsaKey(1024);
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   leaf_.key = MakeEcKey("secp112r1");
-  EXPECT_EQ(Judge(), kTpInvalidCertificate);
+  EXPECT_EQ(Evaluate(), kTpInvalidCertificate);
 }
 
 TEST_F(ChainPolicyTest, OldDigestsAreForRootsOnly) {
   root_.key = root_.issuerKey = intermediate_.issuerKey = MakeRsaKey(1024);
   root_.digest = EVP_md5();
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   intermediate_.digest = EVP_sha1();
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
   intermediate_.digest = EVP_md5();
-  EXPECT_EQ(Judge(), kInvalidDigestAlgorithm);
+  EXPECT_EQ(Evaluate(), kInvalidDigestAlgorithm);
 }
 
 TEST_F(ChainPolicyTest, SubjectsMustHaveANameSomewhere) {
   leaf_.name.clear();
-  EXPECT_EQ(Judge(), kTpInvalidEmptySubject);
+  EXPECT_EQ(Evaluate(), kTpInvalidEmptySubject);
   leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
-  EXPECT_EQ(Judge(), kTpInvalidEmptySubject);
+  EXPECT_EQ(Evaluate(), kTpInvalidEmptySubject);
   leaf_.extensions.back().second = "critical,email:somebody@example.com";
-  EXPECT_EQ(Judge(), kErrSecSuccess);
+  EXPECT_EQ(Evaluate(), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, OfSeveralFailuresTheGravestIsGiven) {
   leaf_.extensions.clear();
-  EXPECT_EQ(Judge(), kTpInvalidExtendedKeyUsage);
-  EXPECT_EQ(Judge(9999), kTpCertExpired);
+  EXPECT_EQ(Evaluate(), kTpInvalidExtendedKeyUsage);
+  EXPECT_EQ(Evaluate(9999), kTpCertExpired);
   intermediate_.extensions.clear();
-  EXPECT_EQ(Judge(9999), kTpNoBasicConstraints);
+  EXPECT_EQ(Evaluate(9999), kTpNoBasicConstraints);
 }
 
 TEST_F(ChainPolicyTest, TheTopMustBeAnAnchorByItsBytes) {
   const CertificateChain chain = {MakeCertificate(leaf_), MakeCertificate(intermediate_),
                                   MakeCertificate(root_)};
-  const auto judge = [&](const TrustStore& trust) {
-    return JudgeChain(chain, ChainPurpose::kCodeSigning, kWithin, DateRule::kEnforce, trust);
+  const auto evaluate = [&](const TrustStore& trust) {
+    return EvaluateChain(chain, ChainPurpose::kCodeSigning, kWithin, DateRule::kEnforce, trust);
   };
-  EXPECT_EQ(judge(TrustStore()), kTpNotTrusted);
-  EXPECT_EQ(judge(TrustStore({chain[1]})), kTpNotTrusted);
+  EXPECT_EQ(evaluate(TrustStore()), kTpNotTrusted);
+  EXPECT_EQ(evaluate(TrustStore({chain[1]})), kTpNotTrusted);
   // The same names and the same key, but another serial number.
-  EXPECT_EQ(judge(TrustStore({MakeCertificate(root_)})), kTpNotTrusted);
-  EXPECT_EQ(judge(TrustStore({chain[2]})), kErrSecSuccess);
+  EXPECT_EQ(evaluate(TrustStore({MakeCertificate(root_)})), kTpNotTrusted);
+  EXPECT_EQ(evaluate(TrustStore({chain[2]})), kErrSecSuccess);
 }
 
 TEST_F(ChainPolicyTest, MadeUpMarkersMakeNoAppleDeveloper) {

@@ -11,27 +11,26 @@
 
 namespace platform::code_signing {
 
-/// Thrown when a check would cost more than its budget. The check then fails as for any other
-/// internal error.
+/// Thrown when a check exceeds its budget. The check then fails with an internal error.
 class BudgetExceeded : public std::exception {
  public:
   const char* what() const noexcept override { return "the check costs too much"; }
 };
 
-/// What one check may cost, with all the code nested in what it looks at. It is several times what
-/// the largest real applications cost, and keeps a hostile file from occupying the processors.
+/// The maximum cost of one check, nested code included. It is several times the cost of the largest
+/// real applications and keeps a hostile file from occupying the processors.
 class WorkBudget {
  public:
-  /// Spends bytes of code and resources, each as often as it is hashed.
+  /// Spends bytes of code and resources, once for each hash.
   void SpendHashing(std::uint64_t bytes) { Spend(hashing_, bytes); }
 
   /// Spends one verification with a public key, or one certificate considered as an issuer.
   void SpendVerification() { Spend(verifications_, 1); }
 
-  /// Spends the bytes of a message, most of which are certificates to take apart.
+  /// Spends the bytes of a message, most of which are certificates to parse.
   void SpendMessage(std::uint64_t bytes) { Spend(messages_, bytes); }
 
-  /// Spends the bytes of a component that is compared with its slot, once for each look.
+  /// Spends the bytes of a component, once for each comparison with its slot.
   void SpendComponent(std::uint64_t bytes) { Spend(components_, bytes); }
 
   /// Spends one piece of nested code.
@@ -54,7 +53,7 @@ class WorkBudget {
   std::uint64_t entries_ = std::uint64_t{1} << 16;
 };
 
-/// What all parts of one check share. Used by one thread.
+/// State shared by all parts of one check. For one thread only.
 struct CheckContext {
   TrustStore trust;
   WorkBudget budget = {};

@@ -13,9 +13,9 @@
 namespace platform::code_signing {
 namespace {
 
-// Real messages have some ten thousand bytes. Values can take 50 times the memory of their
+// Real messages have about ten thousand bytes. Values can take 50 times the memory of their
 // encoding.
-constexpr std::size_t kLargestMessage = 256U << 10U;
+constexpr std::size_t kMaxMessageSize = 256U << 10U;
 
 constexpr char kSequenceTag = 0x30;
 
@@ -66,13 +66,13 @@ std::vector<const ASN1_TYPE*> ValuesOf(X509_ATTRIBUTE* attribute) {
   return values;
 }
 
-// The older ones of MD's family can be forged, and nobody's tools sign code with them.
+// Digests of the MD family can be forged, and no tool signs code with them.
 bool IsAcceptedDigest(int nid) {
   constexpr int kAccepted[] = {NID_sha1, NID_sha224, NID_sha256, NID_sha384, NID_sha512};
   return std::find(std::begin(kAccepted), std::end(kAccepted), nid) != std::end(kAccepted);
 }
 
-// The digest of a content, in the form in which libcrypto compares it with a signer's.
+// The digest of some content, in the form that libcrypto compares with a signer's.
 BioPtr DigestContent(const X509_ALGOR& algorithm, std::string_view content) {
   const EVP_MD* digest = EVP_get_digestbyobj(algorithm.algorithm);
   BioPtr chain(BIO_new(BIO_f_md()));
@@ -83,14 +83,14 @@ BioPtr DigestContent(const X509_ALGOR& algorithm, std::string_view content) {
   return chain;
 }
 
-// Walks over the values in a piece of DER.
+// Iterates over the values in a piece of DER.
 class DerCursor {
  public:
   DerCursor(const unsigned char* begin, long length) : position_(begin), end_(begin + length) {}
 
   bool AtEnd() const { return position_ == end_; }
 
-  // Steps over one value. Returns what is in it, which is empty at the end.
+  // Steps over one value. Returns its contents, which are empty at the end.
   DerCursor Next() {
     long length = 0;
     int tag = 0;
@@ -105,7 +105,7 @@ class DerCursor {
     return {contents, length};
   }
 
-  // The identifier that comes next.
+  // The next identifier octet.
   int NextIdentifier() {
     const ObjectPtr object(d2i_ASN1_OBJECT(nullptr, &position_, end_ - position_));
     return object ? OBJ_obj2nid(object.get()) : NID_undef;
@@ -116,7 +116,7 @@ class DerCursor {
   const unsigned char* end_;
 };
 
-// The digests that signed data announces, which libcrypto keeps to itself.
+// The digests that signed data announces. libcrypto has no accessor for them.
 std::set<int> AnnouncedDigests(const CMS_ContentInfo& message) {
   unsigned char* encoded = nullptr;
   const int length = i2d_CMS_ContentInfo(&message, &encoded);
@@ -152,7 +152,7 @@ bool CmsSigner::Verify(const CertificatePtr& certificate, std::string_view conte
   if (announcedDigests_->count(digestType) == 0 || !IsAcceptedDigest(digestType)) return false;
   const BioPtr digest = DigestContent(*algorithm, content);
   if (!digest || CMS_SignerInfo_verify_content(info_, digest.get()) != 1) return false;
-  // Without signed attributes the content's own signature has just been verified.
+  // Without signed attributes, the signature over the content has just been verified.
   if (CMS_signed_get_attr_count(info_) <= 0) return true;
   return NamesContentType() && VerifySignedAttributes();
 }
@@ -188,7 +188,7 @@ bool CmsSigner::NamesOwnAlgorithm() const {
   X509_ALGOR* digest = nullptr;
   X509_ALGOR* signature = nullptr;
   CMS_SignerInfo_get0_algs(info_, &key, nullptr, &digest, &signature);
-  if (key == nullptr) return false;  // of a kind that libcrypto does not know
+  if (key == nullptr) return false;  // a kind that libcrypto does not know
   const int named = OBJ_obj2nid(signature->algorithm);
   int namedDigest = NID_undef;
   int namedKey = NID_undef;
@@ -248,7 +248,7 @@ CmsMessage::ParseResult CmsMessage::Parse(std::string_view bytes, CmsMessage& me
     case BerExtent::kComplete:
       break;
   }
-  if (bytes.size() > kLargestMessage) return ParseResult::kMalformed;
+  if (bytes.size() > kMaxMessageSize) return ParseResult::kMalformed;
   const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
   message.message_.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
   if (!message.message_) return ParseResult::kMalformed;

@@ -18,26 +18,25 @@ namespace platform::code_signing {
 /// One signer of a message. Valid as long as the message.
 class CmsSigner {
  public:
-  /// @param announcedDigests libcrypto's numbers of the digests that the message announces.
+  /// @param announcedDigests the NIDs of the digests that the message announces.
   CmsSigner(CMS_ContentInfo& message, CMS_SignerInfo& info, const std::set<int>& announcedDigests)
       : message_(&message), info_(&info), announcedDigests_(&announcedDigests) {}
 
-  /// The signer's certificate, found among those of the message; null when it is not there.
+  /// Returns the signer's certificate from those of the message; null when it is missing.
   CertificatePtr FindCertificate(const CertificateList& certificates) const;
 
-  /// Whether the signature is that of the certificate's key over `content` and the signed
-  /// attributes, which must name the message's content type. Its digest must be of the SHA
-  /// family and one that the message announces. The key must be usable (HasUsableKey()).
+  /// Whether the certificate's key verifies the signature over `content` and the signed attributes,
+  /// which must name the message's content type. The digest must belong to the SHA family and be
+  /// announced by the message. The key must be usable (HasUsableKey()).
   bool Verify(const CertificatePtr& certificate, std::string_view content) const;
 
   /// The octets of the signature.
   std::string_view Signature() const;
 
-  /// The values of a signed attribute, each as ASN.1 value of any type; nothing when the attribute
-  /// is absent or there is more than one of that type, which counts as absent.
+  /// Returns the values of a signed attribute; nothing when the attribute is absent or repeated.
   std::optional<std::vector<const ASN1_TYPE*>> SignedAttribute(const char* identifier) const;
 
-  /// The same for unsigned attributes.
+  /// As above, for unsigned attributes.
   std::optional<std::vector<const ASN1_TYPE*>> UnsignedAttribute(const char* identifier) const;
 
   bool HasUnsignedAttributes() const;
@@ -46,16 +45,16 @@ class CmsSigner {
   std::optional<std::int64_t> SigningTime() const;
 
  private:
-  /// Whether the algorithm that the message names for the signature, alone or with its digest, is
-  /// that of the signer's key. Needs the signer's certificate to be set.
+  /// Whether the signature algorithm that the message names, with or without a digest, is that of
+  /// the signer's key. The signer's certificate must be set.
   bool NamesOwnAlgorithm() const;
 
   bool NamesContentType() const;
 
   bool VerifySignedAttributes() const;
 
-  /// What the signature covers: the signed attributes as a set, all in the order of the message.
-  /// Apple's tools do not sort the values of an attribute, which libcrypto does when it verifies.
+  /// Returns the bytes that the signature covers: the set of the signed attributes in the order of
+  /// the message. Apple's tools do not sort the values of an attribute; libcrypto would.
   std::string SignedAttributesEncoding() const;
 
   CMS_ContentInfo* message_;
@@ -77,13 +76,13 @@ class CmsMessage {
 
   bool IsSignedData() const;
 
-  /// The message's signers; none unless it is signed data.
+  /// The signers; none unless the message is signed data.
   std::vector<CmsSigner> Signers() const;
 
   /// The certificates in the message, in its order.
   CertificateList Certificates() const;
 
-  /// Identifier of the type of the signed content.
+  /// The object identifier of the content's type.
   std::string ContentType() const;
 
   /// The content within the message; nothing when it is detached.

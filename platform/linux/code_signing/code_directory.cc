@@ -9,8 +9,8 @@ namespace {
 
 constexpr std::uint32_t kMagic = 0xFADE0C02;
 
-// The smallest blob that is accepted, whatever the version says: the fields up to that of the
-// pre-encryption hashes.
+// The minimum size of a directory of any version: the fields up to that of the pre-encryption
+// hashes.
 constexpr std::size_t kSmallestSize = 96;
 
 constexpr std::uint32_t kEarliestVersion = 0x20001;
@@ -39,13 +39,13 @@ enum : std::uint64_t {
   kPreEncryptionOffset = 92,
 };
 
-// A scatter list is made of entries of this size and ends with one that counts no page.
+// Entries of a scatter list have this size. The last one counts no pages.
 constexpr std::uint64_t kScatterEntrySize = 24;
 
-// Page sizes are powers of two, and 0 for a single page. The platform takes smaller ones, too, but
-// nobody's tools write them, and they only make hashing slow.
-constexpr std::uint32_t kSmallestPageSizeLog2 = 12;
-constexpr std::uint32_t kLargestPageSizeLog2 = 31;
+// Page sizes are powers of two, or 0 for a single page. The platform accepts smaller ones, but no
+// tool writes them, and they only slow hashing down.
+constexpr std::uint32_t kMinPageSizeLog2 = 12;
+constexpr std::uint32_t kMaxPageSizeLog2 = 31;
 
 ByteReader Reader(const std::string& bytes) { return {bytes, ByteOrder::kBig}; }
 
@@ -111,7 +111,7 @@ bool CodeDirectory::SlotsCoverCode() const {
   const std::uint64_t limit = CodeLimit();
   const std::uint32_t pageSizeLog2 = Reader(blob_).U8(kPageSizeLog2);
   if (pageSizeLog2 == 0) return CodeSlotCount() == (limit > 0 ? 1 : 0);
-  if (pageSizeLog2 < kSmallestPageSizeLog2 || pageSizeLog2 > kLargestPageSizeLog2) return false;
+  if (pageSizeLog2 < kMinPageSizeLog2 || pageSizeLog2 > kMaxPageSizeLog2) return false;
   if (limit == 0) return false;
   return ((limit - 1) >> pageSizeLog2) + 1 == CodeSlotCount();
 }

@@ -12,7 +12,7 @@
 namespace platform::code_signing {
 
 /// The signed list of hashes: of the code's pages and, in its special slots, of everything else
-/// that is sealed. (cs_blobs.h of Apple's open xnu; codedirectory.cpp of its Security.)
+/// that is sealed (cs_blobs.h of Apple's open xnu; codedirectory.cpp of its Security).
 class CodeDirectory {
  public:
   static constexpr std::uint32_t kFlagAdhoc = 0x2;
@@ -25,7 +25,7 @@ class CodeDirectory {
   const std::string& Blob() const { return blob_; }
   std::uint32_t Flags() const;
 
-  /// The number of the directory's hash type, which need not be a known one.
+  /// The number of the directory's hash type, which may be unknown.
   std::uint8_t HashTypeNumber() const;
   std::optional<HashType> KnownHashType() const { return HashTypeFromNumber(HashTypeNumber()); }
 
@@ -42,14 +42,14 @@ class CodeDirectory {
   /// Whether a special slot seals something: it exists and is not all zero.
   bool IsSpecialSlotPresent(Slot slot) const;
 
-  /// The stored hash of code page `index`, as long as a digest of the directory's type; nothing
-  /// when there is no such slot, or the type is not known.
+  /// Returns the stored hash of a code page, with the length of its digest; nothing when there is
+  /// no such slot or the hash type is unknown.
   std::optional<std::string_view> CodeHash(std::uint32_t index) const;
 
-  /// The same of special slot `slot`.
+  /// As above, for a special slot.
   std::optional<std::string_view> SpecialHash(Slot slot) const;
 
-  /// The digest of the whole directory, by its own hash type; nothing for a type not known.
+  /// Returns the digest of the whole directory by its own hash type; nothing for an unknown type.
   std::optional<std::string> Hash() const;
 
  private:

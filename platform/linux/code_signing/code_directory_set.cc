@@ -10,7 +10,7 @@ namespace {
 constexpr HashType kPreference[] = {HashType::kSha384, HashType::kSha256,
                                     HashType::kSha256Truncated, HashType::kSha1};
 
-// Adds the directory in `slot`. `found` tells whether there is one.
+// Adds the directory in `slot`. Sets `found` to whether there is one.
 OsStatus Add(const DiskRepresentation& code, std::size_t slice, Slot slot,
              CodeDirectorySet::Directories& all, bool& found, std::uint8_t& type) {
   found = false;

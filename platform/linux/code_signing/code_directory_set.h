@@ -10,8 +10,8 @@
 
 namespace platform::code_signing {
 
-/// All CodeDirectories of one slice's signature: they describe the same code, each with another
-/// hash type.
+/// All CodeDirectories of one slice's signature. They describe the same code with different hash
+/// types.
 class CodeDirectorySet {
  public:
   /// By the number of their hash type, ascending.
@@ -25,10 +25,11 @@ class CodeDirectorySet {
 
   const Directories& All() const { return all_; }
 
-  /// The one in the main slot, which the CMS signature covers.
+  /// The directory in the main slot, which the CMS signature covers.
   const CodeDirectory& Base() const { return all_.at(base_); }
 
-  /// The one with the most preferred hash type, which everything but the CMS signature goes by.
+  /// The directory with the most preferred hash type, which counts for everything but the CMS
+  /// signature.
   const CodeDirectory& Best() const { return all_.at(best_); }
 
   /// The known hash types among them, ascending.

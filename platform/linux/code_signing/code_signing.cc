@@ -15,7 +15,7 @@ namespace {
 
 using code_signing::SignedCode;
 
-// What the Security framework does at the edge of its interface: no exception leaves it.
+// Like the Security framework, lets no exception leave the interface.
 template <typename Call>
 OsStatus Guarded(const Call& call) {
   OsStatus status = code_signing::kErrSecCSInternalError;
@@ -30,8 +30,8 @@ OsStatus Guarded(const Call& call) {
   return status;
 }
 
-// The check must not depend on a configuration file that the environment may name. Nor does it need
-// the texts of errors, the names of ciphers, or every table taken apart at the end of the process.
+// The check must not depend on a configuration file that the environment can name. It needs neither
+// error texts, nor cipher names, nor a cleanup at the end of the process.
 void StartCrypto() {
   OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_LOAD_CRYPTO_STRINGS |
                           OPENSSL_INIT_NO_ADD_ALL_CIPHERS | OPENSSL_INIT_NO_ATEXIT,

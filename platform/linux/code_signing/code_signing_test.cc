@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/linux/code_signing/status.h"
-#include "tests/code_signing/certificate_builder.h"
+#include "tests/code_signing/cms_builder.h"
 #include "tests/code_signing/directory_fixture.h"
 #include "tests/code_signing/signature_builder.h"
 

@@ -54,7 +54,7 @@ std::string Digest::Finish() {
   auto* const bytes = reinterpret_cast<unsigned char*>(digest.data());
   if (EVP_DigestFinal_ex(context_.get(), bytes, nullptr) != 1) throw std::bad_alloc();
   digest.resize(DigestLength(type_));
-  // Without an algorithm the context's own is kept, which saves looking it up anew for every page.
+  // Keeping the context's algorithm avoids a lookup for every page.
   Start(nullptr);
   return digest;
 }

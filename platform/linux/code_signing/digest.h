@@ -14,8 +14,8 @@ struct evp_md_st;
 namespace platform::code_signing {
 
 /// The digests of a signature, numbered as in a CodeDirectory and in the keys of CodeResources
-/// (cs_blobs.h of Apple's open xnu). In ascending order of preference: kSha1, kSha256Truncated,
-/// kSha256, kSha384.
+/// (cs_blobs.h of Apple's open xnu). Least preferred first: kSha1, kSha256Truncated, kSha256,
+/// kSha384.
 enum class HashType : std::uint8_t {
   kSha1 = 1,
   kSha256 = 2,
@@ -23,14 +23,14 @@ enum class HashType : std::uint8_t {
   kSha384 = 4,
 };
 
-/// @return the type with this number; nothing for a number that is not known.
+/// @return the type with this number; nothing for an unknown number.
 std::optional<HashType> HashTypeFromNumber(std::uint8_t number);
 
 /// @return the digest's length in bytes.
 std::size_t DigestLength(HashType type);
 
-/// One digest that is computed in pieces. Moves only. Where libcrypto fails, which is when it has
-/// no memory, std::bad_alloc is thrown.
+/// A digest that is computed in pieces. Moves only. Throws std::bad_alloc when libcrypto fails,
+/// which means a lack of memory.
 class Digest {
  public:
   explicit Digest(HashType type);

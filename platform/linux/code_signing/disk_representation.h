@@ -38,12 +38,12 @@ enum : Slot {
   kSlotCmsSignature = 0x10000,
 };
 
-/// How one piece of code lies on disk: a Mach-O file, any other file, or a bundle around one of
-/// both. It finds the signature's components and the signed bytes; it judges nothing.
+/// One piece of code on disk: a Mach-O file, any other file, or a bundle around either. Finds the
+/// signature's components and the signed bytes, without verifying anything.
 ///
-/// A universal Mach-O file has several slices, each with a signature of its own; everything else
-/// has one. Slice 0 is the one that stands for the whole (the host's native architecture on macOS),
-/// the others follow in the order in which they are validated.
+/// A universal Mach-O file has several slices, each with its own signature; everything else has
+/// one. Slice 0 represents the whole (on macOS, the host's native architecture); the others follow
+/// in the order in which they are validated.
 class DiskRepresentation {
  public:
   DiskRepresentation() = default;
@@ -57,14 +57,14 @@ class DiskRepresentation {
   /// Reads one component of the signature of a slice, as the CodeDirectory seals it: whole blobs
   /// for slots 0, 2, 5, 7 to 11 and the alternate CodeDirectories, contents without a wrapper for
   /// all others.
-  /// @param bytes is reset when there is no such component, which is no failure.
+  /// @param bytes is reset when there is no such component, which is not a failure.
   virtual OsStatus ReadComponent(std::size_t slice, Slot slot,
                                  std::optional<std::string>& bytes) const = 0;
 
   /// The file with the signed code: the file itself, or a bundle's main executable. Opened once.
   virtual const RandomAccessFile& Code() const = 0;
 
-  /// Finds where a slice's code starts in Code(). Fails as the slice's own header is malformed.
+  /// Finds where a slice's code starts in Code(). Fails when the slice's header is malformed.
   virtual OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const = 0;
 
   /// Whether a CodeDirectory's code limit must be the size of Code() (plain files of this host).
@@ -73,20 +73,19 @@ class DiskRepresentation {
   /// Path of Code().
   virtual std::string MainExecutablePath() const = 0;
 
-  /// The directory whose contents are sealed by CodeResources; nothing when the code is a single
-  /// file.
+  /// The directory that CodeResources seals; nothing when the code is a single file.
   virtual std::optional<std::string> ResourceRoot() const { return std::nullopt; }
 
   /// The whole bundle; null when the code is a single file.
   virtual const BundleRoot* Root() const { return nullptr; }
 
-  /// Whether Code() is the file that is opened or run by whoever uses the path, and belongs to the
-  /// bundle if there is one. A signature says nothing about the path otherwise.
+  /// Whether users of the path open or run Code(), and whether it belongs to the bundle, if there
+  /// is one. Otherwise the signature says nothing about the path.
   virtual bool IsWhatIsUsed() const { return true; }
 
-  /// Looks at what lies in the bundle but outside ResourceRoot(), where nothing is sealed.
+  /// Checks the part of the bundle outside ResourceRoot(), where nothing is sealed.
   /// @param versions receives the paths of the other versions of a versioned bundle.
-  /// @return kErrSecCSBadResource when there is anything else but links within the bundle.
+  /// @return kErrSecCSBadResource when there is anything else except links within the bundle.
   virtual OsStatus ListUnsealed(std::vector<std::string>& versions) const {
     versions.clear();
     return kErrSecSuccess;
@@ -95,20 +94,19 @@ class DiskRepresentation {
 
 using DiskRepresentationPtr = std::unique_ptr<DiskRepresentation>;
 
-/// Finds out what lies at `path`, as SecStaticCodeCreateWithPath() does: bundles (of which the path
-/// of the main executable is a name, too), Mach-O files, everything else.
-/// @param lists is spent on a bundle's Info.plist.
+/// Opens the code at `path` as SecStaticCodeCreateWithPath() does: a bundle (also by the path of
+/// its main executable), a Mach-O file, or any other file.
+/// @param lists pays for a bundle's Info.plist.
 OsStatus OpenRepresentation(const std::string& path, PropertyListBudget& lists,
                             DiskRepresentationPtr& representation);
 
-/// What a file that is not Mach-O has for a signature.
+/// Where the signature of a file that is not Mach-O is kept.
 enum class PlainFileSignature {
   kSidecar,  ///< the components in `<file>.codesignature`
   kNone,     ///< no component at all (main executables of bundles, whose bundle has them)
 };
 
-/// OpenRepresentation() for a path that is known to be a file and not to stand for a bundle.
-/// Symbolic links are followed.
+/// OpenRepresentation() for a file that does not stand for a bundle. Follows symbolic links.
 OsStatus OpenFileRepresentation(const std::string& path, PlainFileSignature plainFileSignature,
                                 DiskRepresentationPtr& representation);
 

@@ -13,7 +13,7 @@
 namespace platform::code_signing {
 namespace {
 
-// An octet string with a property list: the hashes of all directories, cut to 20 bytes.
+// An octet string with a property list of the hashes of all directories, cut to 20 bytes.
 constexpr char kFirstVersion[] = "1.2.840.113635.100.9.1";
 
 // One sequence for each directory: identifier of the digest and octet string with the hash.
@@ -82,7 +82,7 @@ bool AddHash(const ASN1_TYPE& value, HashesByDigest& hashes) {
              .second;
 }
 
-// A truncated digest is written out in full by some signers.
+// Some signers write a truncated digest in full.
 bool IsHashOf(const CodeDirectory& directory, HashType type, const std::string& stated) {
   return stated == DigestOf(type, directory.Blob()) ||
          (type == HashType::kSha256Truncated &&
@@ -113,7 +113,7 @@ OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
 }  // namespace
 
 OsStatus CheckHashAgility(const CmsSigner& signer, const CodeDirectorySet& directories) {
-  // A first-version attribute with another number of values than one counts as absent.
+  // A first-version attribute that does not have exactly one value counts as absent.
   const auto first = signer.SignedAttribute(kFirstVersion);
   const bool hasFirst = first && first->size() == 1;
   if (hasFirst) {

@@ -8,8 +8,8 @@
 
 namespace platform::code_signing {
 
-/// Throws std::bad_alloc if libcrypto has run out of memory since its queue of errors was last
-/// emptied, which this does. To be asked where libcrypto's failure could be taken for an answer.
+/// Empties libcrypto's error queue and throws std::bad_alloc if libcrypto ran out of memory. Call
+/// it wherever a failure of libcrypto could pass for an answer.
 void RequireMemory();
 
 /// Bytes that libcrypto has allocated.
@@ -23,7 +23,7 @@ struct FreeObject {
 };
 using ObjectPtr = std::unique_ptr<ASN1_OBJECT, FreeObject>;
 
-/// The object with a dotted identifier; null when the text is no identifier.
+/// Returns the object with a dotted identifier; null when the text is not an identifier.
 /// @throws std::bad_alloc
 ObjectPtr ObjectFromText(const char* identifier);
 

@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "platform/linux/code_signing/byte_reader.h"
-#include "platform/linux/code_signing/mach_o_header.h"
 
 namespace platform::code_signing {
 namespace {
@@ -21,7 +20,7 @@ constexpr std::uint32_t kCodeFileTypes[] = {2, 5, 6, 7, 8, 0xB};
 constexpr std::uint64_t kUniversalHeaderSize = 8;
 constexpr std::uint64_t kSliceCount = 4;
 constexpr std::uint64_t kEntrySize = 20;
-constexpr std::uint64_t kMostSlices = 100;
+constexpr std::uint64_t kMaxSlices = 100;
 
 }  // namespace
 
@@ -55,8 +54,8 @@ OsStatus MachOFile::ReadTable() {
 }
 
 OsStatus MachOFile::ReadEntries(std::uint64_t count) {
-  if (count > kMostSlices) return kErrSecCSBadObjectFormat;
-  // One more entry than counted: an arm64 slice may be hidden there from old systems.
+  if (count > kMaxSlices) return kErrSecCSBadObjectFormat;
+  // Reads one more entry than counted: an arm64 slice may be hidden there from old systems.
   const std::optional<std::string> table =
       file_.ReadPiece(kUniversalHeaderSize, (count + 1) * kEntrySize);
   if (!table) return kErrSecCSBadObjectFormat;
@@ -78,7 +77,7 @@ OsStatus MachOFile::ReadEntries(std::uint64_t count) {
   return kErrSecSuccess;
 }
 
-// The native slice comes first, the others follow by architecture.
+// Puts the native slice first and orders the others by architecture.
 void MachOFile::OrderSlices() {
   const auto rank = [](const SliceEntry& entry) {
     if (entry.cpuType != kCpuArm64) return 0;

@@ -13,14 +13,13 @@
 namespace platform::code_signing {
 
 /// A Mach-O file, thin or universal (mach-o/fat.h of Apple's open xnu; machorep.cpp and macho++.cpp
-/// of its Security). The host's native architecture is taken to be arm64. Not for several threads
-/// at once.
+/// of its Security). Takes arm64 for the native architecture. Not thread-safe.
 class MachOFile : public DiskRepresentation {
  public:
-  /// Whether a file is executable Mach-O code at all: a program, a library, a bundle or the like.
+  /// Whether a file is executable Mach-O code: a program, a library, a bundle or the like.
   static bool IsCandidate(const RandomAccessFile& file);
 
-  /// Reads the table of slices. The slices themselves are read when they are needed.
+  /// Reads the table of slices. Slices are read on demand.
   static OsStatus Open(std::string path, RandomAccessFile file,
                        DiskRepresentationPtr& representation);
 
@@ -39,8 +38,8 @@ class MachOFile : public DiskRepresentation {
     std::uint64_t size = 0;
   };
 
-  // What is known of the slice that was last asked for. Only one is kept, so that many slices with
-  // large signatures do not fill the memory.
+  // The most recently used slice. Only one is kept, so that many slices with large signatures do
+  // not fill the memory.
   struct LoadedSlice {
     std::size_t index;
     OsStatus status;  // of the load commands and the signature

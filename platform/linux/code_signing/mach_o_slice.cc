@@ -4,12 +4,17 @@
 #include <cstring>
 #include <utility>
 
-#include "platform/linux/code_signing/mach_o_header.h"
-
 namespace platform::code_signing {
 namespace {
 
-// Load commands: a type and a size (this header included), then what the type says.
+constexpr std::uint32_t kMagic32 = 0xFEEDFACE;
+constexpr std::uint32_t kMagic64 = 0xFEEDFACF;
+constexpr std::uint32_t kUniversalMagic = 0xCAFEBABE;
+
+constexpr std::uint64_t kFileType = 12;
+constexpr std::uint64_t kCommandsSize = 20;
+
+// Load commands: a type and a size (this header included), then the fields of the type.
 constexpr std::uint64_t kCommandHeaderSize = 8;
 constexpr std::uint32_t kSegment = 0x1;
 constexpr std::uint32_t kSymbolTable = 0x2;
@@ -18,12 +23,12 @@ constexpr std::uint32_t kCodeSignature = 0x1D;
 constexpr std::uint64_t kSymbolTableSize = 24;
 constexpr std::uint64_t kCodeSignatureSize = 16;
 
-// A name has 16 bytes, with NULs after it if it is shorter. A segment's name follows the command's
-// header, a section starts with its own.
+// Names have 16 bytes and are padded with NULs. A segment's name follows the command's header; a
+// section starts with its name.
 constexpr std::uint64_t kNameSize = 16;
 constexpr std::uint64_t kSegmentName = 8;
 
-// How segments and sections differ between the two kinds of image.
+// The differences of segments and sections between the two kinds of image.
 struct SegmentLayout {
   std::uint64_t size;
   std::uint64_t sectionCount;
@@ -35,11 +40,32 @@ struct SegmentLayout {
 constexpr SegmentLayout kLayout32 = {56, 48, 68, 36, 40};
 constexpr SegmentLayout kLayout64 = {72, 64, 80, 40, 48};
 
-// In a universal file the first slice may be universal again; this deep nobody looks.
-constexpr int kMostNestedHeaders = 3;
+// The first slice of a universal file may be universal again.
+constexpr int kMaxNestedHeaders = 3;
 constexpr std::uint64_t kFirstSliceOffset = 16;
 
 }  // namespace
+
+std::optional<MachOHeader> ParseMachOHeader(std::string_view bytes) {
+  if (bytes.size() < kMachOHeaderSize) return std::nullopt;
+  for (const ByteOrder order : {ByteOrder::kLittle, ByteOrder::kBig}) {
+    const ByteReader reader(bytes, order);
+    const std::uint32_t magic = reader.U32(0);
+    if (magic != kMagic32 && magic != kMagic64) continue;
+    MachOHeader header;
+    header.order = order;
+    header.is64Bit = magic == kMagic64;
+    header.fileType = reader.U32(kFileType);
+    header.commandsSize = reader.U32(kCommandsSize);
+    return header;
+  }
+  return std::nullopt;
+}
+
+bool IsUniversalHeader(std::string_view bytes) {
+  return ByteReader(bytes, ByteOrder::kBig).U32(0) == kUniversalMagic ||
+         ByteReader(bytes, ByteOrder::kLittle).U32(0) == kUniversalMagic;
+}
 
 OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std::uint64_t size,
                           MachOSlice& slice) {
@@ -88,8 +114,8 @@ bool MachOSlice::HasName(std::uint64_t offset, const char* name) const {
   return field && std::strncmp(field->data(), name, kNameSize) == 0;
 }
 
-// Looks at segments up to the one that a valid image ends with. Where it ends is of no interest,
-// but commands that are too small make the image malformed.
+// Checks the segments up to the last one of a valid image. Its end does not matter, but commands
+// that are too small make the image malformed.
 OsStatus MachOSlice::CheckSegments() const {
   Command command;
   Step step = First(command);
@@ -153,7 +179,7 @@ std::optional<MachOSlice::Range> MachOSlice::FindInfoPlistIn(const Command& segm
 
 std::uint32_t MachOFileType(const RandomAccessFile& file) {
   std::uint64_t offset = 0;
-  for (int i = 0; i < kMostNestedHeaders; ++i) {
+  for (int i = 0; i < kMaxNestedHeaders; ++i) {
     const std::optional<std::string> bytes = file.ReadPiece(offset, kMachOHeaderSize);
     if (!bytes) return 0;
     if (!IsUniversalHeader(*bytes)) {

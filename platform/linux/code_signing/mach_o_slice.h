@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "platform/linux/code_signing/byte_reader.h"
 #include "platform/linux/code_signing/random_access_file.h"
@@ -11,8 +12,31 @@
 
 namespace platform::code_signing {
 
-/// One Mach-O image, of 32 or 64 bits, in either byte order: where its header says that signature
-/// and Info.plist are (mach-o/loader.h of Apple's open xnu; macho++.cpp of its Security).
+/// The bytes of a header that both the 32-bit and the 64-bit kind have (mach-o/loader.h of Apple's
+/// open xnu).
+constexpr std::uint64_t kMachOHeaderSize = 28;
+
+/// The fields of a header that matter here, from any processor.
+struct MachOHeader {
+  ByteOrder order = ByteOrder::kLittle;
+  bool is64Bit = false;
+  std::uint32_t fileType = 0;
+  std::uint32_t commandsSize = 0;
+
+  /// Where the load commands start.
+  std::uint64_t Size() const { return is64Bit ? kMachOHeaderSize + 4 : kMachOHeaderSize; }
+};
+
+/// @param bytes at least kMachOHeaderSize of them.
+/// @return nothing when they are not a header.
+std::optional<MachOHeader> ParseMachOHeader(std::string_view bytes);
+
+/// Whether the bytes start with the magic number of a universal file (mach-o/fat.h), in either byte
+/// order. All other numbers of its table are big-endian.
+bool IsUniversalHeader(std::string_view bytes);
+
+/// One Mach-O image, of 32 or 64 bits, in either byte order. Its load commands locate the signature
+/// and the Info.plist (mach-o/loader.h of Apple's open xnu; macho++.cpp of its Security).
 class MachOSlice {
  public:
   /// A range of bytes, relative to the slice's start.
@@ -22,7 +46,7 @@ class MachOSlice {
   };
 
   /// Reads the header and the load commands of the image that starts at `start` of a file.
-  /// @param size the image's size, if known, else 0; only then its segments are looked at here.
+  /// @param size the image's size, or 0. Checks the segments only when the size is known.
   /// @param slice is filled on success.
   /// @return kErrSecCSBadObjectFormat for an image that is malformed.
   static OsStatus Read(const RandomAccessFile& file, std::uint64_t start, std::uint64_t size,
@@ -34,8 +58,8 @@ class MachOSlice {
   /// @param signature is reset when there is none.
   OsStatus FindSignature(std::optional<Range>& signature) const;
 
-  /// The section with an embedded Info.plist; nothing when there is none, or it cannot be found
-  /// because the commands are malformed.
+  /// @return the section with an embedded Info.plist; nothing when there is none, or the commands
+  ///     are malformed.
   std::optional<Range> FindInfoPlist() const;
 
  private:
@@ -62,8 +86,8 @@ class MachOSlice {
   std::string commands_;
 };
 
-/// The file type of the Mach-O image at the start of a file, or of the first image of a universal
-/// file; 0 when there is none.
+/// Returns the file type of the Mach-O image at the start of a file, or of the first image of a
+/// universal file; 0 when there is none.
 std::uint32_t MachOFileType(const RandomAccessFile& file);
 
 }  // namespace platform::code_signing

@@ -35,7 +35,7 @@ OsStatus OpenFileRepresentation(const std::string& path, PlainFileSignature plai
                                 DiskRepresentationPtr& representation) {
   RandomAccessFile file;
   if (const int error = file.Open(path); error != 0) return StatusOfMissing(error);
-  // Directories and pipes can be opened, but not read at an offset.
+  // Directories and pipes can be opened but not read at an offset.
   char first = 0;
   std::size_t count = 0;
   if (const int error = file.ReadAt(0, &first, 1, count); error != 0) return StatusFromErrno(error);

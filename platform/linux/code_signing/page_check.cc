@@ -7,11 +7,11 @@
 namespace platform::code_signing {
 namespace {
 
-// Small enough to stay in a processor's own cache between reading and hashing, and not to cost a
-// small file more in fresh memory than in hashing.
+// Small enough to stay in a processor's cache between reading and hashing, and to keep fresh memory
+// cheap for small files.
 constexpr std::uint64_t kBufferSize = 64U << 10U;
 
-constexpr unsigned kMostThreads = 8;
+constexpr unsigned kMaxThreads = 8;
 
 }  // namespace
 
@@ -22,7 +22,7 @@ class PageCheck::RangeReader {
               std::uint64_t end)
       : file_(file), buffer_(buffer), position_(begin), end_(end) {}
 
-  // Hands out the next bytes, at most `length` of them; none at the end of the file.
+  // Returns the next bytes, at most `length` of them; none at the end of the file.
   OsStatus Next(std::uint64_t length, std::string_view& piece) {
     if (rest_.empty()) {
       const auto wanted =
@@ -64,7 +64,7 @@ PageCheck::PageCheck(const RandomAccessFile& file, std::uint64_t start,
 }
 
 PageCheck::~PageCheck() {
-  Fail(kErrSecCSInternalError);  // which nobody asks for any more
+  Fail(kErrSecCSInternalError);  // stops the helpers; nobody reads the status
   JoinHelpers();
 }
 
@@ -74,15 +74,14 @@ void PageCheck::Begin() {
   status_ = CheckExtent();
   if (status_ != kErrSecSuccess) return;
   for (std::size_t i = 0; i < directories_.size(); ++i) budget_.SpendHashing(limit_);
-  const std::uint64_t processors =
-      std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
-  helpers_.reserve(kMostThreads);
+  const std::uint64_t processors = std::clamp(std::thread::hardware_concurrency(), 1U, kMaxThreads);
+  helpers_.reserve(kMaxThreads);
   try {
     while (helpers_.size() + 1 < std::min(processors, ItemCount())) {
       helpers_.emplace_back([this] { WorkOrFail(); });
     }
   } catch (const std::system_error&) {
-    // Fewer threads do the same work.
+    // Fewer threads also suffice.
   }
 }
 
@@ -151,7 +150,7 @@ OsStatus PageCheck::CheckPage(const CodeDirectory& directory, Digest& digest, st
   if (!stored) return kErrSecCSSignatureFailed;
   std::uint64_t remaining = PageBegin(std::uint64_t{page} + 1) - PageBegin(page);
   while (remaining > 0) {
-    if (status_ != kErrSecSuccess) return kErrSecSuccess;  // another thread has the answer already
+    if (status_ != kErrSecSuccess) return kErrSecSuccess;  // another thread has failed
     std::string_view piece;
     if (const OsStatus status = reader.Next(remaining, piece); status != kErrSecSuccess) {
       return status;

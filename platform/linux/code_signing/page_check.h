@@ -16,22 +16,21 @@ namespace platform::code_signing {
 
 /// Hashes the code that starts at `start` of a file and compares every page with the hashes of all
 /// directories of a known type, on all processors. Page size and code limit are those of the best
-/// directory. The memory it takes does not depend on the file. What it is given must outlive
-/// it.
+/// directory. Its memory does not depend on the file. The arguments must outlive it.
 class PageCheck {
  public:
   PageCheck(const RandomAccessFile& file, std::uint64_t start, const CodeDirectorySet& directories,
             WorkBudget& budget);
   PageCheck(const PageCheck&) = delete;
   PageCheck& operator=(const PageCheck&) = delete;
-  /// Ends the work, wherever it is.
+  /// Abandons unfinished work.
   ~PageCheck();
 
-  /// Sets the other processors to work, and returns. @throws BudgetExceeded
+  /// Starts the work on the other processors and returns. @throws BudgetExceeded
   void Begin();
 
-  /// Has all processors do what is left. To be called once.
-  /// @return kErrSecCSSignatureFailed for a page that differs or is not fully there.
+  /// Does the remaining work on all processors. Call it once.
+  /// @return kErrSecCSSignatureFailed for a page that differs or is incomplete.
   OsStatus Finish();
 
  private:
@@ -48,7 +47,7 @@ class PageCheck {
   void JoinHelpers();
 
   std::uint64_t PageBegin(std::uint64_t page) const;
-  // The work is cut into runs of pages, each for one directory; the threads take them one by one.
+  // Each work item is a run of pages for one directory. The threads take them one by one.
   std::uint64_t ItemCount() const { return runCount_ * directories_.size(); }
 
   const RandomAccessFile& file_;

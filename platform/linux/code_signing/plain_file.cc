@@ -18,7 +18,7 @@ PlainFile::PlainFile(std::string path, RandomAccessFile file, PlainFileSignature
 OsStatus PlainFile::ReadSidecar() {
   RandomAccessFile sidecar;
   const int error = sidecar.Open(path_ + kSidecarExtension);
-  // A name that is too long for the file system names no file either.
+  // A name that is too long for the file system cannot exist.
   if (error == ENOENT || error == ENAMETOOLONG) return kErrSecSuccess;
   if (error != 0) return StatusFromErrno(error);
   return SuperBlob::Read(sidecar, 0, 0, signature_.emplace());

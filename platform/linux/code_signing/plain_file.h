@@ -9,8 +9,8 @@
 
 namespace platform::code_signing {
 
-/// A file that is not Mach-O. macOS keeps the components of its signature in extended attributes;
-/// on this host they are in a SuperBlob of their own, in the file `<file>.codesignature` beside it.
+/// A file that is not Mach-O. macOS keeps the components of its signature in extended attributes,
+/// this host in a SuperBlob beside it, `<file>.codesignature`.
 class PlainFile : public DiskRepresentation {
  public:
   PlainFile(std::string path, RandomAccessFile file, PlainFileSignature signature);

@@ -39,7 +39,7 @@ int RandomAccessFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t cap
   constexpr auto kLastOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
   count = 0;
   while (count < capacity) {
-    // An offset that no file can have lies behind the end of every file.
+    // An offset beyond the range of the type is behind the end of every file.
     if (offset > kLastOffset || count > kLastOffset - offset) return 0;
     const auto position = static_cast<off_t>(offset + count);
     const ssize_t got = RetryOnSignal([&] {
@@ -60,7 +60,7 @@ bool RandomAccessFile::ReadExactly(std::uint64_t offset, void* buffer, std::size
 std::optional<std::string> RandomAccessFile::ReadPiece(std::uint64_t offset,
                                                        std::uint64_t length) const {
   std::uint64_t size = 0;
-  if (length > kLargestPiece || Size(size) != 0) return std::nullopt;
+  if (length > kMaxPieceSize || Size(size) != 0) return std::nullopt;
   if (offset > size || length > size - offset) return std::nullopt;
   std::string bytes(static_cast<std::size_t>(length), '\0');
   if (!ReadExactly(offset, bytes.data(), bytes.size())) return std::nullopt;

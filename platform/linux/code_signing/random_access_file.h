@@ -11,12 +11,11 @@
 
 namespace platform::code_signing {
 
-/// The most that is ever read into memory in one piece. What claims to be larger counts as more
-/// than the memory there is.
-constexpr std::uint64_t kLargestPiece = 64U << 20U;
+/// The maximum that is read into memory in one piece. Larger claims count as a lack of memory.
+constexpr std::uint64_t kMaxPieceSize = 64U << 20U;
 
-/// A file that is opened once and read at explicit offsets. A file that becomes shorter meanwhile
-/// gives short reads. Reading is safe from several threads at once. Moves only.
+/// A file that is opened once and read at explicit offsets. A file that shrinks meanwhile gives
+/// short reads. Reading is thread-safe. Moves only.
 class RandomAccessFile {
  public:
   RandomAccessFile() = default;
@@ -24,11 +23,11 @@ class RandomAccessFile {
   /// Takes over a file that was opened with kOpenFlags.
   explicit RandomAccessFile(Descriptor file) : file_(std::move(file)) {}
 
-  /// For reading: no terminal is adopted, no writer of a pipe is waited for, and no child inherits
-  /// the descriptor.
+  /// For reading, without adopting a terminal, waiting for a pipe's writer, or passing the
+  /// descriptor to a child.
   static const int kOpenFlags;
 
-  /// Opens for reading, never blocking, whatever kind of file it is. @return 0 or the `errno`.
+  /// Opens any kind of file for reading without blocking. @return 0 or the `errno`.
   int Open(const std::string& path);
 
   int Number() const { return file_.Get(); }
@@ -37,20 +36,20 @@ class RandomAccessFile {
   int Size(std::uint64_t& size) const;
 
   /// Reads up to `capacity` bytes at `offset`.
-  /// @param count receives how many there were: fewer only at the end of the file.
+  /// @param count receives the number of bytes read; fewer only at the end of the file.
   /// @return 0 or the `errno`.
   int ReadAt(std::uint64_t offset, void* buffer, std::size_t capacity, std::size_t& count) const;
 
   /// Reads exactly `length` bytes at `offset`. @return whether they were all there.
   bool ReadExactly(std::uint64_t offset, void* buffer, std::size_t length) const;
 
-  /// @return the `length` bytes at `offset`; nothing when they are not all there, or there are more
-  ///     than kLargestPiece.
+  /// @return the `length` bytes at `offset`; nothing when some are missing, or for more than
+  ///     kMaxPieceSize.
   std::optional<std::string> ReadPiece(std::uint64_t offset, std::uint64_t length) const;
 
-  /// Reads the whole file, with memory only for what there really is.
-  /// @return 0 or the `errno`; EFBIG for more than `limit` bytes.
-  int ReadAll(std::string& bytes, std::uint64_t limit = kLargestPiece) const;
+  /// Reads the whole file. Memory grows with the actual contents, not with a claimed size.
+  /// @return 0, or the `errno` of the failure: EFBIG for more than `limit` bytes.
+  int ReadAll(std::string& bytes, std::uint64_t limit = kMaxPieceSize) const;
 
  private:
   Descriptor file_;

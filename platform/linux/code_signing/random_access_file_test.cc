@@ -60,10 +60,10 @@ TEST_F(RandomAccessFileTest, WhatBecomesShorterGivesShortReads) {
 
 TEST_F(RandomAccessFileTest, WhatIsTooLargeIsNotRead) {
   Open("");
-  ASSERT_EQ(truncate(directory_.Path("file").c_str(), kLargestPiece + 1), 0);
+  ASSERT_EQ(truncate(directory_.Path("file").c_str(), kMaxPieceSize + 1), 0);
   std::string all;
   EXPECT_EQ(file_.ReadAll(all), EFBIG);
-  EXPECT_FALSE(file_.ReadPiece(0, kLargestPiece + 1));
+  EXPECT_FALSE(file_.ReadPiece(0, kMaxPieceSize + 1));
 }
 
 TEST_F(RandomAccessFileTest, APipeDoesNotBlock) {

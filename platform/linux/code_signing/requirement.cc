@@ -22,10 +22,10 @@ namespace {
 using Subject = RequirementSubject;
 using Kind = RequirementToken::Kind;
 
-constexpr std::size_t kMaximumLength = std::size_t{64} << 10;
-constexpr int kMaximumDepth = 100;
+constexpr std::size_t kMaxLength = std::size_t{64} << 10;
+constexpr int kMaxDepth = 100;
 
-// Position of a certificate: from the leaf up, or negative, from the root down.
+// Position of a certificate: counted from the leaf, or from the root when negative.
 constexpr int kLeaf = 0;
 constexpr int kRoot = -1;
 constexpr int kBelowRoot = -2;
@@ -81,7 +81,7 @@ constexpr AttributeKey kAttributeKeys[] = {
     {"subject.UID", NID_userId},
 };
 
-/// A condition on one certificate; false where the chain has none at that position.
+/// A condition on one certificate, which fails where the chain has none at that position.
 template <typename Test>
 Requirement OnCertificate(int position, Test test) {
   return [position, test = std::move(test)](const Subject& subject) {
@@ -122,7 +122,7 @@ class Parser {
 
   std::optional<std::string> AcceptValue() { return AcceptText({Kind::kWord, Kind::kString}); }
 
-  /// The 20 bytes that every digest in a requirement has.
+  /// Accepts a digest, which always has 20 bytes.
   std::optional<std::string> AcceptHash() {
     std::optional<std::string> hash = AcceptText({Kind::kHash});
     if (!hash || hash->size() != DigestLength(HashType::kSha1)) return std::nullopt;
@@ -168,7 +168,7 @@ class Parser {
   }
 
   std::optional<Requirement> ParseNegation() {
-    if (depth_ == kMaximumDepth) return std::nullopt;
+    if (depth_ == kMaxDepth) return std::nullopt;
     ++depth_;
     std::optional<Requirement> condition = ParseCondition();
     --depth_;
@@ -178,7 +178,7 @@ class Parser {
   }
 
   std::optional<Requirement> ParseParentheses() {
-    if (depth_ == kMaximumDepth) return std::nullopt;
+    if (depth_ == kMaxDepth) return std::nullopt;
     ++depth_;
     std::optional<Requirement> inner = ParseAlternatives();
     --depth_;
@@ -214,8 +214,8 @@ class Parser {
     if (AcceptWord("root")) return ParseCertificateCondition(kRoot);
     const int sign = AcceptSymbol("-") ? -1 : 1;
     const std::optional<std::string> number = AcceptText({Kind::kNumber});
-    constexpr std::size_t kMaximumDigits = 4;
-    if (!number || number->size() > kMaximumDigits) return std::nullopt;
+    constexpr std::size_t kMaxDigits = 4;
+    if (!number || number->size() > kMaxDigits) return std::nullopt;
     return ParseCertificateCondition(sign * std::stoi(*number));
   }
 
@@ -266,7 +266,7 @@ class Parser {
 }  // namespace
 
 std::optional<Requirement> ParseRequirement(std::string_view text) {
-  if (text.size() > kMaximumLength) return std::nullopt;
+  if (text.size() > kMaxLength) return std::nullopt;
   std::optional<std::vector<RequirementToken>> tokens = SplitRequirement(text);
   if (!tokens) return std::nullopt;
   return Parser(std::move(*tokens)).Parse();

@@ -22,7 +22,7 @@ class Lexer {
  public:
   explicit Lexer(std::string_view text) : text_(text) {}
 
-  /// Reads the next token. @return false when there is none to be read.
+  /// Reads the next token. @return false when there is none.
   bool Next(RequirementToken& token) {
     token = {};
     SkipBlanksAndComments();

@@ -11,8 +11,8 @@ namespace platform::code_signing {
 /// A piece of a requirement's text.
 struct RequirementToken {
   enum class Kind {
-    kWord,    ///< letters and digits in parts with dots between: a keyword, key or plain value
-    kString,  ///< what stood between quotes
+    kWord,    ///< letters and digits separated by dots: a keyword, key or plain value
+    kString,  ///< the text between quotes
     kNumber,  ///< decimal digits
     kHash,    ///< the bytes of H"..."
     kSymbol,  ///< one of ( ) [ ] = ! - ;
@@ -23,8 +23,8 @@ struct RequirementToken {
   std::string text;
 };
 
-/// Splits the text of a requirement; comments and blanks go.
-/// @return the tokens with kEnd as the last; nothing when a character cannot begin any.
+/// Splits the text of a requirement and drops comments and blanks.
+/// @return the tokens, ending with kEnd; nothing when a character cannot begin a token.
 std::optional<std::vector<RequirementToken>> SplitRequirement(std::string_view text);
 
 }  // namespace platform::code_signing

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "tests/code_signing/certificate_builder.h"
+#include "tests/code_signing/cms_builder.h"
 
 namespace platform::code_signing {
 namespace {

@@ -10,30 +10,30 @@ namespace {
 
 using Kind = PropertyListValue::Kind;
 
-// Signing tools write the same rules, of 400 characters in all, for every bundle of an application;
-// their automaton takes less than 64 KiB. To compile hostile rules takes at most 20 ms of processor
-// time and 10 MiB, to fill an automaton at most 50 ms.
-constexpr std::size_t kMaximumAutomata = 8;
-constexpr std::int64_t kMaximumAutomatonSize = std::int64_t{128} << 10;
-constexpr std::size_t kMaximumTextOfPatterns = std::size_t{4} << 10;
+// Signing tools write the same rules, 400 characters in all, for every bundle of an application;
+// their automaton takes less than 64 KiB. Compiling hostile rules takes at most 20 ms of processor
+// time and 10 MiB, filling an automaton at most 50 ms.
+constexpr std::size_t kMaxAutomata = 8;
+constexpr std::int64_t kMaxAutomatonSize = std::int64_t{128} << 10;
+constexpr std::size_t kMaxTextOfPatterns = std::size_t{4} << 10;
 
-/// How often RE2 has discarded the states of an automaton to make room for others.
+/// Counts how often RE2 discarded the states of an automaton to make room for others.
 thread_local std::size_t discardedStates = 0;
 
 re2::RE2::Options PatternOptions() {
   re2::RE2::Options options(re2::RE2::POSIX);
   options.set_encoding(re2::RE2::Options::EncodingLatin1);  // bytes
   options.set_log_errors(false);
-  options.set_max_mem(kMaximumAutomatonSize);
+  options.set_max_mem(kMaxAutomatonSize);
   options.set_never_capture(true);
   options.set_dot_nl(true);
   options.set_one_line(true);
   return options;
 }
 
-/// Whether RE2 reads a pattern as POSIX does, if it accepts it at all: no escaped letters or
-/// digits, no escapes, collating symbols or equivalence classes in brackets, and no brace that is
-/// not a count of up to two digits.
+/// Whether a pattern means the same to RE2 as to POSIX, if RE2 accepts it: no escaped letters or
+/// digits, no escapes, collating symbols or equivalence classes in brackets, and no braces except
+/// counts of up to two digits.
 bool IsCommonSyntax(const std::string& pattern) {
   static const re2::RE2 kCommon(
       R"(([^\\[{]|\\[^0-9A-Za-z]|\{[0-9]{1,2}(,[0-9]{0,2})?\}|\[\^?\]?([^\\[\]]|\[:[a-z]+:\])*\])*)",
@@ -48,15 +48,14 @@ std::unique_ptr<re2::RE2::Set> CompileSet(const ResourcePatterns::List& patterns
   std::size_t length = 0;
   for (const std::string& pattern : patterns) {
     length += pattern.size();
-    if (length > kMaximumTextOfPatterns || !IsCommonSyntax(pattern) ||
-        set->Add(pattern, nullptr) < 0) {
+    if (length > kMaxTextOfPatterns || !IsCommonSyntax(pattern) || set->Add(pattern, nullptr) < 0) {
       return nullptr;
     }
   }
   return set->Compile() ? std::move(set) : nullptr;
 }
 
-/// Reads a member of a rule that must be a boolean where there is one.
+/// Reads a member of a rule, which must be a boolean if present.
 bool ReadFlag(const PropertyListValue& rule, const char* key, bool& flag) {
   const PropertyListValue* const value = rule.Find(key);
   if (value == nullptr) return true;
@@ -72,8 +71,8 @@ bool ReadWeight(const PropertyListValue& rule, std::uint32_t& weight) {
     return true;
   }
   if (value->kind != Kind::kReal) return false;
-  constexpr double kMaximum = std::numeric_limits<std::uint32_t>::max();
-  const bool fits = value->real >= 0 && value->real <= kMaximum;
+  constexpr double kMax = std::numeric_limits<std::uint32_t>::max();
+  const bool fits = value->real >= 0 && value->real <= kMax;
   weight = fits ? static_cast<std::uint32_t>(value->real) : 0;
   return true;
 }
@@ -83,7 +82,7 @@ bool ReadRule(const PropertyListValue& value, ResourceRule& rule) {
     rule.isOmitted = !value.boolean;
     return true;
   }
-  bool isOptional = false;  // of interest to signing tools only
+  bool isOptional = false;  // matters only to signing tools
   return value.kind == Kind::kDictionary && ReadWeight(value, rule.weight) &&
          ReadFlag(value, "omit", rule.isOmitted) && ReadFlag(value, "optional", isOptional) &&
          ReadFlag(value, "nested", rule.isNestedCode);
@@ -94,7 +93,7 @@ bool ReadRule(const PropertyListValue& value, ResourceRule& rule) {
 const re2::RE2::Set* ResourcePatterns::Compile(const List& patterns) {
   const auto known = compiled_.find(patterns);
   if (known != compiled_.end()) return known->second.get();
-  if (compiled_.size() == kMaximumAutomata) return nullptr;
+  if (compiled_.size() == kMaxAutomata) return nullptr;
   return compiled_.emplace(patterns, CompileSet(patterns)).first->second.get();
 }
 

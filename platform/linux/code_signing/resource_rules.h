@@ -16,21 +16,21 @@
 namespace platform::code_signing {
 
 /// Compiles the patterns of rules, which are POSIX extended regular expressions. One object serves
-/// all seals of a check: seals with the same patterns share an automaton, and the number of
-/// different automata is bounded, so hostile rules cost bounded time and memory in all.
+/// all seals of a check. Seals with the same patterns share an automaton, and the number of
+/// automata is limited, so that hostile rules cost limited time and memory.
 class ResourcePatterns {
  public:
   using List = std::vector<std::string>;
 
-  /// @return the automaton, owned by this object; null when a pattern is malformed or refused, or
-  ///     when there would be too many automata.
+  /// @return the automaton, owned by this object; null when a pattern is malformed or rejected, or
+  ///     there are too many automata.
   const re2::RE2::Set* Compile(const List& patterns);
 
  private:
   std::map<List, std::unique_ptr<re2::RE2::Set>> compiled_;
 };
 
-/// What a rule says about the paths that it matches.
+/// The effect of a rule on the paths that it matches.
 struct ResourceRule {
   std::uint32_t weight = 1;
   bool isOmitted = false;
@@ -45,7 +45,7 @@ class ResourceRules {
   /// @return kErrSecCSResourceRulesInvalid for rules that cannot be followed.
   OsStatus Load(const PropertyListValue& rules, ResourcePatterns& patterns);
 
-  /// Finds the rule for `path`: the heaviest that matches, the first of several such.
+  /// Finds the rule for `path`: the heaviest that matches, or the first of several.
   /// @param rule receives null when none matches.
   /// @return kErrSecCSResourceRulesInvalid when the automaton grows beyond its bound.
   OsStatus Find(const std::string& path, const ResourceRule*& rule) const;

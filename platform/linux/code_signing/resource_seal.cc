@@ -22,13 +22,13 @@ namespace {
 
 using Kind = PropertyListValue::Kind;
 
-/// Through many names one large file would be hashed again and again.
-constexpr nlink_t kMaximumHardLinks = 16;
+/// A large file with many names would be hashed again and again.
+constexpr nlink_t kMaxHardLinks = 16;
 
-/// Darwin's PATH_MAX: a bundle with longer paths was not made on a Mac.
-constexpr std::size_t kLongestPath = 1024;
+/// Darwin's PATH_MAX. A bundle with longer paths was not made on a Mac.
+constexpr std::size_t kMaxPathLength = 1024;
 
-/// What CodeResources says about one path.
+/// The entry of one path in CodeResources.
 struct SealedItem {
   bool isOptional = false;
   const std::string* requirement = nullptr;   ///< of nested code
@@ -36,7 +36,7 @@ struct SealedItem {
   const PropertyListValue* hashes = nullptr;  ///< of a file: one hash, or a dictionary of hashes
 };
 
-/// Reads a member that must be a string where there is one.
+/// Reads a member, which must be a string if present.
 bool ReadText(const PropertyListValue& item, const char* key, const std::string*& text) {
   const PropertyListValue* const value = item.Find(key);
   if (value == nullptr) return true;
@@ -59,7 +59,7 @@ OsStatus ReadSealedItem(const PropertyListValue& value, SealedItem& item) {
   return kErrSecSuccess;
 }
 
-/// @return the hash that is sealed for a type; null when there is none.
+/// @return the sealed hash of a type, or null.
 const std::string* FindHash(const PropertyListValue& hashes, HashType type) {
   if (hashes.kind == Kind::kData) return &hashes.text;
   const PropertyListValue* value = nullptr;
@@ -70,19 +70,19 @@ const std::string* FindHash(const PropertyListValue& hashes, HashType type) {
   return value != nullptr && value->kind == Kind::kData ? &value->text : nullptr;
 }
 
-/// Whether a sealed hash, of which more may be stored than is compared, begins with `digest`.
+/// Whether a sealed hash, which may be longer, begins with `digest`.
 bool IsSealedHash(const std::string& sealed, const std::string& digest) {
   return sealed.compare(0, digest.size(), digest) == 0;
 }
 
-/// Whether a link in the directory `directory` (relative to some root) with this text stays below
-/// the root, when every part of both names a directory.
+/// Whether a link with this text in `directory` (relative to a root) stays below the root, assuming
+/// that every part of both names a directory.
 bool StaysBelow(const std::string& directory, const std::string& text) {
   const std::filesystem::path path = (std::filesystem::path(directory) / text).lexically_normal();
   return path.is_relative() && path.begin() != path.end() && *path.begin() != "..";
 }
 
-/// Walks below a resource root and checks what it finds.
+/// Walks a resource root and checks every entry.
 class ResourceCheck {
  public:
   ResourceCheck(const ResourceSeal& seal, const PropertyListValue& files, int version,
@@ -127,7 +127,7 @@ class ResourceCheck {
     }
   }
 
-  /// What is never part of a seal, whatever the rules say.
+  /// Whether a path is never part of a seal, whatever the rules say.
   bool IsExcluded(const std::string& path) const {
     return path == "_CodeSignature" || path == "CodeResources" || path == "_MASReceipt" ||
            path == mainExecutable_;
@@ -141,7 +141,7 @@ class ResourceCheck {
            (next != sealed_.end() && next->first.substr(0, inside.size()) == inside);
   }
 
-  /// Keeps a problem that does not end the check; the first one is its outcome.
+  /// Records a problem that does not end the check. The first one is the result.
   OsStatus Collect(OsStatus problem) {
     if (collected_ == kErrSecSuccess) collected_ = problem;
     return kErrSecSuccess;
@@ -164,7 +164,7 @@ class ResourceCheck {
 
   OsStatus Visit(const Descriptor& directory, const std::string& name, const std::string& path) {
     context_.budget.SpendEntry();
-    if (path.size() > kLongestPath) return kErrSecCSBadResource;
+    if (path.size() > kMaxPathLength) return kErrSecCSBadResource;
     struct stat status {};
     if (fstatat(directory.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
       return StatusFromErrno(errno);
@@ -182,7 +182,7 @@ class ResourceCheck {
           OpenAt(directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
-    if (S_ISREG(status.st_mode) && status.st_nlink > kMaximumHardLinks) return kErrSecCSBadResource;
+    if (S_ISREG(status.st_mode) && status.st_nlink > kMaxHardLinks) return kErrSecCSBadResource;
     const bool isSealable = S_ISREG(status.st_mode) || isLink;
     if (!isSealable) return IsSealed(path) ? Collect(kErrSecCSBadResource) : kErrSecSuccess;
     if (rule == nullptr || rule->isOmitted) return kErrSecSuccess;
@@ -192,7 +192,7 @@ class ResourceCheck {
   OsStatus CheckEntry(const Entry& entry) {
     const auto found = sealed_.find(entry.path);
     if (found == sealed_.end()) {
-      // Version 1 knows no links, but none may stand for a folder of sealed files.
+      // Version 1 does not seal links, but none may stand for a directory of sealed files.
       const bool isIgnored = version_ == 1 && entry.isLink && !IsSealed(entry.path);
       return isIgnored ? kErrSecSuccess : Collect(kErrSecCSBadResource);
     }
@@ -228,7 +228,7 @@ class ResourceCheck {
       return Collect(kErrSecCSBadResource);
     }
     const Descriptor leadsTo = OpenAt(entry.directory.Get(), entry.name, O_PATH | O_CLOEXEC);
-    // A link that leads nowhere may lead somewhere by the time that it is followed.
+    // A dangling link may have a target by the time it is followed.
     if (!leadsTo.IsOpen() && errno != ENOENT) return StatusFromErrno(errno);
     const bool stays = leadsTo.IsOpen() ? seal_.code.Root()->Contains(leadsTo.Get())
                                         : StaysBelow(ParentPath(entry.path), text);
@@ -273,7 +273,7 @@ class ResourceCheck {
     return kErrSecSuccess;
   }
 
-  /// What is sealed but was not met is missing.
+  /// Reports sealed paths that the walk did not find.
   OsStatus CheckUnseen() {
     for (const auto& [path, value] : unseen_) {
       SealedItem item;

@@ -9,21 +9,21 @@
 #include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/digest.h"
 #include "platform/linux/code_signing/disk_representation.h"
-#include "platform/linux/code_signing/requirement_subject.h"
+#include "platform/linux/code_signing/requirement.h"
 
 namespace platform::code_signing {
 
-/// Validates the code at `path`, its resources included, and `requirement` on each slice
-/// (kErrSecCSReqFailed when it is not met). The first failure is returned.
+/// Validates the code at `path` with its resources, and `requirement` on each slice. @return the
+/// first failure; kErrSecCSReqFailed when the requirement is not met.
 using NestedCodeCheck =
     std::function<OsStatus(const std::string& path, const Requirement& requirement)>;
 
-/// What the resource check needs of a bundle whose signature, special slots and pages are valid.
+/// The input of the resource check: a bundle whose signature, special slots and pages are valid.
 struct ResourceSeal {
   const DiskRepresentation& code;
 
-  /// The bytes of CodeResources, found to agree with the CodeDirectory; nothing when no resource
-  /// directory is sealed.
+  /// The bytes of CodeResources, which match the CodeDirectory; nothing when no resource directory
+  /// is sealed.
   std::optional<std::string> codeResources;
 
   /// The hash types of all the code's CodeDirectories, ascending. Never empty.
@@ -34,8 +34,8 @@ struct ResourceSeal {
 
 /// Validates everything below the code's resource root against its CodeResources (resources.cpp of
 /// Apple's open Security project). For code without a resource root, checks that none is sealed.
-/// Stricter than the platform, whatever cannot be examined is an error, and so is a sealed link
-/// that leaves the bundle.
+/// Stricter than the platform: an entry that cannot be examined is an error, and so is a sealed
+/// link that leaves the bundle.
 /// @throws BudgetExceeded
 OsStatus CheckResources(ResourceSeal seal, CheckContext& context);
 

@@ -17,7 +17,8 @@ namespace {
 
 constexpr char kTimestampToken[] = "1.2.840.113549.1.9.16.2.14";
 
-// Time stamps are the only unsigned attributes there may be, so any of them calls for a valid one.
+// Time stamps are the only permitted unsigned attributes, so any unsigned attribute requires a
+// valid one.
 OsStatus CheckTimestamp(const CmsSigner& signer, CheckContext& context,
                         std::optional<Timestamp>& timestamp) {
   if (!signer.HasUnsignedAttributes()) return kErrSecSuccess;
@@ -40,7 +41,7 @@ bool IsUtf8(std::string_view text) {
   return true;
 }
 
-// A Developer ID certificate names its team, and then the CodeDirectory must not name another.
+// A Developer ID certificate names its team. The CodeDirectory must not name another.
 OsStatus CheckTeam(const CertificateChain& chain, const CodeDirectory& directory) {
   const std::optional<std::string_view> team = directory.TeamIdentifier();
   if (!team || !IsAppleDeveloperChain(chain)) return kErrSecSuccess;
@@ -50,21 +51,21 @@ OsStatus CheckTeam(const CertificateChain& chain, const CodeDirectory& directory
   return *unit == *team ? kErrSecSuccess : kErrSecCSBadTeamIdentifier;
 }
 
-// Without a time stamp nobody can tell whether the signature is older than the expiry, so expired
-// certificates pass unless the signer asked for the contrary.
+// Without a time stamp the age of the signature is unknown, so expired certificates pass unless the
+// signer forbids it.
 OsStatus CheckChain(const CertificateChain& chain, std::int64_t time, bool hasTimestamp,
                     const CodeDirectory& directory, const TrustStore& trust) {
   const OsStatus status =
-      JudgeChain(chain, ChainPurpose::kCodeSigning, time, DateRule::kEnforce, trust);
+      EvaluateChain(chain, ChainPurpose::kCodeSigning, time, DateRule::kEnforce, trust);
   if (status != kTpCertExpired || hasTimestamp) return status;
   const OsStatus tolerant =
-      JudgeChain(chain, ChainPurpose::kCodeSigning, time, DateRule::kTolerate, trust);
+      EvaluateChain(chain, ChainPurpose::kCodeSigning, time, DateRule::kTolerate, trust);
   if (tolerant != kErrSecSuccess) return tolerant;
   return (directory.Flags() & CodeDirectory::kFlagForceExpiration) != 0 ? kTpCertExpired
                                                                         : kErrSecSuccess;
 }
 
-// Code under an Apple root must have its time from Apple, too.
+// Code under an Apple root must also have a time stamp from Apple.
 OsStatus CheckTimestampOrigin(const CertificateChain& chain, const Timestamp& timestamp) {
   const bool fromApple =
       std::any_of(timestamp.certificates.begin(), timestamp.certificates.end(),

@@ -12,7 +12,7 @@ namespace platform::code_signing {
 /// Verifies the CMS signature over the CodeDirectories of a slice, and its signer's chain.
 /// @param message the bytes of the signature.
 /// @param directoriesStatus why `directories` could not be loaded, or kErrSecSuccess. It is
-///     reported only for a message that is CMS as far as it goes.
+///     reported only for a message that is CMS, even if truncated.
 /// @param directories is used only when directoriesStatus is kErrSecSuccess.
 /// @param chain receives the signer's chain on success.
 OsStatus CheckSignature(std::string_view message, OsStatus directoriesStatus,

@@ -12,7 +12,7 @@
 namespace platform::code_signing {
 namespace {
 
-constexpr int kMaximumDepth = 8;
+constexpr int kMaxDepth = 8;
 
 }  // namespace
 
@@ -41,8 +41,7 @@ OsStatus SignedCode::Validate(const Requirement& requirement) {
 OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
   OsStatus status = first_.Validate(requirement);
   if (status != kErrSecSuccess || code_->SliceCount() == 1) return status;
-  // Slices of real files lie side by side. Those that overlap could have a file hashed again and
-  // again.
+  // Slices of real files do not overlap. Overlapping ones could have a file hashed again and again.
   std::uint64_t unclaimed = 0;
   if (const int error = code_->Code().Size(unclaimed); error != 0) return StatusFromErrno(error);
   unclaimed -= std::min(first_.Directories()->Best().CodeLimit(), unclaimed);
@@ -62,7 +61,7 @@ OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
   return status;
 }
 
-// Any slice may be the one that runs, but only the first one's signer is told.
+// Any slice may run, but only the first one's signer is reported.
 bool SignedCode::HasSameSigner(const SliceSignature& other) const {
   const CertificateChain& mine = first_.Chain();
   const CertificateChain& others = other.Chain();
@@ -86,9 +85,9 @@ OsStatus SignedCode::CheckSealedResources() {
 OsStatus SignedCode::CheckNestedCode(const std::string& path,
                                      const Requirement& requirement) const {
   context_->budget.SpendNestedCode();
-  if (depth_ == kMaximumDepth) return kErrSecCSBadNestedCode;
+  if (depth_ == kMaxDepth) return kErrSecCSBadNestedCode;
   DiskRepresentationPtr representation;
-  // A file stands for itself alone: what lies beside it is sealed here.
+  // Nested files do not stand for a bundle: the seal around them covers their neighbours.
   OsStatus status =
       DirectoryExists(path)
           ? OpenBundleRepresentation(path, BundleName::kDirectory, context_->lists, representation)
@@ -109,7 +108,7 @@ OsStatus SignedCode::CheckNestedCode(const std::string& path,
 SigningInformation SignedCode::CopySigningInformation() {
   SigningInformation information;
   const CodeDirectorySet* directories = first_.Directories();
-  // Without a CMS signature nothing about the signer is told, not even a sealed team.
+  // Without a CMS signature nothing about the signer is reported, not even a sealed team.
   if (directories == nullptr || !first_.HasCms()) return information;
   if (const auto team = directories->Best().TeamIdentifier()) {
     information.teamIdentifier.emplace(*team);

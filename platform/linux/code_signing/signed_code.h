@@ -6,13 +6,13 @@
 
 #include "platform/code_signing.h"
 #include "platform/linux/code_signing/disk_representation.h"
-#include "platform/linux/code_signing/requirement_subject.h"
+#include "platform/linux/code_signing/requirement.h"
 #include "platform/linux/code_signing/slice_signature.h"
 
 namespace platform::code_signing {
 
-/// A piece of code whose signature is validated as SecStaticCode does (StaticCode.cpp of Apple's
-/// open Security project). Not for several threads at once.
+/// A piece of code, whose signature is validated as by SecStaticCode (StaticCode.cpp of Apple's
+/// open Security project). Not thread-safe.
 class SignedCode {
  public:
   /// @param context belongs to this code from now on.
@@ -20,12 +20,12 @@ class SignedCode {
   static OsStatus Open(const std::string& path, std::shared_ptr<CheckContext> context,
                        std::unique_ptr<SignedCode>& code);
 
-  /// Validates all slices, then the resources, and with them all nested code.
+  /// Validates all slices, then the resources with all nested code.
   /// @throws BudgetExceeded
   OsStatus CheckValidity() { return Validate({}); }
 
-  /// What slice 0 says. The chain is there only when its signature is verified, whatever has become
-  /// of the code itself.
+  /// Returns what slice 0 says. The chain is present only when the signature is verified, whether
+  /// or not the code has been changed.
   SigningInformation CopySigningInformation();
 
  private:

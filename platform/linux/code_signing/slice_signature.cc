@@ -104,7 +104,7 @@ OsStatus SliceSignature::CheckSpecialSlots() const {
   return kErrSecSuccess;
 }
 
-// The top directory, if there is one, lists all the components that the signature has.
+// The top directory, if present, must list all components of the signature.
 OsStatus SliceSignature::CheckTopDirectory() const {
   std::optional<std::string> top;
   if (const OsStatus status = ReadSealedComponent(kSlotTopDirectory, top);

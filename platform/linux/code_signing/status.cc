@@ -10,7 +10,7 @@ struct ErrnoPair {
   int darwin;
 };
 
-// Where macOS numbers an error otherwise than Linux (its <sys/errno.h>).
+// The errors whose numbers differ on macOS (its <sys/errno.h>).
 constexpr ErrnoPair kDarwinNumbers[] = {
     {EAGAIN, 35},    {ENOTSUP, 45}, {ELOOP, 62},   {ENAMETOOLONG, 63}, {ESTALE, 70},
     {EOVERFLOW, 84}, {ENODATA, 93}, {EDEADLK, 11}, {ETIMEDOUT, 60},    {EDQUOT, 69},

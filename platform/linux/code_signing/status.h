@@ -5,8 +5,8 @@
 
 namespace platform::code_signing {
 
-/// The statuses that the verifier gives, under the names of Apple's headers (CSCommon.h,
-/// SecBase.h, cssmapple.h).
+/// The verifier's statuses, under the names of Apple's headers (CSCommon.h, SecBase.h,
+/// cssmapple.h).
 enum : OsStatus {
   kErrSecSuccess = 0,
   kErrSecAllocate = -108,
@@ -54,8 +54,8 @@ enum : OsStatus {
   kInvalidDigestAlgorithm = -2147415723,
 };
 
-/// The status for an `errno` of this host: 100000 plus the number that macOS gives to the same
-/// error, except ENOEXEC, which is kErrSecCSBadObjectFormat.
+/// Returns the status for an `errno` of this host: 100000 plus macOS's number for the same error.
+/// ENOEXEC is kErrSecCSBadObjectFormat.
 OsStatus StatusFromErrno(int error);
 
 }  // namespace platform::code_signing

@@ -33,7 +33,7 @@ Encoding EncodingOf(int type) {
   }
 }
 
-// Lets libcrypto convert, which checks the bytes on the way.
+// Converts with libcrypto, which also validates the bytes.
 std::optional<std::string> ConvertToUtf8(std::string_view bytes, int type) {
   const std::unique_ptr<ASN1_STRING, void (*)(ASN1_STRING*)> source(ASN1_STRING_type_new(type),
                                                                     ASN1_STRING_free);

@@ -7,9 +7,9 @@
 
 namespace platform::code_signing {
 
-/// The text of a value in a certificate's subject, in UTF-8, as SecCertificate.c of Apple's open
-/// Security project reads it. Bytes that the value's string type does not allow come back as a list
-/// of hexadecimal numbers.
+/// Decodes a value in a certificate's subject to UTF-8, as SecCertificate.c of Apple's open
+/// Security project does. Bytes that are illegal in the value's string type yield a list of
+/// hexadecimal numbers.
 std::string SubjectText(const ASN1_STRING& value);
 
 }  // namespace platform::code_signing

@@ -10,8 +10,8 @@ namespace {
 constexpr std::uint32_t kEmbeddedSignatureMagic = 0xFADE0CC0;
 constexpr std::uint32_t kWrapperMagic = 0xFADE0B01;
 
-// A blob starts with its magic and its length (which counts these eight bytes, too); a SuperBlob
-// goes on with the number of index entries, each a slot and an offset.
+// A blob starts with its magic and its length, which includes these eight bytes. In a SuperBlob the
+// number of index entries follows, then the entries, each a slot and an offset.
 constexpr std::uint64_t kBlobHeaderSize = 8;
 constexpr std::uint64_t kLengthOffset = 4;
 constexpr std::uint64_t kCountOffset = 8;
@@ -40,7 +40,7 @@ OsStatus SuperBlob::Read(const RandomAccessFile& file, std::uint64_t offset, std
   }
   std::uint64_t fileSize = 0;
   if (file.Size(fileSize) != 0 || length > fileSize - offset) return kErrSecCSSignatureInvalid;
-  if (length > kLargestPiece) return kErrSecAllocate;
+  if (length > kMaxPieceSize) return kErrSecAllocate;
   std::optional<std::string> bytes = file.ReadPiece(offset, length);
   if (!bytes) return kErrSecCSSignatureInvalid;
   SuperBlob candidate;
@@ -52,7 +52,7 @@ OsStatus SuperBlob::Read(const RandomAccessFile& file, std::uint64_t offset, std
 
 bool SuperBlob::IsValid() const {
   const ByteReader reader = Reader(bytes_);
-  // The header is looked at again: the file may have changed since.
+  // The file may have changed since the header was read.
   if (reader.U32(0) != kEmbeddedSignatureMagic || reader.U32(kLengthOffset) != bytes_.size()) {
     return false;
   }

@@ -10,22 +10,21 @@
 
 namespace platform::code_signing {
 
-/// An embedded signature: an index of components, each in a blob of its own. Everything in it is
-/// big-endian. (cs_blobs.h of Apple's open xnu; superblob.h and sigblob.cpp of its Security.)
+/// An embedded signature: an index of components, each in its own blob, all big-endian (cs_blobs.h
+/// of Apple's open xnu; superblob.h and sigblob.cpp of its Security).
 class SuperBlob {
  public:
-  /// Reads and checks the SuperBlob at `offset` of a file. What follows it is not looked at.
-  /// @param limit the most bytes that it may have; 0 for no limit.
+  /// Reads and checks the SuperBlob at `offset` of a file. Ignores what follows it.
+  /// @param limit its maximum size in bytes; 0 for no limit.
   /// @param blob is filled on success.
-  /// @return kErrSecCSSignatureInvalid when there is no valid one, kErrSecAllocate when it is
-  /// larger
-  ///     than what is ever read into memory.
+  /// @return kErrSecCSSignatureInvalid when there is no valid one, kErrSecAllocate when it exceeds
+  ///     kMaxPieceSize.
   static OsStatus Read(const RandomAccessFile& file, std::uint64_t offset, std::uint64_t limit,
                        SuperBlob& blob);
 
-  /// Copies a component: the first that the index lists under `slot`.
+  /// Copies the first component that the index lists under `slot`.
   /// @param bytes is reset when there is none.
-  /// @return kErrSecCSSignatureInvalid for a component that lacks the wrapper it must have.
+  /// @return kErrSecCSSignatureInvalid for a component without its mandatory wrapper.
   OsStatus ReadComponent(Slot slot, std::optional<std::string>& bytes) const;
 
  private:

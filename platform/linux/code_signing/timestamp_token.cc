@@ -39,7 +39,7 @@ bool IsImprintOf(TS_TST_INFO& info, std::string_view signature) {
 }
 
 // Whether the signer is a time-stamping authority under an anchor. Its certificates may have
-// expired since, or by this host's clock not begun.
+// expired since, or not be valid yet by this host's clock.
 bool IsTrustedSigner(const CmsSigner& signer, std::string_view content,
                      const CertificateList& certificates, CheckContext& context) {
   const CertificatePtr certificate = signer.FindCertificate(certificates);
@@ -47,7 +47,7 @@ bool IsTrustedSigner(const CmsSigner& signer, std::string_view content,
   context.budget.SpendVerification();
   if (!signer.Verify(certificate, content)) return false;
   const CertificateChain chain = BuildChain(certificate, certificates, context);
-  return JudgeChain(chain, ChainPurpose::kTimeStamping, 0, DateRule::kTolerate, context.trust) ==
+  return EvaluateChain(chain, ChainPurpose::kTimeStamping, 0, DateRule::kTolerate, context.trust) ==
          kErrSecSuccess;
 }
 

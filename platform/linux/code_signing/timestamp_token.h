@@ -10,14 +10,14 @@
 
 namespace platform::code_signing {
 
-/// What a valid time-stamp token says.
+/// The contents of a valid time-stamp token.
 struct Timestamp {
   std::int64_t time = 0;  ///< when the signature existed, in seconds since the Unix epoch
   CertificateList certificates;
 };
 
-/// Verifies a time-stamp token (RFC 3161): that it is about `signature`, its own signature, of
-/// which there must be one, and its authority's chain up to an anchor.
+/// Verifies a time-stamp token (RFC 3161): that it covers `signature`, that its own single
+/// signature is valid, and that its authority's chain ends in an anchor.
 /// @return nothing when the token is not valid.
 std::optional<Timestamp> VerifyTimestampToken(std::string_view token, std::string_view signature,
                                               CheckContext& context);

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 
 #include "platform/linux/code_signing/libcrypto.h"
 #include "platform/linux/code_signing/random_access_file.h"
@@ -13,7 +12,7 @@
 namespace platform::code_signing {
 namespace {
 
-constexpr std::uint64_t kLargestFile = 1U << 20U;
+constexpr std::uint64_t kMaxFileSize = 1U << 20U;
 
 }  // namespace
 
@@ -26,13 +25,11 @@ TrustStore::TrustStore(const CertificateList& anchors) {
 TrustStore TrustStore::Load(const std::string& path) {
   TrustStore store;
   RandomAccessFile file;
-  std::uint64_t size = 0;
-  if (file.Open(path) != 0 || file.Size(size) != 0 || size > kLargestFile) return store;
-  const std::optional<std::string> text = file.ReadPiece(0, size);
-  if (!text) return store;
+  std::string text;
+  if (file.Open(path) != 0 || file.ReadAll(text, kMaxFileSize) != 0) return store;
   const std::unique_ptr<BIO, int (*)(BIO*)> source(
-      BIO_new_mem_buf(text->data(), static_cast<int>(text->size())), BIO_free);
-  // An encrypted entry is a broken one: nobody is asked for a password.
+      BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free);
+  // An encrypted entry is an error: nobody is asked for a password.
   const auto noPassword = [](char*, int, int, void*) { return -1; };
   unsigned char* bytes = nullptr;
   long length = 0;

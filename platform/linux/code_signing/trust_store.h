@@ -9,12 +9,12 @@
 
 namespace platform::code_signing {
 
-/// The certificates in which a chain must end to be trusted. They are kept encoded, because most
-/// chains bring their root along, and to take a certificate apart costs libcrypto as much as to
-/// hash hundreds of kilobytes.
+/// The certificates in which a trusted chain must end. They stay encoded because most chains
+/// include their root, and parsing a certificate costs libcrypto as much as hashing hundreds of
+/// kilobytes.
 class TrustStore {
  public:
-  /// Where the product's anchors are.
+  /// The path of the product's anchors.
   static constexpr char kAnchorsPath[] = "/etc/kxtool/anchors.pem";
 
   /// A store that trusts nothing.
@@ -22,14 +22,14 @@ class TrustStore {
 
   explicit TrustStore(const CertificateList& anchors);
 
-  /// Reads a file of PEM certificates, up to the first entry that is not well-formed PEM. A file
-  /// that is missing, unreadable or empty gives a store that trusts nothing.
+  /// Reads a file of PEM certificates up to the first entry that is not well-formed PEM. A file
+  /// that is missing, unreadable or empty yields a store that trusts nothing.
   static TrustStore Load(const std::string& path);
 
-  /// The anchors taken apart, without those that are no certificates.
+  /// Parses the anchors and skips those that are not certificates.
   CertificateList Anchors() const;
 
-  /// Whether the very bytes of the certificate are among the anchors.
+  /// Whether the certificate is an anchor. Compares its bytes.
   bool IsAnchor(const X509& certificate) const;
 
  private:

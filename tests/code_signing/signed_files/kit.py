@@ -3,13 +3,14 @@ kx_check_signature (named by KX_CHECK_SIGNATURE) judges them."""
 
 import dataclasses
 import os
+import pathlib
 import shutil
 import struct
 import subprocess
+import tempfile
+import unittest
 
-from simulator.signing import Identity, blobs
-from simulator.signing.identity import VARIANTS
-from simulator.signing.test_kit import SigningTestCase
+from simulator.signing import VARIANTS, Identity, blobs
 
 PROGRAM = os.environ["KX_CHECK_SIGNATURE"]
 
@@ -18,6 +19,8 @@ VALID = 0
 UNKNOWN_FORMAT = -25257
 DECODE = -26275
 UNSUPPORTED_DIGEST = -67000
+BAD_NESTED_CODE = -67021
+RESOURCE_DIRECTORY_FAILED = -67023
 BAD_BUNDLE_FORMAT = -67028
 BAD_RESOURCE = -67054
 INFO_PLIST_FAILED = -67030
@@ -34,7 +37,9 @@ INVALID_EXTENDED_KEY_USAGE = -2147408889
 INVALID_KEY_USAGE = -2147408890
 NO_BASIC_CONSTRAINTS = -2147408894
 
-MAKER = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"
+TEAM = "QK7ZP2M9XD"
+MAKER = f"Developer ID Application: Corvane SRL ({TEAM})"
+CHAIN = (MAKER, "Simulated Root CA Developer ID", "Simulated Root CA")
 
 
 @dataclasses.dataclass
@@ -84,8 +89,20 @@ def flipped(data, offset):
     return patched(data, offset, "B", data[offset] ^ 0x01)
 
 
-class SignedFileTestCase(SigningTestCase):
-    """Verdicts on files that the test signs."""
+class SignedFileTestCase(unittest.TestCase):
+    """Verdicts on files that a test signs in `directory`. The tests of a class share identities."""
+
+    @classmethod
+    def setUpClass(cls):
+        holder = tempfile.TemporaryDirectory()
+        cls.addClassCleanup(holder.cleanup)
+        cls.shared = pathlib.Path(holder.name)
+        cls.identity = Identity.create(cls.shared / "identity")
+
+    def setUp(self):
+        holder = tempfile.TemporaryDirectory()
+        self.addCleanup(holder.cleanup)
+        self.directory = pathlib.Path(holder.name)
 
     def variant(self, name):
         return self.another_identity(name, **VARIANTS[name])

@@ -4,45 +4,46 @@ import pathlib
 import unittest
 import unittest.mock
 
-from simulator.signing import blobs, cms, der, sign_file
+from simulator.signing import Timestamp, blobs, cms, der, sign_file
 from tests.code_signing.signed_files.kit import (
-    BAD_BUNDLE_FORMAT, MAKER, NOT_FOUND, SIGNATURE_FAILED, SIGNATURE_INVALID, UNSIGNED, VALID,
-    SignedFileTestCase, check_unprivileged, flipped, super_blob)
+    BAD_BUNDLE_FORMAT, CHAIN, MAKER, NOT_FOUND, SIGNATURE_FAILED, SIGNATURE_INVALID, TEAM, UNSIGNED,
+    VALID, SignedFileTestCase, check_unprivileged, flipped, super_blob)
+
+OTHER_TEAM = "ABCDE12345"
 
 
 class PlainFileTestCase(SignedFileTestCase):
-    def make(self, size=10000, **options):
+    def make(self, size=10000, identity=None, **options):
         self.path = self.directory / "agentsdk.dylib"
         self.path.write_bytes(bytes(number * 7 % 251 for number in range(size)))
-        self.sidecar = sign_file(self.path, self.identity, **options)
-
-    def edit(self, change):
-        """Replaces components by what `change` makes of the dictionary of them."""
-        found = blobs.split_super_blob(self.sidecar.read_bytes())
-        change(found)
-        self.sidecar.write_bytes(super_blob(found))
+        self.sidecar = sign_file(self.path, identity or self.identity, **options)
 
 
 class ValidTest(PlainFileTestCase):
-    def test_tells_chain_and_team(self):
-        self.make()
-        verdict = self.assert_validity(VALID, self.path)
-        self.assertEqual(verdict.team, "QK7ZP2M9XD")
-        self.assertEqual(verdict.certificates,
-                         (MAKER, "Simulated Root CA Developer ID", "Simulated Root CA"))
+    def test_accepts_every_form(self):
+        rsa = self.another_identity("rsa", key_type="rsa")
+        for options in (
+                *({"hashes": (name,)} for name in blobs.HASH_TYPES),
+                {"hashes": ("sha1", "sha256")},
+                {"hashes": ("sha384", "sha256", "sha1")},
+                {"hashes": ("sha384", "sha256-truncated", "sha256", "sha1"), "agility": (1,)},
+                *({"page_size": size} for size in (0, 12, 14, 20, 31)),
+                *({"version": number} for number in (0x20200, 0x20300, 0x20400, 0x20500, 0x20600)),
+                {"agility": ()},
+                {"entitlements": {"com.apple.security.get-task-allow": True}},
+                {"requirements": None},
+                {"timestamp": Timestamp()}):
+            for identity in (self.identity, rsa):
+                with self.subTest(options=options, key=identity.profile.key_type):
+                    self.make(identity=identity, **options)
+                    self.assert_validity(VALID, self.path, identity)
 
-    def test_accepts_every_hash_type(self):
-        for name in blobs.HASH_TYPES:
-            with self.subTest(name):
-                self.make(hashes=(name,))
-                self.assert_validity(VALID, self.path)
-
-    def test_accepts_several_directories(self):
-        for hashes in (("sha1", "sha256"), ("sha384", "sha256", "sha1"),
-                       ("sha256-truncated", "sha1")):
-            with self.subTest(hashes):
-                self.make(hashes=hashes)
-                self.assert_validity(VALID, self.path)
+    def test_accepts_every_size(self):
+        for size in (0, 1, 4095, 4096, 4097, 262144, 262145, 700000):
+            for page_size in (0, 12):
+                with self.subTest(size=size, page_size=page_size):
+                    self.make(size, page_size=page_size)
+                    self.assert_validity(VALID, self.path)
 
     def test_accepts_attribute_values_in_any_order(self):
         def reversed_attribute(dotted, *values):
@@ -52,99 +53,44 @@ class ValidTest(PlainFileTestCase):
             self.make(hashes=("sha1", "sha256"))
         self.assert_validity(VALID, self.path)
 
-    def test_accepts_every_page_size(self):
-        for page_size in (0, 12, 14, 20, 31):
-            with self.subTest(page_size):
-                self.make(page_size=page_size)
-                self.assert_validity(VALID, self.path)
-
-    def test_accepts_every_file_size_about_a_page(self):
-        for size in (1, 4095, 4096, 4097, 262144, 262145, 700000):
-            with self.subTest(size):
-                self.make(size)
-                self.assert_validity(VALID, self.path)
-
-    def test_accepts_an_empty_file_as_one_page(self):
-        self.make(0, page_size=0)
-        self.assert_validity(VALID, self.path)
-
-    def test_accepts_every_version_of_the_directory(self):
-        for version in (0x20200, 0x20300, 0x20400, 0x20500, 0x20600):
-            with self.subTest(hex(version)):
-                self.make(version=version)
-                self.assert_validity(VALID, self.path)
-
-    def test_accepts_rsa_keys(self):
-        identity = self.another_identity("rsa", key_type="rsa")
-        path = self.directory / "library"
-        path.write_bytes(b"code")
-        sign_file(path, identity)
-        self.assert_validity(VALID, path, identity)
-
-    def test_accepts_sealed_entitlements(self):
-        self.make(entitlements={"com.apple.security.get-task-allow": True})
-        self.assert_validity(VALID, self.path)
-
-    def test_adhoc_code_has_no_chain(self):
-        self.make(adhoc=True)
-        verdict = self.assert_validity(VALID, self.path)
-        self.assertEqual((verdict.team, verdict.certificates), (None, ()))
-
-    def test_adhoc_code_tells_a_sealed_team(self):
-        self.make(adhoc=True, team_identifier="ABCDE12345")
-        self.assertEqual(self.check(self.path).team, "ABCDE12345")
-
-    def test_linker_signed_code_tells_nothing(self):
-        self.make(linker_signed=True, team_identifier="ABCDE12345")
-        verdict = self.assert_validity(VALID, self.path)
-        self.assertEqual((verdict.team, verdict.certificates), (None, ()))
-
-    def test_the_team_of_a_chain_that_is_not_apple_s_is_free(self):
-        self.make(team_identifier="ABCDE12345")
-        self.assertEqual(self.assert_validity(VALID, self.path).team, "ABCDE12345")
-
-    def test_team_may_be_left_out(self):
-        self.make(team_identifier=None)
-        verdict = self.assert_validity(VALID, self.path)
-        self.assertIsNone(verdict.team)
-        self.assertEqual(len(verdict.certificates), 3)
+    def test_tells_chain_and_team(self):
+        for team, certificates, options in (
+                (TEAM, CHAIN, {}),
+                (OTHER_TEAM, CHAIN, {"team_identifier": OTHER_TEAM}),
+                (None, CHAIN, {"team_identifier": None}),
+                (None, (), {"adhoc": True}),
+                (OTHER_TEAM, (), {"adhoc": True, "team_identifier": OTHER_TEAM}),
+                (None, (), {"linker_signed": True, "team_identifier": OTHER_TEAM})):
+            with self.subTest(options):
+                self.make(**options)
+                verdict = self.assert_validity(VALID, self.path)
+                self.assertEqual((verdict.team, verdict.certificates), (team, certificates))
 
 
 class ContentTest(PlainFileTestCase):
-    def assert_found(self, data):
-        self.path.write_bytes(data)
-        verdict = self.assert_validity(SIGNATURE_FAILED, self.path)
-        # The signature itself still holds, so its chain is told.
-        self.assertEqual(verdict.certificates[0], MAKER)
-
-    def test_finds_a_changed_byte_in_each_page(self):
+    def test_finds_every_change(self):
         for page_size in (0, 12):
             self.make(page_size=page_size)
             data = self.path.read_bytes()
-            for offset in (0, 4095, 4096, 9999):
-                with self.subTest(page_size=page_size, offset=offset):
-                    self.assert_found(flipped(data, offset))
-
-    def test_finds_appended_bytes(self):
-        self.make()
-        self.assert_found(self.path.read_bytes() + b"\0")
-
-    def test_finds_missing_bytes(self):
-        self.make()
-        data = self.path.read_bytes()
-        for size in (9999, 8192, 1, 0):
-            with self.subTest(size):
-                self.assert_found(data[:size])
+            changes = {
+                **{f"byte {offset}": flipped(data, offset) for offset in (0, 4095, 4096, 9999)},
+                **{f"{size} bytes left": data[:size] for size in (9999, 8192, 1, 0)},
+                "a byte more": data + b"\0"}
+            for name, changed in changes.items():
+                with self.subTest(name, page_size=page_size):
+                    self.path.write_bytes(changed)
+                    verdict = self.assert_validity(SIGNATURE_FAILED, self.path)
+                    # The signature itself still holds, so its chain is known.
+                    self.assertEqual(verdict.certificates[0], MAKER)
 
     def test_finds_a_wrong_hash_of_any_directory(self):
         self.make(hashes=("sha256", "sha1"), agility=())
+        found = blobs.split_super_blob(self.sidecar.read_bytes())
         for slot in (0, 0x1000):
             with self.subTest(slot):
-                signed = self.sidecar.read_bytes()
-                self.edit(lambda found, slot=slot: found.update(
-                    {slot: flipped(found[slot], len(found[slot]) - 1)}))
+                wrong = flipped(found[slot], len(found[slot]) - 1)
+                self.sidecar.write_bytes(super_blob({**found, slot: wrong}))
                 self.assert_validity(SIGNATURE_FAILED, self.path)
-                self.sidecar.write_bytes(signed)
 
 
 class SidecarTest(PlainFileTestCase):
@@ -153,17 +99,11 @@ class SidecarTest(PlainFileTestCase):
         self.sidecar.unlink()
         verdict = self.assert_validity(UNSIGNED, self.path)
         self.assertEqual((verdict.team, verdict.certificates), (None, ()))
-
-    def test_a_dangling_link_is_none(self):
-        self.make()
-        self.sidecar.unlink()
         self.sidecar.symlink_to("nowhere")
         self.assert_validity(UNSIGNED, self.path)
-
-    def test_a_name_too_long_for_one_is_unsigned(self):
-        path = self.directory / ("a" * 250)
-        path.write_bytes(b"code")
-        self.assert_validity(UNSIGNED, path)
+        long_name = self.directory / ("a" * 250)  # the sidecar's name would be too long
+        long_name.write_bytes(b"code")
+        self.assert_validity(UNSIGNED, long_name)
 
     def test_may_have_bytes_after_it(self):
         self.make()
@@ -192,11 +132,10 @@ class SidecarTest(PlainFileTestCase):
         self.assert_validity(SIGNATURE_FAILED, self.path)
 
     def test_every_changed_byte_is_found(self):
-        """Except in the bytes that no signature covers and the verdict does not rest on."""
+        """Those of the CMS message are changed in signature_test."""
         self.make(300, certificates=("leaf", "intermediate"))
         data = self.sidecar.read_bytes()
-        found = blobs.split_super_blob(data)
-        cms_start = data.index(found[blobs.SLOT_CMS])
+        cms_start = data.index(blobs.split_super_blob(data)[blobs.SLOT_CMS])
         for offset in range(0, cms_start, 3):
             self.sidecar.write_bytes(flipped(data, offset))
             self.assertNotEqual(self.check(self.path).validity, VALID, f"at {offset}")
@@ -210,25 +149,15 @@ class SidecarTest(PlainFileTestCase):
 
 
 class CreationTest(SignedFileTestCase):
-    def assert_created(self, expected, path):
-        self.assertEqual(self.check(path).created, expected)
-
-    def test_a_missing_path_is_not_found(self):
-        self.assert_created(NOT_FOUND, self.directory / "missing")
-
-    def test_a_dangling_link_is_not_found(self):
-        (self.directory / "link").symlink_to("missing")
-        self.assert_created(NOT_FOUND, self.directory / "link")
-
-    def test_other_errors_have_the_numbers_of_macos(self):
+    def test_what_cannot_be_opened(self):
         (self.directory / "file").write_bytes(b"")
+        (self.directory / "dangling").symlink_to("missing")
         (self.directory / "loop").symlink_to("loop")
-        self.assert_created(100020, self.directory / "file" / "below")
-        self.assert_created(100062, self.directory / "loop")
-        self.assert_created(100063, self.directory / ("a" * 300))
-
-    def test_an_empty_directory_is_no_bundle(self):
-        self.assert_created(BAD_BUNDLE_FORMAT, self.directory)
+        for name, expected in (("missing", NOT_FOUND), ("dangling", NOT_FOUND),
+                               ("file/below", 100020), ("loop", 100062), ("a" * 300, 100063),
+                               ("", BAD_BUNDLE_FORMAT)):
+            with self.subTest(name):
+                self.assertEqual(self.check(self.directory / name).created, expected)
 
     def test_everything_else_is_some_code(self):
         for contents in (b"", b"#!/bin/sh\n", b"\xca\xfe\xba\xbe\0\0\0\x34" + bytes(100),
