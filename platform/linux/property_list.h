@@ -19,6 +19,9 @@ constexpr std::size_t kMaxPropertyListSize = std::size_t{16} << 20;
 /// sealed files takes a little more than half of it.
 class PropertyListBudget {
  public:
+  PropertyListBudget() = default;
+  explicit PropertyListBudget(std::size_t bytes) : left_(bytes) {}
+
   /// Accounts for `size` bytes.
   /// @return false when fewer are left; from then on none are.
   bool Take(std::size_t size) {

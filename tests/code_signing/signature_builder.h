@@ -23,8 +23,8 @@ class EmptyCode : public DiskRepresentation {
     return kErrSecSuccess;
   }
   const RandomAccessFile& Code() const override { return file_; }
-  OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
-    offset = 0;
+  OsStatus FindCode(std::size_t, CodeRange& range) const override {
+    range = {};
     return kErrSecSuccess;
   }
   std::string MainExecutablePath() const override { return {}; }

@@ -101,11 +101,10 @@ class BundleRepresentation : public DiskRepresentation {
 
   const RandomAccessFile& Code() const override { return executable_->Code(); }
 
-  OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const override {
-    return executable_->FindSliceStart(slice, offset);
+  OsStatus FindCode(std::size_t slice, CodeRange& range) const override {
+    return executable_->FindCode(slice, range);
   }
 
-  bool LimitIsFileSize() const override { return executable_->LimitIsFileSize(); }
   std::string MainExecutablePath() const override { return executable_->MainExecutablePath(); }
   std::optional<std::string> ResourceRoot() const override { return layout_.resourceRoot; }
   const BundleRoot* Root() const override { return &root_; }

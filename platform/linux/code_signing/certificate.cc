@@ -87,6 +87,31 @@ std::string EncodedCertificate(const X509& certificate) {
   return {reinterpret_cast<char*>(encoded), length > 0 ? static_cast<std::size_t>(length) : 0};
 }
 
+bool HasCostlyKey(std::string_view bytes) {
+  using std::literals::operator""sv;
+  // The contents of the identifiers id-ecPublicKey and sm2.
+  constexpr std::string_view kKinds[] = {"\x2A\x86\x48\xCE\x3D\x02\x01"sv,
+                                         "\x2A\x81\x1C\xCF\x55\x01\x82\x2D"sv};
+  constexpr std::string_view kContinuations[] = {
+      // P-256, P-384 and P-521 with an uncompressed point
+      "\x06\x08\x2A\x86\x48\xCE\x3D\x03\x01\x07\x03\x42\x00\x04"sv,
+      "\x06\x05\x2B\x81\x04\x00\x22\x03\x62\x00\x04"sv,
+      "\x06\x05\x2B\x81\x04\x00\x23\x03\x81\x86\x00\x04"sv,
+      // the algorithm of a signature, with parameters that are absent or null
+      "\x04"sv, "\x05\x00\x04"sv};
+  for (const std::string_view kind : kKinds) {
+    for (std::size_t at = bytes.find(kind); at != bytes.npos; at = bytes.find(kind, at + 1)) {
+      const std::string_view rest = bytes.substr(at + kind.size());
+      if (std::none_of(
+              std::begin(kContinuations), std::end(kContinuations),
+              [&](std::string_view next) { return rest.substr(0, next.size()) == next; })) {
+        return true;
+      }
+    }
+  }
+  return false;
+}
+
 bool HasUsableKey(const X509& certificate) {
   constexpr int kMaxModulusBits = 8192;
   constexpr int kMaxExponentBits = 32;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace platform::code_signing {
@@ -38,6 +39,11 @@ bool HasExtension(const X509& certificate, const char* identifier);
 /// Returns the bytes of a certificate, by which certificates are compared; empty when libcrypto
 /// fails.
 std::string EncodedCertificate(const X509& certificate);
+
+/// Whether a piece of BER has an elliptic-curve key that libcrypto could take long to decode, which
+/// it does as soon as it parses a certificate: on a curve that is not used to sign code, which the
+/// key may even define by itself, or as a point of which only one coordinate is given.
+bool HasCostlyKey(std::string_view bytes);
 
 /// Whether the key is of a kind that signs code, so that verification is cheap: RSA with at most
 /// 8,192 bits and an exponent of at most 32 bits, or a NIST curve.

@@ -248,7 +248,7 @@ CmsMessage::ParseResult CmsMessage::Parse(std::string_view bytes, CmsMessage& me
     case BerExtent::kComplete:
       break;
   }
-  if (bytes.size() > kMaxMessageSize) return ParseResult::kMalformed;
+  if (bytes.size() > kMaxMessageSize || HasCostlyKey(bytes)) return ParseResult::kMalformed;
   const auto* position = reinterpret_cast<const unsigned char*>(bytes.data());
   message.message_.reset(d2i_CMS_ContentInfo(nullptr, &position, static_cast<long>(bytes.size())));
   if (!message.message_) return ParseResult::kMalformed;

@@ -38,6 +38,12 @@ enum : Slot {
   kSlotCmsSignature = 0x10000,
 };
 
+/// Bytes of a file: the code of a slice as far as its signature, or to its end.
+struct CodeRange {
+  std::uint64_t start = 0;
+  std::uint64_t length = 0;
+};
+
 /// One piece of code on disk: a Mach-O file, any other file, or a bundle around either. Finds the
 /// signature's components and the signed bytes, without verifying anything.
 ///
@@ -64,11 +70,8 @@ class DiskRepresentation {
   /// The file with the signed code: the file itself, or a bundle's main executable. Opened once.
   virtual const RandomAccessFile& Code() const = 0;
 
-  /// Finds where a slice's code starts in Code(). Fails when the slice's header is malformed.
-  virtual OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const = 0;
-
-  /// Whether a CodeDirectory's code limit must be the size of Code() (plain files of this host).
-  virtual bool LimitIsFileSize() const { return false; }
+  /// Finds what a slice's CodeDirectory must cover. Fails when the slice's header is malformed.
+  virtual OsStatus FindCode(std::size_t slice, CodeRange& range) const = 0;
 
   /// Path of Code().
   virtual std::string MainExecutablePath() const = 0;

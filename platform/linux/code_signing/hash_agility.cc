@@ -21,6 +21,9 @@ constexpr char kSecondVersion[] = "1.2.840.113635.100.9.2";
 
 constexpr std::size_t kCutHashLength = 20;
 
+// A list with six hashes takes less than a tenth of it.
+constexpr std::size_t kMaxListMemory = std::size_t{64} << 10;
+
 std::string TextOf(const ASN1_STRING& string) {
   return {reinterpret_cast<const char*>(ASN1_STRING_get0_data(&string)),
           static_cast<std::size_t>(ASN1_STRING_length(&string))};
@@ -41,7 +44,8 @@ int DigestIdentifier(HashType type) {
 
 OsStatus CheckFirstVersion(const ASN1_TYPE& value, const CodeDirectorySet& directories) {
   if (ASN1_TYPE_get(&value) != V_ASN1_OCTET_STRING) return kErrSecCSSignatureFailed;
-  const auto list = ParsePropertyList(TextOf(*value.value.octet_string));
+  PropertyListBudget budget(kMaxListMemory);
+  const auto list = ParsePropertyList(TextOf(*value.value.octet_string), budget);
   const PropertyListValue* hashes = list ? list->Find("cdhashes") : nullptr;
   if (hashes == nullptr || hashes->kind != PropertyListValue::Kind::kArray ||
       hashes->elements.size() != directories.All().size()) {

@@ -93,9 +93,20 @@ void MachOFile::OrderSlices() {
                    });
 }
 
-OsStatus MachOFile::FindSliceStart(std::size_t slice, std::uint64_t& offset) const {
-  offset = slices_[slice].offset;
-  return kErrSecSuccess;
+OsStatus MachOFile::FindCode(std::size_t slice, CodeRange& range) const {
+  const LoadedSlice& loaded = Load(slice);
+  if (loaded.status != kErrSecSuccess) return loaded.status;
+  range.start = slices_[slice].offset;
+  if (loaded.signatureOffset) {
+    range.length = *loaded.signatureOffset;
+    return kErrSecSuccess;
+  }
+  if (isUniversal_) {
+    range.length = slices_[slice].size;
+    return kErrSecSuccess;
+  }
+  const int error = file_.Size(range.length);
+  return error == 0 ? kErrSecSuccess : StatusFromErrno(error);
 }
 
 OsStatus MachOFile::ReadComponent(std::size_t slice, Slot slot,
@@ -134,6 +145,7 @@ OsStatus MachOFile::Fill(LoadedSlice& loaded) const {
   std::optional<MachOSlice::Range> signature;
   status = slice.FindSignature(signature);
   if (status != kErrSecSuccess || !signature) return status;
+  loaded.signatureOffset = signature->offset;
   return SuperBlob::Read(file_, entry.offset + signature->offset, signature->length,
                          loaded.signature.emplace());
 }

@@ -27,7 +27,7 @@ class MachOFile : public DiskRepresentation {
   OsStatus ReadComponent(std::size_t slice, Slot slot,
                          std::optional<std::string>& bytes) const override;
   const RandomAccessFile& Code() const override { return file_; }
-  OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const override;
+  OsStatus FindCode(std::size_t slice, CodeRange& range) const override;
   std::string MainExecutablePath() const override { return path_; }
 
  private:
@@ -43,6 +43,7 @@ class MachOFile : public DiskRepresentation {
   struct LoadedSlice {
     std::size_t index;
     OsStatus status;  // of the load commands and the signature
+    std::optional<std::uint64_t> signatureOffset;
     std::optional<SuperBlob> signature;
     std::optional<MachOSlice::Range> infoPlist;
   };

@@ -31,9 +31,10 @@ OsStatus PlainFile::ReadComponent(std::size_t /*slice*/, Slot slot,
   return signature_ ? signature_->ReadComponent(slot, bytes) : kErrSecSuccess;
 }
 
-OsStatus PlainFile::FindSliceStart(std::size_t /*slice*/, std::uint64_t& offset) const {
-  offset = 0;
-  return kErrSecSuccess;
+OsStatus PlainFile::FindCode(std::size_t /*slice*/, CodeRange& range) const {
+  range.start = 0;
+  const int error = file_.Size(range.length);
+  return error == 0 ? kErrSecSuccess : StatusFromErrno(error);
 }
 
 }  // namespace platform::code_signing

@@ -19,8 +19,7 @@ class PlainFile : public DiskRepresentation {
   OsStatus ReadComponent(std::size_t slice, Slot slot,
                          std::optional<std::string>& bytes) const override;
   const RandomAccessFile& Code() const override { return file_; }
-  OsStatus FindSliceStart(std::size_t slice, std::uint64_t& offset) const override;
-  bool LimitIsFileSize() const override { return true; }
+  OsStatus FindCode(std::size_t slice, CodeRange& range) const override;
   std::string MainExecutablePath() const override { return path_; }
 
  private:

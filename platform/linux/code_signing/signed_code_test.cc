@@ -3,6 +3,8 @@
 #include "platform/linux/code_signing/signed_code.h"
 
 #include <gtest/gtest.h>
+#include <openssl/core_names.h>
+#include <openssl/ec.h>
 #include <unistd.h>
 
 #include <memory>
@@ -197,6 +199,46 @@ TEST_F(SignedFileTest, ComponentsAreLimited) {
   std::unique_ptr<SignedCode> code;
   ASSERT_EQ(SignedCode::Open(directory_.Path("library"), context, code), kErrSecSuccess);
   EXPECT_THROW(code->CheckValidity(), BudgetExceeded);
+}
+
+TEST_F(SignedFileTest, AllCodeBeforeTheSignatureIsCovered) {
+  TestDirectoryContents contents;
+  contents.flags = 0;
+  const std::string directory = MakeCodeDirectory(contents);  // of an empty file
+  const std::string signature =
+      MakeSuperBlob({{kSlotCodeDirectory, directory},
+                     {kSlotCmsSignature, MakeWrapper(SignWith(signer_)(directory))}});
+  directory_.Write("library", "");
+  directory_.Write("library.codesignature", signature);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  directory_.Write("library", MakeMachOCode(64) + signature);
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
+}
+
+// libcrypto could take long to decode them, and does so when it parses a certificate.
+TEST_F(SignedFileTest, RejectsKeysOnOtherCurves) {
+  const auto status = [&](const TestKey& key) {
+    CertificatePlan decoy;
+    decoy.key = decoy.issuerKey = key;
+    CmsPlan plan;
+    plan.signers = {signer_};
+    plan.signers.front().chain.push_back(MakeCertificate(decoy));
+    return StatusOfFile("code", {{kSlotCodeDirectory, DirectoryOf("code")}}, plan);
+  };
+  for (const char* const curve : {"P-256", "P-384", "P-521"}) {
+    EXPECT_EQ(status(MakeEcKey(curve)), kErrSecSuccess) << curve;
+  }
+  EXPECT_NE(status(MakeEcKey("secp224r1")), kErrSecSuccess);
+  const auto changed = [&](const char* parameter, const char* value) {
+    TestKey key = MakeEcKey("P-256");
+    EXPECT_EQ(EVP_PKEY_set_utf8_string_param(key.get(), parameter, value), 1);
+    return key;
+  };
+  EXPECT_NE(status(changed(OSSL_PKEY_PARAM_EC_ENCODING, OSSL_PKEY_EC_ENCODING_EXPLICIT)),
+            kErrSecSuccess);
+  EXPECT_NE(status(changed(OSSL_PKEY_PARAM_EC_POINT_CONVERSION_FORMAT,
+                           OSSL_PKEY_EC_POINT_CONVERSION_FORMAT_COMPRESSED)),
+            kErrSecSuccess);
 }
 
 TEST_F(SignedFileTest, HashesAndPagesHaveASize) {

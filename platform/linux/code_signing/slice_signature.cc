@@ -132,15 +132,12 @@ OsStatus SliceSignature::CheckTopDirectory() const {
 }
 
 OsStatus SliceSignature::BeginPages(std::optional<PageCheck>& pages) const {
-  if (code_.LimitIsFileSize()) {
-    std::uint64_t size = 0;
-    if (const int error = code_.Code().Size(size); error != 0) return StatusFromErrno(error);
-    if (directories_.Best().CodeLimit() != size) return kErrSecCSSignatureFailed;
-  }
-  std::uint64_t start = 0;
-  const OsStatus status = code_.FindSliceStart(slice_, start);
+  CodeRange code;
+  const OsStatus status = code_.FindCode(slice_, code);
   if (status != kErrSecSuccess) return status;
-  pages.emplace(code_.Code(), start, directories_, context_.budget);
+  // No kernel here refuses to run what the pages do not cover.
+  if (directories_.Best().CodeLimit() != code.length) return kErrSecCSSignatureFailed;
+  pages.emplace(code_.Code(), code.start, directories_, context_.budget);
   pages->Begin();
   return kErrSecSuccess;
 }
