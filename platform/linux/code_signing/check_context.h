@@ -1,8 +1,11 @@
 #ifndef PLATFORM_LINUX_CODE_SIGNING_CHECK_CONTEXT_H_
 #define PLATFORM_LINUX_CODE_SIGNING_CHECK_CONTEXT_H_
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <exception>
+#include <map>
 #include <utility>
 
 #include "platform/linux/code_signing/resource_rules.h"
@@ -39,6 +42,12 @@ class WorkBudget {
   /// Spends one entry of a bundle's directories.
   void SpendEntry() { Spend(entries_, 1); }
 
+  /// Spends one name of a file that has several. Under many, it would be hashed again and again.
+  void SpendName(const struct stat& file) {
+    constexpr int kMaxNames = 16;
+    if (++names_[{file.st_dev, file.st_ino}] > kMaxNames) throw BudgetExceeded();
+  }
+
  private:
   static void Spend(std::uint64_t& left, std::uint64_t amount) {
     if (amount > left) throw BudgetExceeded();
@@ -51,6 +60,7 @@ class WorkBudget {
   std::uint64_t components_ = std::uint64_t{256} << 20;
   std::uint64_t nestedCode_ = 1000;
   std::uint64_t entries_ = std::uint64_t{1} << 16;
+  std::map<std::pair<dev_t, ino_t>, int> names_;
 };
 
 /// State shared by all parts of one check. For one thread only.

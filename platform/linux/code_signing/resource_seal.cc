@@ -22,9 +22,6 @@ namespace {
 
 using Kind = PropertyListValue::Kind;
 
-/// A large file with many names would be hashed again and again.
-constexpr nlink_t kMaxHardLinks = 16;
-
 /// Darwin's PATH_MAX. A bundle with longer paths was not made on a Mac.
 constexpr std::size_t kMaxPathLength = 1024;
 
@@ -171,6 +168,7 @@ class ResourceCheck {
     }
     const bool isLink = S_ISLNK(status.st_mode);
     if (isLink && strcasecmp(name.c_str(), ".DS_Store") == 0) return kErrSecCSDSStoreSymlink;
+    if (S_ISREG(status.st_mode) && status.st_nlink > 1) context_.budget.SpendName(status);
     if (IsExcluded(path)) return kErrSecSuccess;
     const ResourceRule* rule = nullptr;
     if (const OsStatus found = rules_.Find(path, rule); found != kErrSecSuccess) return found;
@@ -182,7 +180,6 @@ class ResourceCheck {
           OpenAt(directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
-    if (S_ISREG(status.st_mode) && status.st_nlink > kMaxHardLinks) return kErrSecCSBadResource;
     const bool isSealable = S_ISREG(status.st_mode) || isLink;
     if (!isSealable) return IsSealed(path) ? Collect(kErrSecCSBadResource) : kErrSecSuccess;
     if (rule == nullptr || rule->isOmitted) return kErrSecSuccess;
