@@ -81,8 +81,8 @@ class Copy(unittest.TestCase):
             self.skipTest("nothing can be mounted here")
         for command in ("run", "test", "build"):
             self.assertEqual(run(command, driver=[*read_only, *self.driver]), (
-                1, "", f"kx: {self.root}/build/release cannot be written; "
-                "clone the project to a folder of your own\n"))
+                1, "", f"kx: cannot write to {self.root}/build/release; "
+                "clone the project to a folder that you can write to\n"))
 
 
 class Launcher(unittest.TestCase):
@@ -111,7 +111,7 @@ class Mistakes(unittest.TestCase):
                 (["build test"], "there is no command build test; see ./kx help"),
                 (["setup", "--bnech"], "setup does not know --bnech; see ./kx setup --help"),
                 (["build", "debug"],
-                 "build takes no argument, but was given debug; see ./kx build --help"),
+                 "build takes no argument, but got debug; see ./kx build --help"),
                 (["test", "real-signature"],
                  "test does not know real-signature; see ./kx test --help"),
                 (["test", "--frobnicate=3"],
