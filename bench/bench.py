@@ -75,18 +75,16 @@ class Runs:
 
     milliseconds: list[float] = dataclasses.field(default_factory=list)
     mebibytes: list[float] = dataclasses.field(default_factory=list)  # the most that was resident
-    faults: list[float] = dataclasses.field(default_factory=list)
 
 
 def _parse(output: bytes, commands: dict[str, list[str]]) -> dict[str, Runs]:
     """The lines of kx_measure by the commands' names."""
     runs = {name: Runs() for name in commands}
     for line in output.decode().splitlines():
-        number, seconds, memory, faults = line.split()
+        number, seconds, memory = line.split()
         one = runs[list(commands)[int(number)]]
         one.milliseconds.append(float(seconds) * 1000)
         one.mebibytes.append(float(memory) / 1024)
-        one.faults.append(float(faults))
     return runs
 
 
@@ -161,12 +159,6 @@ def keep_within(name: str, unit: str, amounts: list[float], limit: float) -> Res
     return compare(name, f"limit of {limit:g} {unit}", unit, amounts, [limit] * len(amounts), 1.0)
 
 
-def _count_system_calls(command: list[str]) -> float:
-    done = subprocess.run(["/usr/bin/strace", "-f", "-c", *command], check=True,
-                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-    return float(done.stderr.splitlines()[-1].split()[3])
-
-
 def start_to_exit(bench: Bench) -> Iterator[Result]:
     """What any run costs at the least."""
     tool = [str(bench.build / "KXTool"), "-getVersion"]
@@ -179,13 +171,6 @@ def start_to_exit(bench: Bench) -> Iterator[Result]:
                   runs["idle"].milliseconds, 1.25)
     yield compare("-getVersion, peak memory", "/bin/true", "MiB", mine.mebibytes, others.mebibytes,
                   None)
-    yield compare("-getVersion, page faults", "/bin/true", "faults", mine.faults, others.faults,
-                  None)
-    calls = [[_count_system_calls(command) for _ in range(3)] for command in (tool, true)]
-    yield compare("-getVersion, system calls", "/bin/true", "calls", *calls, None)
-    sizes = [[path.stat().st_size / MEBIBYTE] * 3 for path in
-             (bench.build / "KXTool", pathlib.Path("/usr/lib/x86_64-linux-gnu/libcrypto.so.3"))]
-    yield compare("size of the binary", "libcrypto.so.3, which is in it", "MiB", *sizes, None)
 
 
 def product_version(bench: Bench) -> Iterator[Result]:
