@@ -33,7 +33,7 @@ from simulator.signing import macho  # noqa: E402
 
 MEBIBYTE = 1 << 20
 _DOCS = ROOT / "docs"
-_BENCH = "/opt/kxtool/bench"  # where the programs of this folder lie on the endpoint
+_BENCH = "/opt/kxtool/bench"  # the folder of these programs on an endpoint
 
 
 def _number(amount: float) -> str:
@@ -43,7 +43,7 @@ def _number(amount: float) -> str:
 
 @dataclasses.dataclass
 class Result:
-    """One row of the table. `limit` is of the ratio."""
+    """One row of the table. `limit` is the target for the ratio."""
 
     name: str
     peer: str
@@ -71,31 +71,20 @@ class Result:
 
 @dataclasses.dataclass
 class Runs:
-    """What was measured of the runs of one command."""
+    """The measurements of one command's runs."""
 
     milliseconds: list[float] = dataclasses.field(default_factory=list)
-    mebibytes: list[float] = dataclasses.field(default_factory=list)  # the most that was resident
-
-
-def _parse(output: bytes, commands: dict[str, list[str]]) -> dict[str, Runs]:
-    """The lines of kx_measure by the commands' names."""
-    runs = {name: Runs() for name in commands}
-    for line in output.decode().splitlines():
-        number, seconds, memory = line.split()
-        one = runs[list(commands)[int(number)]]
-        one.milliseconds.append(float(seconds) * 1000)
-        one.mebibytes.append(float(memory) / 1024)
-    return runs
+    mebibytes: list[float] = dataclasses.field(default_factory=list)  # peak resident memory
 
 
 class Bench:
-    """What all rows share: where things were built, and how many rounds they make."""
+    """What all rows share: the build, the work folder, the number of rounds, and the curves."""
 
     def __init__(self, build: pathlib.Path, rounds_percent: int, work: pathlib.Path):
         self.build = build
         self.work = work
         self._percent = rounds_percent
-        # What the plot shows, by title: sizes, each with the ratio to the peer's time.
+        # The curves of the plot by title: sizes, each with the ratio to the peer's time.
         self.curves: dict[str, list[tuple[int, float]]] = {}
 
     def point(self, curve: str, size: int, subject: list[float], peer: list[float]) -> None:
@@ -104,39 +93,36 @@ class Bench:
             (size, statistics.median(subject) / statistics.median(peer)))
 
     def rounds(self, count: int) -> int:
-        """The rounds to make in place of `count`."""
+        """The number of rounds to make instead of `count`."""
         return max(3, count * self._percent // 100)
 
-    def measure_here(self, commands: dict[str, list[str]], rounds: int) -> dict[str, Runs]:
-        """Measures commands on this machine as it is."""
-        words = self._measure_words(str(self.program("kx_measure")), commands, rounds)
-        done = subprocess.run(words, check=True, stdout=subprocess.PIPE)
-        return _parse(done.stdout, commands)
-
-    def measure_on(self, endpoint: endpoints.Endpoint, commands: dict[str, list[str]],
-                   rounds: int) -> dict[str, Runs]:
-        """Measures commands on an endpoint."""
-        words = self._measure_words(f"{_BENCH}/kx_measure", commands, rounds)
-        with tempfile.TemporaryFile() as output:
-            if endpoint.run(words, stdout=output) != 0:
-                raise RuntimeError(f"cannot measure {commands}")
-            output.seek(0)
-            return _parse(output.read(), commands)
-
-    def _measure_words(self, program: str, commands: dict[str, list[str]],
-                       rounds: int) -> list[str]:
+    def measure(self, commands: dict[str, list[str]], rounds: int,
+                endpoint: endpoints.Endpoint | None = None) -> dict[str, Runs]:
+        """Measures commands on this machine, or on an endpoint. Returns the runs by the commands' names."""
+        program = f"{_BENCH}/kx_measure" if endpoint else str(self.program("kx_measure"))
         words = [program, str(self.rounds(rounds))]
         for number, command in enumerate(commands.values()):
             words += (["--"] if number > 0 else []) + command
-        return words
+        with tempfile.TemporaryFile() as output:
+            run = endpoint.run if endpoint else subprocess.call
+            if run(words, stdout=output) != 0:
+                raise RuntimeError(f"cannot measure {commands}")
+            output.seek(0)
+            lines = output.read().decode().splitlines()
+        runs = {name: Runs() for name in commands}
+        for number, seconds, memory in map(str.split, lines):
+            one = runs[list(commands)[int(number)]]
+            one.milliseconds.append(float(seconds) * 1000)
+            one.mebibytes.append(float(memory) / 1024)
+        return runs
 
     def program(self, name: str) -> pathlib.Path:
-        """Where one of the programs of this folder was built."""
+        """The path of a program of this folder."""
         return self.build / "bench" / name
 
     @contextlib.contextmanager
     def endpoint(self, changes: dict) -> Iterator[endpoints.Endpoint]:
-        """An endpoint with the programs of this folder on it."""
+        """An endpoint that has the programs of this folder."""
         with endpoints.open_endpoint(self.build, scenario.load(changes)) as opened:
             folder = opened.path(_BENCH)
             folder.mkdir(parents=True)
@@ -160,11 +146,11 @@ def keep_within(name: str, unit: str, amounts: list[float], limit: float) -> Res
 
 
 def start_to_exit(bench: Bench) -> Iterator[Result]:
-    """What any run costs at the least."""
+    """The minimum cost of a run."""
     tool = [str(bench.build / "KXTool"), "-getVersion"]
     true = ["/bin/true"]
     idle = [str(bench.program("kx_checking_client"))]
-    runs = bench.measure_here({"tool": tool, "true": true, "idle": idle}, 600)
+    runs = bench.measure({"tool": tool, "true": true, "idle": idle}, 600)
     mine, others = runs["tool"], runs["true"]
     yield compare("-getVersion", "/bin/true", "ms", mine.milliseconds, others.milliseconds, 1.4)
     yield compare("-getVersion", "nothing, but libcrypto is linked", "ms", mine.milliseconds,
@@ -174,13 +160,13 @@ def start_to_exit(bench: Bench) -> Iterator[Result]:
 
 
 def product_version(bench: Bench) -> Iterator[Result]:
-    """What trust costs: the same SDK calls with and without the check of the library."""
+    """The cost of trust: the same SDK calls with and without the check of the library."""
     with bench.endpoint({"product": {"library": {"size": MEBIBYTE}}}) as endpoint:
         library = installation.LAYOUTS[1].library
-        runs = bench.measure_on(endpoint, {
+        runs = bench.measure({
             "tool": [installation.TOOL, "-getProductVersion"],
             "client": [f"{_BENCH}/kx_minimal_client", library],
-            "checking": [f"{_BENCH}/kx_checking_client", library]}, 300)
+            "checking": [f"{_BENCH}/kx_checking_client", library]}, 300, endpoint)
     mine, client, checking = (runs[name].milliseconds for name in ("tool", "client", "checking"))
     row = compare("-getProductVersion, 1 MiB library", "the same SDK calls, no check", "ms", mine,
                   client, None)
@@ -211,13 +197,13 @@ def _signed_universal_file(bench: Bench, identity: signing.Identity) -> pathlib.
 
 
 def signature_check(bench: Bench) -> Iterator[Result]:
-    """How fast a file is hashed."""
+    """The speed of hashing a file."""
     identity = signing.Identity.create(bench.work / "identity")
     program = str(bench.build / "tests" / "real_signatures" / "kx_check_signature")
     has_instructions = " sha_ni " in pathlib.Path("/proc/cpuinfo").read_text()
 
     def measure(path: pathlib.Path) -> dict[str, Runs]:
-        return bench.measure_here({
+        return bench.measure({
             "check": [program, str(identity.anchor_path), str(path)],
             "sha256sum": ["/usr/bin/sha256sum", str(path)],
             "libcrypto, one thread": [str(bench.program("kx_hash_file")), str(path)]}, 9)
@@ -258,9 +244,9 @@ def last_system_scan(bench: Bench) -> Iterator[Result]:
     for count in (1_000, 30_000, 1_000_000):
         with bench.endpoint({}) as endpoint:
             _fill_scan_logs(endpoint.path(installation.SCAN_LOGS), count)
-            runs[count] = bench.measure_on(endpoint, {
+            runs[count] = bench.measure({
                 "-getLastSystemScan": [installation.TOOL, "-getLastSystemScan"],
-                "ls -U": ["/bin/ls", "-U", installation.SCAN_LOGS]}, 20)
+                "ls -U": ["/bin/ls", "-U", installation.SCAN_LOGS]}, 20, endpoint)
         bench.point("scan logs (ls)", count, runs[count]["-getLastSystemScan"].milliseconds,
                     runs[count]["ls -U"].milliseconds)
     name = "-getLastSystemScan, 1,000,000 entries"
@@ -286,14 +272,14 @@ def _google_benchmark(bench: Bench, repetitions: int, clock: str, pattern: str) 
     for run in json.loads(results.read_text())["benchmarks"]:
         if run["run_type"] == "iteration":
             name = run["run_name"].removesuffix("/manual_time").removesuffix("/real_time")
-            # All say microseconds.
+            # All are in microseconds.
             milliseconds.setdefault(name, []).append(run[clock] / 1e3)
     return milliseconds
 
 
 def answers(bench: Bench) -> Iterator[Result]:
     """Unpacking the SDK's answer against a copy of its text and a bare parse."""
-    # Nothing here waits for anything, so the time of the processor is the one to compare.
+    # Nothing waits here, so processor time is compared.
     sizes = (10_000, 1_000_000, 100_000_000)
     times: dict[str, list[float]] = {}
     for size, repetitions in zip(sizes, (151, 51, 15), strict=True):
@@ -310,14 +296,14 @@ def answers(bench: Bench) -> Iterator[Result]:
     def once(name: str) -> list[str]:
         return [str(bench.program("kx_sdk_bench")), "--benchmark_min_time=0.001",
                 f"--benchmark_filter=^{name}/{sizes[2]}$"]
-    runs = bench.measure_here({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")},
+    runs = bench.measure({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")},
                               3)
     yield compare(f"GetFeatureStatus, {sizes[2]:,} bytes, peak memory", "two texts, one document",
                   "MiB", runs["GetFeatureStatus"].mebibytes, runs["CopyAndParse"].mebibytes, 1.2)
 
 
 def scan_events(bench: Bench) -> Iterator[Result]:
-    """How soon a watched scan returns after its event, and what many events cost."""
+    """The time from an event to the return of a watched scan, and the cost of many events."""
     times = _google_benchmark(bench, 20, "real_time", "WatchedScan|TwoHandOvers|StormOfEvents")
     row = compare("watched scan, from event to return", "two hand-overs between threads", "ms",
                   times["WatchedScan"], times["TwoHandOvers"], None)
@@ -346,7 +332,7 @@ def process_table(bench: Bench) -> Iterator[Result]:
     """One look at a table of 5,000 processes."""
     for count in (500, 5_000):
         with _sleepers(count):
-            runs = bench.measure_here({"one look": [str(bench.program("kx_process_look"))],
+            runs = bench.measure({"one look": [str(bench.program("kx_process_look"))],
                                        "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
         bench.point("process table (pgrep)", count, runs["one look"].milliseconds,
                     runs["pgrep -c ."].milliseconds)
@@ -362,7 +348,7 @@ _HEAD = "| subject | peer | amount | of peer | target | ratio |\n|---|---|--:|--
 
 
 def _machine() -> dict[str, str | int | float]:
-    """What the figures depend on."""
+    """The properties of the machine that affect the results."""
     processor = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
     return {"processor": processor[1] if processor else platform.machine(),
             "processors": os.cpu_count() or 1,
@@ -399,7 +385,7 @@ def _write(bench: Bench, **parts: str) -> None:
 
 
 def main() -> int:
-    """Measures the rows that were asked for."""
+    """Measures the wanted rows."""
     parser = argparse.ArgumentParser(prog="bench", description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build" / "bench")
     parser.add_argument("--rounds-percent", type=int, default=100, metavar="N")
