@@ -1,7 +1,7 @@
-// kx_measure ROUNDS COMMAND... [-- COMMAND...]...: runs the commands in alternation and prints a line for
-// each run: the command's number, its wall time in seconds, and its peak resident memory in kB. The output
-// of the commands is discarded. The program is small because a child's peak memory starts from the size of
-// its parent.
+// kx_measure ROUNDS COMMAND... [-- COMMAND...]...: runs the commands in alternation and prints a
+// line for each run: the command's number, its wall time in seconds, and its peak resident memory
+// in kB. The output of the commands is discarded. The program is small because a child's peak
+// memory starts from the size of its parent.
 
 #include <fcntl.h>
 #include <spawn.h>

@@ -163,12 +163,6 @@ class CommandsTest(EndToEndCase):
         kind = "buildPresets" if words.pop(0) == "--build" else "configurePresets"
         self.assertIn(words[-1], [preset["name"] for preset in presets[kind]])
 
-    def test_members_of_scenarios_are_named(self) -> None:
-        page = read("docs/simulated-endpoint.md")
-        section = page.partition("\n## Writing a scenario\n")[2].partition("\n## ")[0]
-        schema = json.loads(read("simulator/scenario.schema.json"))
-        self.assertEqual(re.findall(r"^\| `(\w+)` \|", section, re.MULTILINE), list(schema["properties"]))
-
 
 class GuideTest(EndToEndCase):
     """The scripts in the integration guide and in the manual page, in the folder of the tool."""

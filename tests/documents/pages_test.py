@@ -85,10 +85,6 @@ class OptionsTest(unittest.TestCase):
         link_names = re.search(r"^  -getInstallationLink:\S+\) compadd -- (.*) ;;$", text, re.MULTILINE)
         self.assertEqual(link_names[1].split(), LINK_NAMES)
 
-    def test_link_arguments(self) -> None:
-        synopsis = next(text for text in SYNOPSES if text.startswith("-getInst"))
-        self.assertEqual(re.findall(r"-\w+", synopsis)[1:], [*LINK_NAMES, "-setupDownloaderLink"])
-
 
 class PagesTest(unittest.TestCase):
     @unittest.skipUnless(shutil.which("mandoc"), "mandoc is not installed")

@@ -116,7 +116,7 @@ class Completion(unittest.TestCase):
         done = subprocess.run([shell, "-c", script, *DRIVER, "./kx", *words], capture_output=True,
                               text=True, check=False, timeout=60)
         self.assertEqual(done.stderr, "")
-        # zsh itself passes over what does not begin with the word.
+        # zsh itself drops the words that do not match.
         return [word for word in done.stdout.split() if word.startswith(words[-1])]
 
     def check(self, shell):
