@@ -378,8 +378,9 @@ def _write(bench: Bench, **parts: str) -> None:
     text = document.read_text(encoding="utf-8")
     for name, part in parts.items():
         begin, end = f"<!-- written by ./kx bench: {name} -->\n", f"\n<!-- end of {name} -->"
-        before, _, rest = text.partition(begin)
-        text = before + begin + part + end + rest.partition(end)[2]
+        before, rest = text.split(begin)
+        _, after = rest.split(end)
+        text = before + begin + part + end + after
     document.write_text(text, encoding="utf-8")
     (_DOCS / "performance.svg").write_bytes(_plot(bench.curves))
 
