@@ -40,7 +40,7 @@ FAILING = {
 
 
 @dataclasses.dataclass
-class Account:
+class Outcome:
     """The outcome of a playbook run: for each host, Ansible's counts and the result of the last task."""
 
     counts: dict[str, dict[str, int]]
@@ -68,7 +68,7 @@ class AnsibleCase(unittest.TestCase):
         return subprocess.run(words, cwd=EXAMPLE, env=environment, capture_output=True, text=True,
                               check=False, timeout=500)
 
-    def play(self, hosts: dict[str, dict[str, Any]], *words: str) -> Account:
+    def play(self, hosts: dict[str, dict[str, Any]], *words: str) -> Outcome:
         """Runs the playbook for these hosts."""
         given = self.folder / "hosts.json"
         given.write_text(json.dumps({"macs": {"hosts": hosts}}), encoding="utf-8")
@@ -80,7 +80,7 @@ class AnsibleCase(unittest.TestCase):
         recap = {host: {name: int(count) for name, count in re.findall(r"(\w+)=(\d+)", counts)}
                  for host, counts in re.findall(r"^([\w-]+) +: (ok=.*)$", run.stdout, re.MULTILINE)}
         self.assertEqual(set(recap) - {"localhost"}, set(hosts), run.stdout + run.stderr)
-        return Account(recap, {host: json.loads((results / host).read_text(encoding="utf-8"))
+        return Outcome(recap, {host: json.loads((results / host).read_text(encoding="utf-8"))
                                for host in hosts})
 
 
@@ -89,7 +89,7 @@ class Fleet(AnsibleCase):
         hosts = {scenario: {"kx_scenario": scenario} for scenario in REPORTS}
         hosts |= {"unreachable": UNREACHABLE} | {host: variables for host, (variables, _) in FAILING.items()}
         report = self.folder / "report.json"
-        account = self.play(hosts, "-e", f"kxtool_report={report}")
+        outcome = self.play(hosts, "-e", f"kxtool_report={report}")
 
         written = json.loads(report.read_text(encoding="utf-8"))
         for host in hosts:
@@ -99,15 +99,15 @@ class Fleet(AnsibleCase):
                     self.assertEqual(written[host], {**written[host], **REPORTS[host]})
                 else:
                     self.assertIsNone(written[host])
-        self.assertEqual(account.hosts_with("unreachable"), ["unreachable"])
-        self.assertEqual(account.hosts_with("failed"), sorted(FAILING))
-        self.assertEqual(account.hosts_with("changed"), ["localhost"])  # which wrote the report
-        self.assertEqual({host: account.results[host]["msg"] for host in FAILING},
+        self.assertEqual(outcome.hosts_with("unreachable"), ["unreachable"])
+        self.assertEqual(outcome.hosts_with("failed"), sorted(FAILING))
+        self.assertEqual(outcome.hosts_with("changed"), ["localhost"])  # which wrote the report
+        self.assertEqual({host: outcome.results[host]["msg"] for host in FAILING},
                          {host: message for host, (_, message) in FAILING.items()})
 
 
 @dataclasses.dataclass
-class Deed:
+class Action:
     """What a host does, and the expected outcome: whether it changes, its output or its failure, and whether
     check mode predicts a change."""
 
@@ -127,52 +127,52 @@ class Deed:
 
 LONG, SHORT = 10 ** 9, 60
 DETECTED = "1|62f0c1a8b7d3e45f90a1b2c3|5e8d7c6b5a4f3e2d1c0b9a88|4C4C4544-0051-3610-8052-C2C04F4D3532"
-DEEDS = {
-    "asked": Deed("critical-issues", "-hasCriticalIssues",
-                  output="ProtectionOff|LicenceExpired"),
-    "asked-secretly": Deed("healthy", "-getInstallationLink",
-                           ["-slUrl", "u", "-apiKey", "the-key", "-packageName", "p"]),
-    "asked-wrongly": Deed("healthy", "-getUpdateStatus", ["nowhere"], output="",
-                          failure="-getUpdateStatus ended with code 22"),
-    "to-install": Deed("installer", "-runInstaller", ["/demo/package/Setup.pkg"], changed=True,
-                       output=DETECTED, would_change=True),
-    "installed": Deed("healthy", "-runInstaller", ["/tmp/Setup.pkg"], output=DETECTED),
-    "to-update": Deed("healthy", "-startUpdate", changed=True, output="0", would_change=True),
-    "never-updated": Deed("update-stale", "-startUpdate", max_age=LONG, changed=True, output="0",
-                          would_change=True),
-    "updated": Deed("healthy", "-startUpdate", max_age=LONG),
-    "to-scan": Deed("scan-started", "-startQuickScan", ["60"], max_age=SHORT, changed=True,
-                    output="0", would_change=True),
-    "scanned": Deed("scan-failed", "-startFullScan", ["60"], max_age=LONG),
-    "cannot-scan": Deed("scan-failed", "-startFullScan", ["60"], would_change=True, output="5023",
-                        failure="-startFullScan: the product's error is 5023"),
+ACTIONS = {
+    "asked": Action("critical-issues", "-hasCriticalIssues",
+                    output="ProtectionOff|LicenceExpired"),
+    "asked-secretly": Action("healthy", "-getInstallationLink",
+                             ["-slUrl", "u", "-apiKey", "the-key", "-packageName", "p"]),
+    "asked-wrongly": Action("healthy", "-getUpdateStatus", ["nowhere"], output="",
+                            failure="-getUpdateStatus ended with code 22"),
+    "to-install": Action("installer", "-runInstaller", ["/demo/package/Setup.pkg"], changed=True,
+                         output=DETECTED, would_change=True),
+    "installed": Action("healthy", "-runInstaller", ["/tmp/Setup.pkg"], output=DETECTED),
+    "to-update": Action("healthy", "-startUpdate", changed=True, output="0", would_change=True),
+    "never-updated": Action("update-stale", "-startUpdate", max_age=LONG, changed=True, output="0",
+                            would_change=True),
+    "updated": Action("healthy", "-startUpdate", max_age=LONG),
+    "to-scan": Action("scan-started", "-startQuickScan", ["60"], max_age=SHORT, changed=True,
+                      output="0", would_change=True),
+    "scanned": Action("scan-failed", "-startFullScan", ["60"], max_age=LONG),
+    "cannot-scan": Action("scan-failed", "-startFullScan", ["60"], would_change=True, output="5023",
+                          failure="-startFullScan: the product's error is 5023"),
 }
 
 
-class Deeds(AnsibleCase):
-    def play_deeds(self, *words: str) -> Account:
-        return self.play({host: deed.variables() for host, deed in DEEDS.items()}, *words)
+class Actions(AnsibleCase):
+    def play_actions(self, *words: str) -> Outcome:
+        return self.play({host: action.variables() for host, action in ACTIONS.items()}, *words)
 
     def test_are_done_where_due(self) -> None:
-        account = self.play_deeds()
-        for host, deed in DEEDS.items():
-            result = account.results[host]
+        outcome = self.play_actions()
+        for host, action in ACTIONS.items():
+            result = outcome.results[host]
             with self.subTest(host=host):
-                self.assertEqual(result["changed"], deed.changed)
-                self.assertEqual(result.get("output"), deed.output)
-                self.assertEqual(result.get("msg"), deed.failure)
-        self.assertIn("censored", account.results["asked-secretly"])
-        self.assertEqual(account.hosts_with("failed"),
-                         sorted(host for host, deed in DEEDS.items() if deed.failure))
+                self.assertEqual(result["changed"], action.changed)
+                self.assertEqual(result.get("output"), action.output)
+                self.assertEqual(result.get("msg"), action.failure)
+        self.assertIn("censored", outcome.results["asked-secretly"])
+        self.assertEqual(outcome.hosts_with("failed"),
+                         sorted(host for host, action in ACTIONS.items() if action.failure))
 
     def test_are_predicted_in_check_mode(self) -> None:
-        account = self.play_deeds("--check")
-        self.assertEqual({host: account.results[host]["changed"] for host in DEEDS},
-                         {host: deed.would_change for host, deed in DEEDS.items()})
-        self.assertEqual({host: account.results[host].get("output") for host in DEEDS},
-                         {host: deed.output if host in ("asked", "asked-wrongly") else None
-                          for host, deed in DEEDS.items()})
-        self.assertEqual(account.hosts_with("failed"), ["asked-wrongly"])  # a question is asked
+        outcome = self.play_actions("--check")
+        self.assertEqual({host: outcome.results[host]["changed"] for host in ACTIONS},
+                         {host: action.would_change for host, action in ACTIONS.items()})
+        self.assertEqual({host: outcome.results[host].get("output") for host in ACTIONS},
+                         {host: action.output if host in ("asked", "asked-wrongly") else None
+                          for host, action in ACTIONS.items()})
+        self.assertEqual(outcome.hosts_with("failed"), ["asked-wrongly"])  # a question is asked
 
 
 class Document(AnsibleCase):

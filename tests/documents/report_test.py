@@ -189,7 +189,7 @@ class TextTest(ScriptCase):
         pieces = [*whole, *broken, b"a", b"=", b"0", b"-1", b"\0", b"\n"]
         return found + [b"".join(source.choices(pieces, k=source.randrange(9))) for _ in range(200)]
 
-    def test_arrives_in_every_shell_and_awk(self) -> None:
+    def test_is_unchanged_in_every_shell_and_awk(self) -> None:
         texts = [text for text in self.texts() if b"|" not in text]
         expected = [text.decode(errors="replace") for text in texts]
         self.write_answer("-hasCriticalIssues", b"|".join(texts))
@@ -211,7 +211,7 @@ class TextTest(ScriptCase):
                 {"feature": "a", "working": True}, {"feature": "b=2", "working": False},
                 {"feature": "c=7|d", "working": True}])
 
-    def test_of_the_wrong_form_is_a_problem(self) -> None:
+    def test_wrong_form_is_a_problem(self) -> None:
         for option, group, name, answer in (
                 ("-checkForUpdateErrors", "updates", "updateErrors", b"a"),
                 ("-checkForUpdateErrors", "updates", "updateErrors", b"a=1|b=01"),
@@ -228,7 +228,7 @@ class TextTest(ScriptCase):
                 self.assertEqual((run.returncode, report[name]), (1, None))
                 self.assertEqual([problem["question"] for problem in report["problems"]], [option])
 
-    def test_of_a_location_is_asked_for_as_it_is(self) -> None:
+    def test_location_names_are_passed_unchanged(self) -> None:
         self.write_tool("-getUpdateLocations) printf 'a b|$(id)|line\\n|*' ;;\n-getUpdateStatus)\n"
                         f"  printf '%s\\0' \"$2\" >>{self.folder}/asked; printf '0|-5|7' ;;")
         for shell in SHELLS:
@@ -238,13 +238,13 @@ class TextTest(ScriptCase):
                 {"location": name, "error": 0, "time": -5, "lastSucceededTime": 7} for name in names])
             self.assertEqual((self.folder / "asked").read_text().split("\0")[:-1], names)
 
-    def test_of_a_record_may_hold_bars_at_its_end(self) -> None:
+    def test_last_field_of_a_record_can_contain_bars(self) -> None:
         self.write_tool("-detect) printf '2|||a|b'; exit 16 ;;")
         report = parsed(self.run_report("--only", "detection").stdout)
         self.assertEqual((report["state"], report["company"], report["group"], report["endpoint"]),
                          ("not healthy", None, None, "a|b"))
 
-    def test_of_any_size_takes_the_same_memory(self) -> None:
+    def test_memory_does_not_grow_with_the_text(self) -> None:
         def peak(size):
             self.write_tool(f"-hasCriticalIssues) head -c {size} /dev/zero | tr '\\0' x ;;")
             command = self.command("dash", str(self.script), "--only", "issues")
@@ -274,7 +274,7 @@ class LimitsTest(ScriptCase):
                 self.assertEqual((first["code"], second["code"]), (None, None))
                 self.assertFalse((self.folder / "asked").exists())
 
-    def test_a_signal_that_ended_the_tool_is_named(self) -> None:
+    def test_names_the_signal_that_ended_the_tool(self) -> None:
         self.write_tool("-getProductVersion) kill -ABRT $$ ;;\n-hasCriticalIssues) kill -KILL $$ ;;")
         for shell in SHELLS:
             run = self.run_report("--only", "version", "--only", "issues", shell=shell)
