@@ -296,8 +296,8 @@ def answers(bench: Bench) -> Iterator[Result]:
     def once(name: str) -> list[str]:
         return [str(bench.program("kx_sdk_bench")), "--benchmark_min_time=0.001",
                 f"--benchmark_filter=^{name}/{sizes[2]}$"]
-    runs = bench.measure({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")},
-                              3)
+
+    runs = bench.measure({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")}, 3)
     yield compare(f"GetFeatureStatus, {sizes[2]:,} bytes, peak memory", "two texts, one document",
                   "MiB", runs["GetFeatureStatus"].mebibytes, runs["CopyAndParse"].mebibytes, 1.2)
 
@@ -333,7 +333,7 @@ def process_table(bench: Bench) -> Iterator[Result]:
     for count in (500, 5_000):
         with _sleepers(count):
             runs = bench.measure({"one look": [str(bench.program("kx_process_look"))],
-                                       "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
+                                  "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
         bench.point("process table (pgrep)", count, runs["one look"].milliseconds,
                     runs["pgrep -c ."].milliseconds)
     yield compare("look at 5,000 processes", "pgrep -c .", "ms", runs["one look"].milliseconds,

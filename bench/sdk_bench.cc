@@ -1,11 +1,7 @@
-// Two measurements within the tool's code:
-// - Unpacking the SDK's answer, and the whole query for the features, against a copy of the text
-// and a bare
-//   parse.
-// - The time from the decisive event of a watched scan until the scan returns, against two
-// hand-overs between
-//   threads through a condition variable, which is the least that the path from the SDK's thread
-//   over the event thread to the main thread can take; and the cost of many unrelated events.
+// Unpacking the SDK's answer, and the whole query for the features, against a copy of the text and
+// a bare parse. The time until a watched scan returns, against two hand-overs between threads,
+// which the path from the SDK's thread to the main thread needs at least; and the cost of unrelated
+// events.
 
 #include <benchmark/benchmark.h>
 
