@@ -1,4 +1,4 @@
-"""kxtool-report in every state of an endpoint, for every text that the product may answer, and in every shell
+"""kxtool-report in every state of an endpoint, for every text that the product can send, and in every shell
 and awk that is like one of macOS."""
 
 import concurrent.futures
