@@ -1,5 +1,5 @@
-# The steps of ./kx check, which reads this: functions check_NAME in the order of this list. Each is run
-# by itself as ./kx check NAME.
+# The steps of ./kx check, which sources this file: one function check_NAME for each name, in this order.
+# ./kx check NAME runs one step.
 # shellcheck shell=bash disable=SC2034
 readonly checks=(format scripts layering built_files macos_sources reference release benchmarks hardening
   documents ordinary_user tidy gnustep ${MACOS_SDK:+macos} fuzz asan gnustep_asan tsan)
@@ -15,10 +15,10 @@ check_scripts() {
 
 check_layering() { /usr/bin/python3 tests/checks/layering.py; }
 
-# Every test, bench and fuzz file is built.
+# Checks that every test, bench and fuzz file is built.
 check_built_files() { /usr/bin/python3 tests/checks/built_files.py; }
 
-# The reference of the headers; fails when Doxygen has something to complain of.
+# Makes the reference of the headers. Fails if Doxygen warns.
 check_reference() { mkdir -p build/docs && doxygen Doxyfile; }
 
 check_release() { build release; }
@@ -26,8 +26,7 @@ check_benchmarks() { build bench bench; }
 check_hardening() { /usr/bin/python3 tests/checks/hardening.py build/release/KXTool; }
 check_documents() { command_test documents; }
 
-# The tests that depend on who runs them and where, as an ordinary user in a home that nobody else may
-# enter.
+# Runs the tests that depend on the user and the folder as an ordinary user, in a private home folder.
 check_ordinary_user() {
   local home program=build/release/tests/real_signatures/kx_check_signature
   local -a as_user=()
@@ -62,17 +61,17 @@ check_tidy() {
     xargs --max-args 1 --max-procs "$(nproc)" clang-tidy --quiet -p build/release
 }
 
-# The macOS program under GNUstep, in what its tests under the sanitizers leave out.
+# Runs the tests of the macOS program that cannot run under the sanitizers.
 check_gnustep() {
   build gnustep
   run_tests gnustep --tests-regex '^(contract|faults\.limits_test)'
 }
 
-# What a macOS configuration adds includes only what macOS has.
+# Checks that the sources of a macOS build include only headers that macOS has.
 check_macos_sources() { /usr/bin/python3 tests/checks/macos_sources.py; }
 
-# All that a Mac builds, for both kinds of Mac and with two versions of libc++'s headers, where there is an
-# SDK to build it against.
+# With an SDK, builds everything that a Mac builds, for both architectures and with two versions of libc++'s
+# headers.
 check_macos() {
   build macos-cross
   local headers

@@ -2,12 +2,11 @@
 
     bench.py [--build DIRECTORY] [--rounds-percent N] [ROW...]
 
-Each row compares a subject with a peer or a limit: both run in alternation on this machine, in one
-go, and the row tells their medians, the median of the round-by-round ratios with its quartiles, and
-the target. Absolute times mean nothing on a shared machine; the ratios do. ROW is part of the name
-of a group of rows; without one all rows are measured. --rounds-percent 10 makes a tenth of the
-rounds, to see that all rows still work. A full run of all rows also writes the table and the plot
-of docs/performance.md. Ends with 1 when a ratio misses its target.
+Each row compares a subject with a peer or a limit. Both run in alternation on this machine. The row has
+their medians, the median and the quartiles of the ratios of the single rounds, and the target. ROW is part
+of the name of a group of rows; by default, all rows are measured. --rounds-percent 10 makes a tenth of the
+rounds, to see that all rows still work. A full run of all rows also writes the table and the plot of
+docs/performance.md. The exit status is 1 when a ratio misses its target.
 """
 
 import argparse
@@ -23,23 +22,28 @@ import statistics
 import subprocess
 import sys
 import tempfile
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT))
 
 # pylint: disable=wrong-import-position
-from bench import report  # noqa: E402
 from simulator import endpoints, installation, scenario, signing  # noqa: E402
 from simulator.signing import macho  # noqa: E402
 
 MEBIBYTE = 1 << 20
-_BENCH = "/opt/kxtool/bench"  # where the programs of this folder lie on the endpoint
+_DOCS = ROOT / "docs"
+_BENCH = "/opt/kxtool/bench"  # the folder of these programs on an endpoint
+
+
+def _number(amount: float) -> str:
+    places = 4 if amount < 0.1 else 2 if amount < 100 and amount % 1 != 0 else 0
+    return f"{amount:,.{places}f}"
 
 
 @dataclasses.dataclass
 class Result:
-    """One row of the table. `limit` is of the ratio."""
+    """One row of the table. `limit` is the target for the ratio."""
 
     name: str
     peer: str
@@ -49,43 +53,38 @@ class Result:
     ratio: float
     quartiles: tuple[float, float]
     limit: float | None
-    note: str = ""
 
     @property
     def is_met(self) -> bool:
-        """Whether the row keeps its target; a row without one does."""
+        """Whether the row meets its target, if it has one."""
         return self.limit is None or self.ratio <= self.limit
+
+    def __str__(self) -> str:
+        """The line in the table; a ratio that misses its target is bold."""
+        amounts = [f"{_number(amount)} {self.unit}" for amount in (self.subject_amount, self.peer_amount)]
+        target = "" if self.limit is None else f"{self.limit:.2f}"
+        ratio = f"{self.ratio:.2f}" if self.is_met else f"**{self.ratio:.2f}**"
+        low, high = self.quartiles
+        return (f"| {self.name} | {self.peer} | {' | '.join(amounts)} | {target} | "
+                f"{ratio} ({low:.2f}–{high:.2f}) |")
 
 
 @dataclasses.dataclass
 class Runs:
-    """What was measured of the runs of one command."""
+    """The measurements of one command's runs."""
 
     milliseconds: list[float] = dataclasses.field(default_factory=list)
-    mebibytes: list[float] = dataclasses.field(default_factory=list)  # the most that was resident
-    faults: list[float] = dataclasses.field(default_factory=list)
-
-
-def _parse(output: bytes, commands: dict[str, list[str]]) -> dict[str, Runs]:
-    """The lines of kx_measure by the commands' names."""
-    runs = {name: Runs() for name in commands}
-    for line in output.decode().splitlines():
-        number, seconds, memory, faults = line.split()
-        one = runs[list(commands)[int(number)]]
-        one.milliseconds.append(float(seconds) * 1000)
-        one.mebibytes.append(float(memory) / 1024)
-        one.faults.append(float(faults))
-    return runs
+    mebibytes: list[float] = dataclasses.field(default_factory=list)  # peak resident memory
 
 
 class Bench:
-    """What all rows share: where things were built, and how many rounds they make."""
+    """What all rows share: the build, the work folder, the number of rounds, and the curves."""
 
     def __init__(self, build: pathlib.Path, rounds_percent: int, work: pathlib.Path):
         self.build = build
         self.work = work
         self._percent = rounds_percent
-        # What the plot shows, by title: sizes, each with the ratio to the peer's time.
+        # The curves of the plot by title: sizes, each with the ratio to the peer's time.
         self.curves: dict[str, list[tuple[int, float]]] = {}
 
     def point(self, curve: str, size: int, subject: list[float], peer: list[float]) -> None:
@@ -94,39 +93,36 @@ class Bench:
             (size, statistics.median(subject) / statistics.median(peer)))
 
     def rounds(self, count: int) -> int:
-        """The rounds to make in place of `count`."""
+        """The number of rounds to make instead of `count`."""
         return max(3, count * self._percent // 100)
 
-    def measure_here(self, commands: dict[str, list[str]], rounds: int) -> dict[str, Runs]:
-        """Measures commands on this machine as it is."""
-        words = self._measure_words(str(self.program("kx_measure")), commands, rounds)
-        done = subprocess.run(words, check=True, stdout=subprocess.PIPE)
-        return _parse(done.stdout, commands)
-
-    def measure_on(self, endpoint: endpoints.Endpoint, commands: dict[str, list[str]],
-                   rounds: int) -> dict[str, Runs]:
-        """Measures commands on an endpoint."""
-        words = self._measure_words(f"{_BENCH}/kx_measure", commands, rounds)
-        with tempfile.TemporaryFile() as output:
-            if endpoint.run(words, stdout=output) != 0:
-                raise RuntimeError(f"cannot measure {commands}")
-            output.seek(0)
-            return _parse(output.read(), commands)
-
-    def _measure_words(self, program: str, commands: dict[str, list[str]],
-                       rounds: int) -> list[str]:
+    def measure(self, commands: dict[str, list[str]], rounds: int,
+                endpoint: endpoints.Endpoint | None = None) -> dict[str, Runs]:
+        """Measures commands on this machine, or on an endpoint. Returns the runs by the commands' names."""
+        program = f"{_BENCH}/kx_measure" if endpoint else str(self.program("kx_measure"))
         words = [program, str(self.rounds(rounds))]
         for number, command in enumerate(commands.values()):
             words += (["--"] if number > 0 else []) + command
-        return words
+        with tempfile.TemporaryFile() as output:
+            run = endpoint.run if endpoint else subprocess.call
+            if run(words, stdout=output) != 0:
+                raise RuntimeError(f"cannot measure {commands}")
+            output.seek(0)
+            lines = output.read().decode().splitlines()
+        runs = {name: Runs() for name in commands}
+        for number, seconds, memory in map(str.split, lines):
+            one = runs[list(commands)[int(number)]]
+            one.milliseconds.append(float(seconds) * 1000)
+            one.mebibytes.append(float(memory) / 1024)
+        return runs
 
     def program(self, name: str) -> pathlib.Path:
-        """Where one of the programs of this folder was built."""
+        """The path of a program of this folder."""
         return self.build / "bench" / name
 
     @contextlib.contextmanager
     def endpoint(self, changes: dict) -> Iterator[endpoints.Endpoint]:
-        """An endpoint with the programs of this folder on it."""
+        """An endpoint that has the programs of this folder."""
         with endpoints.open_endpoint(self.build, scenario.load(changes)) as opened:
             folder = opened.path(_BENCH)
             folder.mkdir(parents=True)
@@ -149,48 +145,33 @@ def keep_within(name: str, unit: str, amounts: list[float], limit: float) -> Res
     return compare(name, f"limit of {limit:g} {unit}", unit, amounts, [limit] * len(amounts), 1.0)
 
 
-def _count_system_calls(command: list[str]) -> float:
-    done = subprocess.run(["/usr/bin/strace", "-f", "-c", *command], check=True,
-                          stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-    return float(done.stderr.splitlines()[-1].split()[3])
-
-
 def start_to_exit(bench: Bench) -> Iterator[Result]:
-    """What any run costs at the least."""
+    """The minimum cost of a run."""
     tool = [str(bench.build / "KXTool"), "-getVersion"]
     true = ["/bin/true"]
     idle = [str(bench.program("kx_checking_client"))]
-    runs = bench.measure_here({"tool": tool, "true": true, "idle": idle}, 600)
+    runs = bench.measure({"tool": tool, "true": true, "idle": idle}, 600)
     mine, others = runs["tool"], runs["true"]
     yield compare("-getVersion", "/bin/true", "ms", mine.milliseconds, others.milliseconds, 1.4)
     yield compare("-getVersion", "nothing, but libcrypto is linked", "ms", mine.milliseconds,
                   runs["idle"].milliseconds, 1.25)
     yield compare("-getVersion, peak memory", "/bin/true", "MiB", mine.mebibytes, others.mebibytes,
                   None)
-    yield compare("-getVersion, page faults", "/bin/true", "faults", mine.faults, others.faults,
-                  None)
-    calls = [[_count_system_calls(command) for _ in range(3)] for command in (tool, true)]
-    yield compare("-getVersion, system calls", "/bin/true", "calls", *calls, None)
-    sizes = [[path.stat().st_size / MEBIBYTE] * 3 for path in
-             (bench.build / "KXTool", pathlib.Path("/usr/lib/x86_64-linux-gnu/libcrypto.so.3"))]
-    yield compare("size of the binary", "libcrypto.so.3, which is in it", "MiB", *sizes, None)
 
 
 def product_version(bench: Bench) -> Iterator[Result]:
-    """What trust costs: the same SDK calls with and without the check of the library."""
+    """The cost of trust: the same SDK calls with and without the check of the library."""
     with bench.endpoint({"product": {"library": {"size": MEBIBYTE}}}) as endpoint:
         library = installation.LAYOUTS[1].library
-        runs = bench.measure_on(endpoint, {
+        runs = bench.measure({
             "tool": [installation.TOOL, "-getProductVersion"],
             "client": [f"{_BENCH}/kx_minimal_client", library],
-            "checking": [f"{_BENCH}/kx_checking_client", library]}, 300)
+            "checking": [f"{_BENCH}/kx_checking_client", library]}, 300, endpoint)
     mine, client, checking = (runs[name].milliseconds for name in ("tool", "client", "checking"))
     row = compare("-getProductVersion, 1 MiB library", "the same SDK calls, no check", "ms", mine,
                   client, None)
-    more = statistics.median(one - other for one, other in zip(mine, client))
-    # The target is a difference: 1.5 ms. As a ratio it depends on the peer.
+    # The target is a difference of 1.5 ms. As a ratio it depends on the peer.
     row.limit = 1 + 1.5 / row.peer_amount
-    row.note = f"{more:.2f} ms more (at most 1.50)"
     yield row
     yield compare("-getProductVersion, 1 MiB library", "the same and libcrypto's bare check", "ms",
                   mine, checking, 1.25)
@@ -216,13 +197,13 @@ def _signed_universal_file(bench: Bench, identity: signing.Identity) -> pathlib.
 
 
 def signature_check(bench: Bench) -> Iterator[Result]:
-    """How fast a file is hashed."""
+    """The speed of hashing a file."""
     identity = signing.Identity.create(bench.work / "identity")
     program = str(bench.build / "tests" / "real_signatures" / "kx_check_signature")
     has_instructions = " sha_ni " in pathlib.Path("/proc/cpuinfo").read_text()
 
     def measure(path: pathlib.Path) -> dict[str, Runs]:
-        return bench.measure_here({
+        return bench.measure({
             "check": [program, str(identity.anchor_path), str(path)],
             "sha256sum": ["/usr/bin/sha256sum", str(path)],
             "libcrypto, one thread": [str(bench.program("kx_hash_file")), str(path)]}, 9)
@@ -263,9 +244,9 @@ def last_system_scan(bench: Bench) -> Iterator[Result]:
     for count in (1_000, 30_000, 1_000_000):
         with bench.endpoint({}) as endpoint:
             _fill_scan_logs(endpoint.path(installation.SCAN_LOGS), count)
-            runs[count] = bench.measure_on(endpoint, {
+            runs[count] = bench.measure({
                 "-getLastSystemScan": [installation.TOOL, "-getLastSystemScan"],
-                "ls -U": ["/bin/ls", "-U", installation.SCAN_LOGS]}, 20)
+                "ls -U": ["/bin/ls", "-U", installation.SCAN_LOGS]}, 20, endpoint)
         bench.point("scan logs (ls)", count, runs[count]["-getLastSystemScan"].milliseconds,
                     runs[count]["ls -U"].milliseconds)
     name = "-getLastSystemScan, 1,000,000 entries"
@@ -278,12 +259,11 @@ def last_system_scan(bench: Bench) -> Iterator[Result]:
                   [1_000 * one for one in fewest.milliseconds], 1.0)
 
 
-def _google_benchmark(bench: Bench, program: str, repetitions: int, clock: str,
-                      pattern: str = ".") -> dict[str, list[float]]:
-    """Milliseconds of each repetition of each benchmark of a program whose name matches `pattern`,
-    all in random order, by the clock that is called "real_time" or "cpu_time"."""
+def _google_benchmark(bench: Bench, repetitions: int, clock: str, pattern: str) -> dict[str, list[float]]:
+    """Runs the benchmarks whose names match `pattern`, in random order. Returns the milliseconds of each
+    repetition by the clock `real_time` or `cpu_time`."""
     results = bench.work / "results.json"
-    subprocess.run([bench.program(program), f"--benchmark_filter={pattern}",
+    subprocess.run([bench.program("kx_sdk_bench"), f"--benchmark_filter={pattern}",
                     f"--benchmark_repetitions={bench.rounds(repetitions)}",
                     "--benchmark_enable_random_interleaving=true", "--benchmark_min_time=0.02",
                     f"--benchmark_out={results}", "--benchmark_out_format=json"],
@@ -292,19 +272,18 @@ def _google_benchmark(bench: Bench, program: str, repetitions: int, clock: str,
     for run in json.loads(results.read_text())["benchmarks"]:
         if run["run_type"] == "iteration":
             name = run["run_name"].removesuffix("/manual_time").removesuffix("/real_time")
-            # All say microseconds.
+            # All are in microseconds.
             milliseconds.setdefault(name, []).append(run[clock] / 1e3)
     return milliseconds
 
 
 def answers(bench: Bench) -> Iterator[Result]:
     """Unpacking the SDK's answer against a copy of its text and a bare parse."""
-    # Nothing here waits for anything, so the time of the processor is the one to compare.
+    # Nothing waits here, so processor time is compared.
     sizes = (10_000, 1_000_000, 100_000_000)
     times: dict[str, list[float]] = {}
     for size, repetitions in zip(sizes, (151, 51, 15), strict=True):
-        times |= _google_benchmark(bench, "kx_envelope_bench", repetitions, "cpu_time",
-                                   f"/{size}$")
+        times |= _google_benchmark(bench, repetitions, "cpu_time", f"(Answer|Status|Parse)/{size}$")
     peer = "copy and bare iterative parse"
     for size in sizes:
         bench.point("query (bare parse)", size, times[f"GetFeatureStatus/{size}"],
@@ -315,22 +294,21 @@ def answers(bench: Bench) -> Iterator[Result]:
                           times[f"CopyAndParse/{size}"], 1.25)
 
     def once(name: str) -> list[str]:
-        return [str(bench.program("kx_envelope_bench")), "--benchmark_min_time=0.001",
+        return [str(bench.program("kx_sdk_bench")), "--benchmark_min_time=0.001",
                 f"--benchmark_filter=^{name}/{sizes[2]}$"]
-    runs = bench.measure_here({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")},
-                              3)
+
+    runs = bench.measure({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")}, 3)
     yield compare(f"GetFeatureStatus, {sizes[2]:,} bytes, peak memory", "two texts, one document",
                   "MiB", runs["GetFeatureStatus"].mebibytes, runs["CopyAndParse"].mebibytes, 1.2)
 
 
 def scan_events(bench: Bench) -> Iterator[Result]:
-    """How soon a watched scan returns after its event, and what many events cost."""
-    times = _google_benchmark(bench, "kx_scan_latency_bench", 20, "real_time")
+    """The time from an event to the return of a watched scan, and the cost of many events."""
+    times = _google_benchmark(bench, 20, "real_time", "WatchedScan|TwoHandOvers|StormOfEvents")
     row = compare("watched scan, from event to return", "two hand-overs between threads", "ms",
                   times["WatchedScan"], times["TwoHandOvers"], None)
-    # The target is a time: 5 ms. As a ratio it depends on the peer.
+    # The target is a time of 5 ms. As a ratio it depends on the peer.
     row.limit = 5 / row.peer_amount
-    row.note = f"{row.subject_amount:.2f} ms (at most 5.00)"
     yield row
     yield compare("watched scan, 100,000 events", "10 times 10,000 events", "ms",
                   times["StormOfEvents/100000"],
@@ -354,8 +332,8 @@ def process_table(bench: Bench) -> Iterator[Result]:
     """One look at a table of 5,000 processes."""
     for count in (500, 5_000):
         with _sleepers(count):
-            runs = bench.measure_here({"one look": [str(bench.program("kx_process_look"))],
-                                       "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
+            runs = bench.measure({"one look": [str(bench.program("kx_process_look"))],
+                                  "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
         bench.point("process table (pgrep)", count, runs["one look"].milliseconds,
                     runs["pgrep -c ."].milliseconds)
     yield compare("look at 5,000 processes", "pgrep -c .", "ms", runs["one look"].milliseconds,
@@ -366,20 +344,11 @@ GROUPS = (start_to_exit, product_version, signature_check, last_system_scan, ans
           process_table)
 
 
-_HEAD = (f"{'subject':<50} {'peer':<34} {'amount':>9} {'of peer':>9} {'':<6} {'ratio':>7} "
-         f"{'quartiles':>14} {'target':>7}")
-
-
-def _line(row: Result) -> str:
-    target = "" if row.limit is None else f"{row.limit:.2f}"
-    verdict = "" if row.is_met else "  MISSED"
-    return (f"{row.name:<50} {row.peer:<34} {row.subject_amount:>9.2f} {row.peer_amount:>9.2f} "
-            f"{row.unit:<6} {row.ratio:>7.3f} {row.quartiles[0]:>7.3f}–{row.quartiles[1]:<6.3f} "
-            f"{target:>7}{verdict}  {row.note}").rstrip()
+_HEAD = "| subject | peer | amount | of peer | target | ratio |\n|---|---|--:|--:|--:|--:|"
 
 
 def _machine() -> dict[str, str | int | float]:
-    """What the figures depend on."""
+    """The properties of the machine that affect the results."""
     processor = re.search(r"model name\s*: (.*)", pathlib.Path("/proc/cpuinfo").read_text())
     return {"processor": processor[1] if processor else platform.machine(),
             "processors": os.cpu_count() or 1,
@@ -389,8 +358,35 @@ def _machine() -> dict[str, str | int | float]:
             "load at the start": round(os.getloadavg()[0], 1)}
 
 
+def _plot(curves: dict[str, list[tuple[int, float]]]) -> bytes:
+    script = ["set terminal svg size 640,300 font 'sans-serif,12' background '#ffffff'",
+              "set logscale xy", "set format x '10^{%T}'", "set grid", "set key outside below",
+              "set xlabel 'bytes, entries or processes'", "set ylabel 'time of the peer'"]
+    drawn = []
+    for number, (title, points) in enumerate(curves.items()):
+        data = [f"{size} {ratio:.3g}" for size, ratio in points]
+        script += [f"$curve{number} << END", *data, "END"]
+        drawn.append(f"$curve{number} with linespoints linewidth 2 title '{title}'")
+    script.append("plot " + ", ".join(drawn))
+    return subprocess.run(["gnuplot"], input="\n".join(script).encode(), check=True,
+                          stdout=subprocess.PIPE).stdout
+
+
+def _write(bench: Bench, **parts: str) -> None:
+    """Replaces the named parts of docs/performance.md, and its plot."""
+    document = _DOCS / "performance.md"
+    text = document.read_text(encoding="utf-8")
+    for name, part in parts.items():
+        begin, end = f"<!-- written by ./kx bench: {name} -->\n", f"\n<!-- end of {name} -->"
+        before, rest = text.split(begin)
+        _, after = rest.split(end)
+        text = before + begin + part + end + after
+    document.write_text(text, encoding="utf-8")
+    (_DOCS / "performance.svg").write_bytes(_plot(bench.curves))
+
+
 def main() -> int:
-    """Measures the rows that were asked for."""
+    """Measures the wanted rows."""
     parser = argparse.ArgumentParser(prog="bench", description=__doc__.splitlines()[0])
     parser.add_argument("--build", type=pathlib.Path, default=ROOT / "build" / "bench")
     parser.add_argument("--rounds-percent", type=int, default=100, metavar="N")
@@ -402,16 +398,16 @@ def main() -> int:
     if not wanted:
         parser.error(f"no row is named {' or '.join(options.rows)}")
     print(_HEAD)
-    machine = _machine()
+    machine = "; ".join(f"{name}: {value}" for name, value in _machine().items())
     rows = []
     with tempfile.TemporaryDirectory(prefix="kx-bench-") as work:
         bench = Bench(options.build.resolve(), options.rounds_percent, pathlib.Path(work))
         for group in wanted:
             for row in group(bench):
-                print(_line(row), flush=True)
+                print(row, flush=True)
                 rows.append(row)
     if wanted == list(GROUPS) and options.rounds_percent >= 100:
-        report.write(machine, [dataclasses.asdict(row) for row in rows], bench.curves)
+        _write(bench, machine=machine, table="\n".join([_HEAD, *map(str, rows)]))
     return 0 if rows and all(row.is_met for row in rows) else 1
 
 

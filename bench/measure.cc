@@ -1,7 +1,7 @@
 // kx_measure ROUNDS COMMAND... [-- COMMAND...]...: runs the commands in alternation and prints a
-// line for each run: the command's number, its wall time in seconds, its peak resident memory in kB
-// and the number of its page faults. What the commands print is thrown away. A small program,
-// because a child's peak memory counts from its parent's size.
+// line for each run: the command's number, its wall time in seconds, and its peak resident memory
+// in kB. The output of the commands is discarded. The program is small because a child's peak
+// memory starts from the size of its parent.
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -49,8 +49,7 @@ bool Run(const Words& command, const posix_spawn_file_actions_t& actions, int nu
     return false;
   }
   if (number >= 0) {
-    std::printf("%d %.9f %ld %ld\n", number, elapsed.count(), usage.ru_maxrss,
-                usage.ru_minflt + usage.ru_majflt);
+    std::printf("%d %.9f %ld\n", number, elapsed.count(), usage.ru_maxrss);
   }
   return true;
 }

@@ -1,7 +1,7 @@
-/* kx_minimal_client [LIBRARY]: asks the SDK for the product's status with the calls that the tool
- * makes, and nothing else: no signature check, no time limit, no log. Prints the answer's size.
- * kx_checking_client is the same with the least that libcrypto can check a signature with. Without
- * a library both do nothing, which is what it costs to start them. */
+/* kx_minimal_client [LIBRARY]: asks the SDK for the product's status with the same calls as the
+ * tool, but without signature check, time limit and log. Prints the size of the answer.
+ * kx_checking_client also makes the bare signature check. Without a library both only start and
+ * end, which shows the cost of that. */
 
 #define _POSIX_C_SOURCE 200809L
 
@@ -12,7 +12,7 @@
 #include <string.h>
 
 #ifdef KX_BARE_CHECK
-#include "bare_check.h"
+int passes_bare_check(const char* path); /* bare_check.c */
 #endif
 
 struct callbacks {

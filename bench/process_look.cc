@@ -1,4 +1,4 @@
-// One look at the process table, as detection takes it: prints how many processes bear a name.
+// Lists the processes once, as the detection does, and prints how many have a name.
 
 #include <cstdio>
 #include <string>

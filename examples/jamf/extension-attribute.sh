@@ -1,16 +1,20 @@
 #!/bin/sh
-# Extension attribute for Jamf Pro: a member of the report, as text. Add it once for each attribute that you
-# want, and name the member here: state, productVersion, upToDate, criticalIssues or updateErrors.
+# Extension attribute for Jamf Pro: prints one member of the report as text. Add the script once for each
+# attribute, and name the member here; `man kxtool-report` lists the members.
 member=state
 
 case $member in
-  state) group=detection ;; # takes 5 to 270 seconds
+  toolVersion) group=tool ;;
+  state | company | group | endpoint) group=detection ;; # takes 5 to 270 seconds
   productVersion) group=version ;;
-  upToDate | updateErrors) group=updates ;;
-  *) group=issues ;;
+  upToDate | lastUpdate | updateErrors | locations) group=updates ;;
+  criticalIssues) group=issues ;;
+  features) group=features ;;
+  lastFullScan | lastQuickScan) group=scans ;;
+  *) echo "<result>no such member: $member</result>" && exit ;;
 esac
 
-# A list becomes its entries, joined by commas. What could be taken for a tag is replaced.
+# Joins the entries of a list with commas, and replaces characters that could form a tag.
 /usr/local/libexec/kxtool/kxtool-report --only "$group" --pretty 2>/dev/null | awk -v member="$member" '
   function shown(text) {
     sub(/,$/, "", text)
@@ -18,7 +22,7 @@ esac
     gsub(/[<>&]/, "_", text)
     return text
   }
-  /^    .*"code": 20, / { absent = 1 }
+  /^    .*"code": 20, / || /^  "state": "not installed"/ { absent = 1 }
   index($0, "  \"" member "\": ") == 1 {
     value = shown(substr($0, length(member) + 7))
     list = value == "["

@@ -1,8 +1,8 @@
 #!/bin/sh
-# Condition for Munki: install it in /usr/local/munki/conditions, owned by root, mode 755. The keys that it
-# sets can be used in the conditions of a manifest:
+# Condition for Munki. Install it in /usr/local/munki/conditions, owned by root, mode 755. It sets these keys for
+# the conditions in manifests:
 #   kxtool_state   "not installed", "current", "outdated" or "unknown"
-#   kxtool_issues  how many critical issues there are; only if it is known
+#   kxtool_issues  the number of critical issues, if known
 # It does not run the detection, which could delay every run of Munki by minutes.
 report=$(/usr/local/libexec/kxtool/kxtool-report --only updates --only issues --pretty 2>/dev/null)
 case $report in

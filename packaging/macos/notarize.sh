@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Has Apple notarise the package and staples the ticket to it: notarize.sh PACKAGE PROFILE [KEYCHAIN]
-# PROFILE is what `xcrun notarytool store-credentials PROFILE` has put into the keychain, the user's own
-# if none is named.
+# Has Apple notarise the package, and staples the ticket to it: notarize.sh PACKAGE PROFILE [KEYCHAIN]
+# `xcrun notarytool store-credentials PROFILE` creates the profile. KEYCHAIN defaults to the user's keychain.
 set -euo pipefail
 # shellcheck source=packaging/macos/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"

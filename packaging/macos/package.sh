@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the installer package of the signed tool: package.sh BINARY PACKAGE
-# It is a distribution package, which is what device management installs.
+# Builds the installer package for the signed tool: package.sh BINARY PACKAGE
+# The result is a distribution package, because device management requires one.
 set -euo pipefail
 here=$(dirname "${BASH_SOURCE[0]}")
 # shellcheck source=packaging/macos/common.sh
@@ -13,12 +13,12 @@ need_file "$binary"
 need_tool codesign pkgbuild productbuild security
 codesign --verify --strict --all-architectures "$binary" || fail "$binary is not signed; run sign.sh first"
 
-version=$("$binary" -getVersion) || fail "$binary does not say its version"
+version=$("$binary" -getVersion) || fail "$binary does not report its version"
 identity=$(find_identity basic "Developer ID Installer")
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-# The payload is the tool's own folder, so that no other folder gets an owner or a mode from it.
+# The payload is only the tool's folder, so the installer changes the owner and mode of no other folder.
 install -d -m 755 "$work/payload" "$work/scripts" "$work/packages"
 install -m 755 "$binary" "$work/payload/KXTool"
 for row in "${payload[@]}"; do

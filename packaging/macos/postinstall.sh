@@ -1,12 +1,11 @@
 #!/usr/bin/env bash
-# Run by the system's installer when the tool's folder is in its place: links the manual page and the
-# completions to where they are looked for. Folders that are there already stay as they are, and so does
-# whatever lies in a link's place.
+# The system's installer runs this after it has copied the tool's folder. Links the report script, the manual
+# pages and the completions to where users expect them. Existing folders and files stay as they are.
 set -euo pipefail
 # shellcheck source=packaging/macos/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-# make_folder PATH: makes it and those above it that are missing, and notes which.
+# make_folder PATH: creates the folder and its missing parents, and records each in $made_folders.
 make_folder() {
   [[ ! -d $1 ]] || return 0
   make_folder "$(dirname "$1")"

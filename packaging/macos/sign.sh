@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Signs the tool: sign.sh BINARY
-# The identity is the maker's "Developer ID Application" in the keychain.
+# Signs the tool with the maker's "Developer ID Application" identity in the keychain: sign.sh BINARY
 set -euo pipefail
 # shellcheck source=packaging/macos/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -14,11 +13,11 @@ need_tool codesign lipo security
   fail "$binary has the slices $(lipo -archs "$binary"), not x86_64 and arm64"
 identity=$(find_identity codesigning "Developer ID Application")
 
-# The hardened runtime without any entitlement: the product's libraries are of the same team as the
-# tool, so library validation lets the tool load them, and it is to load no others.
+# The hardened runtime without entitlements: the same team signs the product's libraries, so library
+# validation allows them, and the tool must not load any others.
 codesign --force --timestamp --options runtime --identifier "$identifier" --sign "$identity" "$binary"
 codesign --verify --strict --all-architectures --verbose=2 "$binary"
-# Read whole before it is looked into: a reader that leaves early ends the writer by a signal.
+# Captured whole: with a pipe to grep -q, codesign could end by SIGPIPE.
 signature=$(codesign --display --verbose=2 "$binary" 2>&1)
 [[ $'\n'$signature$'\n' == *$'\n'"TeamIdentifier=$team"$'\n'* ]] ||
   fail "$binary is signed, but not by team $team"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Removes the tool, with its configuration, its log, its documents and the links to them: uninstall.sh
+# Removes the tool with its configuration, its logs, its documents and the links to them: uninstall.sh
 set -euo pipefail
 # shellcheck source=packaging/macos/common.sh
 source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -14,10 +14,10 @@ for row in "${payload[@]}"; do
   rm -f "$install_directory/$name"
 done
 if [[ -f $made_folders ]]; then
-  # The deepest first. Where others have put something, the folder stays.
+  # Deepest first. A folder that is in use by others stays.
   sort -r "$made_folders" | while read -r folder; do rmdir "$folder" 2>/dev/null || true; done
 fi
-# The folder holds these and no more; anything else in it is not ours to remove.
-rm -f "$made_folders" "$install_directory/KXTool" "$install_directory/configfile.txt" "$install_directory/log.txt"
+# The tool, its configuration, its log and the logs that newsyslog has rotated. Other files are not ours to remove.
+rm -f "$made_folders" "$install_directory"/{KXTool,configfile.txt,log.txt} "$install_directory"/log.txt.[0-9]
 rmdir "$install_directory" || fail "there is more in $install_directory: $(ls -A "$install_directory")"
 pkgutil --forget "$identifier"

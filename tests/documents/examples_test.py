@@ -1,12 +1,10 @@
-"""Every example of every document is run. The blocks are marked with what they hold:
+"""Runs every example in the documents. The mark of a block says what it holds:
 
     console    commands that begin with "$ ./kx run", each followed by what a terminal then shows
-    sh         commands, one a line
+    sh         commands, one on each line
     json       a scenario
-    text       lines of the log, which transcripts_test.py compares with runs
 
-Programs, and documents whose examples need more than an endpoint, have tests of their own, which
-ELSEWHERE names.
+ELSEWHERE names the blocks of other kinds, and where they are tested.
 """
 
 import json
@@ -21,38 +19,32 @@ from pathlib import Path
 from simulator import endpoint as launcher
 from simulator.installation import TOOL_DIRECTORY
 from simulator.installers import images
-from tests.documents.option_table import DOCUMENTS, ROOT
+from tests.documents.pages import DOCUMENTS, ROOT, blocks_of, name_of, read
 from tests.end_to_end.harness import BUILD, EndToEndCase, ToolRun
 
+GUIDE = "docs/rmm-integration.md"
 ELSEWHERE = {
-    ("docs/rmm-integration.md", "sh"): "integration_test.py",
-    ("docs/rmm-integration.md", "python"): "integration_test.py",
+    (GUIDE, "sh"): "GuideTest",
+    (GUIDE, "mermaid"): "a diagram",
+    ("docs/architecture.md", "mermaid"): "a diagram",
+    ("docs/contract.md", "text"): "contract_test.py",
     ("docs/deployment.md", "shell"): "deployment_test.py",
     ("docs/deployment.md", "sql"): "deployment_test.py",
     ("examples/ansible/README.md", "sh"): "ansible_test.py",
 }
 _PLACEHOLDERS = {"<seconds>": r"\d{10}"}
-
-
-def blocks_of(document: Path) -> list[tuple[str, str]]:
-    """The marks and the contents of a document's blocks."""
-    text = document.read_text(encoding="utf-8")
-    return re.findall(r"^```(.*)\n((?:.*\n)*?)^```$", text, re.MULTILINE)
-
-
-def name_of(document: Path) -> str:
-    return str(document.relative_to(ROOT))
+_ROW = re.compile(r"^\| (\d+) \| `(.*?)`(?: (and no|and never|as the last line))?(?: `(.*?)`)? \| .* "
+                  r"\| `(-.*?)` \| .* \|$", re.MULTILINE)
 
 
 def blocks_marked(mark: str) -> list[tuple[str, str]]:
-    """The names of the documents with such blocks that are run here, and what is in the blocks."""
-    return [(name_of(document), block) for document in DOCUMENTS
-            for found, block in blocks_of(document)
-            if found == mark and (name_of(document), mark) not in ELSEWHERE]
+    """The names of the documents with such blocks that are run here, and the contents of the blocks."""
+    return [(name, block) for name in map(name_of, DOCUMENTS) if (name, mark) not in ELSEWHERE
+            for _, block in blocks_of(name, mark)]
 
 
 def console_examples() -> list[tuple[str, str, str]]:
-    """Each example of a run: the document, the words behind `./kx run`, and what follows."""
+    """Each example of a run: the document, the words after `./kx run`, and the expected lines."""
     found = []
     for document, block in blocks_marked("console"):
         examples = re.findall(r"^\$ \./kx run (.*)\n((?:(?!\$ ).*\n)*)", block, re.MULTILINE)
@@ -63,7 +55,7 @@ def console_examples() -> list[tuple[str, str, str]]:
 
 
 def assert_shown(case: unittest.TestCase, run: ToolRun, with_log: bool, expected: str) -> None:
-    """A terminal shows of the run what an example expects; "<time>" stands for the log's times."""
+    """Asserts that a terminal shows what an example expects; "<time>" stands for the times in the log."""
     lines = [run.output.decode(), f"exit status {run.status}"]
     if with_log:
         lines += [f"<time> {message}" for message in run.log or []]
@@ -75,21 +67,16 @@ def assert_shown(case: unittest.TestCase, run: ToolRun, with_log: bool, expected
         case.assertEqual(shown, expected)
 
 
-class BlocksTest(EndToEndCase):
-    def test_each_is_run(self) -> None:
-        known = {(name_of(document), mark): mark for document in DOCUMENTS
-                 for mark in ("console", "sh", "json")}
-        known[("docs/contract.md", "text")] = "transcripts_test.py"
-        for document in DOCUMENTS:
-            text = document.read_text(encoding="utf-8")
+class ConsoleTest(EndToEndCase):
+    def test_every_block_is_tested(self) -> None:
+        for document in map(name_of, DOCUMENTS):
             blocks = blocks_of(document)
-            self.assertEqual(len(re.findall("^```", text, re.MULTILINE)), 2 * len(blocks))
+            self.assertEqual(len(re.findall("^```", read(document), re.MULTILINE)), 2 * len(blocks))
             for mark, _ in blocks:
-                self.assertIn((name_of(document), mark), {**known, **ELSEWHERE})
+                self.assertTrue(mark in ("console", "sh", "json") or (document, mark) in ELSEWHERE,
+                                f"{document}: {mark}")
 
-
-class TranscriptsTest(EndToEndCase):
-    def test_are_what_a_terminal_shows(self) -> None:
+    def test_a_terminal_shows_the_examples(self) -> None:
         for document, command, expected in console_examples():
             with self.subTest(document=document, command=command):
                 options, words = launcher.parse(command.split())
@@ -98,11 +85,27 @@ class TranscriptsTest(EndToEndCase):
                 self.assertEqual(run.errors, b"")
                 assert_shown(self, run, options.log, expected)
 
+    def test_rows_of_troubleshooting(self) -> None:
+        guide = read("docs/troubleshooting.md")
+        rows = _ROW.findall(guide)
+        self.assertEqual(len(rows), len(re.findall(r"^\| \d", guide, re.MULTILINE)))
+        self.assertGreater(len(rows), 20)
+        for status, line, kind, absent, command in rows:
+            line = line.replace(r"\|", "|")
+            with self.subTest(line=line):
+                options, words = launcher.parse(shlex.split(command))
+                run = self.run_tool(*words, scenario=options.scenario, sleep_divisor=options.sleep_divisor)
+                self.assertEqual(run.status, int(status))
+                self.assertIn(line, run.log)
+                if kind == "as the last line":
+                    self.assertEqual(run.log[-1], line)
+                elif kind:
+                    self.assertFalse([other for other in run.log if other.startswith(absent)])
+
 
 class CommandsTest(EndToEndCase):
-    """The commands of the `sh` blocks, run in a folder with the files that they name. There,
-    `./kx run` and `./kx endpoint` stand for the launcher with this build; what only builds and
-    tests is not done again within a test, but has to exist."""
+    """The commands of the `sh` blocks, in a folder with the files that they name. `./kx run` and
+    `./kx endpoint` use this build. Commands that only build and test are not run, but must exist."""
 
     def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory()
@@ -115,51 +118,37 @@ class CommandsTest(EndToEndCase):
                           f"  run) {launch} run {options} ;;\n"
                           f"  endpoint) {launch} endpoint {options} ;;\nesac\n", encoding="utf-8")
         driver.chmod(0o755)
+        (self.folder / "examples").symlink_to(ROOT / "examples")
         (_, scenario), = blocks_marked("json")
         (self.folder / "mine.json").write_text(scenario, encoding="utf-8")
-        script, = [block for mark, block in blocks_of(ROOT / "docs" / "rmm-integration.md")
-                   if mark == "sh"]
+        (_, script), = blocks_of(GUIDE, "sh")
         (self.folder / "script.sh").write_text(script, encoding="utf-8")
         images.Media(BUILD).place(["package-image"], self.folder)
         (self.folder / "package-image" / "Setup.iso").rename(self.folder / "my-own.iso")
 
     def test_can_be_run(self) -> None:
-        count = 0
-        for document, block in blocks_marked("sh"):
-            for line in block.splitlines():
-                count += 1
-                with self.subTest(document=document, line=line):
-                    self.check(line)
-        self.assertGreater(count, 15)
+        lines = [(document, line) for document, block in blocks_marked("sh") for line in block.splitlines()]
+        self.assertGreater(len(lines), 15)
+        scripts = []
+        for document, line in lines:
+            words = shlex.split(line, comments=True)
+            with self.subTest(document=document, line=line):
+                if words[0] == "cmake":
+                    self.check_preset(words[1:])
+                elif "./kx run " in line or "./kx endpoint " in line:
+                    shown = self.launch(line)
+                    if "script.sh" in line:
+                        scripts.append(shown)
+                else:
+                    self.assertEqual(words[0], "./kx")
+                    self.check_driver(words[1:])
+        self.assertEqual(scripts, ["not up to date\n", "up to date\nnot installed\n"])
 
-    def check(self, line: str) -> None:
-        words = shlex.split(line, comments=True)
-        if words[0] == "cmake":
-            self.check_preset(words[1:])
-        elif "./kx run " in line or "./kx endpoint " in line:
-            self.check_launch(line)
-        else:
-            self.assertEqual(words[0], "./kx")
-            self.check_driver(words[1:])
-
-    def check_launch(self, line: str) -> str:
+    def launch(self, line: str) -> str:
         run = subprocess.run(["bash", "-o", "pipefail", "-c", line], cwd=self.folder, check=False,
                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60)
         self.assertNotIn(run.returncode, (125, 126, 127), run.stderr)
         return run.stdout
-
-    def test_scripts_are_tried_on_endpoints(self) -> None:
-        lines = [line for _, block in blocks_marked("sh") for line in block.splitlines()
-                 if "script.sh" in line]
-        self.assertEqual([self.check_launch(line) for line in lines], [
-            "not up to date\n", "up to date\nnot installed\n"])
-
-    def test_members_of_scenarios_are_named(self) -> None:
-        text = (ROOT / "docs" / "simulated-endpoint.md").read_text(encoding="utf-8")
-        section = text.partition("\n## Writing a scenario\n")[2].partition("\n## ")[0]
-        schema = json.loads((ROOT / "simulator" / "scenario.schema.json").read_text("utf-8"))
-        self.assertEqual(re.findall(r"^\| `(\w+)` \|", section, re.MULTILINE),
-                         list(schema["properties"]))
 
     def check_driver(self, words: list[str]) -> None:
         usage = subprocess.run([ROOT / "kx", "help"], check=True, capture_output=True, text=True)
@@ -170,27 +159,33 @@ class CommandsTest(EndToEndCase):
             self.assertRegex(listed.stdout, r"Total Tests: [1-9]")
 
     def check_preset(self, words: list[str]) -> None:
-        presets = json.loads((ROOT / "CMakePresets.json").read_text(encoding="utf-8"))
+        presets = json.loads(read("CMakePresets.json"))
         kind = "buildPresets" if words.pop(0) == "--build" else "configurePresets"
         self.assertIn(words[-1], [preset["name"] for preset in presets[kind]])
 
 
-class ManualTest(EndToEndCase):
-    """The examples of the manual page, in the folder of the tool."""
+class GuideTest(EndToEndCase):
+    """The scripts in the integration guide and in the manual page, in the folder of the tool."""
 
-    def run_example(self, pattern: str, scenario: str) -> tuple[int, bytes, bytes]:
-        text = (ROOT / "docs" / "KXTool.1").read_text(encoding="utf-8")
-        example = re.search(pattern, text, re.MULTILINE | re.DOTALL)[1]
-        with self.endpoint(scenario=scenario) as endpoint:
-            run = self.run_script_on(
-                endpoint, f"cd {TOOL_DIRECTORY}; exec $FAST /bin/sh -c {shlex.quote(example)}")
-        return run.status, run.output, run.errors
+    def assert_outputs(self, program: str, outputs: dict[str, str]) -> None:
+        for scenario, output in outputs.items():
+            with self.endpoint(scenario=scenario) as endpoint:
+                run = self.run_script_on(
+                    endpoint, f"cd {TOOL_DIRECTORY}; exec $FAST /bin/sh -c {shlex.quote(program)}")
+            self.assertEqual((run.status, run.output.decode(), run.errors), (0, output, b""), scenario)
 
-    def test_is_it_healthy(self) -> None:
-        for scenario, answer in (("healthy", b"healthy\n"), ("not-installed", b"not installed\n"),
-                                 ("critical-issues", b"installed, but not healthy\n")):
-            self.assertEqual(self.run_example(r"^\.Bd -literal.*?\n(.*?)^\.Ed$", scenario),
-                             (0, answer, b""))
+    def test_shell(self) -> None:
+        (_, program), = blocks_of(GUIDE, "sh")
+        program = program.replace("/usr/local/libexec/kxtool", TOOL_DIRECTORY)
+        self.assert_outputs(program, {
+            "healthy": "up to date\n", "update-failed": "not up to date\n",
+            "not-installed": "not installed\n", "library-other-team": "no answer\n"})
 
-    def test_start_a_scan(self) -> None:
-        self.assertEqual(self.run_example(r"^\.Dl (.*?)$", "scan-started"), (0, b"0", b""))
+    def test_manual_page(self) -> None:
+        page = read("docs/KXTool.1")
+        health = re.search(r"^\.Bd -literal.*?\n(.*?)^\.Ed$", page, re.MULTILINE | re.DOTALL)[1]
+        self.assert_outputs(health, {
+            "healthy": "healthy\n", "not-installed": "not installed\n",
+            "critical-issues": "installed, but not healthy\n"})
+        scan = re.search(r"^\.Dl (.*?)$", page, re.MULTILINE)[1]
+        self.assert_outputs(scan, {"scan-started": "0"})

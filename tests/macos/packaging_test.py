@@ -202,7 +202,7 @@ class InstallationTest(PackagingCase):
         subprocess.run(["mkdir", "-p", self.tool_folder], check=True)
         subprocess.run(["cp", "-pR", f"{self.made}/payload/.", self.tool_folder], check=True)
         self.assertEqual(self.run_as(0, self.made / "scripts" / "postinstall"), (0, ""))
-        for name in ("configfile.txt", "log.txt"):
+        for name in ("configfile.txt", "log.txt", "log.txt.0"):
             (self.tool_folder / name).touch()
 
     def uninstall(self):

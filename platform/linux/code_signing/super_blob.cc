@@ -18,6 +18,9 @@ constexpr std::uint64_t kCountOffset = 8;
 constexpr std::uint64_t kIndexOffset = 12;
 constexpr std::uint64_t kIndexEntrySize = 8;
 
+// Real signatures have about ten entries. The index is searched once for each component.
+constexpr std::uint64_t kMaxCount = 64;
+
 ByteReader Reader(std::string_view bytes) { return {bytes, ByteOrder::kBig}; }
 
 bool IsUsedAsWholeBlob(Slot slot) {
@@ -58,7 +61,7 @@ bool SuperBlob::IsValid() const {
   }
   const std::uint64_t count = reader.U32(kCountOffset);
   const std::uint64_t indexEnd = kIndexOffset + count * kIndexEntrySize;
-  if (indexEnd > bytes_.size()) return false;
+  if (count > kMaxCount || indexEnd > bytes_.size()) return false;
   for (std::uint64_t entry = kIndexOffset; entry < indexEnd; entry += kIndexEntrySize) {
     const std::uint64_t offset = reader.U32(entry + 4);
     if (offset == 0) continue;

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Ansible module: runs one option of KXTool, or gathers what kxtool-report knows as facts."""
+"""Ansible module: runs one option of KXTool, or gathers the report of kxtool-report as facts."""
 
 import json
 import subprocess
@@ -12,52 +12,36 @@ module: kxtool
 short_description: install, detect, query and drive the endpoint-security product of a Mac
 description:
   - Runs any option of KXTool and returns its exit status and its output.
-  - Without an option, gathers the facts about the product by means of kxtool-report.
-  - In check mode, questions are asked, but nothing is installed or started.
+  - Without an option, runs kxtool-report and returns the report as a fact.
+  - In check mode, asks questions, but installs and starts nothing.
 options:
   tool:
-    description: The tool, by its full path; words before it, such as a launcher, are allowed.
+    description: The full path of the tool; words before it, such as a launcher, are allowed.
     type: list
     elements: str
     default: [/usr/local/libexec/kxtool/KXTool]
   report:
-    description: The script kxtool-report, in the same way.
+    description: The full path of kxtool-report; words before it are allowed.
     type: list
     elements: str
     default: [/usr/local/libexec/kxtool/kxtool-report]
   option:
-    description: One of the tool's options; none gathers the facts.
+    description: One of the tool's options, such as C(-startUpdate).
     type: str
-    choices:
-      - -runInstaller
-      - -runSetupDownloader
-      - -detect
-      - -getInstallationLink
-      - -checkForUpdateErrors
-      - -getUpdateStatus
-      - -hasCriticalIssues
-      - -isUpToDate
-      - -getUpdateLocations
-      - -startUpdate
-      - -getProductVersion
-      - -getLastUpdate
-      - -getFeatureStatus
-      - -getLastSystemScan
-      - -startFullScan
-      - -startQuickScan
-      - -getVersion
   arguments:
-    description: The option's arguments.
+    description: The arguments of the option.
     type: list
     elements: str
     default: []
   max_age:
     description:
-      - For C(-startUpdate), C(-startFullScan) and C(-startQuickScan), in seconds. Nothing is started
-        when the last update, or the end of the last such scan, is at most so old.
+      - For C(-startUpdate), C(-startFullScan) and C(-startQuickScan), in seconds. Nothing is started if the
+        last update, or the end of the last such scan, is not older than this.
     type: int
   limit:
-    description: Seconds after which the tool is ended. By default the time that the option may need.
+    description:
+      - Seconds after which the module ends the tool. By default, 200 seconds after the time limit of a scan,
+        and otherwise 43500 seconds, the longest time that a full scan can take.
     type: int
 """
 
@@ -65,12 +49,12 @@ EXAMPLES = """
 - name: Gather the facts
   kxtool:
 
-- name: Install the product where it is not
+- name: Install the product if it is missing
   kxtool:
     option: -runInstaller
     arguments: [/tmp/Setup/Setup.pkg]
 
-- name: Have every Mac scanned once a week, without waiting for the end
+- name: Start a scan on each Mac once a week, without waiting for its end
   kxtool:
     option: -startQuickScan
     arguments: ["60"]
@@ -83,47 +67,25 @@ ansible_facts:
   returned: without an option
   type: dict
 code:
-  description: The tool's exit status.
-  returned: with an option that was run
+  description: The exit status of the tool.
+  returned: when the option was run
   type: int
 output:
-  description: The tool's answer as it was.
-  returned: with an option that was run
+  description: The output of the tool, unchanged.
+  returned: when the option was run
   type: str
 """
 
 NOT_INSTALLED, PRESENT = 20, 16
-
-# How many seconds the tool may take for each option, and whether the option changes the Mac.
-OPTIONS = {
-    "-runInstaller": (7200, True),
-    "-runSetupDownloader": (7200, True),
-    "-detect": (700, False),
-    "-getInstallationLink": (120, False),
-    "-checkForUpdateErrors": (180, False),
-    "-getUpdateStatus": (180, False),
-    "-hasCriticalIssues": (180, False),
-    "-isUpToDate": (180, False),
-    "-getUpdateLocations": (180, False),
-    "-startUpdate": (180, True),
-    "-getProductVersion": (180, False),
-    "-getLastUpdate": (180, False),
-    "-getFeatureStatus": (180, False),
-    "-getLastSystemScan": (10, False),
-    "-startFullScan": (43500, True),
-    "-startQuickScan": (5700, True),
-    "-getVersion": (10, False),
-}
 INSTALLERS = ("-runInstaller", "-runSetupDownloader")
-DETECTING = (*INSTALLERS, "-detect")  # for which PRESENT is no failure
 SCANS = ("-startFullScan", "-startQuickScan")
-# The group of the report, and the member, that tells when it was last done.
+# For what an option starts, the group and the member of the report that hold the time of the last one.
 LAST = {"-startUpdate": ("updates", "lastUpdate"), "-startFullScan": ("scans", "lastFullScan"),
         "-startQuickScan": ("scans", "lastQuickScan")}
 
 
 class NoAnswer(Exception):
-    """There is no answer; the text says why. `seen` is what the tool did give, as results."""
+    """The tool gave no answer; the text says why. `seen` holds the results so far."""
 
     def __init__(self, text, **seen):
         super().__init__(text)
@@ -131,7 +93,7 @@ class NoAnswer(Exception):
 
 
 def run(command, limit):
-    """The exit status and the output of a command; `limit`, in seconds, can be None."""
+    """Returns the exit status and the output of a command. A limit of None means no limit."""
     try:
         done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.PIPE, timeout=limit, check=False)
@@ -145,7 +107,7 @@ def run(command, limit):
 
 
 class Endpoint:
-    """The tool and the report script of this Mac; `limit` takes the place of the options' own limits."""
+    """The tool and the report script on this Mac."""
 
     def __init__(self, tool, report, limit):
         self.tool = tool
@@ -153,32 +115,32 @@ class Endpoint:
         self.limit = limit
 
     def run_option(self, option, arguments=()):
-        """The exit status and the output."""
-        limit = self.limit or OPTIONS[option][0]
+        """Returns the exit status and the output."""
+        limit = self.limit or 43500
         if option in SCANS and arguments and arguments[0].isdigit() and not self.limit:
             limit = int(arguments[0]) + 200
         return run([*self.tool, option, *arguments], limit)
 
     def report(self, *words):
-        """The report, also one in which questions have no answer."""
+        """Returns the report, even if some questions have no answer."""
         code, output = run([*self.report_script, *words], None)
         if code not in (0, 1):
             raise NoAnswer(f"kxtool-report ended with code {code}", code=code, output=output)
         return json.loads(output)
 
     def age(self, option):
-        """Seconds since the last of what the option starts; None if it is not known."""
+        """Returns the seconds since the last update or scan of this kind, or None if unknown."""
         group, member = LAST[option]
         last = self.report("--only", group)[member]
         return None if last is None else time.time() - last
 
 
 def prediction(endpoint, option, max_age, check_mode):
-    """Whether the option would change the Mac; None when only a run of it can tell."""
-    if not OPTIONS[option][1]:
-        return None
+    """Returns whether the option would change the Mac, or None if the option must be run."""
     if option in INSTALLERS:
         return endpoint.run_option("-getProductVersion")[0] == NOT_INSTALLED if check_mode else None
+    if option not in LAST:
+        return None
     if max_age is not None:
         age = endpoint.age(option)
         if age is not None and age <= max_age:
@@ -187,24 +149,21 @@ def prediction(endpoint, option, max_age, check_mode):
 
 
 def perform(endpoint, option, arguments):
-    """Runs the option; returns the results."""
+    """Runs the option and returns the results."""
     code, output = endpoint.run_option(option, arguments)
     seen = {"code": code, "output": output}
-    if code != 0 and not (code == PRESENT and option in DETECTING):
+    if code != 0 and not (code == PRESENT and option in (*INSTALLERS, "-detect")):
         raise NoAnswer(f"{option} ended with code {code}", **seen)
-    changes = OPTIONS[option][1]
-    if changes and option not in INSTALLERS and output != "0":
+    if option in LAST and output != "0":
         raise NoAnswer(f"{option}: the product's error is {output}", **seen)
-    return {"changed": changes and code == 0, **seen}
+    return {"changed": code == 0 and option in (*INSTALLERS, *LAST), **seen}
 
 
 def main():
     module = AnsibleModule(supports_check_mode=True, argument_spec={
-        "tool": {"type": "list", "elements": "str",
-                 "default": ["/usr/local/libexec/kxtool/KXTool"]},
-        "report": {"type": "list", "elements": "str",
-                   "default": ["/usr/local/libexec/kxtool/kxtool-report"]},
-        "option": {"type": "str", "choices": list(OPTIONS)},
+        "tool": {"type": "list", "elements": "str", "default": ["/usr/local/libexec/kxtool/KXTool"]},
+        "report": {"type": "list", "elements": "str", "default": ["/usr/local/libexec/kxtool/kxtool-report"]},
+        "option": {"type": "str"},
         "arguments": {"type": "list", "elements": "str", "default": []},
         "max_age": {"type": "int"},
         "limit": {"type": "int"},

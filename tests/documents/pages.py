@@ -1,0 +1,41 @@
+"""The documents, the examples in them, and the table of the tool's options that the build prints."""
+
+import dataclasses
+import json
+import re
+from pathlib import Path
+
+from tests.end_to_end.harness import BUILD, ROOT
+
+DOCUMENTS = sorted(path for path in ROOT.rglob("*.md") if path.relative_to(ROOT).parts[0] != "build")
+
+
+@dataclasses.dataclass(frozen=True)
+class Option:
+    """A row of the table. The word counts include the program name; the dispatcher logs the messages."""
+
+    name: str
+    least_words: int
+    most_words: int
+    messages: list[str]
+
+
+def options() -> list[Option]:
+    """All options, in the order of the table."""
+    table = json.loads((BUILD / "options.json").read_text(encoding="utf-8"))
+    return [Option(row["name"], row["leastWords"], row["mostWords"], row["messages"]) for row in table]
+
+
+def read(name: str) -> str:
+    """The text of a file, by its path in the repository."""
+    return (ROOT / name).read_text(encoding="utf-8")
+
+
+def name_of(document: Path) -> str:
+    return str(document.relative_to(ROOT))
+
+
+def blocks_of(document: str, mark: str = "") -> list[tuple[str, str]]:
+    """The marks and the contents of a document's code blocks; all, or those with this mark."""
+    blocks = re.findall(r"^```(.*)\n((?:.*\n)*?)^```$", read(document), re.MULTILINE)
+    return [block for block in blocks if mark in ("", block[0])]
