@@ -248,6 +248,15 @@ TEST_F(SignedFileTest, RejectsKeysOnOtherCurves) {
             kErrSecSuccess);
 }
 
+TEST_F(SignedFileTest, IndexesAreLimited) {
+  std::map<Slot, std::string> components = {{kSlotCodeDirectory, DirectoryOf("code")}};
+  constexpr Slot kUnknown = 0x20000;
+  for (Slot i = 0; i < 62; ++i) components[kUnknown + i] = MakeWrapper("");
+  EXPECT_EQ(StatusOfFile("code", components, {}), kErrSecSuccess);
+  components[kUnknown + 62] = MakeWrapper("");
+  EXPECT_EQ(StatusOfFile("code", components, {}), kErrSecCSSignatureInvalid);
+}
+
 TEST_F(SignedFileTest, HashesAndPagesHaveASize) {
   constexpr std::size_t kHashSize = 36;
   const auto status = [&](std::uint8_t pageSizeLog2, bool hasHashes = true) {
