@@ -1,27 +1,11 @@
-#include <fcntl.h>
-#include <stdio.h>
 #include <time.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 
-namespace {
-
-void Record(const char* path, unsigned seconds) {
-  const int file = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-  if (file < 0) return;
-  dprintf(file, "%u\n", seconds);
-  close(file);
-}
-
-}  // namespace
-
-/// Preloaded into the tool, makes its sleeps shorter: by the number in the environment variable
-/// KX_SLEEP_DIVISOR. Appends what was asked for to the file that KX_SLEEP_RECORD names, if it does.
-/// Waits with a deadline stay as they are.
+/// Preloaded into the tool, divides its sleeps by the environment variable KX_SLEEP_DIVISOR. Waits
+/// with a deadline are not changed.
 extern "C" unsigned sleep(unsigned seconds) {
-  if (const char* const path = std::getenv("KX_SLEEP_RECORD")) Record(path, seconds);
   const char* const text = std::getenv("KX_SLEEP_DIVISOR");
   const long divisor = text == nullptr ? 1 : std::strtol(text, nullptr, 10);
   const long long nanoseconds = seconds * 1000000000LL / (divisor < 1 ? 1 : divisor);
