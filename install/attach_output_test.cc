@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "tests/support/property_lists.h"
+#include "tests/support/property_list_builder.h"
 
 namespace install {
 namespace {

@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "tests/support/product_test.h"
+#include "tests/support/product_fixture.h"
 
 namespace install {
 namespace {
@@ -18,7 +18,7 @@ constexpr char kIdentity[] = R"({"companyID":"C","endpointID":"E"})";
 constexpr char kWaiting[] = "Services are not running. Waiting 5 seconds";
 constexpr char kCannotAccess[] = "Cannot access agcfJso file path";
 
-class DetectionTest : public fake::ProductTest {
+class DetectionTest : public fake::ProductFixture {
  protected:
   /// Runs the detection and compares code, record and the whole log, which `makeLines` makes up
   /// afterwards (SDK calls are logged with what they got).

@@ -2,7 +2,7 @@
 #include <new>
 
 #include "tests/support/allocation_failure.h"
-#include "tests/support/product_test.h"
+#include "tests/support/product_fixture.h"
 
 namespace install {
 namespace {
@@ -35,7 +35,7 @@ struct Values {
   std::string endpoint;
 };
 
-class SdkIdentityTest : public fake::ProductTest {
+class SdkIdentityTest : public fake::ProductFixture {
  protected:
   SdkIdentityTest() { sdk.Install(); }
 

@@ -1,4 +1,4 @@
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace install {
 namespace {
@@ -45,7 +45,7 @@ int FakeGetInstallationLinks(std::string& result, const char* consoleUrl, const 
   return call.code;
 }
 
-class InstallationLinksTest : public fake::ToolTest {
+class InstallationLinksTest : public fake::ToolFixture {
  protected:
   InstallationLinksTest() {
     TheCall() = {};

@@ -2,8 +2,8 @@
 #include <climits>
 #include <cstdlib>
 
-#include "tests/support/product_test.h"
-#include "tests/support/property_lists.h"
+#include "tests/support/product_fixture.h"
+#include "tests/support/property_list_builder.h"
 
 namespace install {
 namespace {
@@ -34,7 +34,7 @@ std::string WordsOf(const Task& task) {
   return task.standardOutputPath.empty() ? words : words + " > " + task.standardOutputPath;
 }
 
-class InstallerRunnerTest : public fake::ProductTest {
+class InstallerRunnerTest : public fake::ProductFixture {
  protected:
   InstallerRunnerTest() {
     std::srand(1);  // as a generator that was never seeded

@@ -1,6 +1,6 @@
 #include "install/service_processes.h"
 
-#include "tests/support/product_test.h"
+#include "tests/support/product_fixture.h"
 
 namespace install {
 namespace {
@@ -66,7 +66,7 @@ TEST(IsGroupRunningTest, NamesAreComparedExactly) {
   EXPECT_FALSE(IsRunning({"", "KXLDaemon", "KXUpdDaemon"}));
 }
 
-class ServiceProcessesTest : public fake::ToolTest {
+class ServiceProcessesTest : public fake::ToolFixture {
  protected:
   static constexpr unsigned kPause = 5;
 };

@@ -4,11 +4,11 @@
 
 #include <cerrno>
 
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace {
 
-class InstallLocationsTest : public fake::ToolTest {
+class InstallLocationsTest : public fake::ToolFixture {
  protected:
   /// Number (from 1) of the layout that is chosen; 0 when there is none.
   int Choose() {

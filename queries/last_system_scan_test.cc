@@ -1,7 +1,7 @@
 #include <cerrno>
 #include <rapidxml/rapidxml.hpp>
 
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace queries {
 namespace {
@@ -30,7 +30,7 @@ std::string Summary(long long seconds) {
   return "<Scan><ScanSummary startTime=\"" + std::to_string(seconds) + "\" duration=\"0\"/></Scan>";
 }
 
-class LastSystemScanTest : public fake::ToolTest {
+class LastSystemScanTest : public fake::ToolFixture {
  protected:
   LastSystemScanTest() { world.AddDirectory(kDirectory); }
 

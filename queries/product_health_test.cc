@@ -1,4 +1,4 @@
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 namespace queries {
 namespace {
@@ -9,7 +9,7 @@ using fake::Lines;
 using fake::ProductVersion;
 using std::string_literals::operator""s;
 
-class CriticalIssuesTest : public fake::QueryTest {
+class CriticalIssuesTest : public fake::QueryFixture {
  protected:
   void Expect(const std::string& output, const std::string& result, const Lines& names) {
     Lines lines;
@@ -93,7 +93,7 @@ TEST_F(CriticalIssuesTest, ThousandsOfAlerts) {
   Expect(R"({"Alerts":{)" + alerts + "}}", result, names);
 }
 
-class ProductVersionTest : public fake::QueryTest {
+class ProductVersionTest : public fake::QueryFixture {
  protected:
   void ExpectFound(const std::string& output, const std::string& version) {
     ExpectWalk(ProductVersion(), output, 0, version, {"Found product version: " + version});
@@ -138,7 +138,7 @@ TEST_F(ProductVersionTest, StepsThatAreAbsentOrOfAnotherType) {
   }
 }
 
-class FeatureStatusTest : public fake::QueryTest {
+class FeatureStatusTest : public fake::QueryFixture {
  protected:
   /// `features` are the elements of the array.
   void Expect(const std::string& features, const std::string& result, const Lines& lines) {

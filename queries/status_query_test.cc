@@ -3,7 +3,7 @@
 
 #include "sdk/method_catalogue.h"
 #include "tests/support/allocation_failure.h"
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 namespace queries {
 namespace {
@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::ElementsAreArray;
 
 /// What all status queries have in common.
-class StatusQueryTest : public fake::QueryTest, public testing::WithParamInterface<Query> {};
+class StatusQueryTest : public fake::QueryFixture, public testing::WithParamInterface<Query> {};
 
 std::string NameOf(const testing::TestParamInfo<Query>& query) { return query.param.name; }
 

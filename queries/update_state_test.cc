@@ -1,6 +1,6 @@
 #include <limits>
 
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 namespace queries {
 namespace {
@@ -35,7 +35,7 @@ std::string WithUpdate(const std::string& update) {
   return R"({"Locations":{"locA":{"update":)" + update + "}}}";
 }
 
-class UpdateErrorsTest : public fake::QueryTest {
+class UpdateErrorsTest : public fake::QueryFixture {
  protected:
   /// `entries` are those of the result.
   void Expect(const std::string& output, const Lines& entries) {
@@ -159,7 +159,7 @@ TEST_F(UpdateErrorsTest, ThousandsOfLocations) {
   Expect(R"({"Locations":{)" + locations + "}}", entries);
 }
 
-class UpdateStatusTest : public fake::QueryTest {
+class UpdateStatusTest : public fake::QueryFixture {
  protected:
   /// Asks for the location "locA".
   void Expect(const std::string& output, int code, const std::string& result,
@@ -264,7 +264,7 @@ TEST_F(UpdateStatusTest, NameWithNulCharacterIsAnotherName) {
          {"Invalid JSON. Cannot find \" locA\" field"});
 }
 
-class UpToDateTest : public fake::QueryTest {
+class UpToDateTest : public fake::QueryFixture {
  protected:
   void ExpectCurrent(const std::string& output) { ExpectWalk(IsUpToDate(), output, 0, "1", {}); }
   void ExpectOutdated(const std::string& output) {
@@ -381,7 +381,7 @@ TEST_F(UpToDateTest, OfMembersWithOneNameTheFirstCounts) {
   ExpectOutdated(R"({"Locations":{"a":)" + good + R"(,"a":)" + bad + "}}");
 }
 
-class UpdateLocationsTest : public fake::QueryTest {
+class UpdateLocationsTest : public fake::QueryFixture {
  protected:
   void Expect(const std::string& output, const std::string& result, const Lines& names) {
     Lines lines;
@@ -435,7 +435,7 @@ TEST_F(UpdateLocationsTest, ThousandsOfLocations) {
   Expect(R"({"Locations":{)" + locations + "}}", result, names);
 }
 
-class LastUpdateTest : public fake::QueryTest {
+class LastUpdateTest : public fake::QueryFixture {
  protected:
   void ExpectFound(const std::string& output, const std::string& value) {
     ExpectWalk(LastUpdate(), output, 0, value, {"Last update time found with value: " + value});

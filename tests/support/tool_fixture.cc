@@ -1,4 +1,4 @@
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 #include <unistd.h>
 
@@ -57,13 +57,13 @@ bool HasTimeStamp(std::string_view line) {
 
 }  // namespace
 
-ToolTest::ToolTest() {
+ToolFixture::ToolFixture() {
   setenv("TZ", "UTC", 1);
   logger = nullptr;
   MakeTool();
 }
 
-ToolTest::~ToolTest() {
+ToolFixture::~ToolFixture() {
   logger = nullptr;
   EXPECT_EQ(sdk.LiveInstances(), 0U) << "an SDK instance was not released";
   EXPECT_EQ(world.openFiles, 0) << "a file was not closed";
@@ -73,7 +73,7 @@ ToolTest::~ToolTest() {
   EXPECT_EQ(world.runningThreads, 0) << "a thread was not joined";
 }
 
-KXTool& ToolTest::MakeTool(const std::vector<std::string>& words) {
+KXTool& ToolFixture::MakeTool(const std::vector<std::string>& words) {
   std::vector<const char*> argv = {"/opt/kx/KXTool"};
   for (const std::string& word : words) argv.push_back(word.c_str());
   tool_.reset();
@@ -81,7 +81,7 @@ KXTool& ToolTest::MakeTool(const std::vector<std::string>& words) {
   return *tool_;
 }
 
-Logger* ToolTest::Log() {
+Logger* ToolFixture::Log() {
   // Kept here too: the leak check must find the logger after the tests have switched it off.
   static Logger* theLogger = nullptr;
   Utils::ActivateLogger(theLogger, TheLogDirectory().Path());
@@ -90,7 +90,7 @@ Logger* ToolTest::Log() {
   return logger;
 }
 
-std::vector<std::string> ToolTest::TakeLog() {
+std::vector<std::string> ToolFixture::TakeLog() {
   LogDirectory& directory = TheLogDirectory();
   std::ifstream file(directory.File());
   file.seekg(directory.position);

@@ -1,9 +1,9 @@
-#ifndef TESTS_SUPPORT_PRODUCT_TEST_H_
-#define TESTS_SUPPORT_PRODUCT_TEST_H_
+#ifndef TESTS_SUPPORT_PRODUCT_FIXTURE_H_
+#define TESTS_SUPPORT_PRODUCT_FIXTURE_H_
 
 #include <string>
 
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace fake {
 
@@ -20,7 +20,7 @@ Process ServiceProcess(int processId, const std::string& name);
 std::vector<Process> RunningServices();
 
 /// Fixture of what looks at an installed product as a whole.
-class ProductTest : public ToolTest {
+class ProductFixture : public ToolFixture {
  protected:
   /// Scripts the answers of an SDK that is first asked for the status and from then on for the
   /// identity, as detection does.
@@ -59,4 +59,4 @@ std::string Configuration(const std::string& hardwareId, const std::string& comp
 
 }  // namespace fake
 
-#endif  // TESTS_SUPPORT_PRODUCT_TEST_H_
+#endif  // TESTS_SUPPORT_PRODUCT_FIXTURE_H_

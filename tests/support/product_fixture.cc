@@ -1,4 +1,4 @@
-#include "tests/support/product_test.h"
+#include "tests/support/product_fixture.h"
 
 #include "product/install_locations.h"
 
@@ -29,23 +29,23 @@ std::vector<Process> RunningServices() {
           ServiceProcess(204, "KXUpdDaemon")};
 }
 
-void ProductTest::ScriptAnswers(const Answers& answers) {
+void ProductFixture::ScriptAnswers(const Answers& answers) {
   sdk.answers = {Answer(answers.status), IdentityAnswer(answers.identity)};
 }
 
-void ProductTest::InstallHealthy(int number, const Answers& answers) {
+void ProductFixture::InstallHealthy(int number, const Answers& answers) {
   sdk.Install(number);
   ScriptAnswers(answers);
   world.processTables = {RunningServices()};
   world.AddFile(NewerFile(number), "{}");
 }
 
-void ProductTest::InstallTypical() {
+void ProductFixture::InstallTypical() {
   InstallHealthy(1, {"{}", R"({"companyID":"C","endpointID":"E"})"});
   world.AddFile(NewerFile(), Configuration("h", "c", "G"));
 }
 
-Lines ProductTest::TypicalDetectionLog(std::uint64_t batch) {
+Lines ProductFixture::TypicalDetectionLog(std::uint64_t batch) {
   return Concat(
       {{"Starting ORVEX Detect. Assign \"0\" to the result", "Get product directory",
         "Found ORVEX directory", "Assign \"2\" to the result", "Check for running services",
@@ -61,25 +61,25 @@ Lines ProductTest::TypicalDetectionLog(std::uint64_t batch) {
         "ORVEX Already exists", "ORVEX Detect finished"}});
 }
 
-std::string ProductTest::NewerFile(int number) { return Layout(number).agcfngPath; }
+std::string ProductFixture::NewerFile(int number) { return Layout(number).agcfngPath; }
 
-std::string ProductTest::OlderFile(int number) { return Layout(number).agcfPath; }
+std::string ProductFixture::OlderFile(int number) { return Layout(number).agcfPath; }
 
-Lines ProductTest::AbsentLog() {
+Lines ProductFixture::AbsentLog() {
   return {"Starting ORVEX Detect. Assign \"0\" to the result", "Get product directory",
           "ORVEX directory not found"};
 }
 
-Lines ProductTest::CriticalIssuesLog(const std::string& output, const Lines& walkLines, int layout,
-                                     std::uint64_t batch) {
+Lines ProductFixture::CriticalIssuesLog(const std::string& output, const Lines& walkLines,
+                                        int layout, std::uint64_t batch) {
   return Concat({{"Execute Product.GetStatus method"},
                  AnsweredWrapperLog("Product.GetStatus", Answer(output), layout, batch),
                  walkLines,
                  {"Finished to get critical issues with error: 0"}});
 }
 
-Lines ProductTest::IdentityLog(const std::string& output, const Lines& searchLines, int layout,
-                               std::uint64_t batch) {
+Lines ProductFixture::IdentityLog(const std::string& output, const Lines& searchLines, int layout,
+                                  std::uint64_t batch) {
   return Concat({{"Getting SL Identity using the wrapper method"},
                  AnsweredWrapperLog(kIdentityMethod, IdentityAnswer(output), layout, batch),
                  {"SL Identity retrieved successfully"},

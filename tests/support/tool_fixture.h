@@ -1,5 +1,5 @@
-#ifndef TESTS_SUPPORT_TOOL_TEST_H_
-#define TESTS_SUPPORT_TOOL_TEST_H_
+#ifndef TESTS_SUPPORT_TOOL_FIXTURE_H_
+#define TESTS_SUPPORT_TOOL_FIXTURE_H_
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,12 +19,12 @@ namespace fake {
 
 /// Fixture of every test that works with the tool: a fresh World, a fresh SDK (not installed), and
 /// the log, which is a real file in a directory of the test program's own.
-class ToolTest : public testing::Test {
+class ToolFixture : public testing::Test {
  protected:
-  ToolTest();
+  ToolFixture();
   /// Fails the test when it leaves an SDK instance, a file, a directory, a library or a thread
   /// behind.
-  ~ToolTest() override;
+  ~ToolFixture() override;
 
   /// Makes (again) the tool for a command line; `words` are what follows the program name.
   KXTool& MakeTool(const std::vector<std::string>& words = {"-getProductVersion"});
@@ -79,4 +79,4 @@ Lines AbsentProductWrapperLog(const std::string& method);
 
 }  // namespace fake
 
-#endif  // TESTS_SUPPORT_TOOL_TEST_H_
+#endif  // TESTS_SUPPORT_TOOL_FIXTURE_H_

@@ -1,12 +1,12 @@
-#ifndef TESTS_SUPPORT_QUERY_TEST_H_
-#define TESTS_SUPPORT_QUERY_TEST_H_
+#ifndef TESTS_SUPPORT_QUERY_FIXTURE_H_
+#define TESTS_SUPPORT_QUERY_FIXTURE_H_
 
 #include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace fake {
 
@@ -37,14 +37,14 @@ Query FeatureStatus();
 const std::vector<Query>& AllQueries();
 
 /// Fixture of the status queries: the product is installed, the SDK's answer scripted.
-class QueryTest : public ToolTest {
+class QueryFixture : public ToolFixture {
  protected:
   /// The result text of a query before it runs. A query that leaves the result alone leaves this;
   /// a flag is set to true before anything else, so for a flag that is "1".
   static constexpr char kBefore[] = "before";
   static std::string Untouched(const Query& query);
 
-  QueryTest() { sdk.Install(); }
+  QueryFixture() { sdk.Install(); }
 
   /// Runs `query` over the product status `output` (JSON text), with a log and without, and
   /// expects it to end with `code` and `result`, and with the whole log of a call that succeeds
@@ -62,4 +62,4 @@ class QueryTest : public ToolTest {
 
 }  // namespace fake
 
-#endif  // TESTS_SUPPORT_QUERY_TEST_H_
+#endif  // TESTS_SUPPORT_QUERY_FIXTURE_H_

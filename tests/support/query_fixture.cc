@@ -1,4 +1,4 @@
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 namespace fake {
 
@@ -102,20 +102,20 @@ const std::vector<Query>& AllQueries() {
   return queries;
 }
 
-std::string QueryTest::Untouched(const Query& query) {
+std::string QueryFixture::Untouched(const Query& query) {
   return query.name == "CheckIsUpToDate" ? "1" : kBefore;
 }
 
-Lines QueryTest::WholeLog(const Query& query, const std::string& output, const Lines& walkLines,
-                          int code) {
+Lines QueryFixture::WholeLog(const Query& query, const std::string& output, const Lines& walkLines,
+                             int code) {
   return SplitAtNewlines(Concat({{"Execute Product.GetStatus method"},
                                  AnsweredWrapperLog("Product.GetStatus", Answer(output)),
                                  walkLines,
                                  {query.closingLine + std::to_string(code)}}));
 }
 
-void QueryTest::ExpectWalk(const Query& query, const std::string& output, int code,
-                           const std::string& result, const Lines& walkLines) {
+void QueryFixture::ExpectWalk(const Query& query, const std::string& output, int code,
+                              const std::string& result, const Lines& walkLines) {
   SCOPED_TRACE(query.name + " over " + output.substr(0, 300));
   sdk.answers = {Answer(output)};
   std::string text = kBefore;
@@ -128,8 +128,8 @@ void QueryTest::ExpectWalk(const Query& query, const std::string& output, int co
   EXPECT_EQ(text, result) << "without a log";
 }
 
-void QueryTest::ExpectFailure(const Query& query, int code,
-                              const std::function<Lines()>& wrapperLog) {
+void QueryFixture::ExpectFailure(const Query& query, int code,
+                                 const std::function<Lines()>& wrapperLog) {
   SCOPED_TRACE(query.name);
   std::string text = kBefore;
   EXPECT_EQ(query.run(Tool(), text, Log()), code);
