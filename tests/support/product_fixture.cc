@@ -5,8 +5,6 @@
 namespace fake {
 namespace {
 
-constexpr char kIdentityMethod[] = "kx.Product.Configuration.GetSkyloftIdentity";
-
 std::string IdentityAnswer(const std::string& output) {
   return Answer(output, "kx.Product.Configuration");
 }
@@ -45,22 +43,6 @@ void ProductFixture::InstallTypical() {
   world.AddFile(NewerFile(), Configuration("h", "c", "G"));
 }
 
-Lines ProductFixture::TypicalDetectionLog(std::uint64_t batch) {
-  return Concat(
-      {{"Starting ORVEX Detect. Assign \"0\" to the result", "Get product directory",
-        "Found ORVEX directory", "Assign \"2\" to the result", "Check for running services",
-        "Services are running", "Get ORVEX Critical issues"},
-       CriticalIssuesLog("{}", {}, 1, batch),
-       {"Retrieving endpoint information", "Clearing non nullable values", "Get SL Identity"},
-       IdentityLog(R"({"companyID":"C","endpointID":"E"})",
-                   {"Search for endpointId in the received response", "HwId found: E",
-                    "Search for companyID in the received response", "custId found: C"},
-                   1, batch + 1),
-       {"Group id is: G", "Configuration file closed",
-        "Finished reading from Agcf configuration file", "Empty values are entered",
-        "ORVEX Already exists", "ORVEX Detect finished"}});
-}
-
 std::string ProductFixture::NewerFile(int number) { return Layout(number).agcfngPath; }
 
 std::string ProductFixture::OlderFile(int number) { return Layout(number).agcfPath; }
@@ -70,21 +52,13 @@ Lines ProductFixture::AbsentLog() {
           "ORVEX directory not found"};
 }
 
-Lines ProductFixture::CriticalIssuesLog(const std::string& output, const Lines& walkLines,
-                                        int layout, std::uint64_t batch) {
-  return Concat({{"Execute Product.GetStatus method"},
-                 AnsweredWrapperLog("Product.GetStatus", Answer(output), layout, batch),
-                 walkLines,
-                 {"Finished to get critical issues with error: 0"}});
-}
-
-Lines ProductFixture::IdentityLog(const std::string& output, const Lines& searchLines, int layout,
-                                  std::uint64_t batch) {
-  return Concat({{"Getting SL Identity using the wrapper method"},
-                 AnsweredWrapperLog(kIdentityMethod, IdentityAnswer(output), layout, batch),
-                 {"SL Identity retrieved successfully"},
-                 searchLines,
-                 {"Finished retrieving SL Identity with error code: 0"}});
+Lines ProductFixture::IdentityLog(const std::string& output, const Lines& searchLines) {
+  return Concat(
+      {{"Getting SL Identity using the wrapper method"},
+       AnsweredWrapperLog("kx.Product.Configuration.GetSkyloftIdentity", IdentityAnswer(output)),
+       {"SL Identity retrieved successfully"},
+       searchLines,
+       {"Finished retrieving SL Identity with error code: 0"}});
 }
 
 std::string Configuration(const std::string& hardwareId, const std::string& companyId,
