@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <initializer_list>
 #include <memory>
 #include <string>
@@ -17,8 +16,8 @@
 
 namespace fake {
 
-/// Fixture of every test that works with the tool: a fresh World, a fresh SDK (not installed), and
-/// the log, which is a real file in a directory of the test program's own.
+/// Fixture of every test that uses the tool: a fresh World, a fresh SDK (not installed), and the
+/// log, which is a real file in a directory of the test program.
 class ToolFixture : public testing::Test {
  protected:
   ToolFixture();
@@ -26,15 +25,14 @@ class ToolFixture : public testing::Test {
   /// behind.
   ~ToolFixture() override;
 
-  /// Makes (again) the tool for a command line; `words` are what follows the program name.
+  /// Makes a new tool for a command line; `words` follow the program name.
   KXTool& MakeTool(const std::vector<std::string>& words = {"-getProductVersion"});
   KXTool& Tool() { return *tool_; }
 
   /// The logger, switched on.
   Logger* Log();
 
-  /// Messages logged since the last call, without their time stamps. A message of several lines
-  /// comes as several.
+  /// The lines logged since the last call, without time stamps. A message can have several lines.
   std::vector<std::string> TakeLog();
 
   World& world = World::Reset();
@@ -46,36 +44,31 @@ class ToolFixture : public testing::Test {
 
 using Lines = std::vector<std::string>;
 
-/// One transcript made of several, one after the other.
+/// Concatenates transcripts.
 Lines Concat(std::initializer_list<Lines> parts);
 
-/// The lines as TakeLog() yields them: a message with newlines comes as several.
+/// Splits messages into the lines that TakeLog() returns.
 Lines SplitAtNewlines(const Lines& messages);
 
 /// The log of the signature check of `path` when it accepts the file.
 Lines AcceptedSignatureLog(const std::string& path);
 
 /// The log of an SDK call for the installed product up to the look-up of its method.
-Lines LoadedLibraryLog(const std::string& method, int layout = 1);
+Lines LoadedLibraryLog(const std::string& method);
 
-/// The log of one try of a run: everything from getting the instance to the run's status. The fake
-/// clocks stand still. The batch is the `batch`th of the world, the newest one unless told.
-Lines TryLog(int number, int status, std::uint64_t batch = World::Current().uuids);
+/// The log of one try of the newest batch, from getting the instance to the status of the run. The
+/// fake clocks stand still.
+Lines TryLog(int number, int status);
 
-/// The main thread's log of an SDK call up to its wait, when the first try succeeds, without the
+/// The main thread's log of an SDK call whose first try succeeds, up to its wait and without the
 /// line about the time limit.
-Lines StartedCallLog(const std::string& method, int layout = 1,
-                     std::uint64_t batch = World::Current().uuids);
+Lines StartedCallLog(const std::string& method);
 
 /// The lines of OnRan() for the current batch, with `answer`.
 Lines CompletionLog(const std::string& answer);
 
 /// The whole log of an SDK call through the wrapper that succeeds with `answer`.
-Lines AnsweredWrapperLog(const std::string& method, const std::string& answer, int layout = 1,
-                         std::uint64_t batch = World::Current().uuids);
-
-/// The whole log of an SDK call through the wrapper where the product is not installed.
-Lines AbsentProductWrapperLog(const std::string& method);
+Lines AnsweredWrapperLog(const std::string& method, const std::string& answer);
 
 }  // namespace fake
 
