@@ -52,6 +52,12 @@ TEST_F(DetectionTest, CriticalAlertWithoutANameIsNotAnIssue) {
   Expect("1|C||E");
 }
 
+TEST_F(DetectionTest, CriticalIssuesCannotBeRead) {
+  InstallHealthy(1, {});
+  world.libraries.clear();
+  Expect("2|||");
+}
+
 TEST_F(DetectionTest, NewerFileCannotBeReadToItsEnd) {
   InstallHealthy(1, {"{}", kIdentity});
   world.files[NewerFile()].readError = EIO;

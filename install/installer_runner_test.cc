@@ -15,6 +15,7 @@ using fake::Concat;
 using fake::Dictionary;
 using fake::Lines;
 using fake::Mounted;
+using fake::Text;
 using platform::Task;
 using testing::Contains;
 using testing::ElementsAre;
@@ -99,6 +100,8 @@ class InstallerRunnerTest : public fake::ProductFixture {
                     "Failed to mount installer. Exit code: " + std::to_string(status)}});
   }
 
+  platform::PropertyListValue attachOutput_ =
+      Dictionary({{"system-entities", Array({Mounted(kMountPoint)})}});
   int attachStatus_ = 0;
   int detachStatus_ = 0;
   std::string outputFile_;
@@ -111,8 +114,7 @@ class InstallerRunnerTest : public fake::ProductFixture {
     world.programs[kDiskImageTool].status = attaches ? attachStatus_ : detachStatus_;
     if (attaches) {
       EXPECT_TRUE(world.Exists(task.standardOutputPath)) << "the output file is missing";
-      world.propertyLists[task.standardOutputPath] =
-          Dictionary({{"system-entities", Array({Mounted(kMountPoint)})}});
+      world.propertyLists[task.standardOutputPath] = attachOutput_;
     }
     for (const auto& [path, node] : image_) {
       const std::string mounted = std::string(kMountPoint) + "/" + path;
@@ -124,6 +126,17 @@ class InstallerRunnerTest : public fake::ProductFixture {
     }
   }
 };
+
+TEST_F(InstallerRunnerTest, ProductIsThere) {
+  for (const bool isHealthy : {true, false}) {
+    InstallTypical();
+    world.processTableFails = !isHealthy;
+    std::string result;
+    EXPECT_EQ(Tool().ORVEXInstall(result, kImage, kPackageMode, nullptr), 16);
+    EXPECT_EQ(result, isHealthy ? "1|C|G|E" : "2|c|G|h");
+  }
+  EXPECT_THAT(world.tasks, IsEmpty());
+}
 
 // Packages given directly.
 
@@ -149,6 +162,13 @@ TEST_F(DirectPackageTest, PackageVanishes) {
          Concat({StartLog(kPackageMode), {"pkg file does not exist"}}));
   EXPECT_THAT(world.tasks, IsEmpty());
   EXPECT_THAT(Paths(), ElementsAre("/x/installer.xml"));
+}
+
+TEST_F(DirectPackageTest, WithoutConfiguration) {
+  world.files.erase("/x/installer.xml");
+  Expect(kPackageMode, "/x/Setup.pkg", 2,
+         Concat({StartLog(kPackageMode),
+                 {"Checking for installer xml", "Installer xml does not exist"}}));
 }
 
 TEST_F(DirectPackageTest, FilesWithOtherNamesAreTakenForImages) {
@@ -218,6 +238,30 @@ class DiskImageTest : public InstallerRunnerTest {
            kConfiguration;
   }
 };
+
+TEST_F(DiskImageTest, NoTemporaryDirectory) {
+  world.temporaryDirectory = std::nullopt;
+  Expect(kPackageMode, kImage, 2,
+         Concat({StartLog(kPackageMode),
+                 {"Running ORVEX Install with installer", "Cannot create temporary directory"}}));
+  EXPECT_THAT(world.tasks, IsEmpty());
+  EXPECT_THAT(Paths(), ElementsAre(kImage));
+}
+
+TEST_F(DiskImageTest, NoMountPoint) {
+  world.programs[kDiskImageTool].effect = nullptr;  // it writes nothing
+  Expect(kPackageMode, kImage, 2,
+         Concat({StartLog(kPackageMode),
+                 {"Running ORVEX Install with installer", "Cannot find mount point"}}));
+  EXPECT_THAT(Tasks(), ElementsAre(AttachWords()));
+  EXPECT_THAT(Paths(), ElementsAre(kImage, outputFile_));
+}
+
+TEST_F(DiskImageTest, DeviceAtTheTopIsDetached) {
+  attachOutput_.members.emplace_back("dev-entry", Text("/dev/disk4"));
+  EXPECT_EQ(Install(kPackageMode), 0);
+  EXPECT_EQ(Tasks().back(), "[/usr/bin/hdiutil][detach][/dev/disk4][-quiet]");
+}
 
 TEST_F(DiskImageTest, OutputFileCannotBeCreated) {
   for (const int error : {EACCES, ENOSPC, EROFS}) {
@@ -415,6 +459,18 @@ TEST_F(ApplicationImageTest, IsRunSilently) {
   EXPECT_EQ(Install(kApplicationMode), 0);
   EXPECT_THAT(Tasks(), ElementsAre(AttachWords(), std::string("[") + kExecutable + "][--silent]",
                                    "[/usr/bin/hdiutil][detach]"));
+  EXPECT_THAT(Paths(), ElementsAre(kImage));
+}
+
+TEST_F(ApplicationImageTest, IsDeletedUnlessItIsTheMakers) {
+  world.signatures[kApplication].teamIdentifier = "AAAAAAAAAA";
+  EXPECT_EQ(Install(kApplicationMode), 22);
+  EXPECT_EQ(TakeLog().back(), "Invalid signature for \"app\"");
+  EXPECT_THAT(Paths(), ElementsAre(kImage));
+
+  world.signatures.clear();
+  EXPECT_EQ(Install(kApplicationMode), -67068);
+  EXPECT_EQ(TakeLog().back(), "Cannot check signature for \"app\". Exit code: -67068");
   EXPECT_THAT(Paths(), ElementsAre(kImage));
 }
 

@@ -12,7 +12,7 @@ import tempfile
 from simulator import installation
 from simulator.installers import images
 from tests.end_to_end import detections as d
-from tests.end_to_end.harness import BUILD, needs_sandbox
+from tests.end_to_end.harness import BUILD
 from tests.end_to_end.installer_case import (
     CONFIGURATION, FIRST_NUMBER, IMAGE, PACKAGE, PLACE, TEMPORARY, InstallerCase, attach,
     device_at_top, fill_with_package, fill_with_small_package, finish, install, missing,
@@ -257,16 +257,6 @@ class TemporaryFile(ImageCase):
                 self.assertEqual(path.read_text(), "said")
                 self.assertEqual(path.stat().st_mode & 0o777, 0o600)
 
-    @needs_sandbox
-    def test_no_temporary_directory(self):
-        with self.prepared(fill_with_small_package) as endpoint:
-            endpoint.path("/tmp").rmdir()
-            endpoint.path(installation.TEMPORARY).rmdir()
-            run = self.install(endpoint)
-            self.assert_answer(run, 2, d.ABSENT)
-            self.assert_whole_log(run, [*attach(), "Cannot create temporary directory"])
-            self.assert_programs(run)
-
 
 class Copying(ImageCase):
     """The package and the configuration are searched for and copied into the image's directory."""
@@ -284,15 +274,6 @@ class Copying(ImageCase):
                 run = self.install(endpoint)
                 self.assert_answer(run, 0, d.HEALTHY)
                 self.assert_files(endpoint, IMAGE, *MOUNTED)
-
-    @needs_sandbox
-    def test_old_copy_that_cannot_be_deleted(self):
-        def prepare(endpoint):
-            endpoint.path(PACKAGE).write_text("old")
-            endpoint.path(PLACE).chmod(0o555)
-
-        self.check_end(13, [*FOUND, "Cannot remove app path", finish(13)], prepare=prepare,
-                       left=[PACKAGE])
 
     def test_link_to_nothing_in_the_way_of_a_copy(self):
         for path, left in ((PACKAGE, [PACKAGE]), (CONFIGURATION, [CONFIGURATION, PACKAGE])):
