@@ -12,7 +12,7 @@ import tempfile
 from simulator import installation
 from simulator.installers import images
 from tests.end_to_end import detections as d
-from tests.end_to_end.harness import BUILD
+from tests.end_to_end.harness import BUILD, needs_sandbox
 from tests.end_to_end.installer_case import (
     CONFIGURATION, FIRST_NUMBER, IMAGE, PACKAGE, PLACE, TEMPORARY, InstallerCase, attach,
     device_at_top, fill_with_package, fill_with_small_package, finish, install, missing,
@@ -274,6 +274,20 @@ class Copying(ImageCase):
                 run = self.install(endpoint)
                 self.assert_answer(run, 0, d.HEALTHY)
                 self.assert_files(endpoint, IMAGE, *MOUNTED)
+
+    @needs_sandbox
+    def test_what_the_user_may_not_do(self):
+        def lock_old_copy(endpoint):
+            endpoint.path(PACKAGE).write_text("old")
+            endpoint.path(PLACE).chmod(0o555)
+
+        def fill_unreadable(folder):
+            fill_with_small_package(folder)
+            (folder / "Setup.pkg").chmod(0)
+
+        self.check_end(13, [*FOUND, "Cannot remove app path", finish(13)], prepare=lock_old_copy,
+                       left=[PACKAGE])
+        self.check_end(2, [*FOUND, NOT_COPIED, finish(2)], fill_unreadable)
 
     def test_link_to_nothing_in_the_way_of_a_copy(self):
         for path, left in ((PACKAGE, [PACKAGE]), (CONFIGURATION, [CONFIGURATION, PACKAGE])):
