@@ -1,4 +1,4 @@
-"""The launcher: what it passes through, what it lays out, and what it leaves behind."""
+"""The launcher: its command line, its endpoints, and that it leaves nothing behind."""
 
 import contextlib
 import fcntl
@@ -24,28 +24,28 @@ RUN = [*LAUNCHER, "run", "--build", str(BUILD)]
 
 
 def launch(*words, command="run", **options):
-    """Runs the launcher and gives its exit status, standard output and standard error."""
+    """Runs the launcher; returns its exit status, standard output and standard error."""
     run = subprocess.run([*LAUNCHER, command, "--build", str(BUILD), *words], capture_output=True,
                          text=True, timeout=60, check=False, **options)
     return run.returncode, run.stdout, run.stderr
 
 
 def wait_until(condition):
-    """Waits for something that will be so soon, if it ever is."""
+    """Waits until a condition holds."""
     deadline = time.monotonic() + 30
     while not condition():
         if time.monotonic() > deadline:
-            raise AssertionError("what was waited for did not happen")
+            raise AssertionError("the condition does not hold after 30 seconds")
         time.sleep(0.01)
 
 
 def shell_wait(condition):
-    """Shell commands that wait until the command `condition` succeeds."""
+    """A shell loop that waits until the command `condition` succeeds."""
     return f"for _ in $(seq 600); do sleep 0.05; {condition} && break; done; "
 
 
 class CommandLine(unittest.TestCase):
-    """What is passed through, and what the launcher says itself."""
+    """What the launcher passes on, and its messages."""
 
     def test_output_and_exit_status_are_passed_through(self):
         status, output, _ = launch("-getVersion")
