@@ -64,7 +64,7 @@ TEST_F(DetectionTest, NewerFileCannotBeReadToItsEnd) {
   Expect("2|C||E");
 }
 
-TEST_F(DetectionTest, NewerFileThatCannotBeOpenedDemotesNothing) {
+TEST_F(DetectionTest, NewerFileThatCannotBeOpenedIsIgnored) {
   InstallHealthy(1, {"{}", kIdentity});
   world.files[NewerFile()].openError = EMFILE;
   Expect("1|C||E");

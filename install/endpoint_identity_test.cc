@@ -81,7 +81,7 @@ TEST_F(SdkIdentityTest, OtherTypesAreMissing) {
          {kSearchEndpoint, "HwId found: e", kSearchCompany});
 }
 
-TEST_F(SdkIdentityTest, AnyTextPasses) {
+TEST_F(SdkIdentityTest, AnyTextIsAccepted) {
   Expect(R"({"companyID":"","endpointID":""})", "", "",
          {kSearchEndpoint, "HwId found: ", kSearchCompany, "custId found: "});
   Expect(R"({"companyID":"a|b \"é\n","endpointID":"x\u0000y"})", "x\0y"s, "a|b \"é\n",
@@ -115,7 +115,7 @@ TEST_F(SdkIdentityTest, FailedCallLeavesTheStrings) {
   EXPECT_EQ(TakeLog().back(), "Failed to retrieve SL Identity with wrapper method: 20");
 }
 
-TEST_F(SdkIdentityTest, MethodsErrorPasses) {
+TEST_F(SdkIdentityTest, ErrorOfTheMethodIsReturned) {
   sdk.answers = {fake::Answer("{}", kRequestNamespace, -17)};
   EXPECT_EQ(Tool().GetSLIdentity(nullptr, nullptr, Log()), -17);
   EXPECT_EQ(TakeLog().back(), "Failed to retrieve SL Identity with wrapper method: -17");
@@ -278,7 +278,7 @@ TEST_F(EndpointIdentityTest, FirstMemberOfANameCounts) {
              {"", "", "h"}, {"Hardware id is: h"});
 }
 
-TEST_F(EndpointIdentityTest, AnyTextPasses) {
+TEST_F(EndpointIdentityTest, AnyTextIsAccepted) {
   ExpectFile(
       R"({"id":{"hwid":"","custid":"a|b \"é\n","customdata":{"ComputersFolder":"x\u0000y"}}})",
       {"a|b \"é\n", "x\0y"s, ""},

@@ -38,7 +38,7 @@ class InstallationLinksTest : public fake::ToolFixture {
   }
 };
 
-TEST_F(InstallationLinksTest, CodeAndResultAreTheLibrarys) {
+TEST_F(InstallationLinksTest, ReturnsCodeAndResultOfTheLibrary) {
   Expect(7, "url,, key ,true");
   EXPECT_EQ(resultBefore, "before");
   EXPECT_THAT(world.Calls(), ElementsAre(kLoad, "unload"));

@@ -40,7 +40,7 @@ TEST_F(CriticalIssuesTest, CriticalAlertsInDocumentOrder) {
          "alertB|alertA", {"alertB", "alertA"});
 }
 
-TEST_F(CriticalIssuesTest, LetterCaseOfTheSeverityDoesNotCount) {
+TEST_F(CriticalIssuesTest, SeverityIsComparedIgnoringCase) {
   for (const char* const severity : {"critical", "Critical", "CRITICAL", "cRiTiCaL"}) {
     Expect(R"({"Alerts":{"a":{"severity":")"s + severity + R"("}}})", "a", {"a"});
   }
@@ -64,7 +64,7 @@ TEST_F(CriticalIssuesTest, OtherAlertsAreSkipped) {
   }
 }
 
-TEST_F(CriticalIssuesTest, AlertsOfOneNameAreAllListed) {
+TEST_F(CriticalIssuesTest, AllAlertsOfANameAreListed) {
   Expect(R"({"Alerts":{"a":{"severity":"critical","severity":"x"},"a":{"severity":"critical"}},
              "Alerts":{"b":{"severity":"critical"}}})",
          "a|a", {"a", "a"});
@@ -94,7 +94,7 @@ TEST_F(ProductVersionTest, Found) {
   ExpectFound(R"({"Locations":{"Product":{"Version":"1","Version":"2"}}})", "1");
 }
 
-TEST_F(ProductVersionTest, AnyTextPasses) {
+TEST_F(ProductVersionTest, AnyTextIsAccepted) {
   ExpectFound(R"({"Locations":{"Product":{"Version":""}}})", "");
   ExpectFound(R"({"Locations":{"Product":{"Version":" a|b=\"c\"é\n"}}})", " a|b=\"c\"é\n");
   ExpectFound(R"({"Locations":{"Product":{"Version":"1\u00002"}}})", "1\0002"s);

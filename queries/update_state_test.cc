@@ -176,7 +176,7 @@ TEST_F(UpdateStatusTest, LocationWithoutUpdate) {
   }
 }
 
-TEST_F(UpdateStatusTest, MissingFieldsStopNothing) {
+TEST_F(UpdateStatusTest, MissingFieldsDoNotEndTheWalk) {
   Expect(WithUpdate(R"({"time":1700000000,"lastSucceededTime":1699990000})"), 3,
          "|1700000000|1699990000", {kNoError});
   Expect(WithUpdate(R"({"error":1,"lastSucceededTime":3})"), 3, "1|3", {kNoTime});
@@ -276,7 +276,7 @@ TEST_F(UpToDateTest, Age) {
   ExpectOutdated(WithUpdate(Update("-2003", 172801)));
 }
 
-TEST_F(UpToDateTest, FractionsOfTheCurrentSecondDoNotCount) {
+TEST_F(UpToDateTest, FractionsOfASecondAreIgnored) {
   world.wallMicroseconds = kNow * 1000000 + 999999;
   ExpectCurrent(WithUpdate(Update("0", 172800)));
   world.wallMicroseconds = kNow * 1000000;
@@ -293,7 +293,7 @@ TEST_F(UpToDateTest, DistantPast) {
   ExpectOutdated(WithUpdate(R"({"error":0,"lastSucceededTime":-9223372036854775808})"));
 }
 
-TEST_F(UpToDateTest, ErrorThatIsNoIntegerIsNotJudgedButTheAgeIs) {
+TEST_F(UpToDateTest, OtherErrorsAreIgnoredButTheAgeCounts) {
   for (const char* const error : {"5.0", "1e1", "\"1\"", "null", "true", "{}", "[1]", "2147483648",
                                   "-2147483649", "3000000000", "0.5"}) {
     ExpectCurrent(WithUpdate(Update(error, 0)));
@@ -301,7 +301,7 @@ TEST_F(UpToDateTest, ErrorThatIsNoIntegerIsNotJudgedButTheAgeIs) {
   }
 }
 
-TEST_F(UpToDateTest, TimeThatIsNoIntegerIsNotJudgedButTheErrorIs) {
+TEST_F(UpToDateTest, OtherTimesAreIgnoredButTheErrorCounts) {
   for (const char* const time :
        {"0.0", "1e3", "\"0\"", "null", "false", "{}", "[0]", "9223372036854775808", "-1e300"}) {
     const std::string rest = std::string(R"(,"lastSucceededTime":)") + time + "}";
@@ -385,7 +385,7 @@ TEST_F(UpdateLocationsTest, UnusualNames) {
          {"two words", "a|b", "c=d", "\"", "é漢😀", "\0"s, "x\0y"s});
 }
 
-TEST_F(UpdateLocationsTest, NothingSeparatesWhatFollowsAnEmptyList) {
+TEST_F(UpdateLocationsTest, EmptyListTakesNoSeparator) {
   Expect(R"({"Locations":{"":1,"a":1}})", "a", {"", "a"});
   Expect(R"({"Locations":{"a":1,"":1,"b":1}})", "a||b", {"a", "", "b"});
   Expect(R"({"Locations":{"":1}})", "", {""});
