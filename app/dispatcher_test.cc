@@ -6,7 +6,7 @@
 #include "app/options.h"
 #include "diag/global_logger.h"
 #include "sdk/run_state.h"
-#include "tests/support/product_test.h"
+#include "tests/support/product_fixture.h"
 
 namespace {
 
@@ -174,7 +174,7 @@ constexpr char kStatus[] = R"({"Locations":{
 
 constexpr char kScanLogs[] = "/Library/Application Support/Halvard/Logs";
 
-class DispatcherTest : public fake::ProductTest {
+class DispatcherTest : public fake::ProductFixture {
  protected:
   DispatcherTest() {
     Log();

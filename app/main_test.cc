@@ -1,14 +1,14 @@
 #include <csignal>
 
 #include "tests/support/allocation_failure.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 // The program's main(), which the build renames.
 int ToolMain(int argc, const char** argv);
 
 namespace {
 
-class MainTest : public fake::ToolTest {
+class MainTest : public fake::ToolFixture {
  protected:
   int Main(std::vector<const char*> words) {
     words.insert(words.begin(), "/opt/kx/KXTool");

@@ -3,13 +3,13 @@
 #include <cerrno>
 
 #include "diag/global_logger.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace {
 
 constexpr char kPath[] = "/opt/kx/configfile.txt";
 
-class ConfigFileTest : public fake::ToolTest {
+class ConfigFileTest : public fake::ToolFixture {
  protected:
   ConfigFileTest() {
     Log();
@@ -127,7 +127,7 @@ TEST_F(ConfigFileTest, LoggerThatIsOnStaysOn) {
   EXPECT_EQ(found, Logger::GetLogger(""));
 }
 
-class UtilsTest : public fake::ToolTest {};
+class UtilsTest : public fake::ToolFixture {};
 
 TEST_F(UtilsTest, UtcTime) {
   world.wallMicroseconds = 1709301909LL * 1000000 + 999999;

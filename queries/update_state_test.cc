@@ -1,6 +1,6 @@
 #include <limits>
 
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 namespace queries {
 namespace {
@@ -35,7 +35,7 @@ std::string WithUpdate(const std::string& update) {
   return R"({"Locations":{"locA":{"update":)" + update + "}}}";
 }
 
-class UpdateErrorsTest : public fake::QueryTest {
+class UpdateErrorsTest : public fake::QueryFixture {
  protected:
   /// `entries` are those of the result.
   void Expect(const std::string& output, const Lines& entries) {
@@ -51,9 +51,8 @@ class UpdateErrorsTest : public fake::QueryTest {
 
 TEST_F(UpdateErrorsTest, WithoutLocationsTheTextIsEmpty) {
   for (const std::string& output : kWithoutLocations) Expect(output, {});
+  Expect(R"({"Locations":{}})", {});
 }
-
-TEST_F(UpdateErrorsTest, EmptyLocationsGiveAnEmptyText) { Expect(R"({"Locations":{}})", {}); }
 
 TEST_F(UpdateErrorsTest, FailuresAreListedInDocumentOrder) {
   Expect(R"({"Locations":{
@@ -62,16 +61,19 @@ TEST_F(UpdateErrorsTest, FailuresAreListedInDocumentOrder) {
          {"locB=2", "locA=-1", "locC=5"});
 }
 
-TEST_F(UpdateErrorsTest, NoLocationIsSpared) {
+TEST_F(UpdateErrorsTest, NoLocationIsExcluded) {
   Expect(R"({"Locations":{"Product":{"update":{"error":1}},"ctc":{"update":{"error":-2003}}}})",
          {"Product=1", "ctc=-2003"});
 }
 
-TEST_F(UpdateErrorsTest, WhatIsNoFailureAddsNothing) {
-  for (const char* const location : {R"({})",
+TEST_F(UpdateErrorsTest, OtherValuesAddNothing) {
+  for (const char* const location : {"null",
+                                     "1",
+                                     "\"update\"",
+                                     "[{}]",
+                                     "{}",
                                      R"({"Update":{"error":1}})",
                                      R"({"update":null})",
-                                     R"({"update":[]})",
                                      R"({"update":[{"error":1}]})",
                                      R"({"update":"error"})",
                                      R"({"update":1})",
@@ -85,23 +87,13 @@ TEST_F(UpdateErrorsTest, WhatIsNoFailureAddsNothing) {
                                      R"({"update":{"error":[1]}})",
                                      R"({"update":{"error":{}}})",
                                      R"({"update":{"error":5.0}})",
-                                     R"({"update":{"error":0.5}})",
                                      R"({"update":{"error":1e3}})",
-                                     R"({"update":{"error":1E0}})",
                                      R"({"update":{"error":2147483648}})",
                                      R"({"update":{"error":-2147483649}})",
                                      R"({"update":{"error":4294967297}})",
-                                     R"({"update":{"error":3000000000}})",
                                      R"({"update":{"error":18446744073709551617}})",
                                      R"({"error":1})"}) {
     Expect(R"({"Locations":{"a":)" + std::string(location) + R"(,"b":{"update":{"error":9}}}})",
-           {"b=9"});
-  }
-}
-
-TEST_F(UpdateErrorsTest, ValueThatIsNoObjectAddsNothing) {
-  for (const char* const value : {"null", "1", "\"update\"", "true", "[]", "[{}]"}) {
-    Expect(R"({"Locations":{"a":)" + std::string(value) + R"(,"b":{"update":{"error":9}}}})",
            {"b=9"});
   }
 }
@@ -113,7 +105,7 @@ TEST_F(UpdateErrorsTest, Limits) {
          {"min=-2147483648", "max=2147483647", "one=1"});
 }
 
-TEST_F(UpdateErrorsTest, OfMembersWithOneNameTheFirstCounts) {
+TEST_F(UpdateErrorsTest, FirstMemberOfANameCounts) {
   Expect(R"({"Locations":{"a":{"update":{"error":0,"error":1}},
                           "b":{"update":{"error":2,"error":0}},
                           "c":{"update":{"error":3},"update":{"error":4}},
@@ -123,7 +115,7 @@ TEST_F(UpdateErrorsTest, OfMembersWithOneNameTheFirstCounts) {
          {"b=2", "c=3"});
 }
 
-TEST_F(UpdateErrorsTest, LocationsOfOneNameAreAllListed) {
+TEST_F(UpdateErrorsTest, AllLocationsOfANameAreListed) {
   Expect(R"({"Locations":{"a":{"update":{"error":1}},"a":{"update":{"error":2}}}})",
          {"a=1", "a=2"});
 }
@@ -132,8 +124,8 @@ TEST_F(UpdateErrorsTest, UnusualNames) {
   Expect(R"({"Locations":{"two words":{"update":{"error":1}},"a|b":{"update":{"error":2}},
              "c=d":{"update":{"error":3}},"\"q\"":{"update":{"error":4}},
              "é漢😀":{"update":{"error":5}},"\u00e9":{"update":{"error":6}},
-             " ":{"update":{"error":7}},"\t\\":{"update":{"error":8}}}})",
-         {"two words=1", "a|b=2", "c=d=3", "\"q\"=4", "é漢😀=5", "é=6", " =7", "\t\\=8"});
+             "":{"update":{"error":7}},"\t\\":{"update":{"error":8}}}})",
+         {"two words=1", "a|b=2", "c=d=3", "\"q\"=4", "é漢😀=5", "é=6", "=7", "\t\\=8"});
 }
 
 TEST_F(UpdateErrorsTest, NamesKeepTheirNulCharacters) {
@@ -143,23 +135,7 @@ TEST_F(UpdateErrorsTest, NamesKeepTheirNulCharacters) {
          {"a\0b=1"s, "\0=2"s});
 }
 
-TEST_F(UpdateErrorsTest, EmptyNameIsAnEntryToo) {
-  Expect(R"({"Locations":{"":{"update":{"error":1}},"b":{"update":{"error":2}}}})", {"=1", "b=2"});
-}
-
-TEST_F(UpdateErrorsTest, ThousandsOfLocations) {
-  std::string locations;
-  Lines entries;
-  for (int number = 1; number <= 5000; ++number) {
-    const std::string name = "loc" + std::to_string(number);
-    locations += (number == 1 ? "\"" : ",\"") + name + R"(":{"update":{"error":)" +
-                 std::to_string(number) + "}}";
-    entries.push_back(name + "=" + std::to_string(number));
-  }
-  Expect(R"({"Locations":{)" + locations + "}}", entries);
-}
-
-class UpdateStatusTest : public fake::QueryTest {
+class UpdateStatusTest : public fake::QueryFixture {
  protected:
   /// Asks for the location "locA".
   void Expect(const std::string& output, int code, const std::string& result,
@@ -200,7 +176,7 @@ TEST_F(UpdateStatusTest, LocationWithoutUpdate) {
   }
 }
 
-TEST_F(UpdateStatusTest, MissingFieldsStopNothing) {
+TEST_F(UpdateStatusTest, MissingFieldsDoNotEndTheWalk) {
   Expect(WithUpdate(R"({"time":1700000000,"lastSucceededTime":1699990000})"), 3,
          "|1700000000|1699990000", {kNoError});
   Expect(WithUpdate(R"({"error":1,"lastSucceededTime":3})"), 3, "1|3", {kNoTime});
@@ -236,7 +212,7 @@ TEST_F(UpdateStatusTest, Limits) {
          {kNoError});
 }
 
-TEST_F(UpdateStatusTest, OfMembersWithOneNameTheFirstCounts) {
+TEST_F(UpdateStatusTest, FirstMemberOfANameCounts) {
   Expect(R"({"Locations":{"locA":{"update":{"error":1,"error":2,"time":3,"time":"x",
              "lastSucceededTime":5,"lastSucceededTime":6},"update":7},
              "locA":{"update":{"error":8}}}})",
@@ -264,7 +240,7 @@ TEST_F(UpdateStatusTest, NameWithNulCharacterIsAnotherName) {
          {"Invalid JSON. Cannot find \" locA\" field"});
 }
 
-class UpToDateTest : public fake::QueryTest {
+class UpToDateTest : public fake::QueryFixture {
  protected:
   void ExpectCurrent(const std::string& output) { ExpectWalk(IsUpToDate(), output, 0, "1", {}); }
   void ExpectOutdated(const std::string& output) {
@@ -300,7 +276,7 @@ TEST_F(UpToDateTest, Age) {
   ExpectOutdated(WithUpdate(Update("-2003", 172801)));
 }
 
-TEST_F(UpToDateTest, FractionsOfTheCurrentSecondDoNotCount) {
+TEST_F(UpToDateTest, FractionsOfASecondAreIgnored) {
   world.wallMicroseconds = kNow * 1000000 + 999999;
   ExpectCurrent(WithUpdate(Update("0", 172800)));
   world.wallMicroseconds = kNow * 1000000;
@@ -317,7 +293,7 @@ TEST_F(UpToDateTest, DistantPast) {
   ExpectOutdated(WithUpdate(R"({"error":0,"lastSucceededTime":-9223372036854775808})"));
 }
 
-TEST_F(UpToDateTest, ErrorThatIsNoIntegerIsNotJudgedButTheAgeIs) {
+TEST_F(UpToDateTest, OtherErrorsAreIgnoredButTheAgeCounts) {
   for (const char* const error : {"5.0", "1e1", "\"1\"", "null", "true", "{}", "[1]", "2147483648",
                                   "-2147483649", "3000000000", "0.5"}) {
     ExpectCurrent(WithUpdate(Update(error, 0)));
@@ -325,7 +301,7 @@ TEST_F(UpToDateTest, ErrorThatIsNoIntegerIsNotJudgedButTheAgeIs) {
   }
 }
 
-TEST_F(UpToDateTest, TimeThatIsNoIntegerIsNotJudgedButTheErrorIs) {
+TEST_F(UpToDateTest, OtherTimesAreIgnoredButTheErrorCounts) {
   for (const char* const time :
        {"0.0", "1e3", "\"0\"", "null", "false", "{}", "[0]", "9223372036854775808", "-1e300"}) {
     const std::string rest = std::string(R"(,"lastSucceededTime":)") + time + "}";
@@ -361,7 +337,7 @@ TEST_F(UpToDateTest, ProductAndCtcAreNeverJudged) {
   }
 }
 
-TEST_F(UpToDateTest, FirstFailureEndsTheWalk) {
+TEST_F(UpToDateTest, FirstFailureDecides) {
   const std::string good = R"({"update":)" + Update("0", 0) + "}";
   const std::string bad = R"({"update":)" + Update("1", 0) + "}";
   const std::string stale = R"({"update":)" + Update("0", 172801) + "}";
@@ -372,7 +348,7 @@ TEST_F(UpToDateTest, FirstFailureEndsTheWalk) {
   ExpectCurrent(R"({"Locations":{"a":)" + good + R"(,"b":)" + good + "}}");
 }
 
-TEST_F(UpToDateTest, OfMembersWithOneNameTheFirstCounts) {
+TEST_F(UpToDateTest, FirstMemberOfANameCounts) {
   ExpectCurrent(WithUpdate(R"({"error":0,"error":1,"lastSucceededTime":1700000000,
                                "lastSucceededTime":0})"));
   ExpectOutdated(WithUpdate(R"({"error":1,"error":0,"lastSucceededTime":1700000000})"));
@@ -381,7 +357,7 @@ TEST_F(UpToDateTest, OfMembersWithOneNameTheFirstCounts) {
   ExpectOutdated(R"({"Locations":{"a":)" + good + R"(,"a":)" + bad + "}}");
 }
 
-class UpdateLocationsTest : public fake::QueryTest {
+class UpdateLocationsTest : public fake::QueryFixture {
  protected:
   void Expect(const std::string& output, const std::string& result, const Lines& names) {
     Lines lines;
@@ -390,11 +366,8 @@ class UpdateLocationsTest : public fake::QueryTest {
   }
 };
 
-TEST_F(UpdateLocationsTest, WithoutLocationsTheTextStays) {
+TEST_F(UpdateLocationsTest, TextStaysOnlyWithoutLocations) {
   for (const std::string& output : kWithoutLocations) Expect(output, kBefore, {});
-}
-
-TEST_F(UpdateLocationsTest, EmptyLocationsGiveAnEmptyText) {
   Expect(R"({"Locations":{}})", "", {});
 }
 
@@ -412,7 +385,7 @@ TEST_F(UpdateLocationsTest, UnusualNames) {
          {"two words", "a|b", "c=d", "\"", "é漢😀", "\0"s, "x\0y"s});
 }
 
-TEST_F(UpdateLocationsTest, NothingSeparatesWhatFollowsAnEmptyList) {
+TEST_F(UpdateLocationsTest, EmptyListTakesNoSeparator) {
   Expect(R"({"Locations":{"":1,"a":1}})", "a", {"", "a"});
   Expect(R"({"Locations":{"a":1,"":1,"b":1}})", "a||b", {"a", "", "b"});
   Expect(R"({"Locations":{"":1}})", "", {""});
@@ -422,20 +395,7 @@ TEST_F(UpdateLocationsTest, NameOfSeveralLines) {
   Expect(R"({"Locations":{"a\nb":1,"c":1}})", "a\nb|c", {"a\nb", "c"});
 }
 
-TEST_F(UpdateLocationsTest, ThousandsOfLocations) {
-  std::string locations;
-  std::string result;
-  Lines names;
-  for (int number = 0; number < 5000; ++number) {
-    const std::string name = "location number " + std::to_string(number);
-    locations += (number == 0 ? "\"" : ",\"") + name + "\":{}";
-    result += (number == 0 ? "" : "|") + name;
-    names.push_back(name);
-  }
-  Expect(R"({"Locations":{)" + locations + "}}", result, names);
-}
-
-class LastUpdateTest : public fake::QueryTest {
+class LastUpdateTest : public fake::QueryFixture {
  protected:
   void ExpectFound(const std::string& output, const std::string& value) {
     ExpectWalk(LastUpdate(), output, 0, value, {"Last update time found with value: " + value});

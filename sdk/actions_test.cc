@@ -2,7 +2,7 @@
 #include <thread>
 
 #include "sdk/run_state.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace sdk {
 namespace {
@@ -33,7 +33,7 @@ const Lines kNoAnswerLog = {"Failed to receive AgentSDK response. JSON is empty"
                             "Instance unregistered with exit code : 0",
                             "Finished executing AgentSDK method"};
 
-class StartUpdateTest : public fake::ToolTest {
+class StartUpdateTest : public fake::ToolFixture {
  protected:
   StartUpdateTest() { MakeTool({"-startUpdate"}); }
 
@@ -141,7 +141,7 @@ struct Scan {
   double unwatchedLimit;
 };
 
-class ScanTest : public fake::ToolTest, public testing::WithParamInterface<Scan> {
+class ScanTest : public fake::ToolFixture, public testing::WithParamInterface<Scan> {
  protected:
   ScanTest() { MakeTool({GetParam().option}); }
 

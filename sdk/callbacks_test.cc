@@ -10,7 +10,7 @@
 #include "diag/global_logger.h"
 #include "sdk/run_state.h"
 #include "tests/support/allocation_failure.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace sdk {
 namespace {
@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-class CallbacksTest : public fake::ToolTest {
+class CallbacksTest : public fake::ToolFixture {
  protected:
   CallbacksTest() {
     Log();

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "sdk/run_state.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace sdk {
 namespace {
@@ -95,7 +95,7 @@ class Product {
   std::thread thread_;
 };
 
-class ConcurrencyTest : public fake::ToolTest {
+class ConcurrencyTest : public fake::ToolFixture {
  protected:
   ConcurrencyTest() {
     world.waitsAreReal = true;

@@ -3,7 +3,7 @@
 #include <random>
 
 #include "sdk/json_document.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 // After json_document.h, which prepares them.
 #include <rapidjson/stringbuffer.h>
@@ -38,7 +38,7 @@ Lines StepsTo(std::size_t count, const std::string& last) {
 
 const Lines kUnpackedLog = Concat({kSteps, {"Response error code : 0", "Parse \"output\" member"}});
 
-class EnvelopeTest : public fake::ToolTest {
+class EnvelopeTest : public fake::ToolFixture {
  protected:
   long long Unpack(const std::string& answer, const std::string& method = "Product.GetStatus") {
     Logger* const log = Log();
@@ -398,7 +398,7 @@ TEST_F(EnvelopeTest, DocumentCanBeUsedAgain) {
 
 // The wrapper.
 
-class WrapperTest : public fake::ToolTest {
+class WrapperTest : public fake::ToolFixture {
  protected:
   int Execute() {
     Logger* const log = Log();

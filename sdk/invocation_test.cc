@@ -4,7 +4,7 @@
 #include "sdk/json_document.h"
 #include "sdk/method_catalogue.h"
 #include "sdk/run_state.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace sdk {
 namespace {
@@ -87,7 +87,7 @@ const Lines kEmptyAnswerEnd = {"Failed to receive AgentSDK response. JSON is emp
                                "Instance unregistered with exit code : 0",
                                "Finished executing AgentSDK method"};
 
-class InvocationTest : public fake::ToolTest {
+class InvocationTest : public fake::ToolFixture {
  protected:
   /// Runs `method`; the outcomes are in the members.
   int Execute(const std::string& method = kMethod) {

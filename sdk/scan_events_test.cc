@@ -3,7 +3,7 @@
 #include <pthread.h>
 
 #include "sdk/run_state.h"
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 namespace sdk {
 namespace {
@@ -12,7 +12,7 @@ constexpr char kStarted[] = "FileScan.OnDemand.ScanStarted";
 constexpr char kFailed[] = "FileScan.OnDemand.ScanFailed";
 
 /// Runs the routine on the test's thread, over a queue that needs no wait.
-class ScanEventsTest : public fake::ToolTest {
+class ScanEventsTest : public fake::ToolFixture {
  protected:
   ScanEventsTest() {
     Tool().scanError = 77;

@@ -42,17 +42,17 @@ from simulator.in_place import ClaimError  # noqa: E402
 from simulator.signing import SigningError  # noqa: E402
 
 _ENDINGS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
-_FAILURE = 125  # as commands use that run other commands
-_REFUSED = 22  # the tool's status when its words are wrong, among other things
+_FAILURE = 125  # like other commands that run commands
+_REFUSED = 22  # the tool's status for wrong arguments, among other things
 
 
 class UsageError(Exception):
-    """The command line is wrong; the text says how."""
+    """The command line is wrong; the text is the reason."""
 
 
 @dataclasses.dataclass
 class Options:
-    """What the launcher itself was told."""
+    """The options of the launcher."""
 
     help: bool = False
     list_scenarios: bool = False
@@ -72,7 +72,7 @@ def _number(least: int, most: int):
     return read
 
 
-# The fields of Options by what sets them, with what reads the value if one follows.
+# The field of Options that each option sets, and the parser of its value if it has one.
 _OPTIONS = {
     "-h": ("help", None),
     "--help": ("help", None),
@@ -86,7 +86,7 @@ _OPTIONS = {
 
 
 def parse(words: list[str]) -> tuple[Options, list[str]]:
-    """Splits off the launcher's options; the rest begins with `--` or is the tool's."""
+    """Splits off the options of the launcher; the rest begins with `--` or is for the tool."""
     options = Options()
     rest = list(words)
     while rest and rest[0] != "--" and (rest[0].startswith("--") or rest[0] in _OPTIONS):
@@ -106,7 +106,7 @@ def parse(words: list[str]) -> tuple[Options, list[str]]:
 
 @contextlib.contextmanager
 def _open(options: Options, words: list[str], logging: bool) -> Iterator[endpoints.Endpoint]:
-    """The endpoint that is asked for, with copies of the files that the words name."""
+    """The requested endpoint, with copies of the files that the words name."""
     chosen = scenario.load(options.scenario)
     if options.layout is not None:
         chosen["product"]["layout"] = options.layout
@@ -139,7 +139,7 @@ def _run(options: Options, words: list[str]) -> int:
 
 
 def _hint(words: list[str], log: str) -> str:
-    """A line that says why the tool refused its words; "" if something else was wrong."""
+    """A line that says why the tool refused its arguments; "" if it did not."""
     if not words:
         return "kx: the tool needs an option, such as -getProductVersion; see ./kx run --help\n"
     for word in words[1:]:
@@ -175,7 +175,7 @@ def _endpoint(options: Options, words: list[str]) -> int:
 
 @contextlib.contextmanager
 def _terminal() -> Iterator[bool]:
-    """Whether there is a terminal to give away; takes it back at the end."""
+    """Whether there is a terminal to pass on; takes it back at the end."""
     if not os.isatty(0) or os.tcgetpgrp(0) != os.getpgrp():
         yield False
         return
@@ -189,7 +189,7 @@ def _terminal() -> Iterator[bool]:
 def _list_scenarios(words: list[str]) -> int:
     if len(words) > 1:
         raise UsageError("--list-scenarios takes one word at most")
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # whoever reads has seen enough
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)  # the reader can close the pipe early
     listed = scenario.listing(*words)
     if not listed:
         raise UsageError(f"there is no scenario about {words[0]}")
@@ -217,7 +217,7 @@ def main(words: list[str]) -> int:
 
 
 def _end(number: int, _) -> None:
-    """Ends the process by way of everything that cleans up, and that nothing interrupts."""
+    """Ends the process after all clean-up, which no further signal interrupts."""
     for ending in _ENDINGS:
         signal.signal(ending, signal.SIG_IGN)
     sys.exit(128 + number)

@@ -4,8 +4,8 @@
         status = endpoint.run_tool(["-getProductVersion"])
         log = endpoint.path(installation.LOG).read_text()
 
-Normally an endpoint is a sandbox with a file system and a process table of its own. Where the
-kernel refuses namespaces and the user is root, it is made in place, see in_place.py.
+Normally an endpoint is a sandbox with its own file system and process table. If the kernel refuses
+namespaces and the user is root, it is made in place, see in_place.py.
 """
 
 import contextlib
@@ -23,18 +23,18 @@ from simulator.installers import images
 
 Json = Any
 
-# What the commands on the endpoint get of the caller's environment.
+# The variables of the caller's environment that commands on the endpoint inherit.
 _KEPT_VARIABLES = ("LANG", "LC_ALL", "TERM", "TZ")
 _SANITIZER_OPTIONS = "SAN_OPTIONS"
 _PATH = f"{installation.TOOL_DIRECTORY}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
 class EndpointError(Exception):
-    """No endpoint can be made here; the text says why."""
+    """No endpoint can be made here; the text is the reason."""
 
 
 class Endpoint:
-    """An endpoint on which commands can be run one after the other."""
+    """An endpoint on which commands are run one after the other."""
 
     def __init__(self, installed: installation.Installation, services: list[Json],
                  run: Callable[..., int], is_machines: Callable[[str], bool]):
@@ -44,12 +44,12 @@ class Endpoint:
         self._is_machines = is_machines
 
     def path(self, absolute: str) -> pathlib.Path:
-        """Where a path of the endpoint lies on this machine."""
+        """Maps a path of the endpoint to this machine."""
         return self._installed.path(absolute)
 
     def copy_in(self, word: str) -> None:
-        """Copies the file that `word` names here to where it names one on the endpoint, together
-        with the installer's configuration if that lies beside it."""
+        """Copies the file that `word` names to the same path on the endpoint, together with an
+        installer configuration beside it."""
         source = pathlib.Path(word)
         destination = os.path.normpath(os.path.join(installation.WORKING_DIRECTORY, word))
         target = self.path(destination)
@@ -61,19 +61,18 @@ class Endpoint:
                 shutil.copy(source.with_name(name), target.with_name(name))
 
     def run_tool(self, words: list[str], sleep_divisor: int | None = None, **streams: Any) -> int:
-        """Runs the tool with `words`, and with the product's services around it.
+        """Runs the tool with `words` while the services of the product run.
 
-        `sleep_divisor` makes its sleeps that many times shorter. `streams` are subprocess.run()'s
-        stdin, stdout, stderr and timeout. Returns the exit status, or 128 and the number of the
-        signal that ended the tool.
+        `sleep_divisor` divides its sleeps. `streams` are stdin, stdout, stderr and timeout as for
+        subprocess.run(). Returns the exit status, or 128 and the number of the signal that ended
+        the tool.
         """
         environment = {} if sleep_divisor is None else faster_sleeps(sleep_divisor)
         return self.run([installation.TOOL, *words], environment, **streams)
 
     def run(self, command: list[str], environment: dict[str, str] | None = None,
             terminal: bool = False, **streams: Any) -> int:
-        """Runs any command on the endpoint, with the terminal to itself if `terminal` says so. The
-        rest is as for run_tool()."""
+        """Like run_tool(), for any command; `terminal` says whether it gets the terminal."""
         kept = {name: value for name, value in os.environ.items()
                 if name in _KEPT_VARIABLES or name.endswith(_SANITIZER_OPTIONS)}
         script = {
@@ -90,8 +89,8 @@ class Endpoint:
 
 
 def faster_sleeps(divisor: int) -> dict[str, str]:
-    """The variables that make a command's sleeps so many times shorter, on an endpoint."""
-    # A tool with the address sanitizer shall accept a library that is loaded before.
+    """The environment variables that divide the sleeps of a command on an endpoint."""
+    # The address sanitizer must accept a library that is loaded before it.
     given = os.environ.get("ASAN_OPTIONS")
     return {"LD_PRELOAD": installation.FAST_SLEEP,
             "KX_SLEEP_DIVISOR": str(divisor),
@@ -102,12 +101,12 @@ def faster_sleeps(divisor: int) -> dict[str, str]:
 def open_endpoint(build: pathlib.Path, scenario: dict[str, Json], logging: bool = False,
                   programs: dict[str, pathlib.Path | None] | None = None,
                   volumes: dict[str, int] | None = None) -> Iterator[Endpoint]:
-    """An endpoint for a complete scenario; it is gone when the context ends.
+    """An endpoint for a complete scenario; it is removed when the context ends.
 
-    `build` is the build folder with the tool, `logging` switches the tool's log on, `programs` are
-    put in the place of the stand-ins for system programs or added to them, by absolute path; None
-    leaves a program out. `volumes` are file systems of their own, by absolute path, with so many
-    octets; what they hold is seen on the endpoint only. Raises EndpointError, and what
+    `build` is the build folder with the tool; `logging` switches the tool's log on. `programs`
+    replace the stand-ins for system programs or are added to them, by absolute path; None leaves a
+    program out. `volumes` are separate file systems by absolute path, with their sizes in bytes;
+    their files are visible on the endpoint only. Raises EndpointError, and what
     Installation.write() raises.
     """
     refusal = sandbox.refusal()
@@ -158,7 +157,7 @@ def _run_in_place(first: list[str], **streams: Any) -> int:
 @contextlib.contextmanager
 def _open_in_place(build, scenario, logging, programs):
     own = tuple(f"{directory}/" for directory in installation.OWN_DIRECTORIES)
-    temporary.remove_leftovers()  # one may have a claim
+    temporary.remove_leftovers()  # they can hold a claim
     with in_place.claim([*installation.OWN_DIRECTORIES, *programs]):
         installed = _lay_out(pathlib.Path("/"), build, scenario, logging)
         for path, program in programs.items():

@@ -1,8 +1,7 @@
 """Endpoints in the machine's own file system, for root where the kernel refuses namespaces.
 
-Only paths that are free are used, by one run at a time, and everything is removed afterwards. What
-is about to be made is written down first, so that the next run can remove what one that was killed
-has left.
+Endpoints use only paths that do not exist, one run at a time, and everything is removed afterwards.
+A journal lists what is about to be made, so that the next run can remove what a killed one has left.
 """
 
 import contextlib
@@ -17,15 +16,15 @@ _STATE = pathlib.Path("/run/kxtool-endpoint")
 
 
 class ClaimError(Exception):
-    """A path that an endpoint needs is taken by something else."""
+    """Something else has a path that an endpoint needs."""
 
 
 @contextlib.contextmanager
 def claim(paths: list[str]) -> Iterator[None]:
-    """Reserves absolute paths, which must be free, and makes the folders that they lie in.
+    """Reserves absolute paths, which must not exist, and creates their parent folders.
 
-    While the context lasts nobody else has a claim; when it ends whatever is at the paths is
-    removed, and so are the folders that were made for them.
+    Nobody else has a claim during the context. At its end, whatever is at the paths is removed, and
+    so are the folders that were made for them.
     """
     _STATE.mkdir(mode=0o700, parents=True, exist_ok=True)
     journal = _STATE / "made"
@@ -69,6 +68,6 @@ def _remove_what_was_made(journal: pathlib.Path) -> None:
             if path.exists() or path.is_symlink():
                 temporary.remove_tree(path)
         else:
-            with contextlib.suppress(OSError):  # gone already, or somebody else's by now
+            with contextlib.suppress(OSError):  # removed already, or replaced by others
                 path.rmdir()
     journal.unlink()

@@ -1,8 +1,8 @@
-"""Runs one command on the endpoint, with the product's services around it.
+"""Runs one command on the endpoint while the services of the product run.
 
-It is the first program of a sandbox, so it needs nothing but the standard library:
-`python3 inside.py FILE [terminal]`, where FILE holds the arguments of run() in JSON. With
-`terminal`, the command has the terminal to itself.
+This file is the first program in a sandbox, so it needs only the standard library:
+`python3 inside.py FILE [terminal]`, where FILE has the arguments of run() in JSON. With `terminal`,
+the command has the terminal to itself.
 """
 
 import json
@@ -12,9 +12,9 @@ from signal import SIG_IGN, SIGCONT, SIGINT, SIGKILL, SIGPIPE, SIGTSTP, SIGTTOU,
 
 _STREAMS_TO_NOTHING = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0)
                        for number in range(3)]
-# What Python ignores and other programs do not.
+# The signals that Python ignores and other programs do not.
 _IGNORED_SIGNALS = (SIGPIPE, SIGXFSZ)
-# What is typed on a terminal for the command, and what comes of giving the terminal away.
+# The signals of a terminal, for the command, and those of passing the terminal on.
 _TERMINAL_SIGNALS = (SIGINT, SIGTSTP, SIGTTOU)
 
 
@@ -37,7 +37,7 @@ def run(command: list[str], services: list[dict], directory: str,
 
 
 def _start(service: dict) -> int:
-    """Starts a service; when this returns, the process table has it as the scenario wants it."""
+    """Starts a service; on return, it is in the process table as the scenario says."""
     path = service["path"]
     process = os.posix_spawn(path, [path], os.environ, file_actions=_STREAMS_TO_NOTHING,
                              setsigdef=_IGNORED_SIGNALS)
@@ -57,20 +57,20 @@ def _call(command: list[str], directory: str, environment: dict[str, str]) -> in
     try:
         process = os.posix_spawnp(command[0], command, environment,
                                   setsigdef=(*_IGNORED_SIGNALS, *_TERMINAL_SIGNALS))
-    except OSError as error:  # with the statuses of shells
+    except OSError as error:  # with the exit statuses of shells
         print(f"{command[0]}: {error.strerror}", file=sys.stderr)
         return 127 if isinstance(error, FileNotFoundError) else 126
     while True:
         status = os.waitpid(process, os.WUNTRACED)[1]
         if not os.WIFSTOPPED(status):
             return os.waitstatus_to_exitcode(status)
-        os.killpg(os.getpgrp(), SIGCONT)  # there is no other job to turn to
+        os.killpg(os.getpgrp(), SIGCONT)  # there is no other job to switch to
 
 
 def _take_terminal() -> None:
-    """Puts this process and the command into a group of the sandbox's own, which gets what is typed.
+    """Puts this process and the command into a process group that gets the terminal's input.
 
-    A shell that controls jobs returns the terminal to the group that had it, and cannot name one
+    A shell with job control returns the terminal to the group that had it, and cannot name a group
     from outside the sandbox.
     """
     for number in _TERMINAL_SIGNALS:

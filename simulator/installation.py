@@ -1,4 +1,4 @@
-"""What lies on a simulated endpoint: the product, its files, and the tool."""
+"""The files of a simulated endpoint: the product and the tool."""
 
 import dataclasses
 import json
@@ -16,7 +16,7 @@ TOOL_DIRECTORY = "/usr/local/libexec/kxtool"
 TOOL = f"{TOOL_DIRECTORY}/KXTool"
 REPORT = f"{TOOL_DIRECTORY}/kxtool-report"
 LOG = f"{TOOL_DIRECTORY}/log.txt"
-CALLER_DIRECTORY = "/opt/kxtool"  # of whoever calls the tool
+CALLER_DIRECTORY = "/opt/kxtool"  # of the tool's caller
 WORKING_DIRECTORY = f"{CALLER_DIRECTORY}/work"
 FAST_SLEEP = f"{CALLER_DIRECTORY}/fast_sleep.so"
 TEMPORARY = f"{CALLER_DIRECTORY}/tmp"
@@ -28,25 +28,25 @@ ANCHORS = "/etc/kxtool/anchors.pem"
 VOLUMES = "/Volumes"
 DEMONSTRATIONS = "/demo"
 
-# The folders that belong to the endpoint as a whole.
+# The folders that belong to the endpoint entirely.
 OWN_DIRECTORIES = (
     "/Library/Corvane", "/Library/Application Support/Halvard", "/etc/kxtool", CALLER_DIRECTORY,
     TOOL_DIRECTORY, VOLUMES, DEMONSTRATIONS)
 
-# The stand-ins for programs of the system, by where they are called.
+# The stand-ins for system programs, by path.
 _INSTALLERS = pathlib.Path(__file__).with_name("installers")
 _PACKAGING = pathlib.Path(__file__).resolve().parents[1] / "packaging"
 PROGRAMS = {
     "/usr/bin/hdiutil": _INSTALLERS / "hdiutil.py",
     "/usr/sbin/installer": _INSTALLERS / "installer.py",
 }
-# What these and the setup downloader import on the endpoint.
+# The modules that these and the setup downloader import on the endpoint.
 _PROGRAM_MODULES = ("stand_in.py", "installer.py")
 
 
 @dataclasses.dataclass(frozen=True)
 class Layout:
-    """Where one of the product's layouts keeps what the tool looks for."""
+    """The paths of one of the product's layouts."""
 
     directory: str
     agcfng: str
@@ -75,7 +75,7 @@ _LINKS_BUILDS = {"complete": "sl.so", "withoutExport": "sl_without_export.so"}
 
 
 class BuildError(Exception):
-    """Something that the simulated endpoint consists of has not been built."""
+    """A part of the simulated endpoint has not been built."""
 
 
 class Installation:
@@ -90,11 +90,11 @@ class Installation:
         self._signed = SignedFiles(build / "simulator" / "signing")
 
     def path(self, absolute: str) -> pathlib.Path:
-        """Where a path of the endpoint lies on this machine."""
+        """Maps a path of the endpoint to this machine."""
         return self._root / absolute.lstrip("/")
 
     def write(self, scenario: dict[str, Json], logging: bool) -> None:
-        """Writes everything that a complete scenario wants. Raises BuildError, SigningError."""
+        """Writes everything of a complete scenario. Raises BuildError, SigningError."""
         for directory in (TOOL_DIRECTORY, TEMPORARY, VOLUMES, DEMONSTRATIONS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self._write_tool(logging)
@@ -105,8 +105,8 @@ class Installation:
             self._write_content(self.path(file["path"]), file)
 
     def write_answers(self, scenario: dict[str, Json]) -> None:
-        """Writes what queries are answered from: the product with its libraries and what these
-        are to say, and the scan logs. Raises BuildError, SigningError."""
+        """Writes what queries need: the product, the script for its libraries, and the scan logs.
+        Raises BuildError, SigningError."""
         for directory in (WORKING_DIRECTORY, STAND_INS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self.write_product(scenario["product"])
@@ -121,7 +121,7 @@ class Installation:
                 for number, service in enumerate(product["services"])]
 
     def write_product(self, product: dict[str, Json]) -> None:
-        """Writes the product's own files. Raises BuildError, SigningError."""
+        """Writes the files of the product. Raises BuildError, SigningError."""
         for service in self.services(product):
             executable = self.path(service["path"])
             executable.parent.mkdir(parents=True)
@@ -190,7 +190,7 @@ class Installation:
 
     @staticmethod
     def _write_content(path: pathlib.Path, content: dict[str, Json]) -> None:
-        """Makes what `content` says, in place of anything that is at `path` already."""
+        """Replaces whatever is at `path` by `content`."""
         if path.is_dir() and not path.is_symlink():
             shutil.rmtree(path)
         path.unlink(missing_ok=True)

@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs a command that neither its processes nor its temporary files outlast.
+"""Runs a command and removes its processes and its temporary files at the end.
 
     job.py LOG COMMAND...
 
@@ -27,7 +27,7 @@ _PR_SET_PDEATHSIG = 1
 
 
 class Ended(BaseException):
-    """A signal has asked for the end."""
+    """A signal requests the end."""
 
 
 def _end(number: int, _) -> None:
@@ -61,7 +61,7 @@ def main(log: str, *command: str) -> int:
     """Runs the command; returns its exit status."""
     with temporary.folder() as folder:
         try:
-            # What is typed does not reach a new session; SIGINT is sent to all of it at the end.
+            # The terminal does not reach a new session; all of it gets SIGINT at the end.
             process = subprocess.Popen(
                 command, stdin=subprocess.DEVNULL, start_new_session=True,
                 env={**os.environ, "TMPDIR": str(folder), "TEST_TMPDIR": str(folder)},

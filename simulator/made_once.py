@@ -1,4 +1,4 @@
-"""Things in the build folder that take time to make and are kept."""
+"""Keeps things in the build folder that take time to make."""
 
 import fcntl
 import os
@@ -8,9 +8,9 @@ from collections.abc import Callable
 
 
 def make_once(made: pathlib.Path, make: Callable[[pathlib.Path], None]) -> None:
-    """Has `make` fill the folder `made`, which appears complete or not at all, unless it exists.
+    """Lets `make` fill the folder `made` unless it exists. The folder is never seen incomplete.
 
-    What a process that was killed had begun is removed.
+    Removes what a killed process has left.
     """
     if made.exists():
         return
@@ -20,7 +20,7 @@ def make_once(made: pathlib.Path, make: Callable[[pathlib.Path], None]) -> None:
         fcntl.flock(parent, fcntl.LOCK_EX)
         begun = made.parent / ".begun"
         shutil.rmtree(begun, ignore_errors=True)
-        if not made.exists():  # else another process was quicker
+        if not made.exists():  # otherwise another process was faster
             begun.mkdir()
             make(begun)
             begun.rename(made)

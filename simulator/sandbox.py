@@ -1,7 +1,7 @@
 """A bubblewrap sandbox around a laid-out file tree.
 
-The root is an empty file system in memory. The tree's own folders and, read-only, what programs
-need of the machine are bound into it; the process table is its own.
+The root is an empty file system in memory. The folders of the tree and, read-only, the files of the
+machine that programs need are bound into it. The sandbox has its own process table.
 """
 
 import contextlib
@@ -18,24 +18,24 @@ from typing import Any
 
 from simulator.made_once import make_once
 
-# Where the machine's /usr is to be found a second time, for links from the folders that programs of
-# the endpoint's own are added to.
+# A second place for the machine's /usr, the target of links from folders to which programs of the
+# endpoint are added.
 _HOST_USR = "/run/host/usr"
-# Where those programs are.
+# The folders with those programs.
 _PROGRAMS = "/run/programs"
 _ISOLATION = (
     "--unshare-user-try", "--unshare-pid", "--unshare-ipc", "--die-with-parent", "--cap-drop", "ALL")
-# What programs look for in /etc.
+# The files of /etc that programs need.
 _ETC = ("alternatives", "group", "hosts", "ld.so.cache", "ld.so.conf", "ld.so.conf.d", "localtime",
         "nsswitch.conf", "passwd", "ssl", "timezone")
-# What has folders of the machine and of the endpoint.
+# The folders that have folders of the machine and of the endpoint.
 _SHARED = ("dev", "etc", "usr")
 _USR_LINKS = ("/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32")
 
 
 @functools.cache
 def refusal() -> str | None:
-    """Why no sandbox can be made on this machine; None when one can."""
+    """Why no sandbox can be made on this machine; None if one can."""
     if shutil.which("bwrap") is None:
         return "bubblewrap (bwrap) is not installed"
     probe = subprocess.run(
@@ -45,7 +45,7 @@ def refusal() -> str | None:
 
 
 def is_machines(path: str) -> bool:
-    """Whether an absolute path belongs to the machine also within a sandbox."""
+    """Whether an absolute path belongs to the machine inside a sandbox, too."""
     return (f"/{path.split('/')[1]}" in ("/usr", "/proc", "/dev", "/etc", "/run", *_USR_LINKS)
             and not path.startswith(("/usr/local/", "/dev/shm/")))
 
@@ -54,8 +54,9 @@ def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[s
             first: list[str]) -> list[str]:
     """The command that runs `first` in a sandbox with the folders of `root`.
 
-    Folders are bound whole, one level below the root or, in /dev, /etc and /usr, two. Read-only `covers`
-    hide folders of the machine. `volumes` are empty file systems in memory with so many octets.
+    Whole folders are bound: those in the root and, in /dev, /etc and /usr, those one level deeper.
+    Read-only `covers` hide folders of the machine. `volumes` are empty file systems in memory with
+    their sizes in bytes.
     """
     words = ["bwrap", *_ISOLATION, *_machine()]
     for folder in sorted(root.iterdir()):
@@ -70,9 +71,9 @@ def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[s
 
 
 def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> int:
-    """Runs what command() gave and returns its exit status; `streams` are subprocess.Popen()'s.
+    """Runs a command of command(); returns its exit status. `streams` are as for subprocess.Popen().
 
-    When this returns or raises, nothing in the sandbox runs any more.
+    When this returns or raises, no process of the sandbox is left.
     """
     reader, writer = os.pipe()
     info = bytearray()
@@ -89,7 +90,7 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
                 first, is_told = _first_process(info), True
                 return process.wait(timeout)
             finally:
-                if not is_told:  # a signal came first, and bwrap has hardly begun
+                if not is_told:  # a signal arrived while bwrap was starting
                     _read(reader, info)
                     first = _first_process(info)
                 process.kill()
@@ -97,7 +98,7 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
                 if first is not None:
                     with contextlib.suppress(ProcessLookupError):
                         signal.pidfd_send_signal(first, signal.SIGKILL)
-                    select.select([first], [], [])  # it ends last, see pid_namespaces(7)
+                    select.select([first], [], [])  # the last process to end, see pid_namespaces(7)
                     os.close(first)
     finally:
         os.close(reader)

@@ -1,7 +1,7 @@
-"""Scenarios: what lies on the simulated endpoint and how the product answers.
+"""Scenarios: what is on the simulated endpoint and how the product answers.
 
-A scenario is a JSON file in a folder of scenarios/; scenario.schema.json documents its members. It
-says only what differs from the scenario `healthy`.
+A scenario is a JSON file in a folder of scenarios/ with what differs from the scenario `healthy`.
+scenario.schema.json documents its members.
 """
 
 import copy
@@ -15,7 +15,7 @@ from typing import Any
 DIRECTORY = pathlib.Path(__file__).with_name("scenarios")
 DEFAULT = "healthy"
 _SCHEMA_PATH = pathlib.Path(__file__).with_name("scenario.schema.json")
-# What is merged with healthy's member by member. Everything else replaces it as a whole.
+# The objects that are merged with those of healthy member by member. Other values replace them.
 _MERGED = {
     (), ("product",), ("product", "library"), ("product", "configuration"), ("sdk",),
     ("sdk", "answers"), ("links",), ("installers",), ("installers", "attach"),
@@ -29,22 +29,22 @@ Json = Any
 
 
 class ScenarioError(Exception):
-    """A scenario that cannot be used; the text says where and why, one mistake a line."""
+    """A scenario that cannot be used; the text has one mistake per line."""
 
 
 @functools.cache
 def catalogue() -> dict[str, pathlib.Path]:
-    """The files of the scenarios that come with the simulator, by name, folder by folder."""
+    """The files of the simulator's own scenarios, by name, sorted by folder."""
     return {path.stem: path for path in sorted(DIRECTORY.rglob("*.json"))}
 
 
 def describe(name: str) -> str:
-    """The one line that a scenario says about itself."""
+    """The description of a scenario."""
     return _read(catalogue()[name])["description"]
 
 
 def listing(word: str = "") -> str:
-    """The scenarios with `word` in their name, folder or description: a line for each, by folder."""
+    """The scenarios with `word` in their name, folder or description, one per line, by folder."""
     width = max(map(len, catalogue()))
     blocks: dict[str, list[str]] = {}
     for name, path in catalogue().items():
@@ -57,10 +57,10 @@ def listing(word: str = "") -> str:
 
 
 def load(source: str | dict[str, Json], now: float | None = None) -> dict[str, Json]:
-    """A complete scenario: everything that the source leaves out is filled in from healthy.
+    """A complete scenario: what the source leaves out is taken from healthy.
 
     `source` is the name of a scenario, the path of a file (it has a "/" or ends in ".json"), or the
-    scenario itself. `now` is the time that relative times count from.
+    scenario itself. Relative times count from `now`.
     """
     scenario = _read(catalogue()[DEFAULT])
     if isinstance(source, dict):
@@ -81,7 +81,7 @@ def load(source: str | dict[str, Json], now: float | None = None) -> dict[str, J
 
 
 def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
-    """The part of a complete scenario that the stand-ins read, in their own simple form."""
+    """The part of a complete scenario that the stand-ins read, in a simpler form."""
     sdk = scenario["sdk"]
     deliveries: list[Json] = []
     for method, answer in sdk["answers"].items():
@@ -102,7 +102,7 @@ def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
 
 
 def check(scenario: Json, where: str) -> None:
-    """Raises ScenarioError with every mistake in what the scenario `where` says."""
+    """Raises ScenarioError with every mistake in a scenario, which messages call `where`."""
     found = [f"{error.json_path}: {error.message}" for error in _validator().iter_errors(scenario)]
     if not found:
         found = list(_unsafe_completions(scenario))
@@ -112,7 +112,7 @@ def check(scenario: Json, where: str) -> None:
 
 @functools.cache
 def _validator():
-    import jsonschema  # Takes longer than a run; the scenarios that come with this need no check.
+    import jsonschema  # Takes longer than a run, and the simulator's own scenarios need no check.
 
     return jsonschema.Draft202012Validator(json.loads(_SCHEMA_PATH.read_text(encoding="utf-8")))
 
@@ -127,7 +127,7 @@ def _read(path: pathlib.Path) -> Json:
 
 
 def _unsafe_completions(scenario: dict[str, Json]):
-    """Completions that would make the tool take a lock that its own thread holds."""
+    """Completions that would make the tool take a lock that the same thread holds."""
     for method, answer in scenario.get("sdk", {}).get("answers", {}).items():
         for index, completion in enumerate(answer.get("completions", [])):
             is_refused = completion.get("batch", "own") != "own" or completion.get(

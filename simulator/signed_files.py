@@ -1,4 +1,4 @@
-"""Signed stand-in files. Signing takes time, so that results are kept in the build folder."""
+"""Signed stand-in files. Signing takes time, so the results are kept in the build folder."""
 
 import hashlib
 import os
@@ -9,7 +9,7 @@ from simulator import signing
 from simulator.made_once import make_once
 
 _OTHER_TEAM = "ZZ4OTHER99"
-# How the identities differ from the maker's.
+# The differences from the maker's identity.
 _IDENTITIES = {
     "maker": {},
     "otherMaker": {
@@ -27,13 +27,13 @@ _ALWAYS_TRUSTED = ("maker", "otherMaker")
 
 
 class SignedFiles:
-    """Puts signed copies of files in place; what it makes on the way is kept below `directory`."""
+    """Writes signed copies of files; keeps identities and results below `directory`."""
 
     def __init__(self, directory: pathlib.Path):
         self._directory = directory
 
     def place(self, content: bytes, destination: pathlib.Path, signature: str) -> None:
-        """Writes `content` to `destination`, signed in one of the ways that scenarios name."""
+        """Writes `content` to `destination` with one of the scenarios' kinds of signatures."""
         key = hashlib.sha256(content).hexdigest()[:32]
         made = self._directory / "signed" / f"{key}-{signature}-{destination.name}"
         make_once(made, lambda folder: self._make(folder, content, destination.name, signature))
@@ -41,7 +41,7 @@ class SignedFiles:
             shutil.copy(path, destination.with_name(path.name))
 
     def anchors(self, signatures: list[str]) -> str:
-        """PEM texts of the roots that make both makers and these signatures acceptable."""
+        """PEM texts of the roots of both makers and of these signatures."""
         names = {*_ALWAYS_TRUSTED, *(name for name in signatures if name in _IDENTITIES)}
         names -= {_UNTRUSTED}
         return "".join(self._identity(name).anchor_path.read_text() for name in sorted(names))
@@ -57,7 +57,7 @@ class SignedFiles:
         self._damage(path, signature)
 
     def sign(self, path: pathlib.Path, signature: str) -> None:
-        """Signs the bundle or file at `path`; what is to be damaged gets the maker's signature."""
+        """Signs the bundle or file at `path`; one that will be damaged gets the maker's signature."""
         if signature == "adHoc":
             signing.sign(path, adhoc=True)
         elif signature != "none":

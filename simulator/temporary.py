@@ -1,4 +1,4 @@
-"""Folders for temporary files, which nothing outlasts: neither files nor processes.
+"""Folders for temporary files that are removed with everything that uses them.
 
 A folder is locked while it is used. One that is not locked was left by a command that was killed,
 and the next command removes it.
@@ -16,25 +16,25 @@ import time
 from collections.abc import Iterator
 
 _MEMORY = "/dev/shm"
-# What all endpoints of a test run take at the same time, in octets.
+# The space that all endpoints of a test run need at the same time, in bytes.
 _SPACE = 4 << 30
 _PREFIX = f"kx-{os.getuid()}-"
-# Seconds for a process to clean up.
+# The seconds that a process has to clean up.
 _GRACE = 10
 
 
 @contextlib.contextmanager
 def folder() -> Iterator[pathlib.Path]:
-    """A new folder, which is gone when the context ends; removes those of killed commands before."""
+    """A new folder for the context; removes the folders of killed commands first."""
     remove_leftovers()
     place = _place()
     made = pathlib.Path(place, f"{_PREFIX}{secrets.token_hex(8)}")
     with contextlib.ExitStack() as lock:
         try:
             with _locked(place):
-                made.mkdir(0o711)  # some tests become other users
+                made.mkdir(0o711)  # some tests switch to other users
                 lock.enter_context(_locked(made))
-            inner = made / "files"  # can be a place itself, which is locked now and then
+            inner = made / "files"  # can itself be a place that is locked at times
             inner.mkdir(0o711)
             yield inner
         finally:
@@ -44,11 +44,11 @@ def folder() -> Iterator[pathlib.Path]:
 
 
 def remove_leftovers() -> None:
-    """Removes the folders of killed commands, and ends what still uses them."""
+    """Removes the folders of killed commands, and ends the processes that still use them."""
     for place in {_place(), tempfile.gettempdir(), _MEMORY}:
         for path in pathlib.Path(place).glob(f"{_PREFIX}*"):
-            with contextlib.suppress(OSError):  # in use, another's, or gone
-                with _locked(place):  # so that it is not a new one, about to be locked
+            with contextlib.suppress(OSError):  # in use, another user's, or removed
+                with _locked(place):  # so that it is not new and about to be locked
                     with _locked(path, wait=False):
                         if path.stat().st_uid == os.getuid():
                             end_processes((f"{path}/",))
@@ -56,7 +56,7 @@ def remove_leftovers() -> None:
 
 
 def end_processes(folders: tuple[str, ...]) -> None:
-    """Ends every process whose program or temporary files lie in one of these folders."""
+    """Ends every process whose program or temporary files are in one of these folders."""
     deadline = time.monotonic() + _GRACE
     interrupted: set[int] = set()
     while processes := _processes(folders):
@@ -69,7 +69,7 @@ def end_processes(folders: tuple[str, ...]) -> None:
 
 
 def remove_tree(path: pathlib.Path) -> None:
-    """Removes whatever is at `path`, also folders that their owner may not enter."""
+    """Removes whatever is at `path`, including folders that their owner may not enter."""
     if not path.is_dir() or path.is_symlink():
         path.unlink(missing_ok=True)
         return
@@ -81,7 +81,7 @@ def remove_tree(path: pathlib.Path) -> None:
 
 
 def _place() -> str:
-    """Where folders are made: in memory if nothing else is said, as disks are slow to forget."""
+    """The folder for new folders: in memory by default, since disks are slow."""
     if "TMPDIR" in os.environ or not os.access(_MEMORY, os.W_OK):
         return tempfile.gettempdir()
     return _MEMORY if shutil.disk_usage(_MEMORY).free > _SPACE else tempfile.gettempdir()
@@ -99,7 +99,7 @@ def _signals_held() -> Iterator[None]:
 
 @contextlib.contextmanager
 def _locked(path: str | pathlib.Path, wait: bool = True) -> Iterator[None]:
-    """Raises BlockingIOError if another process has the lock and there is to be no wait."""
+    """Locks a folder. Without waiting, raises BlockingIOError if another process has the lock."""
     descriptor = os.open(path, os.O_RDONLY | os.O_NOFOLLOW)
     try:
         fcntl.flock(descriptor, fcntl.LOCK_EX | (0 if wait else fcntl.LOCK_NB))
@@ -111,7 +111,7 @@ def _locked(path: str | pathlib.Path, wait: bool = True) -> Iterator[None]:
 def _processes(folders: tuple[str, ...]) -> set[int]:
     found = set()
     for process in pathlib.Path("/proc").glob("[0-9]*"):
-        with contextlib.suppress(OSError):  # it has ended, or is another user's
+        with contextlib.suppress(OSError):  # ended, or another user's
             places = [os.readlink(process / "exe")]
             for variable in (process / "environ").read_bytes().split(b"\0"):
                 if variable.startswith(b"TMPDIR="):

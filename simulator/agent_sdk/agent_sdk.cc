@@ -1,4 +1,5 @@
 #include <dlfcn.h>
+#include <rapidjson/document.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -10,32 +11,28 @@
 #include "simulator/agent_sdk/call_record.h"
 #include "simulator/agent_sdk/deliveries.h"
 #include "simulator/agent_sdk/interface.h"
-#include "simulator/agent_sdk/panic.h"
-#include "simulator/agent_sdk/paths.h"
-#include "simulator/agent_sdk/request.h"
 #include "simulator/agent_sdk/scenario.h"
+#include "simulator/stand_in.h"
 
-/// A stand-in for the product's SDK library. It answers as the scenario says and records every
-/// call.
+/// A stand-in for the product's SDK library. It follows the scenario and records every call.
 namespace simulator {
 namespace {
 
-/// One of the instances that clients ask for, a new one for every try of a run.
-///
-/// Clients hold a pointer to it as a pointer to its function table, which is why that comes first.
+/// An instance, of which clients get a new one for every try of a run. They use the pointer to it
+/// as a pointer to its function table, so that must be the first member.
 struct Instance {
   FunctionTable table;
   int number;                      ///< counted from 1
-  const Callbacks* callbacks;      ///< null until they are registered
-  std::shared_ptr<Client> client;  ///< the same
-  std::shared_ptr<Run> run;        ///< empty until a run was asked for
+  const Callbacks* callbacks;      ///< null unless registered
+  std::shared_ptr<Client> client;  ///< null until the first registration
+  std::shared_ptr<Run> run;        ///< null before the run call
   std::string method;              ///< of the run
   bool isRunRefused = false;
 };
 static_assert(offsetof(Instance, table) == 0);
 
-/// Keeps the library in memory after the client has closed it, since its threads may still be
-/// calling back, and would return into nothing.
+/// Keeps the library loaded when the client has closed it, since its threads can still be calling
+/// back and must return to it.
 bool StayLoaded() {
   Dl_info here;
   if (dladdr(reinterpret_cast<void*>(&StayLoaded), &here) == 0 ||
@@ -45,7 +42,7 @@ bool StayLoaded() {
   return true;
 }
 
-/// All that the library holds. It outlives every call.
+/// The state of the library. It outlives every call.
 struct Library {
   bool isResident = StayLoaded();
   std::mutex mutex;
@@ -67,7 +64,8 @@ Instance& FindInstance(Library& library, void* pointer) {
   return *found->second;
 }
 
-/// Starts what the scenario wants at `moment` for the instance's registration and run.
+/// Starts the deliveries that the scenario has at `moment` for the registration and run of an
+/// instance.
 void StartDeliveries(Library& library, const Instance& instance, Moment moment) {
   for (const Delivery& delivery : library.scenario.deliveries) {
     const bool isForTry =
@@ -82,6 +80,26 @@ void StartDeliveries(Library& library, const Instance& instance, Moment moment) 
       library.deliveries.Start(delivery, instance.client, run);
     }
   }
+}
+
+/// The product operation that a request asks for, as in "Product.GetStatus"; empty if the text is
+/// not a request for exactly one operation.
+std::string MethodOf(const char* requestJson) {
+  rapidjson::Document request;
+  request.Parse(requestJson);
+  if (request.HasParseError() || !request.IsObject()) return "";
+  const auto data = request.FindMember("data");
+  if (data == request.MemberEnd() || !data->value.IsObject()) return "";
+  if (data->value.MemberCount() != 1) return "";
+  const auto operations = data->value.MemberBegin();
+  if (!operations->value.IsArray() || operations->value.Size() != 1) return "";
+  const rapidjson::Value& operation = operations->value[0];
+  if (!operation.IsObject()) return "";
+  const auto name = operation.FindMember("@name");
+  const auto input = operation.FindMember("input");
+  if (name == operation.MemberEnd() || !name->value.IsString()) return "";
+  if (input == operation.MemberEnd() || !input->value.IsObject()) return "";
+  return std::string(operations->name.GetString()) + "." + name->value.GetString();
 }
 
 template <int Entry>

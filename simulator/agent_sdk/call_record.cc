@@ -5,8 +5,7 @@
 #include <rapidjson/writer.h>
 #include <unistd.h>
 
-#include "simulator/agent_sdk/panic.h"
-#include "simulator/agent_sdk/paths.h"
+#include "simulator/stand_in.h"
 
 namespace simulator {
 namespace {

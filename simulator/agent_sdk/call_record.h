@@ -6,23 +6,21 @@
 
 namespace simulator {
 
-/// One line of the call record: a JSON object with these members. Those that are absent are left
-/// out.
+/// One line of the call record: a JSON object with those of these members that have a value.
 struct CallLine {
-  /// A call of the client: "getInstance", "register", "run", "unregister", "release"; or one of the
-  /// library, written before it is made: "completion", "event".
+  /// A call by the client: "getInstance", "register", "run", "unregister", "release"; or by the
+  /// library, recorded before the call: "completion", "event".
   const char* what;
   std::optional<int> instance = std::nullopt;  ///< its number
   std::optional<int> status = std::nullopt;    ///< that the call returns, or the completion carries
-  std::optional<int> number = std::nullopt;    ///< the reserved argument; how often it is repeated
+  std::optional<int> number = std::nullopt;    ///< the reserved argument; the number of repetitions
   std::optional<std::string> method = std::nullopt;   ///< the product operation that is run
-  std::optional<std::string> request = std::nullopt;  ///< exactly as it came
+  std::optional<std::string> request = std::nullopt;  ///< unchanged
   std::optional<std::string> batch = std::nullopt;
   std::optional<std::string> text = std::nullopt;  ///< the answer, or the event's name
 };
 
-/// Appends a line to the file that tests read to see what the client did and what it was told, in
-/// order. May be called from any thread.
+/// Appends a line to the call record. Can be called from any thread.
 void Record(const CallLine& line);
 
 }  // namespace simulator

@@ -11,7 +11,7 @@ namespace {
 
 constexpr char kForeignBatch[] = "f0e1d2c3-0000-4000-8000-00000badc0de";
 
-/// Something that is no client of ours, for callbacks with a foreign context.
+/// A foreign context for callbacks.
 char foreignContext[4096];
 
 void* ContextOf(const Delivery& delivery, const Client& client) {
@@ -26,7 +26,7 @@ void* ContextOf(const Delivery& delivery, const Client& client) {
   return client.context;
 }
 
-/// @return absent for a completion that carries no batch.
+/// @return absent for a completion without a batch.
 std::optional<std::string> BatchOf(const Delivery& delivery, const Run& run) {
   switch (delivery.batch) {
     case Batch::kPrevious:
@@ -41,8 +41,8 @@ std::optional<std::string> BatchOf(const Delivery& delivery, const Run& run) {
   return run.batch;
 }
 
-/// A text that is the client's for the time of one call only: it is wiped afterwards, so that a
-/// client that keeps the pointer is found out.
+/// A text that is valid during one call. It is wiped afterwards, so that tests detect a client that
+/// keeps the pointer.
 class LentText {
  public:
   explicit LentText(std::optional<std::string> text, std::size_t padding = 0)
@@ -134,7 +134,7 @@ bool Deliveries::AwaitMoment(const Delivery& delivery, const Client& client, con
   if (delivery.when == Moment::kAfterRun) {
     changed_.wait(lock, [&] { return run.hasReturned || isOver(); });
   }
-  // On the steady clock, as no adjustment of the time of day may move a delivery.
+  // On the steady clock, so that no adjustment of the time of day moves a delivery.
   const auto due = std::chrono::steady_clock::now() + delivery.delay;
   changed_.wait_until(lock, due, isOver);
   return isLate || !isOver();

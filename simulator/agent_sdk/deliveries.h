@@ -13,7 +13,7 @@
 
 namespace simulator {
 
-/// Whom callbacks go to: one registration with one instance.
+/// The receiver of callbacks: one registration with one instance.
 struct Client {
   ProductEventFunction onProductEvent;
   RanFunction onRan;
@@ -28,12 +28,12 @@ struct Run {
   bool hasReturned = false;  ///< guarded by Deliveries
 };
 
-/// Calls the client back, each delivery on a thread of its own: a client may hold a lock during its
-/// calls that its callbacks take.
+/// Calls the client back, each delivery on its own thread: during its calls, a client can hold a
+/// lock that its callbacks take.
 ///
-/// A delivery that has not begun when the registration ends is dropped, except those that are meant
-/// for afterwards. When the process exits those that still wait are delivered at once; then every
-/// thread is joined.
+/// A delivery that has not begun when the registration ends is dropped, unless it is due
+/// afterwards. At process exit, those that still wait are delivered at once; then every thread is
+/// joined.
 class Deliveries {
  public:
   Deliveries() = default;
@@ -41,14 +41,14 @@ class Deliveries {
   Deliveries(const Deliveries&) = delete;
   Deliveries& operator=(const Deliveries&) = delete;
 
-  /// Starts the delivery. For the moments inside a call it returns when the delivery has begun; for
-  /// kAfterRun the delay counts from FinishRun().
+  /// Starts the delivery. If it belongs inside a call, returns when it has begun. The delay for
+  /// kAfterRun counts from FinishRun().
   void Start(const Delivery& delivery, std::shared_ptr<Client> client, std::shared_ptr<Run> run);
   void FinishRun(Run& run);
   void FinishRegistration(Client& client);
 
  private:
-  /// Waits for the delivery's moment. @return false when it is dropped.
+  /// Waits for the moment of the delivery. @return false if it is dropped.
   bool AwaitMoment(const Delivery& delivery, const Client& client, const Run& run);
 
   std::mutex mutex_;

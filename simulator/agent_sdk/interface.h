@@ -3,8 +3,7 @@
 
 #include <cstdint>
 
-/// The binary interface that the SDK library offers to its clients, declared independently of what
-/// the tool believes about it.
+/// The binary interface of the SDK library, declared independently of the tool.
 namespace simulator {
 
 extern "C" {
@@ -19,7 +18,7 @@ struct Callbacks {
   RanFunction onRan;
 };
 
-/// What an instance points at. The first three entries are nothing that a client may call.
+/// An instance begins with this table. Clients must not call its first three entries.
 struct FunctionTable {
   void (*unused[3])();
   int (*run)(void* instance, const char* requestJson, const char* batchContext);

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/agent_sdk/panic.h"
+#include "simulator/stand_in.h"
 
 namespace simulator {
 namespace {

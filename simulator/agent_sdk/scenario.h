@@ -20,10 +20,10 @@ class Statuses {
   std::size_t next_ = 0;
 };
 
-/// When a callback is called. Only kInsideRun happens on the client's own thread.
+/// When a callback is called. Only kInsideRun is on a thread of the client.
 enum class Moment {
   kDuringRegister,    ///< begins before the register call returns
-  kInsideRun,         ///< inside the run call, which the client may have entered with locks held
+  kInsideRun,         ///< inside the run call, during which the client can hold locks
   kDuringRun,         ///< begins before the run call returns
   kAfterRun,          ///< once the run call has returned
   kDuringUnregister,  ///< begins before the unregister call returns
@@ -33,7 +33,7 @@ enum class Moment {
 enum class Batch { kOwn, kPrevious, kForeign, kNone };
 enum class Context { kOwn, kForeign, kNone };
 
-/// One callback, or several equal ones in a row, all on one thread.
+/// One callback, or several equal ones in a row on one thread.
 struct Delivery {
   bool isEvent = false;
   Moment when = Moment::kAfterRun;
@@ -63,8 +63,7 @@ struct Scenario {
   std::vector<Delivery> deliveries;
 };
 
-/// Reads the scenario that the launcher has laid out. The launcher has checked it, so anything
-/// wrong with it ends the process with a message.
+/// Reads the scenario that the launcher has validated. Panics if it is invalid.
 Scenario ReadScenario(const char* path);
 
 }  // namespace simulator

@@ -4,8 +4,8 @@
     hdiutil attach IMAGE [-plist] [-private] [-nobrowse]
     hdiutil detach DEVICE [-quiet]
 
-Nothing can be mounted in a sandbox, so an image is unpacked to where it would be mounted, and
-removed from there when it is detached. Which device stands for which mount point is kept as links.
+Nothing can be mounted in a sandbox, so an image is unpacked at its mount point and removed when it
+is detached. Links map devices to mount points.
 """
 
 import itertools
@@ -31,11 +31,11 @@ _VOLUME_NAME = slice(40, 72)
 
 
 class Failure(Exception):
-    """The command cannot be carried out; the text says why."""
+    """The command fails; the text is the reason."""
 
 
 def _operand(words, options):
-    """The one word that is no option."""
+    """The only word that is not an option."""
     operands = [word for word in words if not word.startswith("-")]
     unknown = [word for word in words if word.startswith("-") and word not in options]
     if len(operands) != 1 or unknown:
@@ -66,7 +66,7 @@ def _unpack(image, directory):
 
 
 def _remove(directory):
-    """Removes a tree, also below directories that nothing may be removed from."""
+    """Removes a tree, including read-only directories."""
     for folder, _, _ in os.walk(directory):
         os.chmod(folder, stat.S_IRWXU)
     shutil.rmtree(directory)
@@ -104,7 +104,7 @@ def _attach(words):
         sys.stdout.buffer.write(_output(wanted["output"], device, mount_point))
         sys.stdout.flush()
     except OSError as error:
-        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())  # what is left is dropped
+        os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())  # drops the rest
         raise Failure(f"hdiutil: {error.strerror}") from error
     stand_in.end(wanted)
 
@@ -119,7 +119,7 @@ def _output(wanted, device, mount_point):
 
 
 def _filled(value, texts):
-    """`value` with the texts in place of their names, wherever these stand in strings."""
+    """`value` with the names in its strings replaced by the texts."""
     if isinstance(value, dict):
         return {key: _filled(member, texts) for key, member in value.items()}
     if isinstance(value, list):
@@ -145,13 +145,13 @@ def _detach(words):
 
 
 def _whole_disk(device):
-    """The disk that a partition belongs to: disk2s1 to disk2."""
+    """The disk of a partition: disk2 for disk2s1."""
     disk, _, number = device.rpartition("s")
     return disk if number.isdigit() and disk[-1:].isdigit() else device
 
 
 def main(words):
-    """Carries the command out and ends the program."""
+    """Runs the command and ends the program."""
     stand_in.record("hdiutil", words)
     commands = {"attach": _attach, "detach": _detach}
     try:

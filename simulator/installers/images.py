@@ -1,4 +1,4 @@
-"""Builds what the product's installers come in: packages, applications and disk images.
+"""Builds installation media: packages, applications and disk images.
 
     media = Media(build)
     media.write_package(folder / "Setup.pkg")
@@ -40,13 +40,13 @@ _PAGES = 2000
 
 
 def write_configuration(folder: pathlib.Path, company: str = _COMPANY, group: str = _GROUP) -> None:
-    """Writes the installer's configuration, which says whose endpoint it will be."""
+    """Writes the installer's configuration with the owner of the endpoint."""
     text = _CONFIGURATION.format(company=company, group=group)
     (folder / CONFIGURATION_NAME).write_text(text, encoding="utf-8")
 
 
 def write_image(content: pathlib.Path, image: pathlib.Path, volume: str = "SETUP") -> None:
-    """Makes a disk image with everything in the folder `content`; ISO 9660 with Rock Ridge.
+    """Makes a disk image of the folder `content`: ISO 9660 with Rock Ridge.
 
     Raises BuildError.
     """
@@ -55,7 +55,7 @@ def write_image(content: pathlib.Path, image: pathlib.Path, volume: str = "SETUP
     for path in pathlib.Path(content).rglob("*"):
         if path.is_file() and not path.is_symlink() and not os.access(path, os.R_OK):
             mode = path.stat().st_mode
-            path.chmod(mode | 0o400)  # for xorriso; on the image it gets its own mode again
+            path.chmod(mode | 0o400)  # for xorriso; the image gets the original mode
             command += ["-chmod", f"{mode & 0o777:03o}", f"/{path.relative_to(content)}", "--"]
     made = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, check=False)
     if made.returncode != 0:
@@ -64,14 +64,14 @@ def write_image(content: pathlib.Path, image: pathlib.Path, volume: str = "SETUP
 
 
 class Media:
-    """Packages and applications with the stand-ins of the build folder `build`."""
+    """Packages and applications with the stand-ins of a build folder."""
 
     def __init__(self, build: pathlib.Path):
         self._build = build
         self._signed = SignedFiles(build / "simulator" / "signing")
 
     def write_package(self, path: pathlib.Path, product: Json = None) -> None:
-        """Writes a package with `product`, which is as in a scenario; the default is healthy's."""
+        """Writes a package with the product of a scenario, by default that of healthy."""
         product = product or scenario.load(scenario.DEFAULT)["product"]
         with tempfile.TemporaryDirectory() as folder:
             installed = installation.Installation(pathlib.Path(folder), self._build)
@@ -85,7 +85,7 @@ class Media:
                 archive.add(folder, "payload")
 
     def write_application(self, path: pathlib.Path, signature: str = "maker") -> None:
-        """Makes the setup downloader's application bundle, signed in a way that scenarios name."""
+        """Writes the setup downloader's application bundle with a signature of the scenarios' kinds."""
         contents = path / "Contents"
         executable = contents / "MacOS" / "Setup Downloader"
         for folder in (executable.parent, contents / "Resources"):
@@ -101,7 +101,7 @@ class Media:
         self.sign(path, signature)
 
     def sign(self, path: pathlib.Path, signature: str) -> None:
-        """Signs an application anew."""
+        """Signs an application again."""
         self._signed.sign(path, signature)
 
     def place(self, names: list[str], folder: pathlib.Path) -> None:
@@ -112,7 +112,7 @@ class Media:
             shutil.copytree(made, folder / name)
 
     def _version(self) -> str:
-        """Changes with everything that the demonstration media are made of."""
+        """A key for everything that the demonstration media are made of."""
         made_of = [pathlib.Path(__file__), _SETUP_DOWNLOADER,
                    *(self._build / "simulator" / name for name in ("agentsdk.so", "service"))]
         content = [self._signed.anchors([]).encode(), *(path.read_bytes() for path in made_of)]
@@ -131,7 +131,7 @@ class Media:
         write_configuration(folder)
 
     def _fill_with_much(self, folder: pathlib.Path) -> None:
-        """A package deep within much else, under names that are hard to handle."""
+        """A package deep inside a large tree, under unusual names."""
         pages = folder / "Documentation"
         pages.mkdir()
         for number in range(_PAGES):
@@ -160,7 +160,7 @@ class Media:
         (folder / "Setup Downloader.app/Contents/MacOS/Setup Downloader").unlink()
 
 
-# What fills the images among the demonstration media.
+# The makers of the contents of the demonstration images.
 _CONTENTS = {
     "package-image": Media._fill_with_package,
     "nested-image": Media._fill_with_much,

@@ -23,11 +23,11 @@ _PAYLOAD = "payload/"
 
 
 class Failure(Exception):
-    """The product cannot be installed; the text says why."""
+    """The product cannot be installed; the text is the reason."""
 
 
 def install(package, configuration):
-    """Unpacks the product, hands the installer's configuration on to it and starts its services."""
+    """Unpacks the product, gives it the installer's configuration and starts its services."""
     try:
         owner = ElementTree.parse(configuration).getroot()
         with tarfile.open(package) as archive:
@@ -35,7 +35,7 @@ def install(package, configuration):
             for member in archive.getmembers():
                 if member.name.startswith(_PAYLOAD):
                     member.name = member.name.removeprefix(_PAYLOAD)
-                    # The maker's user may not exist here, and then tarfile sets no mode either.
+                    # The owner can be unknown here, and then tarfile does not set the mode.
                     member.uid, member.uname = os.geteuid(), ""
                     member.gid, member.gname = os.getegid(), ""
                     archive.extract(member, "/")
@@ -58,12 +58,12 @@ def _configure(path, owner):
 
 
 def _start(services):
-    """Starts the services; when this returns the process table has them under their own names.
+    """Starts the services; on return, they are in the process table under their names.
 
     They live on when the installer has ended, so they are started by a process that ends at once.
     The kernel tells a service of the death of its parent, which must be the new one by then.
     """
-    reading, writing = os.pipe()  # closed in a child by the start of its program
+    reading, writing = os.pipe()  # closed in a child when its program starts
     starter = os.fork()
     if starter == 0:
         number = os.getpid()
@@ -102,7 +102,7 @@ def _package(words):
 
 
 def main(words):
-    """Carries the command out and ends the program."""
+    """Runs the command and ends the program."""
     stand_in.record("installer", words)
     try:
         package = _package(words)

@@ -17,7 +17,7 @@ import stand_in  # pylint: disable=wrong-import-position
 
 
 def main(words):
-    """Carries the command out and ends the program."""
+    """Runs the command and ends the program."""
     stand_in.record("setupDownloader", words)
     if words != ["--silent"]:
         sys.exit("this program has no user interface")

@@ -13,29 +13,29 @@ _CALL_RECORD = f"{DIRECTORY}/calls.jsonl"
 
 
 def record(what, arguments):
-    """Writes the call down, with what the program has got from the one that started it."""
+    """Records the call, with what the program has inherited."""
     call = {"what": what, "arguments": arguments, "directory": os.getcwd(),
             "descriptors": _descriptors()}
     line = (json.dumps(call) + "\n").encode()
-    # Appending in one call keeps the lines of several programs apart.
+    # One call for each line keeps the lines of several programs apart.
     file = os.open(_CALL_RECORD, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o644)
     os.write(file, line)
     os.close(file)
 
 
 def _descriptors():
-    """What every open descriptor leads to, by number."""
+    """The targets of the open descriptors, by number."""
     found = {}
     for name in sorted(os.listdir("/proc/self/fd"), key=int):
         try:
             found[name] = os.readlink(f"/proc/self/fd/{name}")
         except FileNotFoundError:
-            continue  # the one that the list was read from
+            continue  # the one for the list
     return found
 
 
 def behaviour(name):
-    """How the scenario wants the step `name` to go."""
+    """The behaviour of the step `name` in the scenario."""
     with open(_SCENARIO, encoding="utf-8") as file:
         return json.load(file)["installers"][name]
 

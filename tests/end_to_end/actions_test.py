@@ -1,4 +1,7 @@
-"""Starting updates and scans: unwatched, and confirmed by the product's events."""
+"""Starting updates and scans: unwatched, and confirmed by the product's events.
+
+sdk/actions_test.cc and sdk/concurrency_test.cc have the rules.
+"""
 
 import time
 
@@ -11,7 +14,7 @@ SCAN_REQUEST = (
     '{{ "data": {{ "FileScan.OnDemand" : [ {{ "@name" : "RunScanTask", "input" : '
     '{{ "customScanTask" : {{}}, "runCustomTask" : false, "storedScanTask" : '
     '{{ "taskId" : "{task}", "userSid" : "" }} }} }} ] }} }}')
-# The words of the two scans in messages and options, and the task that each runs.
+# The words for the scans in messages and options, and the task that each scan runs.
 SCANS = (("full", "Full", "3b7e91a0-5c42-4d18-9f6e-2a0c7d45e8b1"),
          ("quick", "Quick", "8f05c2d6-71e9-4a3b-b2c4-6d19e0f37a5c"))
 NO_ANSWER_YET = ["Failed to receive AgentSDK response. JSON is empty", *t.finish()]
@@ -27,7 +30,7 @@ STARTED, FAILED, PROGRESS = (
 
 
 def scanning(*events, completions=(), **answer):
-    """The product tells these events of a scan, whose start is answered with `answer`."""
+    """The product reports these events; the start of the scan is answered with `answer`."""
     return {"sdk": {
         "answers": {"FileScan.OnDemand.RunScanTask": {
             **(answer or {"output": {"taskInstance": 7}}), "completions": list(completions)}},
@@ -39,55 +42,50 @@ def several(event):
     return [(event, {"delay": delay}) for delay in (7000, 12_000, 20_000, 40_000)]
 
 
-GARBLED = scanning(*several(PROGRESS), completions=[{}], text="{}")
-
-
 class StartUpdate(EndToEndCase):
-    """-startUpdate prints the product's number, whatever comes of it."""
+    """-startUpdate prints the product's error number, whatever its exit status is."""
 
-    def start(self, scenario, status, output, lines, callbacks=None):
-        """Runs the command; `lines` are its own, `callbacks` makes the completion's of the run."""
+    def start(self, scenario, status, output, lines, is_completed=True):
+        """Runs the command; `lines` are those of the operation."""
         run = self.run_tool("-startUpdate", scenario=scenario)
         self.assert_answer(run, status, output)
+        callbacks = t.on_ran(run.batch, run.calls_of("completion")[0]["text"]) \
+            if is_completed else None
         self.assert_log(run, ["Start update", f"Execute {UPDATE} method", *lines,
-                              f"Finished to start update with error code:{output}"],
-                        callbacks(run) if callbacks else None)
+                              f"Finished to start update with error code:{output}"], callbacks)
         self.assert_balanced(run)
         return run
 
-    def completion(self, run):
-        return t.on_ran(run.batch, run.calls_of("completion")[0]["text"])
-
     def test_accepted(self):
         run = self.start("healthy", 0, "0",
-                         [*t.answered(UPDATE), "Finished to Start update with error code: 0"],
-                         self.completion)
+                         [*t.answered(UPDATE), "Finished to Start update with error code: 0"])
         self.assertEqual(run.calls_of("run")[0]["request"], UPDATE_REQUEST)
 
-    def test_error_of_the_product_is_the_answer(self):
+    def test_error_of_the_product(self):
         self.start("update-refused", 0, "12", [
             *t.started(UPDATE), "Set run async timeout", *t.PARSE[:5], "Response error code : 12",
-            *t.finish(), "Finished to Start update with error code: 0"], self.completion)
+            *t.finish(), "Finished to Start update with error code: 0"])
 
     def test_unusable_answer(self):
         self.start({"sdk": {"answers": {UPDATE: {"text": "{}"}}}}, 0, "3", [
             *t.started(UPDATE), "Set run async timeout", *t.PARSE[:2],
             'Invalid JSON. Response does not have "response" member', *t.finish(),
-            "Finished to Start update with error code: 0"], self.completion)
+            "Finished to Start update with error code: 0"])
 
     def test_unregistration_fails(self):
         self.start("unregister-fails", 8, "0", [
             *t.started(UPDATE), "Set run async timeout", *t.PARSE, *t.finish(8),
-            "Failed to execute method. Error code: 8"], self.completion)
+            "Failed to execute method. Error code: 8"])
 
     def test_not_installed(self):
         self.start("not-installed", 20, "0", [
-            *t.product_missing(UPDATE), "Failed to execute method. Error code: 20"])
+            *t.product_missing(UPDATE), "Failed to execute method. Error code: 20"], False)
 
     def test_unanswered_takes_ten_seconds(self):
         self.start({"sdk": {"answers": {UPDATE: {"output": {}, "completions": []}}}}, 60, "0", [
             *t.started(UPDATE), "Set run async timeout", "Failed to run instance due to timeout",
-            "Instance unregistered with exit code : 0", "Failed to execute method. Error code: 60"])
+            "Instance unregistered with exit code : 0", "Failed to execute method. Error code: 60"],
+            False)
 
 
 class ScanCase(EndToEndCase):
@@ -99,25 +97,12 @@ class ScanCase(EndToEndCase):
         return [f"Starting {word} scan", f"Start {word} scan", *([thread] if is_watched else []),
                 f"Execute {scan_method(capital)} method"]
 
-    def confirmed(self, scenario, output, before_answer=NO_ANSWER_YET):
-        """Both scans, watched, end with an event that gives `output`."""
-        for word, capital, _ in SCANS:
-            with self.subTest(scan=word):
-                run = self.run_tool(f"-start{capital}Scan", "5", scenario=scenario)
-                self.assert_answer(run, 0, output)
-                self.assertEqual(run.main_log, [
-                    *self.begun(word, capital, True), *t.started(scan_method(capital)),
-                    *before_answer, f"Product has an event. Scan error: {output}",
-                    f"Finished starting {capital} scan with error code: 0",
-                    f"Finished starting {word} scan with error code:{output}"])
-                self.assert_balanced(run)
-
 
 class UnwatchedScan(ScanCase):
     """Without a limit the scan's completion is awaited; the messages say that it failed."""
 
     def check(self, scenario, status, output, lines, code=0):
-        """Both scans; `lines` makes those between the start of the command and its end."""
+        """Both scans; `lines` makes the lines of the method."""
         for word, capital, task in SCANS:
             with self.subTest(scan=word):
                 run = self.run_tool(f"-start{capital}Scan", scenario=scenario)
@@ -140,11 +125,6 @@ class UnwatchedScan(ScanCase):
             *t.started(method), "Set run async timeout", *t.PARSE[:5], "Response error code : 31",
             *t.finish()])
 
-    def test_unusable_answer(self):
-        self.check(GARBLED, 0, "3", lambda method: [
-            *t.started(method), "Set run async timeout", *t.PARSE[:2],
-            'Invalid JSON. Response does not have "response" member', *t.finish()])
-
     def test_not_installed(self):
         self.check("not-installed", 20, "", t.product_missing, code=20)
 
@@ -152,30 +132,37 @@ class UnwatchedScan(ScanCase):
 class WatchedScan(ScanCase):
     """With a limit the product's events decide."""
 
+    def confirmed(self, scenario, output):
+        """Both scans end with an event that gives `output`."""
+        for word, capital, _ in SCANS:
+            with self.subTest(scan=word):
+                run = self.run_tool(f"-start{capital}Scan", "5", scenario=scenario)
+                self.assert_answer(run, 0, output)
+                self.assertEqual(run.main_log, [
+                    *self.begun(word, capital, True), *t.started(scan_method(capital)),
+                    *NO_ANSWER_YET, f"Product has an event. Scan error: {output}",
+                    f"Finished starting {capital} scan with error code: 0",
+                    f"Finished starting {word} scan with error code:{output}"])
+                self.assert_balanced(run)
+
     def test_started(self):
         self.confirmed("scan-started", "0")
 
     def test_failed(self):
         self.confirmed("scan-failed", "5023")
 
-    def test_other_events_decide_nothing(self):
-        self.confirmed(scanning(
-            (PROGRESS, {"repeat": 3}), (STARTED.swapcase(), {"delay": 20}),
-            (STARTED, {"delay": 100})), "0")
+    def test_event_before_a_call_returns(self):
+        for when in ("duringRun", "duringRegister"):
+            with self.subTest(when=when):
+                self.confirmed(scanning((STARTED, {"when": when})), "0")
 
-    def test_event_before_the_run_call_returns(self):
-        self.confirmed(scanning((STARTED, {"when": "duringRun"})), "0")
-
-    def test_event_before_the_registration_returns(self):
-        self.confirmed(scanning((STARTED, {"when": "duringRegister"})), "0")
-
-    def test_storm_of_events(self):
-        self.confirmed(scanning((PROGRESS, {"repeat": 100_000, "when": "duringRun"}),
-                                (STARTED, {"delay": 300})), "0")
-
-    def test_events_for_other_contexts(self):
-        self.confirmed(scanning((STARTED, {"context": "none"}), (FAILED, {"context": "foreign"}),
-                                (STARTED, {"delay": 100})), "0")
+    def test_events_that_decide_nothing(self):
+        for events in (
+                [(PROGRESS, {"repeat": 3}), (STARTED.swapcase(), {"delay": 20})],
+                [(STARTED, {"context": "none"}), (FAILED, {"context": "foreign"})],
+                [(PROGRESS, {"repeat": 100_000, "when": "duringRun"})]):
+            with self.subTest(events=events):
+                self.confirmed(scanning(*events, (STARTED, {"delay": 300})), "0")
 
     def test_events_after_the_registration(self):
         self.confirmed(scanning(
@@ -183,11 +170,9 @@ class WatchedScan(ScanCase):
             (FAILED, {"when": "afterUnregister", "delay": 60_000}),
             (PROGRESS, {"when": "duringUnregister", "repeat": 100})), "0")
 
-    def test_huge_limits_wait_and_end_with_an_event(self):
-        for limit in ("10000000000", "9223372036854775807", "0000000000000000000000000000012"):
-            with self.subTest(limit=limit):
-                run = self.run_tool("-startQuickScan", limit, scenario="scan-started")
-                self.assert_answer(run, 0, "0")
+    def test_huge_limit(self):
+        run = self.run_tool("-startQuickScan", "9223372036854775807", scenario="scan-started")
+        self.assert_answer(run, 0, "0")
 
     def test_completion_and_event_at_once_takes_five_seconds_or_none(self):
         run = self.run_tool("-startQuickScan", "5", scenario=scanning(
@@ -196,7 +181,7 @@ class WatchedScan(ScanCase):
 
 
 class WatchedScanWithoutOutcome(ScanCase):
-    """Nothing decisive comes within the limit, which is five seconds even if less is asked for."""
+    """Nothing decisive comes within the limit, which is at least five seconds."""
 
     def expired(self, scenario, limit="5"):
         start = time.monotonic()
@@ -207,30 +192,22 @@ class WatchedScanWithoutOutcome(ScanCase):
             *self.begun("quick", "Quick", True), *t.started(scan_method("Quick")),
             "Failed to run instance due to timeout", "Instance unregistered with code : 0",
             "Could not execute method. Error code: 60"])
+        texts = [call["text"] for call in run.calls_of("completion")]
+        self.assertEqual(run.callback_log,
+                         [line for text in texts for line in t.on_ran(run.batch, text)])
         self.assert_balanced(run)
-        return run
 
     def test_other_events_only_takes_five_seconds(self):
-        self.assertEqual(self.expired(scanning(
-            (PROGRESS, {}), (PROGRESS, {"delay": 1000}), *several(PROGRESS))).callback_log, [])
+        self.expired(scanning((PROGRESS, {}), (PROGRESS, {"delay": 1000}), *several(PROGRESS)))
 
     def test_event_after_the_limit_takes_five_seconds(self):
         self.expired(scanning(*several(STARTED)), limit="0")
 
     def test_completion_after_the_limit_takes_five_seconds(self):
-        run = self.expired("scan-completed-after-the-limit", limit="3")
-        self.assertEqual(run.callback_log,
-                         t.on_ran(run.batch, run.calls_of("completion")[0]["text"]))
+        self.expired("scan-completed-after-the-limit", limit="3")
 
     def test_completion_before_the_events_takes_five_seconds(self):
-        run = self.expired(scanning(*several(STARTED), completions=[{}]))
-        self.assertEqual(run.callback_log,
-                         t.on_ran(run.batch, run.calls_of("completion")[0]["text"]))
-
-    def test_unusable_answers_take_five_seconds(self):
-        for scenario in ("scan-refused", GARBLED):
-            with self.subTest(scenario=scenario):
-                self.expired(scenario)
+        self.expired(scanning(*several(STARTED), completions=[{}]))
 
 
 class WatchedScanRefused(ScanCase):
@@ -238,16 +215,9 @@ class WatchedScanRefused(ScanCase):
 
     CODES = {
         "not-installed": 20,
-        "library-missing": -67068,
         "library-unsigned": 22,
-        "library-other-maker": 22,
-        "library-ad-hoc": 2,
-        "library-not-loadable": 35,
         "library-without-get-instance": 14,
-        "library-without-release-instance": 14,
         "get-instance-fails": 13,
-        "register-fails": 45,
-        "run-refused": 45,
         "run-again-for-ever": 45,
     }
 
@@ -258,7 +228,7 @@ class WatchedScanRefused(ScanCase):
                     with self.endpoint(scenario) as endpoint:
                         run = self.run_script_on(
                             endpoint, f"timeout 1 $FAST $TOOL -start{capital}Scan 5")
-                    self.assert_answer(run, code % 256, "")
+                    self.assert_answer(run, code, "")
                     self.assertEqual(run.main_log[:4], self.begun(word, capital, True))
                     self.assertEqual(run.main_log[-1],
                                      f"Could not execute method. Error code: {code}")

@@ -1,7 +1,4 @@
-"""Lines that detections leave in the log, and what they answer.
-
-As in transcripts.py each function gives the lines of one step.
-"""
+"""The records and log lines of detections; like transcripts.py, one function for each step."""
 
 from tests.end_to_end import transcripts as t
 
@@ -19,7 +16,7 @@ _WAIT = "Services are not running. Waiting 5 seconds"
 
 # A detection on an endpoint without the product.
 NOTHING = [*_BEGIN, "ORVEX directory not found"]
-# The second read when everything is known already, and when there is no older file.
+# What reading a configuration file logs.
 NOTHING_WANTED = ["Empty values are entered"]
 ALL_READ = ["Configuration file closed", "Finished reading from Agcf configuration file"]
 CLEARED = ["Clearing non nullable values"]
@@ -27,14 +24,14 @@ NO_FILE = ["Cannot access agcfJso file path"]
 
 
 def status_query(lines: list[str], found: list[str]) -> list[str]:
-    """The query for critical issues, whose method logs `lines` and which finds `found`."""
+    """A query for critical issues that finds `found`; `lines` are those of its method."""
     return ["Get ORVEX Critical issues", "Execute Product.GetStatus method", *t.wrapped(lines),
             *(f"Critical issue found: {name}" for name in found),
             "Finished to get critical issues with error: 0"]
 
 
 def running(waits: int = 0, layout: int = 1, issues: tuple[str, ...] = ()) -> list[str]:
-    """Up to the identity, on an endpoint whose services are found running."""
+    """Up to the identity; the services are found running."""
     lines = [*_PRESENT, *[_WAIT] * waits, "Services are running",
              *status_query(t.answered(layout=layout), list(issues))]
     if issues:
@@ -43,13 +40,13 @@ def running(waits: int = 0, layout: int = 1, issues: tuple[str, ...] = ()) -> li
 
 
 def not_running() -> list[str]:
-    """Up to the identity, on an endpoint whose services are never found running."""
+    """Up to the identity; the services are never found running."""
     return [*_PRESENT, *[_WAIT] * 4]
 
 
 def ask_identity(layout: int = 1, endpoint: str | None = ENDPOINT,
                  company: str | None = COMPANY) -> list[str]:
-    """The SDK is asked for both identifiers that it knows; None for one that it does not answer."""
+    """The SDK is asked for the identifiers that it knows; None is one that it does not answer."""
     lines = ["Get SL Identity", "Getting SL Identity using the wrapper method",
              *t.wrapped(t.answered(t.GET_IDENTITY, layout), method=t.GET_IDENTITY),
              "SL Identity retrieved successfully",
@@ -64,14 +61,14 @@ def ask_identity(layout: int = 1, endpoint: str | None = ENDPOINT,
 
 def taken(group: str | None = None, endpoint: str | None = None,
           company: str | None = None) -> list[str]:
-    """What a configuration file supplies."""
+    """The values that a configuration file supplies."""
     values = (("Group id is: ", group), ("Hardware id is: ", endpoint),
               ("Company id is: ", company))
     return [text + value for text, value in values if value is not None]
 
 
 def end(newer: list[str], older: list[str], failed: bool = False) -> list[str]:
-    """From the identity on: the reading of both files, of which the newer one can be `failed`."""
+    """From the identity on: the lines of the newer file, which can be `failed`, and of the older."""
     failure = ["Cannot retrieve endpoint information"] if failed else []
     return ["Retrieving endpoint information", *newer, *failure, *older, "ORVEX Already exists",
             "ORVEX Detect finished"]
@@ -90,7 +87,7 @@ def without_services(company: str = COMPANY, group: str = GROUP) -> list[str]:
 
 
 def callbacks(run) -> list[str]:
-    """What the completions of a run have logged, when each method was answered once."""
+    """The lines of the completions of a run in which each method was answered once."""
     lines = []
     for call, completion in zip(run.calls_of("run"), run.calls_of("completion"), strict=True):
         lines += t.on_ran(call["batch"], completion["text"])

@@ -1,22 +1,21 @@
-"""Runs the shipped tool on a simulated endpoint and tells what came of it.
+"""Runs the shipped tool on a simulated endpoint and collects its answers, log and calls.
 
     class UpdateErrors(EndToEndCase):
         def test_names_what_failed(self):
             run = self.run_tool("-checkForUpdateErrors", scenario="update-failed")
             self.assert_answer(run, 0, "antimalware=-1|webfilter=1005")
 
-A scenario is the name of a file under simulator/scenarios, or a dictionary of the same form, in
-which only what differs from the scenario `healthy` needs to be said:
+A scenario is the name of a file under simulator/scenarios, or a dictionary of the same form with
+what differs from the scenario `healthy`:
 
             run = self.run_tool("-getProductVersion", scenario={"sdk": {"run": [2, 0]}})
 
-What a run gives is described at ToolRun. Logs are compared as two sequences, since lines of the
-SDK's own threads may stand between those of the main thread: see EndToEndCase.assert_log(), and the
-lines that all invocations share in transcripts.py. To put files on the endpoint or to look at them
-afterwards, use EndToEndCase.endpoint().
+Logs are compared as two sequences, since lines of the SDK's threads can stand between those of the
+main thread: see EndToEndCase.assert_log(), and transcripts.py for the lines that all invocations
+share. Tests that put files on the endpoint or look at them afterwards use EndToEndCase.endpoint().
 
-The build folder with the tool is $KX_BUILD (default: build/release). Every case has an endpoint of
-its own, so that any number of them can run at once.
+The build folder with the tool is $KX_BUILD (default: build/release). Every case has its own endpoint,
+so that any number of them can run at once.
 """
 
 import contextlib
@@ -42,7 +41,7 @@ BUILD = pathlib.Path(os.environ.get("KX_BUILD", ROOT / "build" / "release")).res
 
 
 def _differences() -> set[str]:
-    """The tests that are to fail when the build folder's tool runs under GNUstep."""
+    """The tests that must fail if the tool of the build folder runs under GNUstep."""
     cache = BUILD / "CMakeCache.txt"
     if not cache.is_file() or "KX_GNUSTEP:BOOL=ON" not in cache.read_text(encoding="utf-8"):
         return set()
@@ -52,7 +51,7 @@ def _differences() -> set[str]:
 
 DIFFERENCES = _differences()
 
-# For what only a sandbox offers: users without special rights, small disks, a /tmp of its own.
+# For what only a sandbox offers: users without privileges, small disks, a private /tmp.
 needs_sandbox = unittest.skipIf(sandbox.refusal(), "endpoints are made in place here")
 
 # Seconds that a run may take.
@@ -72,15 +71,14 @@ _CALLBACK_LINE = re.compile(
 
 @dataclasses.dataclass(frozen=True)
 class ToolRun:
-    """What one run of the tool has left.
+    """The results of one run of the tool.
 
     status: the exit status; 128 and the signal's number when a signal ended the tool.
     output, errors: the bytes of standard output and standard error.
     log: the logged messages in order, without the time, with "<uuid>", "<time>" and "<seconds>" for
-        what differs from run to run; None when there is no log file.
-    calls: what the SDK library saw and did, in order: dictionaries with the members that
-        simulator/agent_sdk/call_record.h lists. In between, what the stand-ins for programs were
-        called with, see simulator/installers/stand_in.py.
+        what differs from run to run; None if there is no log file.
+    calls: what the SDK library received and did, in order, as simulator/agent_sdk/call_record.h
+        describes, and the calls of the stand-ins for programs (simulator/installers/stand_in.py).
     """
 
     status: int
@@ -100,12 +98,12 @@ class ToolRun:
 
     @property
     def callback_log(self) -> list[str]:
-        """The messages that completions have logged, on the SDK's threads."""
+        """The messages that completions logged, on the SDK's threads."""
         return [message for message in self.log or [] if self._is_from_callback(message)]
 
     @property
     def main_log(self) -> list[str]:
-        """The messages that the main thread has logged."""
+        """The messages that the main thread logged."""
         return [message for message in self.log or [] if not self._is_from_callback(message)]
 
     def _is_from_callback(self, message: str) -> bool:
@@ -130,11 +128,11 @@ class EndToEndCase(unittest.TestCase):
                  layout: int | None = None, logging: bool = True,
                  programs: dict[str, pathlib.Path | None] | None = None,
                  volumes: dict[str, int] | None = None) -> Iterator[endpoints.Endpoint]:
-        """An endpoint that the tool can be run on several times, with run_tool_on().
+        """An endpoint on which run_tool_on() can run the tool several times.
 
-        Its path() gives the place of any of the endpoint's files on this machine. The arguments are
-        those of endpoints.open_endpoint(); `layout` overrides the scenario's. A test has one at a
-        time, since a machine where they are made in place has room for one only.
+        Its path() maps a path of the endpoint to this machine. The arguments are those of
+        endpoints.open_endpoint(); `layout` overrides the scenario's. A test has one endpoint at a
+        time, since only one can be made in place.
         """
         self.assertFalse(self._has_endpoint, "the test has an endpoint already")
         complete = scenarios.load(scenario)
@@ -149,16 +147,16 @@ class EndToEndCase(unittest.TestCase):
 
     def run_tool(self, *words: str, sleep_divisor: int | None = 1000, timeout: float = _LIMIT,
                  **options: Any) -> ToolRun:
-        """Runs the tool once on an endpoint of its own; `options` are those of endpoint()."""
+        """Runs the tool once on a new endpoint; `options` are those of endpoint()."""
         with self.endpoint(**options) as endpoint:
             return self.run_tool_on(endpoint, *words, sleep_divisor=sleep_divisor, timeout=timeout)
 
     def run_tool_on(self, endpoint: endpoints.Endpoint, *words: str,
                     sleep_divisor: int | None = 1000, timeout: float = _LIMIT) -> ToolRun:
-        """Runs the tool; its sleeps are `sleep_divisor` times shorter, None leaves them as they are.
+        """Runs the tool with sleeps that are `sleep_divisor` times shorter, unless that is None.
 
-        Waits with a deadline always take their real time. The log and the calls are all that the
-        endpoint has seen so far.
+        Waits with a deadline always take their real time. The log and the calls include those of
+        earlier runs on the endpoint.
         """
         return _gathered(endpoint, lambda **streams: endpoint.run_tool(
             list(words), sleep_divisor, timeout=timeout, **streams))
@@ -187,8 +185,7 @@ class EndToEndCase(unittest.TestCase):
         self.assert_stored_while_waiting(run)
 
     def assert_stored_while_waiting(self, run: ToolRun) -> None:
-        """Answers were stored after the main thread began to wait and, but for those that came
-        after the first, before it went on."""
+        """The first answer was stored while the main thread waited, and no answer before."""
         log = run.log or []
         stored = [index for index, message in enumerate(log) if message == "OnRun response"]
         waits = [index for index, message in enumerate(log) if message == "Set run async timeout"]
@@ -201,7 +198,7 @@ class EndToEndCase(unittest.TestCase):
         self.assertLess(stored[0] + 1, after[0])
 
     def assert_balanced(self, run: ToolRun) -> None:
-        """Every instance was released, once, with no registration left that could be ended."""
+        """Every instance was released once, and every registration was ended."""
         given = [call["instance"] for call in run.calls_of("getInstance") if call["status"] == 0]
         self.assertEqual([call["instance"] for call in run.calls_of("release")], given)
         registered = [call["instance"] for call in run.calls_of("register") if call["status"] == 0]
@@ -211,7 +208,7 @@ class EndToEndCase(unittest.TestCase):
 
 @contextlib.contextmanager
 def without_product() -> Iterator[None]:
-    """While it lasts no endpoint is made in place, so that this machine itself has no product."""
+    """Prevents endpoints from being made in place, so that this machine has no product."""
     if sandbox.refusal() is None:
         yield
         return
@@ -238,10 +235,10 @@ def read_log(path: pathlib.Path) -> list[str] | None:
         found = _LOG_LINE.fullmatch(line)
         if found:
             messages.append(found[1])
-        elif messages:  # a message of several lines goes on
+        elif messages:  # the continuation of a message
             messages[-1] += "\n" + line
         else:
-            raise AssertionError(f"the log begins without a time: {line!r}")
+            raise AssertionError(f"the log does not begin with a time: {line!r}")
     return [_without_variable_parts(message) for message in messages]
 
 

@@ -1,4 +1,4 @@
-"""What the tests of the installer runner share."""
+"""Shared by the tests of the installer runner."""
 
 import dataclasses
 import pathlib
@@ -24,12 +24,12 @@ _STARTS = {"-runInstaller": "run installer", "-runSetupDownloader": "setup downl
 
 
 def scenario(**installers) -> dict:
-    """An endpoint without the product, whose installer tools behave as told."""
+    """An endpoint without the product, with these installer tools."""
     return {"product": ABSENT, "installers": installers}
 
 
 def device_at_top(**changes) -> dict:
-    """An attach answer that has the device in the top dictionary also."""
+    """An answer of hdiutil with the device in the top dictionary, too."""
     entity = {"content-hint": "Apple_HFS", "dev-entry": "$devices2", "mount-point": "$mountPoint"}
     value = {"dev-entry": "$device", "system-entities": [{"dev-entry": "$device"}, entity]}
     return {"output": {"propertyList": value}, **changes}
@@ -42,19 +42,19 @@ def fill_with_package(folder: pathlib.Path) -> None:
 
 
 def fill_with_small_package(folder: pathlib.Path) -> None:
-    """The same for tests in which nothing can be installed from it."""
+    """The same for tests in which nothing is installed."""
     (folder / "Setup.pkg").write_text("a package\n")
     images.write_configuration(folder)
 
 
 def begin(option: str) -> list[str]:
-    """An installation that is not refused."""
+    """The beginning of an installation that is not refused."""
     return [f"Starting ORVEX installer with {_STARTS[option]}", "Starting ORVEX Detect",
             *d.NOTHING, "Get installer path attributes"]
 
 
 def from_package(status: int, detection: list[str]) -> list[str]:
-    """The whole log of the installation of a package that was given."""
+    """The whole log of the installation of a package that was given directly."""
     return [*begin("-runInstaller"), "Running ORVEX Install",
             'Running ORVEX Install with "pkg installer"', "Check for pkg filename",
             "Checking for installer xml", "Running ORVEX Install",
@@ -63,7 +63,7 @@ def from_package(status: int, detection: list[str]) -> list[str]:
 
 
 def attach(option: str = "-runInstaller") -> list[str]:
-    """Everything up to the attaching of an image."""
+    """Up to the attachment of an image."""
     lines = [*begin(option), "Running ORVEX Install"]
     if option == "-runInstaller":
         lines += ['Running ORVEX Install with "pkg installer"', "Check for pkg filename"]
@@ -71,7 +71,7 @@ def attach(option: str = "-runInstaller") -> list[str]:
 
 
 def search(item: str | None, configuration: str | None) -> list[str]:
-    """The search, which finds at most one of each. Their order is the disk's."""
+    """The search, which finds at most one of each."""
     lines = ["Searching for app"]
     if item is not None:
         lines.append(f"Found app path: {item}")
@@ -81,7 +81,7 @@ def search(item: str | None, configuration: str | None) -> list[str]:
 
 
 def install(status: int, detection: list[str]) -> list[str]:
-    """The installation of what was found, up to the end."""
+    """The installation of what was found, to the end."""
     return ["Running ORVEX Install", f"ORVEX Install finished with exit code: {status}",
             "Starting final ORVEX Detect", *detection, "Finished ORVEX Detect", finish(status)]
 
@@ -93,7 +93,7 @@ def finish(status: int) -> str:
 
 def missing(item: str = "(null)", configuration: str = "(null)",
             beside: str = CONFIGURATION) -> list[str]:
-    """How it ends when the image lacks something."""
+    """The end if the image lacks something."""
     return [f"app or installer xml does exist at given path:  {item}  {configuration}  {beside}",
             finish(2)]
 
@@ -123,7 +123,7 @@ class InstallerCase(EndToEndCase):
                           if "arguments" in call], list(expected))
 
     def assert_descriptors(self, call: dict, output: str = "pipe") -> None:
-        """A program got its standard streams, of which only the output can be a file."""
+        """A program inherited its standard streams only; the output can be a file."""
         kinds = {number: "pipe" if target.startswith("pipe:") else target
                  for number, target in call["descriptors"].items()}
         self.assertEqual(kinds, {"0": "pipe", "1": output, "2": "pipe"})
@@ -138,7 +138,7 @@ class InstallerCase(EndToEndCase):
         self.assertEqual(sorted(found), sorted(expected))
 
     def assert_whole_log(self, run: ToolRun, expected: list[str]) -> None:
-        """Like assert_log(); what was found on an image may have been found in any order."""
+        """Like assert_log(); the entries of an image can be found in any order."""
         log = list(run.log)
         for index, line in enumerate(log[:-1]):
             if line.startswith("Found installer path:") and log[index + 1].startswith("Found app"):

@@ -1,4 +1,7 @@
-"""How the tool talks to the product's SDK: every way that it can end, as whole logs."""
+"""How the tool talks to the product's SDK: every way that a call can end, as whole logs.
+
+sdk/*_test.cc has the rules for tries, completions and answers.
+"""
 
 from simulator import installation
 from tests.end_to_end import transcripts as t
@@ -6,14 +9,16 @@ from tests.end_to_end.harness import EndToEndCase
 
 REQUEST = '{"data":{"Product":[{"@name":"GetStatus","input":{}}]}}'
 LIBRARY = installation.LAYOUTS[1].library
+HEALTHY = "7.16.42.200137"
 ANSWER = ('{"response":{"data":{"Product":[{"error":0,"output":'
           '{"Locations":{"Product":{"Version":"7.16.42"}}}}]}}}')
+NO_OBJECT = "Invalid JSON. Response has parse errors or is not an object"
 
 
 def refused(lines, status, code=None, api_error=0, sdk_error=0):
-    """The log of a version query that ended with `status`.
+    """The log of a version query that ended with `status` after its method logged `lines`.
 
-    Its method logged `lines` and ended with the numbers that follow; without any, with `status`.
+    The other numbers are the method's; without any, its code is `status`.
     """
     if code is None:
         code = 0 if api_error or sdk_error else status
@@ -36,20 +41,21 @@ def library(**members):
     return {"product": {"library": members}}
 
 
+def answering(**answer):
+    """The query is answered like this."""
+    return {"sdk": {"answers": {t.GET_STATUS: answer}}}
+
+
 def completed(*completions, **sdk):
     """The query is answered with ANSWER, by these completions."""
-    return {"sdk": {**sdk, "answers": {t.GET_STATUS: {
-        "text": ANSWER, "completions": list(completions)}}}}
-
-
-LATE = completed({}, {"when": "afterUnregister"}, {"when": "afterUnregister", "delay": 60_000})
+    return {"sdk": {**sdk, **answering(text=ANSWER, completions=list(completions))["sdk"]}}
 
 
 class InvocationCase(EndToEndCase):
     """Runs the version query."""
 
     def check_refusal(self, scenario, code, lines):
-        """The query fails before the SDK is asked anything."""
+        """The query fails before the SDK is called."""
         run = self.run_tool("-getProductVersion", scenario=scenario)
         self.assert_answer(run, code % 256, "")
         self.assert_log(run, refused(lines, code))
@@ -63,33 +69,24 @@ class InvocationCase(EndToEndCase):
 
 
 class Success(InvocationCase):
-    """A query that is answered at once."""
+    """The query is answered at once."""
 
     def test_whole_transcript_in_every_layout(self):
         for layout in (1, 2, 3):
             with self.subTest(layout=layout):
-                run = self.query({"sdk": {"answers": {t.GET_STATUS: {"text": ANSWER}}}},
-                                 layout=layout)
+                run = self.query(answering(text=ANSWER), layout=layout)
                 self.assert_log(run, found(t.answered(layout=layout)),
                                 t.on_ran(run.batch, ANSWER))
 
-    def test_answer_after_two_seconds(self):
-        run = self.query("completion-delayed")
-        self.assert_log(run, found(t.answered()), t.on_ran(run.batch, ANSWER))
-
-    def test_expired_certificate_is_as_good_as_another(self):
-        self.query(library(signature="expired"), output="7.16.42.200137")
+    def test_expired_certificate_is_accepted(self):
+        self.query(library(signature="expired"), output=HEALTHY)
 
     def test_large_library(self):
-        self.query(library(size=20_000_000), output="7.16.42.200137")
-
-    def test_healthy_scenario(self):
-        run = self.query("healthy", output="7.16.42.200137")
-        answer = run.calls_of("completion")[0]["text"]
-        self.assert_log(run, found(t.answered(), "7.16.42.200137"), t.on_ran(run.batch, answer))
+        self.query(library(size=20_000_000), output=HEALTHY)
 
     def test_calls_of_the_library(self):
-        run = self.query("healthy", output="7.16.42.200137")
+        run = self.query("healthy", output=HEALTHY, logging=False)
+        self.assertIsNone(run.log)
         callbacks = ("completion", "event")
         self.assertEqual([call["what"] for call in run.calls if call["what"] not in callbacks],
                          ["getInstance", "register", "run", "unregister", "release"])
@@ -97,19 +94,9 @@ class Success(InvocationCase):
         self.assertEqual(run.calls_of("run")[0]["request"], REQUEST)
         self.assertRegex(run.batch, "^[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}$")
 
-    def test_without_log(self):
-        run = self.query("healthy", output="7.16.42.200137", logging=False)
-        self.assertIsNone(run.log)
 
-    def test_first_directory_decides(self):
-        run = self.query("layouts-first-is-a-file", output="7.16.42.200137")
-        self.assertIn(f"Validate {installation.LAYOUTS[2].library} binary", run.main_log)
-        run = self.query("layouts-first-is-a-link", output="7.16.42.200137")
-        self.assertIn(f"Validate {LIBRARY} binary", run.main_log)
-
-
-class ProductNotFound(InvocationCase):
-    """Nothing of the library is touched."""
+class LibraryNotTrusted(InvocationCase):
+    """The library is not loaded unless its signature is the maker's."""
 
     def test_not_installed(self):
         self.check_refusal("not-installed", 20, t.product_missing())
@@ -119,39 +106,30 @@ class ProductNotFound(InvocationCase):
             *t.find_product(), *t.check_without_code(LIBRARY, -67068),
             "Failed to validate binary. Error code : -67068"])
 
-
-class LibraryNotTrusted(InvocationCase):
-    """The library is not loaded unless its signature is the maker's."""
-
-    def check_not_valid(self, scenario, outcome):
-        self.check_refusal(scenario, 22, [*t.find_product(), *t.check(LIBRARY, outcome),
-                                          "Binary is not valid"])
-
-    def check_not_checked(self, scenario, outcome):
-        self.check_refusal(scenario, 2, [*t.find_product(), *t.check(LIBRARY, outcome),
-                                         "Failed to validate binary. Error code : 2"])
-
-    def test_signature_is_not_valid(self):
-        for scenario in ("library-unsigned", "library-tampered", "no-accepted-roots",
-                         {"product": {"trust": "empty"}}, library(signature="unknownRoot"),
-                         library(signature="garbled")):
+    def test_other_signatures(self):
+        for scenario, outcome in (("library-unsigned", "invalid"),
+                                  ("library-tampered", "invalid"),
+                                  ("no-accepted-roots", "invalid"),
+                                  ({"product": {"trust": "empty"}}, "invalid"),
+                                  (library(signature="unknownRoot"), "invalid"),
+                                  (library(signature="garbled"), "invalid"),
+                                  ("library-other-maker", "other signer"),
+                                  ("library-other-team", "other signer")):
             with self.subTest(scenario=scenario):
-                self.check_not_valid(scenario, "invalid")
+                self.check_refusal(scenario, 22, [
+                    *t.find_product(), *t.check(LIBRARY, outcome), "Binary is not valid"])
 
-    def test_signed_by_another_maker(self):
-        for scenario in ("library-other-maker", "library-other-team"):
+    def test_incomplete_signatures(self):
+        for scenario, outcome in (("library-ad-hoc", "no certificate"),
+                                  (library(signature="noTeam"), "no team")):
             with self.subTest(scenario=scenario):
-                self.check_not_valid(scenario, "other signer")
-
-    def test_no_certificates(self):
-        self.check_not_checked("library-ad-hoc", "no certificate")
-
-    def test_no_team(self):
-        self.check_not_checked(library(signature="noTeam"), "no team")
+                self.check_refusal(scenario, 2, [
+                    *t.find_product(), *t.check(LIBRARY, outcome),
+                    "Failed to validate binary. Error code : 2"])
 
 
 class LibraryNotUsable(InvocationCase):
-    """The library is the maker's, but not what it should be."""
+    """The library is the maker's, but cannot be used."""
 
     def test_cannot_be_loaded(self):
         self.check_refusal("library-not-loadable", 35,
@@ -167,9 +145,10 @@ class LibraryNotUsable(InvocationCase):
 
 
 class RunRefused(InvocationCase):
-    """Calls of the library that fail, and tries that follow them."""
+    """Calls of the library that fail, and further tries."""
 
     LOADED = [*t.find_product(), *t.load(), *t.find_exports(), *t.begin()]
+    PAUSE = "AgentSDK error internal. Sleep 30 seconds"
     END_OF_TRY = "RunAsync unregister instance notifications"
 
     def check(self, scenario, lines, status, **numbers):
@@ -177,6 +156,12 @@ class RunRefused(InvocationCase):
         run = self.query(scenario, status=status, output="")
         self.assert_log(run, refused([*self.LOADED, *lines], status, **numbers))
         return run
+
+    @staticmethod
+    def given_up(status):
+        """The lines after the last try."""
+        return [*t.end_of_runs(status), f"Failed to run instance. Error code : {status}",
+                "Instance unregistered with exit code : 0"]
 
     def test_no_instance(self):
         self.check("get-instance-fails", [
@@ -189,34 +174,30 @@ class RunRefused(InvocationCase):
             status=6, code=45, api_error=6)
 
     def test_run_refused(self):
-        run = self.check("run-refused", [
-            *t.attempt(1, 7), *t.end_of_runs(7), "Failed to run instance. Error code : 7",
-            "Instance unregistered with exit code : 0"], status=45)
-        self.assertEqual(len(run.calls_of("run")), 1)
+        self.check("run-refused", [*t.attempt(1, 7), *self.given_up(7)], status=45)
 
-    def test_internal_error_is_tried_five_times_with_pauses(self):
-        lines = []
-        for number in range(1, 6):
-            lines += [*t.attempt(number, 1), "AgentSDK error internal. Sleep 30 seconds"]
-            lines += [self.END_OF_TRY] if number < 5 else []
-        run = self.check("run-internal-error", [
-            *lines, *t.end_of_runs(1), "Failed to run instance. Error code : 1",
-            "Instance unregistered with exit code : 0"], status=45)
-        self.assertEqual(len({call["batch"] for call in run.calls_of("run")}), 5)
+    def test_five_tries(self):
+        for scenario, status, pause in (("run-internal-error", 1, [self.PAUSE]),
+                                        ("run-again-for-ever", 2, [])):
+            with self.subTest(scenario=scenario):
+                lines = []
+                for number in range(1, 6):
+                    lines += [*t.attempt(number, status), *pause, self.END_OF_TRY]
+                run = self.check(scenario, [*lines[:-1], *self.given_up(status)], status=45)
+                self.assertEqual(len({call["batch"] for call in run.calls_of("run")}), 5)
 
-    def test_try_again_is_tried_five_times_without_pauses(self):
-        lines = []
-        for number in range(1, 6):
-            lines += [*t.attempt(number, 2), *([self.END_OF_TRY] if number < 5 else [])]
-        self.check("run-again-for-ever", [
-            *lines, *t.end_of_runs(2), "Failed to run instance. Error code : 2",
-            "Instance unregistered with exit code : 0"], status=45)
+    def test_second_try_is_answered(self):
+        run = self.query("run-again-once", output=HEALTHY)
+        lines = [*self.LOADED, *t.attempt(1, 2), self.END_OF_TRY, *t.attempt(2, 0),
+                 *t.end_of_runs(0), "Set run async timeout", *t.PARSE, *t.finish()]
+        answer = run.calls_of("completion")[0]["text"]
+        self.assert_log(run, found(lines, HEALTHY), t.on_ran(run.batch, answer))
+        self.assertEqual(len(run.calls_of("getInstance")), 2)
 
     def test_unregistration_fails_between_tries(self):
         run = self.check({"sdk": {"run": [2], "unregister": [8, 0]}}, [
             *t.attempt(1, 2), self.END_OF_TRY,
-            "Failed to unregister instance notifications. Error code : 8", *t.end_of_runs(2),
-            "Failed to run instance. Error code : 2", "Instance unregistered with exit code : 0"],
+            "Failed to unregister instance notifications. Error code : 8", *self.given_up(2)],
             status=45)
         self.assertEqual(len(run.calls_of("release")), 1)
 
@@ -226,28 +207,18 @@ class RunRefused(InvocationCase):
         lines = [*t.started(), "Set run async timeout", *t.PARSE, *t.finish(8)]
         self.assert_log(run, refused(lines, 8, code=0, api_error=8), t.on_ran(run.batch, answer))
 
-    def test_second_try_is_answered(self):
-        for scenario, status, pause in (
-                ("run-again-once", 2, []),
-                ({"sdk": {"run": [1, 0]}}, 1, ["AgentSDK error internal. Sleep 30 seconds"])):
-            with self.subTest(scenario=scenario):
-                run = self.query(scenario, output="7.16.42.200137")
-                lines = [*self.LOADED, *t.attempt(1, status), *pause, self.END_OF_TRY,
-                         *t.attempt(2, 0), *t.end_of_runs(0), "Set run async timeout", *t.PARSE,
-                         *t.finish()]
-                answer = run.calls_of("completion")[0]["text"]
-                self.assert_log(run, found(lines, "7.16.42.200137"), t.on_ran(run.batch, answer))
-                self.assertEqual(len(run.calls_of("getInstance")), 2)
-
 
 class Completions(InvocationCase):
-    """Completions at other times and with other contents than usual."""
+    """When completions arrive and what they bring."""
 
     def answered(self, scenario, callbacks):
         """The query is answered; `callbacks` makes the completions' lines from the run."""
         run = self.query(scenario)
         self.assert_log(run, found(t.answered()), callbacks(run))
         return run
+
+    def test_answer_after_two_seconds(self):
+        self.answered("completion-delayed", lambda run: t.on_ran(run.batch, ANSWER))
 
     def test_error_number_is_only_logged(self):
         self.answered(completed({"errorNumber": -17}),
@@ -259,28 +230,17 @@ class Completions(InvocationCase):
                  "Failed to receive AgentSDK response. JSON is empty", *t.finish()]
         self.assert_log(run, refused(lines, 3, sdk_error=3), t.on_ran(run.batch, None, error=4))
 
-    def test_foreign_batch_inside_the_run_call(self):
-        run = self.answered(completed({"batch": "foreign", "when": "insideRun"}, {}), lambda run: [
-            *t.on_ran("f", ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
-        self.assertLess(run.log.index("Start OnRan"), run.log.index("Inner apiError = 0"))
-
-    def test_foreign_batch_during_registration(self):
-        run = self.query(completed({"batch": "foreign", "when": "duringRegister"}, {}))
-        self.assertEqual(sorted(run.callback_log), sorted([
-            *t.on_ran("f", ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)]))
-        self.assertEqual(run.main_log, found(t.answered()))
-
-    def test_no_batch(self):
-        self.answered(completed({"batch": "none", "when": "insideRun"}, {}), lambda run: [
-            *t.on_ran(None, ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
-
-    def test_no_context(self):
-        self.answered(completed({"context": "none", "when": "insideRun"}, {}), lambda run: [
-            *t.on_ran(run.batch, ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
-
-    def test_foreign_context(self):
-        self.answered(completed({"context": "foreign", "when": "insideRun"}, {}), lambda run: [
-            *t.on_ran(run.batch, ANSWER, accepted=False), *t.on_ran(run.batch, ANSWER)])
+    def test_foreign_ones_inside_the_run_call_are_ignored(self):
+        for foreign, batch in (({"batch": "foreign"}, lambda run: "f"),
+                               ({"batch": "none"}, lambda run: None),
+                               ({"context": "none"}, lambda run: run.batch),
+                               ({"context": "foreign"}, lambda run: run.batch)):
+            with self.subTest(completion=foreign):
+                run = self.answered(
+                    completed({**foreign, "when": "insideRun"}, {}),
+                    lambda run, batch=batch: [*t.on_ran(batch(run), ANSWER, accepted=False),
+                                              *t.on_ran(run.batch, ANSWER)])
+                self.assertLess(run.log.index("Start OnRan"), run.log.index("Inner apiError = 0"))
 
     def test_before_the_run_call_returns(self):
         self.answered(completed({"when": "duringRun"}), lambda run: t.on_ran(run.batch, ANSWER))
@@ -293,20 +253,45 @@ class Completions(InvocationCase):
                                             *t.on_ran(run.batch, ANSWER)])
 
     def test_doubled_late_and_from_many_threads(self):
-        for scenario in (completed({"repeat": 2}), completed(*[{}] * 8),
-                         completed({}, {"when": "duringUnregister"}), LATE):
-            with self.subTest(scenario=scenario):
-                run = self.query(scenario)
+        late = [{"when": "afterUnregister"}, {"when": "afterUnregister", "delay": 60_000}]
+        for completions in ([{"repeat": 2}], [{}] * 8, [{}, {"when": "duringUnregister"}],
+                            [{}, *late]):
+            with self.subTest(completions=completions):
+                run = self.query(completed(*completions))
                 self.assertEqual(run.main_log, found(t.answered()))
                 self.assert_stored_while_waiting(run)
-
-    def test_late_ones_come_even_when_the_tool_is_gone(self):
-        run = self.query(LATE)
         self.assertEqual([call["batch"] for call in run.calls_of("completion")], [run.batch] * 3)
 
 
+class Answers(InvocationCase):
+    """Answers of several forms."""
+
+    def check_refusal_of(self, answer, status, lines, sdk_error):
+        run = self.query(answering(**answer), status=status, output="")
+        lines = [*t.started(), "Set run async timeout", *lines, *t.finish()]
+        self.assert_log(run, refused(lines, status, sdk_error=sdk_error),
+                        t.on_ran(run.batch, run.calls_of("completion")[0]["text"]))
+
+    def test_unusable(self):
+        self.check_refusal_of({"text": "{} and more"}, 3, [*t.PARSE[:1], NO_OBJECT], 3)
+        self.check_refusal_of({"outputText": "[1]"}, 3,
+                              [*t.PARSE, 'Invalid JSON. "output" member is invalid'], 3)
+
+    def test_error_of_the_method(self):
+        for number, status in ((7, 7), (4294967299, 3)):
+            with self.subTest(error=number):
+                self.check_refusal_of({"error": number}, status, [
+                    *t.PARSE[:5], f"Response error code : {number}"], number)
+
+    def test_size_and_nesting(self):
+        long = '"' + "x" * 5_000_000 + '"'
+        nested = '{"a":' * 200_000 + "1" + "}" * 200_000
+        version = '"Locations":{"Product":{"Version":"7.16.42"}}'
+        self.query(answering(outputText=f'{{"x":{long},"y":{nested},{version}}}'), logging=False)
+
+
 class TimeOuts(InvocationCase):
-    """The limit of ten seconds passes in real time, once for each."""
+    """The limit of ten seconds, which passes in real time."""
 
     def check(self, scenario, callbacks):
         run = self.query(scenario, status=60, output="")

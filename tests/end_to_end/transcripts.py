@@ -1,6 +1,6 @@
-"""Lines that the logs of many operations share, in the order in which they are written.
+"""Log lines that many operations share.
 
-Each function gives the lines of one step; a whole log is their concatenation. "<uuid>", "<time>"
+Each function returns the lines of one step; a whole log is their concatenation. "<uuid>", "<time>"
 and "<seconds>" stand for what differs from run to run (see harness.ToolRun).
 """
 
@@ -9,8 +9,7 @@ from simulator import installation
 GET_STATUS = "Product.GetStatus"
 GET_IDENTITY = "kx.Product.Configuration.GetSkyloftIdentity"
 
-# How a signature check ends: the lines after "Check code validity" and what was found. The number
-# is the check's code.
+# The outcomes of a signature check, with the lines after "Check code validity".
 _VALID = [
     "Code is valid",
     "Retrieve signing information",
@@ -35,18 +34,18 @@ _CHECKS = {
 
 
 def check(path: str, outcome: str = "signed") -> list[str]:
-    """A signature check that has the static code."""
+    """A signature check that creates the static code."""
     return [f"Retrieve Sec static code for {path}", "Check code validity", *_CHECKS[outcome]]
 
 
 def check_without_code(path: str, status: int) -> list[str]:
-    """A signature check that does not get so far."""
+    """A signature check that cannot create the static code."""
     return [f"Retrieve Sec static code for {path}",
             f"Failed to retrieve static code. Error code: {status}"]
 
 
 def find_product(method: str = GET_STATUS, layout: int = 1) -> list[str]:
-    """From the beginning of a method until its library's signature is about to be checked."""
+    """From the beginning of a method to the check of its library's signature."""
     return [
         f"Executing AgentSDK method: {method}",
         "Retrieving ORVEX directory path",
@@ -66,7 +65,7 @@ def product_missing(method: str = GET_STATUS) -> list[str]:
 
 
 def load(layout: int = 1) -> list[str]:
-    """Up to the point where the accepted library is opened."""
+    """The library is accepted and opened."""
     path = installation.LAYOUTS[layout].library
     return [*check(path), "Binary is valid", f"Loading library from: {path}"]
 
@@ -84,7 +83,7 @@ def begin(method: str = GET_STATUS) -> list[str]:
 
 
 def attempt(number: int, status: int) -> list[str]:
-    """One try whose run call returns `status`, without what follows from it."""
+    """One try whose run call returns `status`."""
     return [
         "Get AgentSDK instance",
         "Instance retrieved successfully",
@@ -99,13 +98,13 @@ def attempt(number: int, status: int) -> list[str]:
 
 
 def end_of_runs(status: int) -> list[str]:
-    """The runs have ended; no answer can be there yet, since callbacks wait for the lock."""
+    """The runs have ended; there is no answer yet, since callbacks wait for the lock."""
     return ["RunAsync elapsed time = <seconds> seconds", f"RunAsync error code = {status}",
             "End RunAsync", "AgentSDK response", ""]
 
 
 def started(method: str = GET_STATUS, layout: int = 1) -> list[str]:
-    """Everything of a method whose first run is accepted, until the answer is awaited."""
+    """A method whose first run is accepted, up to the wait for the answer."""
     return [*find_product(method, layout), *load(layout), *find_exports(), *begin(method),
             *attempt(1, 0), *end_of_runs(0)]
 
@@ -139,13 +138,13 @@ def finish(status: int = 0) -> list[str]:
 
 
 def answered(method: str = GET_STATUS, layout: int = 1) -> list[str]:
-    """Everything of a method that is answered in full."""
+    """A method that is answered in full."""
     return [*started(method, layout), "Set run async timeout", *PARSE, *finish()]
 
 
 def wrapped(lines: list[str], code: int = 0, api_error: int = 0, sdk_error: int = 0,
             method: str = GET_STATUS) -> list[str]:
-    """What the wrapper of the queries adds around the lines of a method."""
+    """The lines of a method inside those of the wrapper."""
     if sdk_error != 0:
         verdict = f"Agent SDK failed with error code: {sdk_error}"
     elif api_error != 0:

@@ -12,8 +12,8 @@
 
 #include "app/error_codes.h"
 #include "tests/support/allocation_failure.h"
-#include "tests/support/product_test.h"
-#include "tests/support/property_lists.h"
+#include "tests/support/product_fixture.h"
+#include "tests/support/property_list_builder.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ int GetLinks(std::string& result, const char*, const char*, const char*, bool) {
 }
 
 /// A world of its own in which one operation can be run once.
-class OperationRun : public fake::ProductTest {
+class OperationRun : public fake::ProductFixture {
  public:
   void TestBody() override {}
 

@@ -23,7 +23,7 @@
 
 namespace fake {
 
-/// The status of a signature check that fails by FailsNow().
+/// The status of a signature check that FailsNow() lets fail.
 constexpr platform::OsStatus kFailedCheck = 100005;
 
 /// A file, directory or other entry of the fake file system.
@@ -31,7 +31,7 @@ struct Node {
   std::uint32_t mode = S_IFREG | 0644;
   std::string contents;
   platform::FileTime time = {1700000000, 0};
-  bool isSymbolicLink = false;  ///< one that leads nowhere
+  bool isSymbolicLink = false;  ///< to a target that does not exist
 
   int statusError = 0;  ///< errno of reading its status (mode, time, existence as seen by access)
   int accessError = 0;  ///< errno of access()
@@ -42,10 +42,10 @@ struct Node {
   bool isDeletable = true;
   bool failsToCopy = false;
   bool failsToRemove = false;
-  std::function<void()> afterwards;  ///< called once it has been copied or removed; may be empty
+  std::function<void()> afterwards;  ///< called when it has been copied or removed; may be empty
 };
 
-/// What the fake says about the signature of the code at some path.
+/// The signature of the code at a path.
 struct Signature {
   platform::OsStatus createStatus = 0;
   platform::OsStatus validity = 0;
@@ -65,22 +65,21 @@ struct Process {
   std::optional<std::string> executablePath;  ///< absent when it cannot be read
 };
 
-/// What a program does when the tool runs it.
+/// What happens when the tool runs a program.
 struct Program {
   int status = 0;
   std::function<void(const platform::Task& task)> effect;  ///< may be empty
 };
 
-/// The whole of platform/, faked at link time: one scripted world per test, which records what is
-/// done to it. Threads are real; so are the waits of every thread but the test's own, whose waits
-/// run the scripted `whenWaiting` steps and otherwise end at once in virtual time.
+/// The fake of platform/, selected at link time: one scripted world per test, which records calls.
+/// Threads are real, and so are the waits of all threads except the test's. Its waits run the
+/// scripted `whenWaiting` steps; others end at once in virtual time.
 class World {
  public:
   /// The world of the running test.
   static World& Current();
 
-  /// Makes a fresh world: no files, no product, fixed clocks. The calling thread becomes the
-  /// test's.
+  /// Makes a new world: no files, no product, fixed clocks. The caller becomes the test's thread.
   static World& Reset();
 
   // Files.
@@ -89,55 +88,55 @@ class World {
   bool Exists(const std::string& path) const { return files.count(path) != 0; }
 
   std::map<std::string, Node> files;  ///< by path, as the tool names it
-  /// Order in which directories yield their entries, where it matters; else by name.
+  /// The order in which directories yield their entries; by name unless set.
   std::map<std::string, std::vector<std::string>> directoryOrder;
   int directoryOpenError = 0;
   int openDirectories = 0;
   int openFiles = 0;
-  std::vector<std::string> timeReads;  ///< paths whose modification time was asked for
+  std::vector<std::string> timeReads;  ///< paths whose modification time was read
   std::optional<std::string> temporaryDirectory = "/tmp/";
   int createError = 0;
   std::vector<std::string> appendedFiles;  ///< paths that were opened for appending
 
-  // Everything that is only looked up.
+  // Lookups.
   std::map<std::string, std::string> mainBundleTexts = {{"RMMToolVersion", "1.0.0.206"}};
   std::map<std::string, std::string> applicationExecutables;
   std::map<std::string, Signature> signatures;
   int openPools = 0;
   std::map<std::string, platform::PropertyListValue> propertyLists;
 
-  // Libraries: exported symbols by path. A path that is not here cannot be loaded.
+  // Libraries: exported symbols by path. Other paths cannot be loaded.
   std::map<std::string, std::map<std::string, void*>> libraries;
   int openLibraries = 0;
 
-  // Processes: one table per look; the last one stays.
+  // Processes: one table per listing; the last one repeats.
   std::vector<std::vector<Process>> processTables = {{{1, "launchd", "/sbin/launchd"}}};
   std::size_t looks = 0;
   bool processTableFails = false;
-  /// How often a process's path and its short name were read, by look (from 1) and process.
+  /// How often the path and the short name were read, by listing (from 1) and process.
   std::map<std::pair<std::size_t, int>, int> executableReads;
   std::map<std::pair<std::size_t, int>, int> shortNameReads;
 
-  // Programs by launch path; a program that is not here cannot be started (ENOENT).
+  // Programs by launch path; others cannot be started (ENOENT).
   std::map<std::string, Program> programs;
   std::vector<platform::Task> tasks;  ///< run so far
 
   // Time. Sleeps and waits of the test's thread advance all three clocks.
   std::atomic<std::int64_t> wallMicroseconds = 1700000000LL * 1000000;
-  /// The clock of whole seconds is so far ahead: microseconds do not reach the end of the calendar.
+  /// By which the clock of whole seconds is ahead: microseconds do not reach the end of the
+  /// calendar.
   std::int64_t secondsAhead = 0;
   std::atomic<std::int64_t> monotonicNanoseconds = 1000;
-  /// Makes the monotonic clock real, and the waits of the test's thread too; nothing scripted runs
-  /// then.
+  /// Makes the monotonic clock and the waits of the test's thread real; scripted steps do not run.
   bool waitsAreReal = false;
   std::vector<unsigned> sleeps;
   /// Run one by one, with the lock released, when the test's thread waits on the condition
-  /// variable. An empty one lets a timed wait end at its deadline, as does an empty queue.
+  /// variable. An empty step or an empty queue lets a timed wait end at its deadline.
   std::deque<std::function<void()>> whenWaiting;
   /// Seconds of each wait of the test's thread that ended at its deadline.
   std::vector<double> expiredWaits;
-  /// How often the test's thread waited without a deadline. Something must be scripted for each
-  /// time: the wait would never end.
+  /// How often the test's thread waited without a deadline. Each wait needs a scripted step, or it
+  /// would never end.
   int untimedWaits = 0;
 
   // Threads.
@@ -150,14 +149,14 @@ class World {
 
   std::uint64_t uuids = 0;  ///< made so far
 
-  /// Every function that can fail asks this first. @return whether it fails this time, which is
-  /// once: the `failingCall`th (from 1) of all such calls of the world.
+  /// Called first by every function that can fail. @return whether it fails, as the `failingCall`th
+  /// (from 1) of all such calls does.
   bool FailsNow(const char* call);
   std::size_t failingCall = 0;
   std::size_t fallibleCalls = 0;     ///< so far
   const char* failedCall = nullptr;  ///< once it has failed
 
-  /// Calls of interest in their order: SDK calls, sleeps, tasks, library loads.
+  /// SDK calls, sleeps, tasks and library loads, in their order.
   void Record(std::string_view call);
   std::vector<std::string> Calls() const;
 

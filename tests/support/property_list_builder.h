@@ -1,5 +1,5 @@
-#ifndef TESTS_SUPPORT_PROPERTY_LISTS_H_
-#define TESTS_SUPPORT_PROPERTY_LISTS_H_
+#ifndef TESTS_SUPPORT_PROPERTY_LIST_BUILDER_H_
+#define TESTS_SUPPORT_PROPERTY_LIST_BUILDER_H_
 
 #include <string>
 #include <utility>
@@ -40,4 +40,4 @@ inline platform::PropertyListValue Mounted(const std::string& mountPoint) {
 
 }  // namespace fake
 
-#endif  // TESTS_SUPPORT_PROPERTY_LISTS_H_
+#endif  // TESTS_SUPPORT_PROPERTY_LIST_BUILDER_H_

@@ -1,4 +1,4 @@
-#include "tests/support/query_test.h"
+#include "tests/support/query_fixture.h"
 
 namespace fake {
 
@@ -9,10 +9,7 @@ Query UpdateErrors() {
           [](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetUpdateErrors(result, logger);
           },
-          "Failed to execute Product.GetStatus with error: ",
-          true,
-          "Invalid JSON",
-          "Finished to get update errors with error: "};
+          "Invalid JSON", "Finished to get update errors with error: "};
 }
 
 Query UpdateStatus(const std::string& location) {
@@ -20,8 +17,6 @@ Query UpdateStatus(const std::string& location) {
           [location](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetUpdateStatus(result, location.c_str(), logger);
           },
-          "Failed to execute Product.GetStatus method",
-          false,
           "Invalid JSON. Cannot find \"Locationsa\" field",
           "Finished getting update status with error: "};
 }
@@ -34,8 +29,6 @@ Query IsUpToDate() {
             result = upToDate ? "1" : "0";
             return code;
           },
-          "Failed to execute method. Error code: ",
-          true,
           "Invalid JSON. Could not find \"Locations\" member",
           "Finished getting update status with error: "};
 }
@@ -45,10 +38,7 @@ Query UpdateLocations() {
           [](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetUpdateLocations(result, logger);
           },
-          "Failed to execute method. Error code: ",
-          true,
-          "Invalid JSON",
-          "Finished to get update locations with error code: "};
+          "Invalid JSON", "Finished to get update locations with error code: "};
 }
 
 Query LastUpdate() {
@@ -56,10 +46,7 @@ Query LastUpdate() {
           [](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetLastUpdate(result, logger);
           },
-          "Failed to execute method. Error code: ",
-          true,
-          "Invalid JSON",
-          "Finished retrieving last update with error code: "};
+          "Invalid JSON", "Finished retrieving last update with error code: "};
 }
 
 Query CriticalIssues() {
@@ -67,10 +54,7 @@ Query CriticalIssues() {
           [](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetCriticalIssues(result, logger);
           },
-          "Failed to execute Product.GetStatus method",
-          false,
-          "Invalid JSON",
-          "Finished to get critical issues with error: "};
+          "Invalid JSON", "Finished to get critical issues with error: "};
 }
 
 Query ProductVersion() {
@@ -78,10 +62,7 @@ Query ProductVersion() {
           [](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetProductVersion(result, logger);
           },
-          "Failed to execute method. Error code: ",
-          true,
-          "Invalid JSON",
-          "Finished returning product version with error code: "};
+          "Invalid JSON", "Finished returning product version with error code: "};
 }
 
 Query FeatureStatus() {
@@ -89,10 +70,7 @@ Query FeatureStatus() {
           [](KXTool& tool, std::string& result, Logger* logger) {
             return tool.GetFeatureStatus(result, logger);
           },
-          "Failed to execute method. Error code: ",
-          true,
-          "Invalid JSON",
-          "Finished to get feature status with error code: "};
+          "Invalid JSON", "Finished to get feature status with error code: "};
 }
 
 const std::vector<Query>& AllQueries() {
@@ -102,42 +80,26 @@ const std::vector<Query>& AllQueries() {
   return queries;
 }
 
-std::string QueryTest::Untouched(const Query& query) {
+std::string QueryFixture::Untouched(const Query& query) {
   return query.name == "CheckIsUpToDate" ? "1" : kBefore;
 }
 
-Lines QueryTest::WholeLog(const Query& query, const std::string& output, const Lines& walkLines,
-                          int code) {
-  return SplitAtNewlines(Concat({{"Execute Product.GetStatus method"},
-                                 AnsweredWrapperLog("Product.GetStatus", Answer(output)),
-                                 walkLines,
-                                 {query.closingLine + std::to_string(code)}}));
-}
-
-void QueryTest::ExpectWalk(const Query& query, const std::string& output, int code,
-                           const std::string& result, const Lines& walkLines) {
+void QueryFixture::ExpectWalk(const Query& query, const std::string& output, int code,
+                              const std::string& result, const Lines& walkLines) {
   SCOPED_TRACE(query.name + " over " + output.substr(0, 300));
   sdk.answers = {Answer(output)};
   std::string text = kBefore;
   EXPECT_EQ(query.run(Tool(), text, Log()), code);
   EXPECT_EQ(text, result);
-  EXPECT_THAT(TakeLog(), testing::ElementsAreArray(WholeLog(query, output, walkLines, code)));
+  EXPECT_THAT(TakeLog(), testing::ElementsAreArray(SplitAtNewlines(
+                             Concat({{"Execute Product.GetStatus method"},
+                                     AnsweredWrapperLog("Product.GetStatus", Answer(output)),
+                                     walkLines,
+                                     {query.closingLine + std::to_string(code)}}))));
 
   text = kBefore;
   EXPECT_EQ(query.run(Tool(), text, nullptr), code) << "without a log";
   EXPECT_EQ(text, result) << "without a log";
-}
-
-void QueryTest::ExpectFailure(const Query& query, int code,
-                              const std::function<Lines()>& wrapperLog) {
-  SCOPED_TRACE(query.name);
-  std::string text = kBefore;
-  EXPECT_EQ(query.run(Tool(), text, Log()), code);
-  EXPECT_EQ(text, Untouched(query));
-  const std::string number = query.failureEndsInCode ? std::to_string(code) : "";
-  EXPECT_THAT(TakeLog(), testing::ElementsAreArray(Concat({{"Execute Product.GetStatus method"},
-                                                           wrapperLog(),
-                                                           {query.failureLine + number}})));
 }
 
 }  // namespace fake

@@ -4,11 +4,10 @@
 #include <fstream>
 #include <string>
 
-#include "simulator/agent_sdk/panic.h"
-#include "simulator/agent_sdk/paths.h"
+#include "simulator/stand_in.h"
 
-/// A stand-in for the maker's library that fetches installation links. It hands back its arguments,
-/// one behind the other with "|" between them, or the scenario's text, and the scenario's code.
+/// A stand-in for the maker's library that fetches installation links. It returns the text and the
+/// code of the scenario; without a text, its arguments joined by "|".
 extern "C" [[gnu::visibility("default")]] int GetInstallationLinks(std::string& result,
                                                                    const char* consoleUrl,
                                                                    const char* apiKey,

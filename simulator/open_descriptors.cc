@@ -10,8 +10,8 @@ namespace {
 
 constexpr int kMaxDescriptors = 1024;
 
-/// Preloaded into the tool, reports on standard error what its descriptors above the standard ones
-/// lead to when it exits. Programs that the tool starts are left alone.
+/// Preloaded into the tool, reports on standard error which descriptors besides the standard ones
+/// are open when it exits. Programs that the tool starts report nothing.
 [[gnu::destructor]] void ReportOpenDescriptors() {
   if (std::strcmp(program_invocation_short_name, "KXTool") != 0) return;
   for (int number = STDERR_FILENO + 1; number < kMaxDescriptors; ++number) {

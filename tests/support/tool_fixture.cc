@@ -1,4 +1,4 @@
-#include "tests/support/tool_test.h"
+#include "tests/support/tool_fixture.h"
 
 #include <unistd.h>
 
@@ -57,13 +57,13 @@ bool HasTimeStamp(std::string_view line) {
 
 }  // namespace
 
-ToolTest::ToolTest() {
+ToolFixture::ToolFixture() {
   setenv("TZ", "UTC", 1);
   logger = nullptr;
   MakeTool();
 }
 
-ToolTest::~ToolTest() {
+ToolFixture::~ToolFixture() {
   logger = nullptr;
   EXPECT_EQ(sdk.LiveInstances(), 0U) << "an SDK instance was not released";
   EXPECT_EQ(world.openFiles, 0) << "a file was not closed";
@@ -73,7 +73,7 @@ ToolTest::~ToolTest() {
   EXPECT_EQ(world.runningThreads, 0) << "a thread was not joined";
 }
 
-KXTool& ToolTest::MakeTool(const std::vector<std::string>& words) {
+KXTool& ToolFixture::MakeTool(const std::vector<std::string>& words) {
   std::vector<const char*> argv = {"/opt/kx/KXTool"};
   for (const std::string& word : words) argv.push_back(word.c_str());
   tool_.reset();
@@ -81,7 +81,7 @@ KXTool& ToolTest::MakeTool(const std::vector<std::string>& words) {
   return *tool_;
 }
 
-Logger* ToolTest::Log() {
+Logger* ToolFixture::Log() {
   // Kept here too: the leak check must find the logger after the tests have switched it off.
   static Logger* theLogger = nullptr;
   Utils::ActivateLogger(theLogger, TheLogDirectory().Path());
@@ -90,7 +90,7 @@ Logger* ToolTest::Log() {
   return logger;
 }
 
-std::vector<std::string> ToolTest::TakeLog() {
+std::vector<std::string> ToolFixture::TakeLog() {
   LogDirectory& directory = TheLogDirectory();
   std::ifstream file(directory.File());
   file.seekg(directory.position);
@@ -135,8 +135,8 @@ Lines AcceptedSignatureLog(const std::string& path) {
           "Check complete. File is signed by Corvane"};
 }
 
-Lines LoadedLibraryLog(const std::string& method, int layout) {
-  const std::string path = Sdk::LibraryPath(layout);
+Lines LoadedLibraryLog(const std::string& method) {
+  const std::string path = Sdk::LibraryPath();
   return Concat({{"Executing AgentSDK method: " + method, "Retrieving ORVEX directory path",
                   "GetDirectory error code = 0", "Validate " + path + " binary"},
                  AcceptedSignatureLog(path),
@@ -145,25 +145,25 @@ Lines LoadedLibraryLog(const std::string& method, int layout) {
                   "Search in actions for the declared method: " + method}});
 }
 
-Lines TryLog(int number, int status, std::uint64_t batch) {
+Lines TryLog(int number, int status) {
   return {"Get AgentSDK instance",
           "Instance retrieved successfully",
           "RunAsync register instance notifications",
           "Try no = " + std::to_string(number),
           "Creating batch context",
-          "Batch context = " + UuidText(batch),
+          "Batch context = " + UuidText(World::Current().uuids),
           "Run instance",
           "Inner apiError = " + std::to_string(status),
           "Inner RunAsync elapsed time = 0.000000 seconds"};
 }
 
-Lines StartedCallLog(const std::string& method, int layout, std::uint64_t batch) {
+Lines StartedCallLog(const std::string& method) {
   const auto now = static_cast<std::time_t>(Sdk::Current().InstanceTime());
   char start[64];
   std::strftime(start, sizeof start, "%a %b %e %H:%M:%S %Y", std::gmtime(&now));
-  return Concat({LoadedLibraryLog(method, layout),
+  return Concat({LoadedLibraryLog(method),
                  {"Start RunAsync", std::string("Run async starts at ") + start, ""},
-                 TryLog(1, 0, batch),
+                 TryLog(1, 0),
                  {"RunAsync elapsed time = 0.000000 seconds", "RunAsync error code = 0",
                   "End RunAsync", "AgentSDK response", ""}});
 }
@@ -179,10 +179,9 @@ Lines CompletionLog(const std::string& answer) {
           "End OnRan"};
 }
 
-Lines AnsweredWrapperLog(const std::string& method, const std::string& answer, int layout,
-                         std::uint64_t batch) {
+Lines AnsweredWrapperLog(const std::string& method, const std::string& answer) {
   return Concat({{"Executing AgentSDK Wrapper method: " + method},
-                 StartedCallLog(method, layout, batch),
+                 StartedCallLog(method),
                  {"Set run async timeout"},
                  CompletionLog(answer),
                  {"Parse AgentSDK response", "Parse \"response\" member", "Parse \"data\" member",
@@ -190,18 +189,6 @@ Lines AnsweredWrapperLog(const std::string& method, const std::string& answer, i
                   "Parse \"output\" member", "Instance unregistered with exit code : 0",
                   "Finished executing AgentSDK method", "Return error: 0", "API error = 0",
                   "Agent SDK Error = 0", "AgentSDK Method returned with error code: 0"}});
-}
-
-Lines AbsentProductWrapperLog(const std::string& method) {
-  return {"Executing AgentSDK Wrapper method: " + method,
-          "Executing AgentSDK method: " + method,
-          "Retrieving ORVEX directory path",
-          "GetDirectory error code = 20",
-          "Failed to retrieve ORVEX directory path. Error code : 20",
-          "Return error: 20",
-          "API error = 0",
-          "Agent SDK Error = 0",
-          "AgentSDK Method returned with error code: 20"};
 }
 
 }  // namespace fake

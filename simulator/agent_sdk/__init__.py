@@ -1,1 +1,0 @@
-"""The stand-in for the SDK library, and its tests."""
