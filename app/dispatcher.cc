@@ -3,8 +3,10 @@
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
 #include "app/options.h"
+#include "diag/configuration_file.h"
 #include "diag/global_logger.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "diag/text.h"
 #include "platform/files.h"
 #include "platform/standard_streams.h"
 

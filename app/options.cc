@@ -6,7 +6,8 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "diag/text.h"
 
 namespace {
 

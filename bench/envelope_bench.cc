@@ -6,8 +6,8 @@
 #include <string>
 
 #include "app/kx_tool.h"
+#include "json/document.h"
 #include "sdk/envelope.h"
-#include "sdk/json_document.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fake_sdk.h"
 

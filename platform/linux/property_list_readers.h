@@ -7,9 +7,11 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/property_list.h"
+#include "platform/property_list.h"
 
 namespace platform {
+
+class PropertyListBudget;
 
 /// How a binary property list begins.
 constexpr std::string_view kBinaryPropertyListMagic = "bplist00";

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/signed_code.h"
+#include "platform/linux/random_access_file.h"
 #include "platform/posix/descriptor.h"
 #include "platform/process_table.h"
 #include "platform/standard_streams.h"

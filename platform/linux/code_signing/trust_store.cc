@@ -8,7 +8,7 @@
 #include <optional>
 
 #include "platform/linux/code_signing/libcrypto.h"
-#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/random_access_file.h"
 
 namespace platform::code_signing {
 namespace {

@@ -1,5 +1,5 @@
-#ifndef PLATFORM_LINUX_CODE_SIGNING_RANDOM_ACCESS_FILE_H_
-#define PLATFORM_LINUX_CODE_SIGNING_RANDOM_ACCESS_FILE_H_
+#ifndef PLATFORM_LINUX_RANDOM_ACCESS_FILE_H_
+#define PLATFORM_LINUX_RANDOM_ACCESS_FILE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 #include "platform/posix/descriptor.h"
 
-namespace platform::code_signing {
+namespace platform {
 
 /// The most that is ever read into memory in one piece. What claims to be larger counts as more
 /// than the memory there is.
@@ -56,6 +56,6 @@ class RandomAccessFile {
   Descriptor file_;
 };
 
-}  // namespace platform::code_signing
+}  // namespace platform
 
-#endif  // PLATFORM_LINUX_CODE_SIGNING_RANDOM_ACCESS_FILE_H_
+#endif  // PLATFORM_LINUX_RANDOM_ACCESS_FILE_H_

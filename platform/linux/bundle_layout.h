@@ -1,12 +1,12 @@
-#ifndef PLATFORM_LINUX_CODE_SIGNING_BUNDLE_LAYOUT_H_
-#define PLATFORM_LINUX_CODE_SIGNING_BUNDLE_LAYOUT_H_
+#ifndef PLATFORM_LINUX_BUNDLE_LAYOUT_H_
+#define PLATFORM_LINUX_BUNDLE_LAYOUT_H_
 
 #include <optional>
 #include <string>
 
 #include "platform/linux/property_list.h"
 
-namespace platform::code_signing {
+namespace platform {
 
 /// Where the parts of the bundle in one directory lie, found as Apple's open CoreFoundation
 /// (CFBundle) finds them. Every directory has such parts; whether they make a bundle is for the
@@ -32,6 +32,6 @@ struct BundleLayout {
 /// @param lists is spent on the Info.plist. Once it is exceeded, layouts have no information.
 BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& lists);
 
-}  // namespace platform::code_signing
+}  // namespace platform
 
-#endif  // PLATFORM_LINUX_CODE_SIGNING_BUNDLE_LAYOUT_H_
+#endif  // PLATFORM_LINUX_BUNDLE_LAYOUT_H_
