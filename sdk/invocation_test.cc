@@ -15,7 +15,7 @@ using fake::Lines;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
+using testing::Not;
 
 const std::string kLoadCall = "load /Library/Corvane/XQP/product/lib/agentsdk.dylib now";
 const Lines kLastTryCalls = {"get instance", "register",         "run",
