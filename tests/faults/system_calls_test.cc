@@ -274,8 +274,6 @@ std::string RunWriteOutput(const TemporaryTree&, Injector& inject) {
   return received.substr(fill);
 }
 
-using code_signing::RandomAccessFile;
-
 std::string RunReadAll(const TemporaryTree& tree, Injector& inject) {
   const std::string path = tree.MakeFile("file", kContents);
   return inject([&] {
@@ -389,8 +387,8 @@ const std::vector<Operation>& Operations() {
       {"CheckAccess", RunCheckAccess, "0 ", {kError}, {}, {}},
       {"ModificationTime", RunModificationTime, "0 1000", {kError}, {}, {}},
       {"DirectoryReader", RunDirectoryReader, "yes", {kError}, {}, {}},
-      {"InputFile", RunInputFile, kContents, {kError}, {"open", "read"}, {"read"}},
-      {"AppendedFile", RunAppendedFile, "0 ", {kError, "0 "}, {"open"}, {}},
+      {"InputFile", RunInputFile, kContents, {kError}, {"openat", "read"}, {"read"}},
+      {"AppendedFile", RunAppendedFile, "0 ", {kError, "0 "}, {"openat"}, {}},
       {"CreateFileExclusively", RunCreateFile, "0 ", {kError}, {}, {}},
       {"CopyTree",
        RunCopyTree,
@@ -402,7 +400,7 @@ const std::vector<Operation>& Operations() {
       {"WalkTree", RunWalkTree, "file", {"", "file"}, {}, {}},
       {"TemporaryDirectory", RunTemporaryDirectory, "chosen", {"/tmp/"}, {}, {}},
       {"ListProcesses", RunListProcesses, "yes", {"none"}, {}, {}},
-      {"ShortName", RunShortName, "yes", {"no"}, {"open", "read"}, {}},
+      {"ShortName", RunShortName, "yes", {"no"}, {"openat", "read"}, {}},
       {"ExecutablePath", RunExecutablePath, "yes", {"untouched"}, {}, {}},
       {"TaskIntoPipe", RunTaskIntoPipe, "7", {kError}, {"waitpid"}, {}},
       {"TaskIntoFile", RunTaskIntoFile, "7", {kError}, {"waitpid"}, {}},
