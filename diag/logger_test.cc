@@ -20,8 +20,8 @@ namespace {
 
 using testing::ExitedWithCode;
 
-/// The logger is one for the whole process, so each case has a process of its own, which is the
-/// test program started again.
+/// The logger is a singleton, so each case runs in a separate process: the test program started
+/// again.
 class LoggerTest : public testing::Test {
  protected:
   LoggerTest() {

@@ -16,7 +16,7 @@ using contract::TemporaryTree;
 constexpr const char* kLibraryName = "libkx contract \xC3\xA4.dylib";
 constexpr const char* kAnswer = "kx_contract_answer";
 
-/// A copy of the sample library of its own, so that no other test has it loaded.
+/// A separate copy of the sample library, so that no other test has it loaded.
 std::string CopyOfLibrary(const TemporaryTree& tree, const char* original) {
   return tree.MakeFile(kLibraryName, contract::ReadAll(original));
 }

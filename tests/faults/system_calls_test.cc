@@ -1,5 +1,5 @@
-// What the Linux adapters do when a call of the system fails although those before it succeeded:
-// every call of every operation in turn.
+// What the Linux adapters do when a system call fails after others succeeded: each call of each
+// operation in turn.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -58,7 +58,7 @@ class Injector {
   bool wasMet_ = false;
 };
 
-/// The standard descriptors, put back when it goes.
+/// Restores the standard descriptors on destruction.
 class StandardDescriptors {
  public:
   StandardDescriptors() {
@@ -86,7 +86,7 @@ std::string Outcome(int error, const std::string& result = "") {
   return error == 0 ? "0 " + result : std::to_string(error);
 }
 
-// The operations: each makes what it needs in `tree` and says what came of it.
+// The operations: each creates what it needs in `tree` and returns its outcome.
 
 std::string RunFileExists(const TemporaryTree& tree, Injector& inject) {
   const std::string path = tree.MakeFile("file");
@@ -376,7 +376,7 @@ Names With(Names names, const char* name) {
 
 const std::vector<Operation>& Operations() {
   constexpr char kError[] = "5";  // EIO
-  // What a signature that could not be read is taken for.
+  // The statuses of a signature that could not be read.
   const Names fileStatuses = {"-67045", "-67049", "-67062", "100005"};
   const Names bundleStatuses = {"-67023", "-67028", "-67030", "-67045", "-67049",
                                 "-67054", "-67061", "-67062", "100005"};
