@@ -1,6 +1,13 @@
 // What simulated endpoints cannot show of the front end. tests/end_to_end/command_line_test.py has
 // the rest.
 
+#include <algorithm>
+#include <cctype>
+#include <iterator>
+#include <map>
+#include <sstream>
+
+#include "app/kx_tool.h"
 #include "app/options.h"
 #include "diag/global_logger.h"
 #include "sdk/run_state.h"
@@ -32,62 +39,104 @@ class DispatcherTest : public fake::ToolTest {
   std::string text;
 };
 
-/// How an option fails when there is neither a product nor a version.
-struct Failure {
-  std::vector<std::string> words;
+std::vector<std::string> Split(const std::string& call) {
+  std::istringstream words(call);
+  return {std::istream_iterator<std::string>(words), {}};
+}
+
+/// One option, its messages, and how it ends without a product and without a version.
+struct Row {
+  std::string call;
+  int minimum;  ///< of the argument count
+  int maximum;
+  std::string start;  ///< empty when it is logged after the count check
+  std::string badArguments;
   int code;
   std::string output;
   std::string lastLine;
 };
 
-TEST_F(DispatcherTest, FailedOptionsReportOrStaySilent) {
+const Row kRows[] = {
+    {"-runInstaller /x.pkg", 3, 3, "",
+     "Bad arguments. <installerPath> is required after \"-runInstaller\" was provided", 2, "0|||",
+     "Invalid file attributes or Installer is a directory"},
+    {"-runSetupDownloader /x.dmg", 3, 3, "",
+     "Bad arguments. <setupDownloaderPath> is required after \"-runSetupDownloader\" was provided",
+     2, "0|||", "Invalid file attributes or Installer is a directory"},
+    {"-detect", 2, 2, "", "Bad arguments for detect", 0, "0|||", "ORVEX directory not found"},
+    {"-getInstallationLink -slUrl u -apiKey k -packageName p", 8, 9, "Getting installation link",
+     "Bad arguments. More or ignsufficient arguments provided", -67068, "",
+     "Finished retrieving links"},
+    {"-checkForUpdateErrors", 2, 2, "Checking for update errors",
+     "Bad arguments. Invalid number of arguments", 20, "",
+     "Finished checking for update errors successfully"},
+    {"-getUpdateStatus a", 3, 3, "Getting update status", "Bad arguments. No status provided", 20,
+     "", "Finished getting update status successfully"},
+    {"-hasCriticalIssues", 2, 2, "Checking for critical issues", "Bad arguments", 20, "",
+     "Finished to get critical issues successfully"},
+    {"-isUpToDate", 2, 2, "Checking if ORVEX is up to date", "Bad arguments", 20, "",
+     "Failed to execute method. Error code: 20"},
+    {"-getUpdateLocations", 2, 2, "Get update locations", "Bad arguments", 20, "",
+     "Update locations retrieved successfully"},
+    {"-startUpdate", 2, 2, "Start update", "Bad arguments", 20, "0",
+     "Finished to start update with error code:0"},
+    {"-getProductVersion", 2, 2, "Get product version", "Bad arguments", 20, "",
+     "Finished to get product version with error code:20"},
+    {"-getLastUpdate", 2, 2, "Get last update", "Bad arguments", 20, "",
+     "Finished to get last update with error code:20"},
+    {"-getFeatureStatus", 2, 2, "Get feature status", "Bad arguments", 20, "",
+     "Finished to get feature status with error code:20"},
+    {"-getLastSystemScan", 2, 2, "Get last system scan", "Bad arguments", 2, "",
+     "Get last system scan"},
+    {"-startFullScan", 2, 3, "Starting full scan", "Bad arguments.", 20, "",
+     "Could not execute method. Error code: 20"},
+    {"-startQuickScan", 2, 3, "Starting quick scan", "Bad arguments.", 20, "",
+     "Could not execute method. Error code: 20"},
+    {"-getVersion", 2, 2, "Get RMM tool version", "Bad arguments.", 2, "",
+     "Failed to retrieve file version info"},
+};
+
+TEST(OptionTable, HasTheRowsInTheirOrder) {
+  ASSERT_EQ(kOptions.size(), std::size(kRows));
+  for (std::size_t i = 0; i < kOptions.size(); ++i) {
+    EXPECT_EQ(kOptions[i].name, Split(kRows[i].call)[0]);
+  }
+}
+
+TEST_F(DispatcherTest, OutcomesWithoutAProduct) {
   world.mainBundleTexts.clear();
-  const std::string noProduct = "Failed to execute method. Error code: 20";
-  const std::string noScan = "Could not execute method. Error code: 20";
-  const std::vector<Failure> failures = {
-      {{"-runInstaller", "/x.pkg"},
-       2,
-       "0|||",
-       "Invalid file attributes or Installer is a directory"},
-      {{"-runSetupDownloader", "/x.dmg"},
-       2,
-       "0|||",
-       "Invalid file attributes or Installer is a directory"},
-      {{"-getInstallationLink", "-slUrl", "u", "-apiKey", "k", "-packageName", "p"},
-       -67068,
-       "",
-       "Finished retrieving links"},
-      {{"-checkForUpdateErrors"}, 20, "", "Finished checking for update errors successfully"},
-      {{"-getUpdateStatus", "a"}, 20, "", "Finished getting update status successfully"},
-      {{"-hasCriticalIssues"}, 20, "", "Finished to get critical issues successfully"},
-      {{"-isUpToDate"}, 20, "", noProduct},
-      {{"-getUpdateLocations"}, 20, "", "Update locations retrieved successfully"},
-      {{"-startUpdate"}, 20, "0", "Finished to start update with error code:0"},
-      {{"-getProductVersion"}, 20, "", "Finished to get product version with error code:20"},
-      {{"-getLastUpdate"}, 20, "", "Finished to get last update with error code:20"},
-      {{"-getFeatureStatus"}, 20, "", "Finished to get feature status with error code:20"},
-      {{"-getLastSystemScan"}, 2, "", "Get last system scan"},
-      {{"-startFullScan"}, 20, "", noScan},
-      {{"-startQuickScan"}, 20, "", noScan},
-      {{"-getVersion"}, 2, "", "Failed to retrieve file version info"},
-  };
-  for (const Failure& row : failures) {
-    SCOPED_TRACE(row.words[0]);
+  for (const Row& row : kRows) {
+    SCOPED_TRACE(row.call);
     text.clear();
-    EXPECT_EQ(Run(row.words), row.code);
+    EXPECT_EQ(Run(Split(row.call)), row.code);
     EXPECT_EQ(world.standardOutput, row.output);
     EXPECT_EQ(TakeLog().back(), row.lastLine);
   }
 }
 
-TEST_F(DispatcherTest, LetterCaseDoesNotCount) {
-  for (const Option& option : kOptions) {
-    SCOPED_TRACE(option.name);
-    std::vector<std::string> words(4, "word");  // too many, or too few
-    words[0] = option.name;
-    for (char& letter : words[0]) letter = static_cast<char>(std::toupper(letter));
-    EXPECT_EQ(Run(words), 22);
-    EXPECT_EQ(TakeLog().back(), option.messages.badArguments);
+TEST_F(DispatcherTest, WrongCountsInAnyLetterCase) {
+  for (const Row& row : kRows) {
+    for (int count = 2; count <= 9; ++count) {
+      if (count >= row.minimum && count <= row.maximum) continue;
+      std::vector<std::string> words(static_cast<std::size_t>(count) - 1, "word");
+      words[0] = Split(row.call)[0];
+      if (count % 2 == 0)
+        std::transform(words[0].begin(), words[0].end(), words[0].begin(), toupper);
+      SCOPED_TRACE(testing::PrintToString(words));
+      fake::Lines expected = {row.start, row.badArguments};
+      if (row.start.empty()) expected.erase(expected.begin());
+      EXPECT_EQ(Run(words), 22);
+      EXPECT_EQ(world.standardOutput, "");
+      EXPECT_EQ(TakeLog(), expected);
+    }
+  }
+}
+
+TEST_F(DispatcherTest, UnknownOptions) {
+  for (const char* const option :
+       {"", "-", "detect", "--detect", "-detect ", " -detect", "-detec", "-detects"}) {
+    EXPECT_EQ(Run({option}), 22) << option;
+    EXPECT_THAT(TakeLog(), ElementsAre("Invalid arguments for running RMM tool"));
   }
 }
 
@@ -149,6 +198,15 @@ TEST_F(DispatcherTest, ScanTimeoutIsAtLeastFive) {
       EXPECT_EQ(Run({option, argument}), 20);
       EXPECT_EQ(Tool().scanTimeout, timeout) << argument;
     }
+  }
+}
+
+TEST_F(DispatcherTest, ScanTimeoutHasOnlyDigits) {
+  for (const char* const argument :
+       {"-1", "+5", "1a", "a", " 5", "5 ", "5.0", "0x10", "1e3", "\xD9\xA3", "5\n"}) {
+    EXPECT_EQ(Run({"-startQuickScan", argument}), 22) << argument;
+    EXPECT_EQ(Tool().scanTimeout, -1) << argument;
+    EXPECT_THAT(TakeLog(), ElementsAre("Starting quick scan", "Bad arguments."));
   }
 }
 
