@@ -11,9 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "diag/configuration_file.h"
-#include "diag/global_logger.h"
-#include "diag/log_message.h"
 #include "tests/support/fake_platform.h"
 
 namespace {
@@ -122,17 +119,6 @@ TEST_F(LoggerTest, FileThatMayNotBeAppendedToIsLeftAlone) {
   };
   EXPECT_EXIT(run(), ExitedWithCode(0), "");
   EXPECT_NE(access((Directory() + "log.txt").c_str(), F_OK), 0);
-}
-
-TEST_F(LoggerTest, ConfigurationSwitchesItOnInTheToolsDirectory) {
-  const auto run = [this] {
-    fake::World::Current().AddFile("/c", "Logging=true\nLogging=true\n");
-    Utils::ParseConfigFile("/c", logger, Directory());
-    Utils::LogMessage(logger, "on");
-    std::exit(0);
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "");
-  EXPECT_EQ(Contents(), "2023-11-14 22:13:20 on\n");
 }
 
 TEST_F(LoggerTest, LinesOfManyThreadsStayWhole) {
