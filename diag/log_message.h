@@ -21,7 +21,8 @@ void AppendPart(std::string& message, const Part& part) {
   } else if constexpr (std::is_integral_v<Part> && !std::is_same_v<Part, char>) {
     message += std::to_string(part);
   } else {
-    message += std::string_view(part);
+    const std::string_view text = part;
+    message += text;
   }
 }
 
