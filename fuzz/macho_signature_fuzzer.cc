@@ -15,6 +15,7 @@ namespace {
 
 using namespace platform::code_signing;
 using platform::OsStatus;
+using platform::RandomAccessFile;
 
 /// A plain file that is its own signature file.
 class SignatureFile : public DiskRepresentation {

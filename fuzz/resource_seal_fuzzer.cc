@@ -48,7 +48,7 @@ class Bundle : public code_signing::DiskRepresentation {
     bytes.reset();
     return code_signing::kErrSecSuccess;
   }
-  const code_signing::RandomAccessFile& Code() const override { return code_; }
+  const RandomAccessFile& Code() const override { return code_; }
   platform::OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
     offset = 0;
     return code_signing::kErrSecSuccess;
@@ -71,7 +71,7 @@ class Bundle : public code_signing::DiskRepresentation {
 
   std::string path_ = TemporaryDirectory() + "/resource_seal_fuzzer.XXXXXX";
   code_signing::BundleRoot root_;
-  code_signing::RandomAccessFile code_;
+  RandomAccessFile code_;
 };
 
 }  // namespace
