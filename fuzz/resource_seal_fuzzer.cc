@@ -48,7 +48,7 @@ class Bundle : public code_signing::DiskRepresentation {
     bytes.reset();
     return code_signing::kErrSecSuccess;
   }
-  const RandomAccessFile& Code() const override { return code_; }
+  const platform::RandomAccessFile& Code() const override { return code_; }
   platform::OsStatus FindSliceStart(std::size_t, std::uint64_t& offset) const override {
     offset = 0;
     return code_signing::kErrSecSuccess;
@@ -71,7 +71,7 @@ class Bundle : public code_signing::DiskRepresentation {
 
   std::string path_ = TemporaryDirectory() + "/resource_seal_fuzzer.XXXXXX";
   code_signing::BundleRoot root_;
-  RandomAccessFile code_;
+  platform::RandomAccessFile code_;
 };
 
 }  // namespace
