@@ -3,8 +3,10 @@
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
 #include "app/options.h"
+#include "diag/configuration_file.h"
 #include "diag/global_logger.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "diag/text.h"
 #include "platform/files.h"
 #include "platform/standard_streams.h"
 
@@ -28,14 +30,15 @@ void LogEnd(const End& end, const OptionRun& run, int code) {
   }
 }
 
-/// Validates the arguments of `option`, runs its operation and reports. @return the run's code.
+/// Validates the arguments of `option`, runs its operation and reports the outcome.
+/// @return the run's code.
 int RunOption(const Option& option, OptionRun& run) {
   const Messages& messages = option.messages;
   const auto logStartAt = [&](StartTime time) {
     if (messages.startTime == time) Utils::LogMessage(run.logger, messages.start);
   };
   logStartAt(StartTime::kBeforeCountTest);
-  if (run.tool.argc < option.words.least || run.tool.argc > option.words.most) {
+  if (run.tool.argc < option.words.minimum || run.tool.argc > option.words.maximum) {
     Utils::LogMessage(run.logger, messages.badArguments);
     return kEINVAL;
   }

@@ -1,17 +1,17 @@
 #ifndef APP_ERROR_CODES_H_
 #define APP_ERROR_CODES_H_
 
-/// The numbers that operations return, which are the tool's exit statuses. They are macOS's errno
-/// numbers on every host; the names are those of `<cerrno>` with a `k` before them.
+/// The numbers that operations return, which are the tool's exit statuses. They are the errno
+/// numbers of macOS on every host; the names are those of `<cerrno>` with the prefix `k`.
 
 inline constexpr int kSuccess = 0;
-inline constexpr int kENOENT = 2;      ///< something looked for is not there
+inline constexpr int kENOENT = 2;      ///< not found
 inline constexpr int kESRCH = 3;       ///< an answer that cannot be searched
 inline constexpr int kEBADF = 9;       ///< an invalid or unreadable agent configuration file
 inline constexpr int kENOMEM = 12;     ///< no memory for the tool object
 inline constexpr int kEACCES = 13;     ///< no SDK instance, or a file that cannot be deleted
 inline constexpr int kEFAULT = 14;     ///< an SDK export is missing
-inline constexpr int kEBUSY = 16;      ///< the product is present
+inline constexpr int kEBUSY = 16;      ///< the product is already present
 inline constexpr int kENOTDIR = 20;    ///< the product is not installed
 inline constexpr int kEINVAL = 22;     ///< bad arguments, or a library that is not the maker's
 inline constexpr int kEAGAIN = 35;     ///< a library that cannot be loaded

@@ -17,10 +17,10 @@ class Logger;
 /// it must outlive every SDK call that it makes. The destructor waits for SDK callbacks that are
 /// running, and later ones find no tool.
 ///
-/// Operations return 0 or a number of app/error_codes.h, the product's own error, a status of the
-/// signature check, a child's exit status or a system error, and write their steps to `logger`,
-/// which may be null. Texts and numbers that they answer with come back by reference; what happens
-/// to them on failure is said with each operation. They run on the main thread.
+/// Operations return 0, a number of app/error_codes.h, the product's own error, a status of the
+/// signature check, a child's exit status or a system error. They log their steps to `logger`,
+/// which may be null, and run on the main thread. Results are returned by reference; each operation
+/// documents what happens to them on failure.
 class KXTool {
  public:
   /// @param argv `argumentCount` strings, copied.
@@ -29,10 +29,10 @@ class KXTool {
   KXTool(const KXTool&) = delete;
   KXTool& operator=(const KXTool&) = delete;
 
-  /// Runs the operation that the command line asks for and writes its answer to standard output,
-  /// with no newline added.
+  /// Runs the operation that the command line asks for and writes its result to standard output,
+  /// without a newline.
   /// @param result receives the answer text.
-  /// @return the operation's code, or 22 for a command line that asks for none.
+  /// @return the operation's code, or 22 for an invalid command line.
   /// @throws std::invalid_argument, std::out_of_range for a scan time limit that is empty or does
   ///     not fit 64 bits.
   int Run(std::string& result);
@@ -46,7 +46,7 @@ class KXTool {
 
   /// Checks that the file or bundle at `path` is validly signed by the maker.
   /// @param isSigned is true only with a result of 0.
-  /// @return 0 when the check could be carried out, whatever it found.
+  /// @return 0 when the check could be carried out, whatever its outcome.
   int CheckCodeSignature(bool& isSigned, const char* path, Logger* logger);
 
   // SDK bridge (sdk/).
@@ -60,7 +60,7 @@ class KXTool {
   int ExecuteAgentSDKMethod(std::string method, rapidjson::Document& output, int& apiError,
                             long long& sdkError, Logger* logger);
 
-  /// ExecuteAgentSDKMethod() with its three outcomes folded into one code: the method's error, else
+  /// ExecuteAgentSDKMethod() with its three outcomes reduced to one code: the method's error, else
   /// the SDK's status, else the invocation's code.
   int ExecuteAgentSDKMethodWrapper(std::string method, rapidjson::Document& output, Logger* logger);
 
@@ -84,7 +84,7 @@ class KXTool {
   int CheckIsUpToDate(bool& upToDate, Logger* logger);
   /// Names of the update locations, joined by "|".
   int GetUpdateLocations(std::string& result, Logger* logger);
-  /// Time of the product's last update, as the product gives it.
+  /// Time of the product's last update, as the product reports it.
   int GetLastUpdate(std::string& result, Logger* logger);
   /// Names of the critical alerts, joined by "|".
   int GetCriticalIssues(std::string& result, Logger* logger);
@@ -105,20 +105,20 @@ class KXTool {
   /// Runs one installation and deletes both files. @return the process's exit status.
   int RunInstall(const char* itemPath, const char* installerXmlPath, bool usePackageInstaller);
   /// Fills `result` with the detection record "state|company|group|endpoint".
-  /// @return 16 when the product is there, 0 when it is not.
+  /// @return 16 when the product is present, 0 when it is not.
   int ORVEXDetectInstall(std::string& result, Logger* logger);
-  /// Whether one of the two sets of service processes runs. Takes 5 to 50 seconds.
+  /// Whether one of the two sets of service processes is running. Takes 5 to 50 seconds.
   bool CheckRunningProcesses();
   /// File name of the executable of process `pid`. @return false when it cannot be read.
   bool GetProcessName(std::string& name, int pid);
-  /// Passes the arguments to the maker's links library and its answer back.
+  /// Passes the arguments to the maker's links library and returns its answer.
   int GetInstallationLinks(std::string& result, const char* consoleUrl, const char* apiKey,
                            const char* packageName, bool setupDownloaderLink, Logger* logger);
   /// Fills each identifier whose pointer is not null from the SDK (when `useIdentityMethod`) and
-  /// then from the agent configuration file; what neither knows is empty.
+  /// then from the agent configuration file. An identifier that neither has is empty.
   int GetEndpointInformation(std::string* companyId, std::string* groupId, std::string* endpointId,
                              const char* agcfFilePath, bool useIdentityMethod, Logger* logger);
-  /// The SDK's half of it. Note the order of the arguments.
+  /// Reads the identifiers that the SDK has. Note the order of the arguments.
   int GetSLIdentity(std::string* endpointId, std::string* companyId, Logger* logger);
 
   int argc;
@@ -132,7 +132,7 @@ class KXTool {
   std::string sdkResponse;
   /// Identifier of the current SDK run. Guarded by the callback gate of sdk/run_state.h.
   char batchContext[platform::kUuidTextSize];
-  /// Product events (name, data) not yet looked at. Guarded by `locker`.
+  /// Product events (name, data) not yet processed. Guarded by `locker`.
   std::deque<std::pair<std::string, std::string>> productEvents;
 };
 

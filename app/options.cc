@@ -6,12 +6,13 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "diag/text.h"
 
 namespace {
 
-/// The shortest time limit, in seconds, that a watched scan gets.
-constexpr long long kShortestScanTimeout = 5;
+/// The shortest time limit of a watched scan, in seconds.
+constexpr long long kMinScanTimeout = 5;
 
 template <int (KXTool::*Query)(std::string&, Logger*)>
 int Answer(OptionRun& run) {
@@ -43,7 +44,7 @@ int AnswerIsUpToDate(OptionRun& run) {
   return code;
 }
 
-/// Takes over the optional time limit of the scans.
+/// Stores the optional time limit of the scans.
 /// @throws std::invalid_argument, std::out_of_range for one that is empty or too long.
 bool AcceptScanTimeout(OptionRun& run) {
   KXTool& tool = run.tool;
@@ -53,7 +54,7 @@ bool AcceptScanTimeout(OptionRun& run) {
     Utils::LogMessage(run.logger, "Bad arguments.");
     return false;
   }
-  tool.scanTimeout = std::max(kShortestScanTimeout, std::stoll(digits));
+  tool.scanTimeout = std::max(kMinScanTimeout, std::stoll(digits));
   return true;
 }
 
@@ -64,7 +65,7 @@ void LogMissingLinkArguments(const LinkArguments& link, Logger* logger) {
   if (link.packageName.empty()) Utils::LogMessage(logger, "\"-packageName\" is empty");
 }
 
-/// Takes over three pairs of a name and a value, and the switch behind them.
+/// Stores three pairs of a name and a value, and the switch that follows them.
 bool AcceptLinkArguments(OptionRun& run) {
   const std::vector<std::string>& words = run.tool.arguments;
   LinkArguments& link = run.link;

@@ -7,7 +7,7 @@
 class KXTool;
 class Logger;
 
-/// Bounds of the argument count of any command line, the program name included.
+/// Bounds of the argument count of any command line, including the program name.
 inline constexpr int kMinimumArgumentCount = 2;
 inline constexpr int kMaximumArgumentCount = 9;
 
@@ -25,14 +25,14 @@ struct OptionRun {
   std::string& result;  ///< the answer text
   Logger* logger;
   LinkArguments link;
-  /// The number that the end message of some options names.
+  /// The number that the end messages of some options report.
   long long value = 0;
 };
 
-/// How many words a command line may have, the program name included.
+/// How many words a command line may have, including the program name.
 struct WordCount {
-  int least = 2;
-  int most = least;
+  int minimum = 2;
+  int maximum = minimum;
 };
 
 /// When the start message is logged.
@@ -45,15 +45,15 @@ struct Messages {
   StartTime startTime = StartTime::kBeforeCountTest;
 };
 
-/// What an end message has behind its fixed text.
+/// The number after the fixed text of an end message.
 enum class EndNumber {
   kNothing,
   kCode,   ///< the operation's code
   kValue,  ///< OptionRun::value
 };
 
-/// When a failed operation's end message and result text are written. After a success they always
-/// are.
+/// Whether a failed operation's end message and result text are written. After a success they
+/// always are.
 enum class OnFailure { kReport, kStaySilent };
 
 /// How an option ends.
@@ -71,8 +71,8 @@ struct Option {
   /// Runs the operation. @return its code.
   int (*operate)(OptionRun& run);
   End end = {};
-  /// Validates and stores the option's arguments once their count is right, and logs what is wrong
-  /// with them. Null when there is nothing to validate.
+  /// Validates and stores the option's arguments once their count is right. Logs what is wrong with
+  /// them. Null when there is nothing to validate.
   bool (*accept)(OptionRun& run) = nullptr;
 };
 

@@ -2,7 +2,7 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
 #include "platform/bundle.h"
 
 int KXTool::GetVersion(std::string& result, Logger* logger) {

@@ -13,7 +13,7 @@
 
 #include "app/kx_tool.h"
 #include "sdk/envelope.h"
-#include "sdk/json_document.h"
+#include "json/document.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fake_sdk.h"
 

@@ -71,7 +71,7 @@ function(kx_room name)
   target_link_libraries(kx_${name} PUBLIC kx_options)
 endfunction()
 
-# All rooms of the product, for whoever links the whole of it.
+# All rooms of the product.
 set(KX_ROOMS kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 
 # kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests over the whole product,

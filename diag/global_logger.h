@@ -3,9 +3,8 @@
 
 class Logger;
 
-/// The logger in use; null while logging is off. Set once, before any other thread runs. For the
-/// dispatcher, which hands it to the operations, and for the SDK's callbacks; everybody else is
-/// given the pointer.
+/// The logger in use; null while logging is off. Set once, before any other thread runs. Only the
+/// dispatcher, which passes it to the operations, and the SDK's callbacks use it directly.
 extern Logger* logger;
 
 #endif  // DIAG_GLOBAL_LOGGER_H_

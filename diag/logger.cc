@@ -1,10 +1,12 @@
 #include "diag/logger.h"
 
+#include <array>
+#include <ctime>
 #include <mutex>
 #include <utility>
 
 #include "diag/global_logger.h"
-#include "diag/utils.h"
+#include "platform/clock.h"
 #include "platform/files.h"
 
 namespace {
@@ -22,7 +24,7 @@ Logger* Logger::m_pThis = nullptr;
 std::string Logger::m_sFilename = "log.txt";
 std::ofstream Logger::m_LogFile;
 
-/// Goes just before the stream does; Log() leaves the stream alone from then on.
+/// Destroyed just before the stream; Log() does not use the stream from then on.
 struct Logger::EndOfLogging {
   EndOfLogging() = default;
   EndOfLogging(const EndOfLogging&) = delete;
@@ -41,8 +43,8 @@ Logger* Logger::GetLogger(std::string directory) {
     static Logger theLogger;
     m_pThis = &theLogger;
     const std::string path = std::move(directory) + m_sFilename;
-    // The stream alone would wait for the reader of a FIFO, and let anybody write to a file that it
-    // creates where the process's mask does.
+    // The stream alone would block until a FIFO has a reader, and would create a file that anyone
+    // may write if the process's mask allows it.
     platform::AppendedFile file;
     if (file.Open(path) == 0) m_LogFile.open(path, std::ios::out | std::ios::app);
   }
@@ -55,4 +57,12 @@ void Logger::Log(std::string message) {
   message.insert(0, Utils::GetUtcTime() + ' ');
   message += '\n';
   m_LogFile << message << std::flush;
+}
+
+std::string Utils::GetUtcTime() {
+  const auto now = static_cast<std::time_t>(platform::WallClockSeconds());
+  std::tm utc{};
+  if (gmtime_r(&now, &utc) == nullptr) return "Cannot retrieve time!";
+  std::array<char, 80> text;
+  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %X", &utc)};
 }

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <string>
 
-/// The process-wide log writer. Lines go to "log.txt"; each is flushed when it is written.
+/// The process-wide log writer. Lines go to "log.txt"; each is flushed as soon as it is written.
 class Logger {
  public:
   /// Returns the one logger. The first call creates it and opens the log file at `directory`
@@ -25,5 +25,13 @@ class Logger {
   static std::ofstream m_LogFile;
   static EndOfLogging endOfLogging_;
 };
+
+namespace Utils {
+
+/// Returns the current time in UTC as "year-month-day hours:minutes:seconds", or "Cannot retrieve
+/// time!".
+std::string GetUtcTime();
+
+}  // namespace Utils
 
 #endif  // DIAG_LOGGER_H_

@@ -11,16 +11,14 @@
 #include <thread>
 #include <vector>
 
-#include "diag/global_logger.h"
-#include "diag/utils.h"
 #include "tests/support/fake_platform.h"
 
 namespace {
 
 using testing::ExitedWithCode;
 
-/// The logger is one for the whole process, so each case has a process of its own, which is the
-/// test program started again.
+/// The logger is a singleton, so each case runs in a separate process: the test program started
+/// again.
 class LoggerTest : public testing::Test {
  protected:
   LoggerTest() {
@@ -59,27 +57,18 @@ class LoggerTest : public testing::Test {
   bool isOwner_ = false;
 };
 
-TEST_F(LoggerTest, LinesAreStampedAndAppended) {
+TEST_F(LoggerTest, LinesAreStampedAppendedAndFlushed) {
   const auto run = [this](const char* message) {
     Logger* const log = Logger::GetLogger(Directory());
     log->Log(message);
     log->Log("");
-    std::exit(0);
+    std::_Exit(0);  // does not flush
   };
   EXPECT_EXIT(run("first"), ExitedWithCode(0), "");
   EXPECT_EXIT(run("second\nline"), ExitedWithCode(0), "");
   EXPECT_EQ(Contents(),
             "2023-11-14 22:13:20 first\n2023-11-14 22:13:20 \n"
             "2023-11-14 22:13:20 second\nline\n2023-11-14 22:13:20 \n");
-}
-
-TEST_F(LoggerTest, EachLineIsThereWhenLogReturns) {
-  const auto run = [this] {
-    Logger::GetLogger(Directory())->Log("before the end");
-    std::_Exit(0);
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "");
-  EXPECT_EQ(Contents(), "2023-11-14 22:13:20 before the end\n");
 }
 
 TEST_F(LoggerTest, ThereIsOne) {
@@ -130,23 +119,6 @@ TEST_F(LoggerTest, FileThatMayNotBeAppendedToIsLeftAlone) {
   };
   EXPECT_EXIT(run(), ExitedWithCode(0), "");
   EXPECT_NE(access((Directory() + "log.txt").c_str(), F_OK), 0);
-}
-
-TEST_F(LoggerTest, LoggingIsOffAtTheStart) {
-  const auto run = [] { std::exit(logger == nullptr ? 0 : 1); };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "");
-  EXPECT_NE(access((Directory() + "log.txt").c_str(), F_OK), 0);
-}
-
-TEST_F(LoggerTest, ConfigurationSwitchesItOnInTheToolsDirectory) {
-  const auto run = [this] {
-    fake::World::Current().AddFile("/c", "Logging=true\nLogging=true\n");
-    Utils::ParseConfigFile("/c", logger, Directory());
-    Utils::LogMessage(logger, "on");
-    std::exit(0);
-  };
-  EXPECT_EXIT(run(), ExitedWithCode(0), "");
-  EXPECT_EQ(Contents(), "2023-11-14 22:13:20 on\n");
 }
 
 TEST_F(LoggerTest, LinesOfManyThreadsStayWhole) {

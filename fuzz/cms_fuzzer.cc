@@ -23,6 +23,7 @@ namespace {
 
 using namespace platform::code_signing;
 using platform::OsStatus;
+using platform::RandomAccessFile;
 
 /// Code of which there is nothing but a CodeDirectory.
 class DirectoryOnly : public EmptyCode {

@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "diag/utils.h"
+#include "diag/configuration_file.h"
 #include "tests/support/fake_platform.h"
 
 namespace {

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "app/error_codes.h"
+#include "json/document.h"
 #include "sdk/envelope.h"
-#include "sdk/json_document.h"
 
 namespace {
 
@@ -29,7 +29,7 @@ bool HasLongExponent(const std::string& text) {
 
 /// Our parser takes and refuses what RapidJSON's does.
 void CompareParsers(const std::string& text) {
-  sdk::JsonDocument ours;
+  json::Document ours;
   rapidjson::StringStream stream(text.c_str());
   const bool isRead = ours.Read(stream);
   Expect(isRead || ours.IsNull());

@@ -19,6 +19,7 @@ namespace {
 
 using namespace platform::code_signing;
 using platform::OsStatus;
+using platform::RandomAccessFile;
 
 /// A plain file that is its own signature file.
 class SignatureFile : public EmptyCode {

@@ -5,10 +5,10 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "json/document.h"
+#include "json/lookup.h"
 #include "platform/files.h"
-#include "sdk/json_document.h"
-#include "sdk/json_lookup.h"
 
 namespace {
 
@@ -69,14 +69,14 @@ struct WantedIdentifiers {
 };
 
 void TakeIdentifiers(const Value& configuration, const WantedIdentifiers& wanted, Logger* logger) {
-  const Value* const id = sdk::FindObject(configuration, "id");
+  const Value* const id = json::FindObject(configuration, "id");
   if (id == nullptr) return;
-  if (const Value* const customData = sdk::FindObject(*id, "customdata")) {
-    FillFrom(sdk::FindText(*customData, "ComputersFolder"), wanted.groupId,
+  if (const Value* const customData = json::FindObject(*id, "customdata")) {
+    FillFrom(json::FindText(*customData, "ComputersFolder"), wanted.groupId,
              "Group id is: ", logger);
   }
-  FillFrom(sdk::FindText(*id, "hwid"), wanted.endpointId, "Hardware id is: ", logger);
-  FillFrom(sdk::FindText(*id, "custid"), wanted.companyId, "Company id is: ", logger);
+  FillFrom(json::FindText(*id, "hwid"), wanted.endpointId, "Hardware id is: ", logger);
+  FillFrom(json::FindText(*id, "custid"), wanted.companyId, "Company id is: ", logger);
 }
 
 /// Fills the identifiers that are still empty from an open agent configuration file.
@@ -84,7 +84,7 @@ void TakeIdentifiers(const Value& configuration, const WantedIdentifiers& wanted
 int ReadConfiguration(platform::InputFile& file, const WantedIdentifiers& wanted, Logger* logger) {
   try {
     FileStream stream(file);
-    sdk::JsonDocument configuration;
+    json::Document configuration;
     if (!configuration.Read(stream)) {
       file.Close();
       Utils::LogMessage(logger, "Invalid agcfJso file");
@@ -107,7 +107,7 @@ void TakeFromAnswer(const Value& answer, const char* name, std::string* value,
   if (value == nullptr) return;
   Utils::LogMessage(logger, searchMessage);
   value->clear();
-  FillFrom(sdk::FindText(answer, name), value, foundMessage, logger);
+  FillFrom(json::FindText(answer, name), value, foundMessage, logger);
 }
 
 }  // namespace

@@ -6,7 +6,8 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "diag/text.h"
 #include "install/attach_output.h"
 #include "platform/bundle.h"
 #include "platform/files.h"

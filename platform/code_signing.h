@@ -11,12 +11,12 @@
 
 namespace platform {
 
-/// Releases, when it is destroyed, what the host's frameworks have left to be released (macOS: an
-/// autorelease pool; Linux: nothing).
+/// Releases on destruction what the host's frameworks have autoreleased (macOS: an autorelease
+/// pool; Linux: nothing).
 class AutoreleasePool {
  public:
   AutoreleasePool();
-  ~AutoreleasePool();  // NOLINT(performance-trivially-destructible): it is on Linux alone
+  ~AutoreleasePool();  // NOLINT(performance-trivially-destructible): trivial on Linux only
   AutoreleasePool(const AutoreleasePool&) = delete;
   AutoreleasePool& operator=(const AutoreleasePool&) = delete;
 
@@ -25,11 +25,11 @@ class AutoreleasePool {
 };
 
 /// A status number of the Security framework; 0 (errSecSuccess) is success. Statuses that wrap an
-/// errno are 100000 plus the number that macOS gives to it, on every host.
+/// errno are 100000 plus the macOS number, on every host.
 using OsStatus = std::int32_t;
 
-/// A code object on disk: a file or a bundle. Empty until CreateStaticCode() filled it. The handle
-/// owns the host's object and releases it with the last copy.
+/// A code object on disk: a file or a bundle. Empty until CreateStaticCode() has filled it. The
+/// handle owns the host's object and releases it with the last copy.
 struct StaticCode {
   std::shared_ptr<const void> handle;
 };
@@ -46,8 +46,8 @@ struct SigningInformation {
   std::optional<std::string> teamIdentifier;
 };
 
-/// SecStaticCodeCreateWithPath() with default flags: finds out what kind of code lies at `path`
-/// (UTF-8). Unsigned code and damaged signatures are found by CheckValidity(), not here.
+/// SecStaticCodeCreateWithPath() with default flags: determines what kind of code is at `path`
+/// (UTF-8). CheckValidity() detects unsigned code and damaged signatures, not this function.
 /// @param code is filled on success and empty otherwise.
 OsStatus CreateStaticCode(const std::string& path, StaticCode& code);
 

@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "platform/scoped_handle.h"
+
 namespace platform {
 
 /// How a library's symbols are bound and who sees them (dlopen() modes).
@@ -11,34 +13,33 @@ enum class Binding {
   kLazyGlobal,  ///< RTLD_LAZY | RTLD_GLOBAL
 };
 
-/// Owner of one loaded library; unloads it when it goes. Moves only.
+struct LibraryTraits {
+  using Handle = void*;
+  static constexpr Handle kNone = nullptr;
+  static void Close(Handle library);
+};
+
+/// Owner of one loaded library. Move-only.
 class DynamicLibrary {
  public:
-  DynamicLibrary() = default;
-  ~DynamicLibrary();
-  DynamicLibrary(const DynamicLibrary&) = delete;
-  DynamicLibrary& operator=(const DynamicLibrary&) = delete;
-  DynamicLibrary(DynamicLibrary&& other) noexcept;
-  DynamicLibrary& operator=(DynamicLibrary&& other) noexcept;
-
   /// Loads the library at `path`. @return an owner that is not open when loading fails.
   static DynamicLibrary Open(const std::string& path, Binding binding);
 
   /// Loads the library file `name` (no "/") of the working directory. Where the host's loader
-  /// looks a bare name up itself, it is handed the bare name first.
+  /// searches for a bare name itself, it gets the bare name first.
   /// @return an owner that is not open when loading fails.
   static DynamicLibrary OpenFromWorkingDirectory(const std::string& name, Binding binding);
 
-  bool IsOpen() const { return handle_ != nullptr; }
+  bool IsOpen() const { return library_.IsOpen(); }
 
   /// @return the address of the exported `name`, or null; valid until Close(). Must be open.
   void* FindSymbol(const char* name) const;
 
   /// Unloads the library; does nothing when it is not open.
-  void Close();
+  void Close() { library_.Reset(); }
 
  private:
-  void* handle_ = nullptr;
+  ScopedHandle<LibraryTraits> library_;
 };
 
 }  // namespace platform

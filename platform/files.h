@@ -8,6 +8,8 @@
 #include <optional>
 #include <string>
 
+#include "platform/scoped_handle.h"
+
 /// Files and directories. Paths are UTF-8 bytes; a relative path starts at the working directory.
 /// Functions that return an int return 0 or the `errno` of the failure.
 
@@ -39,54 +41,51 @@ struct FileTime {
 /// Time of the last change of the contents; follows symbolic links.
 int ModificationTime(const std::string& path, FileTime& time);
 
+struct DirectoryTraits {
+  using Handle = void*;
+  static constexpr Handle kNone = nullptr;
+  static void Close(Handle stream);
+};
+
 /// An open directory whose entries are read one by one, in the order in which the directory yields
-/// them. Memory does not depend on the number of entries. Closes when it goes. Moves only.
+/// them. Memory does not depend on the number of entries.
 class DirectoryReader {
  public:
-  DirectoryReader() = default;
-  ~DirectoryReader();
-  DirectoryReader(const DirectoryReader&) = delete;
-  DirectoryReader& operator=(const DirectoryReader&) = delete;
-  DirectoryReader(DirectoryReader&& other) noexcept;
-  DirectoryReader& operator=(DirectoryReader&& other) noexcept;
-
   int Open(const std::string& path);
 
   /// @return the next entry's name (NUL-terminated, valid until the next call), or null at the end
-  ///     and on a read fault; Error() tells the two apart. Whether "." and ".." are among the
-  ///     entries is the host's choice.
+  ///     and on a read error; Error() tells the two apart. Whether "." and ".." are among the
+  ///     entries depends on the host.
   const char* Next();
 
   /// The `errno` with which the latest Next() failed; 0 when it did not.
   int Error() const { return error_; }
 
  private:
-  void* stream_ = nullptr;
+  ScopedHandle<DirectoryTraits> stream_;
   int error_ = 0;
 };
 
+struct FileTraits {
+  using Handle = int;
+  static constexpr Handle kNone = -1;
+  static void Close(Handle descriptor);
+};
+
 /// A file open for reading. Neither opening nor reading blocks, whatever kind of file it is: a pipe
-/// ends with what it holds at the moment. Closes when it goes. Moves only.
+/// ends with what it holds at the moment.
 class InputFile {
  public:
-  InputFile() = default;
-  ~InputFile();
-  InputFile(const InputFile&) = delete;
-  InputFile& operator=(const InputFile&) = delete;
-  InputFile(InputFile&& other) noexcept;
-  InputFile& operator=(InputFile&& other) noexcept;
-
   int Open(const std::string& path);
-  bool IsOpen() const { return descriptor_ >= 0; }
 
   /// Reads at most `capacity` bytes into `buffer`.
   /// @param count receives the number of bytes read; 0 is the end of the file.
   int Read(char* buffer, std::size_t capacity, std::size_t& count);
 
-  void Close();
+  void Close() { file_.Reset(); }
 
  private:
-  int descriptor_ = -1;
+  ScopedHandle<FileTraits> file_;
 };
 
 /// Reads a whole file through an InputFile.
@@ -95,46 +94,41 @@ class InputFile {
 int ReadFile(const std::string& path, std::string& contents,
              std::size_t limit = std::numeric_limits<std::size_t>::max());
 
-/// Makes sure that a file can be opened for appending without waiting for anybody. While it lives,
-/// a pipe stays open, so that the reader does not see its end; other files are closed at once.
+/// Makes sure that a file can be opened for appending without blocking. A pipe stays open until the
+/// object is destroyed, so that the reader does not see its end; other files are closed at once.
 class AppendedFile {
  public:
-  AppendedFile() = default;
-  ~AppendedFile();
-  AppendedFile(const AppendedFile&) = delete;
-  AppendedFile& operator=(const AppendedFile&) = delete;
-
-  /// To be called once. A file that is not there is created, for the user alone to write and for
-  /// all to read, less what the process's mask forbids. Links are followed.
+  /// Creates a file that does not exist, writable by the user only and readable by all, minus what
+  /// the process's mask forbids. Follows links.
   /// @return ENXIO for a FIFO that nobody reads.
   int Open(const std::string& path);
 
  private:
-  int descriptor_ = -1;
+  ScopedHandle<FileTraits> file_;
 };
 
-/// Creates an empty regular file that only the user may read and write. EEXIST when anything, a
-/// symbolic link included, has that name already.
+/// Creates an empty regular file that only the user may read and write. EEXIST when the name is
+/// taken, even by a symbolic link.
 int CreateFileExclusively(const std::string& path);
 
 /// Copies a file, a symbolic link (as a link) or a whole directory, with modes and times. A copy
-/// that gets another owner or group loses the bit that would run it as that one.
+/// that gets another owner or group loses its set-user-ID or set-group-ID bit.
 /// @return false when `destination` exists already (a dangling link counts) or the copy is not
-///     complete, as with a pipe or a socket inside; what had been copied by then is removed again.
+///     complete, for example because of a pipe or a socket; what was copied until then is removed.
 bool CopyTree(const std::string& source, const std::string& destination);
 
 /// Removes a file, a symbolic link (not what it points at) or a whole directory.
-/// @return false when anything of it remains, or there was nothing at `path`.
+/// @return false when part of it remains, or when nothing was there.
 bool RemoveTree(const std::string& path);
 
-/// NSFileManager's guess whether the user may delete `path` (a link itself, not what it points at),
-/// from the rights of its directory; false when there is nothing.
+/// NSFileManager's estimate whether the user may delete `path` (a link itself, not what it points
+/// at), from the permissions of its directory; false when nothing is there.
 bool IsDeletable(const std::string& path);
 
 /// Visits everything below the directory `root`, each directory before its contents and these
 /// before its next neighbour. Of symbolic links only `root` itself is followed; what cannot be read
-/// is passed over.
-/// @param visit is given each path relative to `root`; it returns false to end the walk.
+/// is skipped.
+/// @param visit receives each path relative to `root`; it returns false to stop.
 void WalkTree(const std::string& root,
               const std::function<bool(const std::string& relativePath)>& visit);
 

@@ -28,11 +28,11 @@ class ProcessRecord {
 /// @return false when the table cannot be read.
 bool ListProcesses(std::vector<ProcessRecord>& records);
 
-/// Path of the file that process `processId` executes, without a mark of a file deleted meanwhile.
+/// Path of the file that process `processId` executes, without the mark of a deleted file.
 /// @param path is replaced on success and untouched otherwise. It is empty for a process whose
 ///     arguments hold no path (macOS).
 /// @return false when there is none (kernel threads, zombies, processes that have ended) or it may
-///     not be read. Not for two threads at once.
+///     not be read. Not thread-safe.
 bool ExecutablePath(int processId, std::string& path);
 
 }  // namespace platform

@@ -37,7 +37,7 @@ struct PropertyListValue {
 };
 
 /// Reads a property-list file.
-/// @return its top dictionary; nothing when the file cannot be read, is no property list, or has
+/// @return its top dictionary; nothing when the file cannot be read, is not a property list, or has
 ///     something else at the top.
 std::optional<PropertyListValue> ReadPropertyListDictionary(const std::string& path);
 

@@ -6,7 +6,7 @@
 namespace platform {
 
 /// Opens the null device on each of the descriptors 0 to 2 that the caller left closed, so that no
-/// file opened later is taken for a standard stream. Call before anything opens a file.
+/// file opened later becomes a standard stream. Call before anything opens a file.
 void EnsureStandardDescriptors();
 
 /// Writes `text` to standard output, all of it where that is possible. A closed, full or

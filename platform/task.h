@@ -7,15 +7,15 @@
 namespace platform {
 
 /// A program to run as a child process. It gets the descriptors 0 to 2 and no other. On Linux it
-/// ignores and blocks the signals that the tool was started with ignored and blocked, except that
-/// SIGPIPE and SIGCHLD are handled by default, and its end is noticed even where the tool was
-/// started with SIGCHLD ignored; on macOS NSTask's own rules hold.
+/// inherits the tool's ignored and blocked signals, except that SIGPIPE and SIGCHLD have their
+/// default handling, and its exit status is collected even if the tool was started with SIGCHLD
+/// ignored. On macOS NSTask's own rules apply.
 struct Task {
   std::string launchPath;              ///< path of the executable; no search, no shell
   std::vector<std::string> arguments;  ///< after the program name
   /// Existing file that receives standard output; empty for a pipe. Standard input and error are
-  /// always pipes. Pipes are neither written nor read, and stay open until the child has ended: a
-  /// child that writes more than a pipe holds blocks.
+  /// always pipes. Pipes are neither written nor read, and stay open until the child has ended, so
+  /// a child that writes more than a pipe holds blocks.
   std::string standardOutputPath;
 };
 

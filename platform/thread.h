@@ -5,8 +5,8 @@
 
 namespace platform {
 
-/// One thread with default attributes. Whoever starts it joins it; a started thread must have been
-/// joined before its owner goes.
+/// One thread with default attributes. A started thread must be joined before the object is
+/// destroyed.
 class Thread {
  public:
   using Routine = void* (*)(void*);

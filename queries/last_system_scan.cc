@@ -7,7 +7,7 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
 #include "platform/files.h"
 #include "queries/joined_list.h"
 #include "queries/scan_summary.h"

@@ -5,10 +5,11 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "diag/text.h"
+#include "json/lookup.h"
 #include "queries/joined_list.h"
 #include "queries/status_query.h"
-#include "sdk/json_lookup.h"
 
 namespace {
 
@@ -28,13 +29,13 @@ constexpr QueryLines kFeatureStatusLines = {"Failed to execute method. Error cod
                                             "Finished to get feature status with error code: "};
 
 int WalkCriticalIssues(const Value& output, std::string& result, Logger* logger) {
-  const Value* const alerts = sdk::FindObject(output, "Alerts");
+  const Value* const alerts = json::FindObject(output, "Alerts");
   if (alerts == nullptr) return kSuccess;
   std::string names;
   for (const Value::Member& alert : alerts->GetObject()) {
-    const std::optional<std::string_view> severity = sdk::FindText(alert.value, "severity");
+    const std::optional<std::string_view> severity = json::FindText(alert.value, "severity");
     if (!severity || !Utils::EqualsIgnoringCase(*severity, "critical")) continue;
-    const std::string_view name = sdk::TextOf(alert.name);
+    const std::string_view name = json::TextOf(alert.name);
     AppendToList(names, name);
     Utils::LogMessage(logger, "Critical issue found: ", name);
   }
@@ -43,11 +44,11 @@ int WalkCriticalIssues(const Value& output, std::string& result, Logger* logger)
 }
 
 int WalkProductVersion(const Value& output, std::string& result, Logger* logger) {
-  const Value* const locations = sdk::FindObject(output, "Locations");
+  const Value* const locations = json::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
-  const Value* const product = sdk::FindObject(*locations, "Product");
+  const Value* const product = json::FindObject(*locations, "Product");
   if (product == nullptr) return kSuccess;
-  const std::optional<std::string_view> version = sdk::FindText(*product, "Version");
+  const std::optional<std::string_view> version = json::FindText(*product, "Version");
   if (!version) return kSuccess;
   Utils::LogMessage(logger, "Found product version: ", *version);
   result = *version;
@@ -56,23 +57,23 @@ int WalkProductVersion(const Value& output, std::string& result, Logger* logger)
 
 /// Whether a feature works: as the product says, or, where it says nothing, when it is switched on.
 bool JudgeFeature(const Value& feature, std::string_view id, Logger* logger) {
-  if (const Value* const functioning = sdk::FindMember(feature, "isFunctioning")) {
+  if (const Value* const functioning = json::FindMember(feature, "isFunctioning")) {
     const bool verdict = functioning->IsTrue();
     Utils::LogMessage(logger, "Feature with id= ", id, " is functioning: ", verdict);
     return verdict;
   }
-  const Value* const enabled = sdk::FindMember(feature, "enabled");
+  const Value* const enabled = json::FindMember(feature, "enabled");
   const bool isEnabled = enabled != nullptr && enabled->IsTrue();
   if (!isEnabled) Utils::LogMessage(logger, "Feature ", id, " is not enabled");
   return isEnabled;
 }
 
 int WalkFeatureStatus(const Value& output, std::string& result, Logger* logger) {
-  const Value* const features = sdk::FindMember(output, "Features");
+  const Value* const features = json::FindMember(output, "Features");
   if (features == nullptr || !features->IsArray() || features->Empty()) return kSuccess;
   std::string verdicts;
   for (const Value& feature : features->GetArray()) {
-    const std::optional<std::string_view> id = sdk::FindText(feature, "id");
+    const std::optional<std::string_view> id = json::FindText(feature, "id");
     if (!id) continue;
     AppendToList(verdicts, *id);
     verdicts += JudgeFeature(feature, *id, logger) ? "=1" : "=0";

@@ -3,7 +3,7 @@
 
 #include <functional>
 
-#include "sdk/json_document.h"
+#include "json/document.h"
 
 class KXTool;
 class Logger;

@@ -8,11 +8,11 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "json/lookup.h"
 #include "platform/clock.h"
 #include "queries/joined_list.h"
 #include "queries/status_query.h"
-#include "sdk/json_lookup.h"
 
 namespace {
 
@@ -42,21 +42,21 @@ constexpr double kStaleAfter = 48.0 * 60 * 60;
 
 /// The error of a location's most recent update, when there is one and it is a failure.
 std::optional<std::int32_t> FailureOf(const Value& location) {
-  const Value* const update = sdk::FindObject(location, "update");
+  const Value* const update = json::FindObject(location, "update");
   if (update == nullptr) return std::nullopt;
-  const std::optional<std::int32_t> error = sdk::FindInt32(*update, "error");
+  const std::optional<std::int32_t> error = json::FindInt32(*update, "error");
   return error && *error != 0 ? error : std::nullopt;
 }
 
 int WalkUpdateErrors(const Value& output, std::string& result, Logger* logger) {
   Utils::LogMessage(logger, "Checking for \"Locations\" field");
   std::string failures;
-  if (const Value* const locations = sdk::FindObject(output, "Locations")) {
+  if (const Value* const locations = json::FindObject(output, "Locations")) {
     for (const Value::Member& location : locations->GetObject()) {
       const std::optional<std::int32_t> error = FailureOf(location.value);
       if (!error) continue;
       const std::string entry =
-          std::string(sdk::TextOf(location.name)) + '=' + std::to_string(*error);
+          std::string(json::TextOf(location.name)) + '=' + std::to_string(*error);
       AppendToList(failures, entry);
       Utils::LogMessage(logger, "Found an error: ", entry);
     }
@@ -81,9 +81,9 @@ bool AppendNumber(std::string& text, const char* separator, const std::optional<
 /// Appends the fields of a location's most recent update, each whatever became of the others.
 /// @return the code
 int AppendUpdateState(const Value& update, std::string& text, Logger* logger) {
-  const bool hasError = AppendNumber(text, "", sdk::FindInt32(update, "error"), "error", logger);
-  const bool hasTime = AppendNumber(text, "|", sdk::FindInt64(update, "time"), "time", logger);
-  const bool hasLastSuccess = AppendNumber(text, "|", sdk::FindInt64(update, "lastSucceededTime"),
+  const bool hasError = AppendNumber(text, "", json::FindInt32(update, "error"), "error", logger);
+  const bool hasTime = AppendNumber(text, "|", json::FindInt64(update, "time"), "time", logger);
+  const bool hasLastSuccess = AppendNumber(text, "|", json::FindInt64(update, "lastSucceededTime"),
                                            "lastSucceededTime", logger);
   return hasError && hasTime && hasLastSuccess ? kSuccess : kESRCH;
 }
@@ -91,12 +91,12 @@ int AppendUpdateState(const Value& update, std::string& text, Logger* logger) {
 int WalkUpdateStatus(const Value& output, const char* name, std::string& result, Logger* logger) {
   std::string text;
   int code = kSuccess;
-  if (const Value* const locations = sdk::FindObject(output, "Locations")) {
-    const Value* const location = sdk::FindObject(*locations, name);
+  if (const Value* const locations = json::FindObject(output, "Locations")) {
+    const Value* const location = json::FindObject(*locations, name);
     if (location == nullptr) {
       Utils::LogMessage(logger, "Invalid JSON. Cannot find \" ", name, "\" field");
       code = kEINVAL;
-    } else if (const Value* const update = sdk::FindObject(*location, "update")) {
+    } else if (const Value* const update = json::FindObject(*location, "update")) {
       code = AppendUpdateState(*update, text, logger);
     }
   }
@@ -107,13 +107,13 @@ int WalkUpdateStatus(const Value& output, const char* name, std::string& result,
 /// Whether the update of a location speaks against the product being up to date.
 bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>& goodErrors) {
   // Both must be there for the update to be judged, of whatever type they are.
-  if (sdk::FindMember(update, "error") == nullptr ||
-      sdk::FindMember(update, "lastSucceededTime") == nullptr) {
+  if (json::FindMember(update, "error") == nullptr ||
+      json::FindMember(update, "lastSucceededTime") == nullptr) {
     return false;
   }
-  const std::optional<std::int32_t> error = sdk::FindInt32(update, "error");
+  const std::optional<std::int32_t> error = json::FindInt32(update, "error");
   if (error && goodErrors.count(*error) == 0) return true;
-  const std::optional<std::int64_t> lastSuccess = sdk::FindInt64(update, "lastSucceededTime");
+  const std::optional<std::int64_t> lastSuccess = json::FindInt64(update, "lastSucceededTime");
   return lastSuccess && std::difftime(static_cast<std::time_t>(platform::WallClockSeconds()),
                                       static_cast<std::time_t>(*lastSuccess)) > kStaleAfter;
 }
@@ -121,11 +121,11 @@ bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>
 int WalkUpToDate(const Value& output, bool& upToDate, Logger* logger) {
   const std::unordered_set<std::string_view> unjudgedNames = {"Product", "ctc"};
   const std::unordered_set<std::int32_t> goodErrors = {0, -2003};
-  const Value* const locations = sdk::FindObject(output, "Locations");
+  const Value* const locations = json::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
   for (const Value::Member& location : locations->GetObject()) {
-    if (unjudgedNames.count(sdk::TextOf(location.name)) != 0) continue;
-    const Value* const update = sdk::FindObject(location.value, "update");
+    if (unjudgedNames.count(json::TextOf(location.name)) != 0) continue;
+    const Value* const update = json::FindObject(location.value, "update");
     if (update == nullptr || !IsFailedOrStale(*update, goodErrors)) continue;
     Utils::LogMessage(logger, "Product is not up to date");
     upToDate = false;
@@ -135,11 +135,11 @@ int WalkUpToDate(const Value& output, bool& upToDate, Logger* logger) {
 }
 
 int WalkUpdateLocations(const Value& output, std::string& result, Logger* logger) {
-  const Value* const locations = sdk::FindObject(output, "Locations");
+  const Value* const locations = json::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
   std::string names;
   for (const Value::Member& location : locations->GetObject()) {
-    const std::string_view name = sdk::TextOf(location.name);
+    const std::string_view name = json::TextOf(location.name);
     AppendToList(names, name);
     Utils::LogMessage(logger, "Location found: ", name);
   }
@@ -148,7 +148,7 @@ int WalkUpdateLocations(const Value& output, std::string& result, Logger* logger
 }
 
 int WalkLastUpdate(const Value& output, std::string& result, Logger* logger) {
-  const std::optional<std::int64_t> time = sdk::FindInt64(output, "LastUpdateTime");
+  const std::optional<std::int64_t> time = json::FindInt64(output, "LastUpdateTime");
   if (!time) return kSuccess;
   std::string text = std::to_string(*time);
   Utils::LogMessage(logger, "Last update time found with value: ", text);

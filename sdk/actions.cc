@@ -1,13 +1,13 @@
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
-#include "sdk/json_document.h"
+#include "diag/log_message.h"
+#include "json/document.h"
 #include "sdk/run_state.h"
 #include "sdk/scan_events.h"
 
 namespace {
 
-/// What tells one kind of scan from the other.
+/// What distinguishes one kind of scan from the other.
 struct ScanKind {
   const char* method;
   const char* name;       ///< inside a sentence

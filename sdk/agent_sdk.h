@@ -14,10 +14,10 @@ using ProductEventCallback = void (*)(void* context, const char* eventName, cons
 using RanCallback = void (*)(void* context, const char* batchContext, int error,
                              const char* result);
 
-/// What a client registers. The SDK calls from threads of its own.
+/// What a client registers. The SDK calls on its own threads.
 struct AgentSDKCallbacks {
   std::uint32_t size;     ///< of this record
-  std::uint32_t padding;  ///< 0, so that nothing of the stack is handed over
+  std::uint32_t padding;  ///< 0, so that no stack contents reach the SDK
   ProductEventCallback onProductEvent;
   RanCallback onRan;
 };
@@ -33,7 +33,7 @@ namespace sdk {
 using GetInstanceFunction = int (*)(void** instance, int reserved);
 using ReleaseInstanceFunction = void (*)(void* instance);
 
-/// One instance of the SDK; released when its owner goes. Every call returns the SDK's status.
+/// One instance of the SDK. The destructor releases it. Every call returns the SDK's status.
 class Instance {
  public:
   Instance() = default;
@@ -59,8 +59,8 @@ class Instance {
   ReleaseInstanceFunction release_ = nullptr;
 };
 
-/// The callbacks' registration with one instance. It ends with its owner, which must go before the
-/// instance does.
+/// The callbacks' registration with one instance. The destructor ends it, and must run before that
+/// of the instance.
 class Registration {
  public:
   Registration(Instance& instance, const AgentSDKCallbacks& callbacks)
@@ -83,7 +83,8 @@ class Registration {
 /// The loaded SDK library and its two exports.
 class Library {
  public:
-  /// The three return whether it went well; the exports can be looked for once the library is open.
+  /// The three return whether they succeeded. The exports can be looked up once the library is
+  /// open.
   bool Open(const std::string& path);
   bool FindGetInstance();
   bool FindReleaseInstance();

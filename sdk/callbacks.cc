@@ -2,7 +2,7 @@
 
 #include "app/kx_tool.h"
 #include "diag/global_logger.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
 #include "sdk/run_state.h"
 
 namespace {

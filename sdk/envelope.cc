@@ -5,9 +5,9 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
-#include "sdk/json_document.h"
-#include "sdk/json_lookup.h"
+#include "diag/log_message.h"
+#include "json/document.h"
+#include "json/lookup.h"
 
 namespace sdk {
 namespace {
@@ -19,7 +19,7 @@ std::string_view ResultMember(std::string_view method) {
   return dot == std::string_view::npos || dot == 0 ? method : method.substr(0, dot);
 }
 
-long long RefuseAnswer(Logger* logger, const char* reason) {
+long long RejectAnswer(Logger* logger, const char* reason) {
   Utils::LogMessage(logger, "Invalid JSON. ", reason);
   return kUnusableAnswer;
 }
@@ -34,45 +34,45 @@ long long UnpackAnswer(const std::string& answer, const std::string& method,
   }
 
   Utils::LogMessage(logger, "Parse AgentSDK response");
-  // In the caller's allocator, so that "output" can be moved instead of copied.
-  JsonDocument document(&output.GetAllocator());
+  // Uses the caller's allocator, so that "output" can be moved instead of copied.
+  json::Document document(&output.GetAllocator());
   rapidjson::StringStream text(answer.c_str());
   if (!document.Read(text) || !document.IsObject()) {
-    return RefuseAnswer(logger, "Response has parse errors or is not an object");
+    return RejectAnswer(logger, "Response has parse errors or is not an object");
   }
 
   Utils::LogMessage(logger, "Parse \"response\" member");
-  const rapidjson::Value* const response = FindObject(document, "response");
+  rapidjson::Value* const response = json::FindObject(document, "response");
   if (response == nullptr) {
-    return RefuseAnswer(logger, "Response does not have \"response\" member");
+    return RejectAnswer(logger, "Response does not have \"response\" member");
   }
 
   Utils::LogMessage(logger, "Parse \"data\" member");
-  const rapidjson::Value* const data = FindObject(*response, "data");
-  if (data == nullptr) return RefuseAnswer(logger, "Response does not have \"data\" member");
+  rapidjson::Value* const data = json::FindObject(*response, "data");
+  if (data == nullptr) return RejectAnswer(logger, "Response does not have \"data\" member");
 
   Utils::LogMessage(logger, "Find method key");
-  const rapidjson::Value* const results = FindMember(*data, ResultMember(method));
+  rapidjson::Value* const results = json::FindMember(*data, ResultMember(method));
   if (results == nullptr || !results->IsArray() || results->Empty()) {
     Utils::LogMessage(logger, "Invalid JSON. Response does not have \"", method, "\" key");
     return kUnusableAnswer;
   }
-  const rapidjson::Value& result = *results->Begin();
+  rapidjson::Value& result = *results->Begin();
 
   Utils::LogMessage(logger, "Parse \"error\" member");
-  const rapidjson::Value* const error = FindMember(result, "error");
-  if (error == nullptr) return RefuseAnswer(logger, "Error is not found");
-  if (!error->IsInt64()) return RefuseAnswer(logger, "Error value is invalid");
+  const rapidjson::Value* const error = json::FindMember(result, "error");
+  if (error == nullptr) return RejectAnswer(logger, "Error is not found");
+  if (!error->IsInt64()) return RejectAnswer(logger, "Error value is invalid");
   Utils::LogMessage(logger, "Response error code : ", error->GetInt64());
   if (error->GetInt64() != kSuccess) return error->GetInt64();
 
   Utils::LogMessage(logger, "Parse \"output\" member");
-  const rapidjson::Value* const found = FindMember(result, "output");
-  if (found == nullptr) return RefuseAnswer(logger, "Response does not have \"output\" member");
+  rapidjson::Value* const found = json::FindMember(result, "output");
+  if (found == nullptr) return RejectAnswer(logger, "Response does not have \"output\" member");
   if (found->IsObject()) {
-    static_cast<rapidjson::Value&>(output) = *const_cast<rapidjson::Value*>(found);
+    static_cast<rapidjson::Value&>(output) = *found;
   } else if (!found->IsNull()) {
-    return RefuseAnswer(logger, "\"output\" member is invalid");
+    return RejectAnswer(logger, "\"output\" member is invalid");
   }
   return kSuccess;
 }

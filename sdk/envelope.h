@@ -11,7 +11,7 @@ namespace sdk {
 
 /// Unpacks the SDK's answer to `method`.
 ///
-/// @param answer JSON text, nested as deep as it likes
+/// @param answer JSON text, nested to any depth
 /// @param output receives the method's "output" object, made with the document's own allocator, on
 ///     success; untouched when "output" is null or anything is wrong
 /// @return the method's own error, 0 for success; 3 when the answer cannot be used

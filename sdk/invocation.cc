@@ -7,14 +7,14 @@
 
 #include "app/error_codes.h"
 #include "app/kx_tool.h"
-#include "diag/utils.h"
+#include "diag/log_message.h"
+#include "json/document.h"
 #include "platform/clock.h"
 #include "platform/uuid.h"
 #include "product/install_locations.h"
 #include "sdk/agent_sdk.h"
 #include "sdk/callbacks.h"
 #include "sdk/envelope.h"
-#include "sdk/json_document.h"
 #include "sdk/method_catalogue.h"
 #include "sdk/run_state.h"
 #include "sdk/time_limits.h"
@@ -24,7 +24,7 @@ namespace {
 /// Statuses of a run that are worth another try.
 constexpr int kInternalError = 1;
 constexpr int kTryAgain = 2;
-constexpr int kMostTries = 5;
+constexpr int kMaxTries = 5;
 constexpr unsigned kInternalErrorPause = 30;  // seconds
 
 /// Local time in ctime()'s form, which ends in a newline.
@@ -34,7 +34,8 @@ std::string LocalTimeText() {
   return ctime_r(&now, text.data()) == nullptr ? "\n" : text.data();
 }
 
-/// Tells the seconds since `start` (microseconds on the wall clock), with six places.
+/// Returns a function that formats the seconds since `start` (microseconds on the wall clock) with
+/// six decimal places.
 auto SecondsSince(std::int64_t start) {
   return [start] {
     return std::to_string(static_cast<double>(platform::WallClockMicroseconds() - start) /
@@ -42,14 +43,14 @@ auto SecondsSince(std::int64_t start) {
   };
 }
 
-/// One call of ExecuteAgentSDKMethod(), but for the answer. What it acquires is given back in order
-/// when it goes, whatever way the call ends.
+/// One call of ExecuteAgentSDKMethod(). However the call ends, the destructor releases in order
+/// what was acquired.
 class Invocation {
  public:
   Invocation(KXTool& tool, std::string method, int& apiError, Logger* logger)
       : tool_(tool), method_(std::move(method)), apiError_(apiError), logger_(logger) {}
 
-  /// Finds, checks and loads the library and finds its exports.
+  /// Finds, verifies and loads the library and looks up its exports.
   int Load();
   /// Starts the run, with retries. The lock is held from here on.
   int Start();
@@ -59,7 +60,7 @@ class Invocation {
   long long Unpack(rapidjson::Document& output) const {
     return sdk::UnpackAnswer(tool_.sdkResponse, method_, output, logger_);
   }
-  /// Ends the registration, and gives the instance and the library back.
+  /// Ends the registration, releases the instance and unloads the library.
   void Finish(const char* message);
 
  private:
@@ -80,7 +81,7 @@ class Invocation {
   int& apiError_;
   Logger* logger_;
   const AgentSDKCallbacks callbacks_{sizeof(AgentSDKCallbacks), 0, OnProductEvent, OnRan};
-  std::unique_lock<std::mutex> lock_;  ///< of `locker`; given back last
+  std::unique_lock<std::mutex> lock_;  ///< of `locker`; released last
   sdk::Library library_;
   sdk::Instance instance_;
   sdk::Registration registration_{instance_, callbacks_};
@@ -145,7 +146,7 @@ int Invocation::Start() {
   Log("Run async starts at ", LocalTimeText);
   const std::int64_t start = platform::WallClockMicroseconds();
 
-  for (int tryNumber = 1; tryNumber <= kMostTries; ++tryNumber) {
+  for (int tryNumber = 1; tryNumber <= kMaxTries; ++tryNumber) {
     if (const int code = Connect(); code != kSuccess) return code;
     TryRun(tryNumber, action->second);
     if (apiError_ != kInternalError && apiError_ != kTryAgain) break;
@@ -153,7 +154,7 @@ int Invocation::Start() {
       Log("AgentSDK error internal. Sleep ", kInternalErrorPause, " seconds");
       platform::Sleep(kInternalErrorPause);
     }
-    if (tryNumber < kMostTries && !Disconnect()) break;
+    if (tryNumber < kMaxTries && !Disconnect()) break;
   }
 
   Log("RunAsync elapsed time = ", SecondsSince(start), " seconds");
@@ -224,7 +225,7 @@ int Invocation::Await() {
 
   Log("Failed to run instance due to timeout");
   if (isWatched) {
-    // A late completion or event still gets its chance: this wait ends with either, and only so.
+    // A late completion or event still gets its chance: only a notification ends this wait.
     platform::Wait(cv, lock_);
     stopThread.exchange(true);
     cv.notify_all();
@@ -235,7 +236,7 @@ int Invocation::Await() {
 }
 
 void Invocation::Finish(const char* message) {
-  // The callback that ended the wait still has to return into the library.
+  // The callback that ended the wait has to leave the tool before its library is unloaded.
   sdk::CallbackGate::AwaitDelivered();
   apiError_ = registration_.End();
   Log(message, apiError_);

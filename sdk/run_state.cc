@@ -2,9 +2,9 @@
 
 #include <chrono>
 #include <cstring>
-#include <thread>
 
 #include "app/kx_tool.h"
+#include "platform/clock.h"
 
 std::mutex locker;
 std::condition_variable cv;
@@ -18,6 +18,7 @@ namespace {
 struct GateState {
   std::mutex lock;  ///< also guards the tool's batchContext
   std::condition_variable empty;
+  std::condition_variable pause;
   KXTool* tool = nullptr;
   int inside = 0;
   int delivered = 0;  ///< of those inside
@@ -47,11 +48,10 @@ void CallbackGate::Close(KXTool& tool) {
 void CallbackGate::AwaitDelivered() {
   GateState& gate = Gate();
   std::unique_lock<std::mutex> lock(gate.lock);
+  // Nobody notifies `pause`: a callback that woke this thread up could lose the processor to it
+  // just before it has returned.
   while (gate.delivered != 0) {
-    // To be woken by the callback would take the processor from it just before it is back there.
-    lock.unlock();
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    lock.lock();
+    platform::WaitUntil(gate.pause, lock, platform::MonotonicNow() + std::chrono::milliseconds(1));
   }
 }
 

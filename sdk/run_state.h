@@ -8,9 +8,9 @@
 class KXTool;
 
 /// State that the main thread, the SDK's callback threads and the scan-event thread share. Every
-/// change that a waiter depends on is followed by a notification of all waiters on `cv`; whoever
-/// makes the change without holding `locker` passes through the lock before notifying, so that no
-/// waiter misses it between its test and its sleep.
+/// change that a waiter depends on is followed by a notification of all waiters on `cv`. A thread
+/// that makes the change without holding `locker` acquires and releases the lock before it
+/// notifies, so that no waiter misses the change between its test and its sleep.
 
 /// Guards the tool's `sdkResponse` and `productEvents`.
 extern std::mutex locker;
@@ -25,40 +25,43 @@ extern std::atomic<bool> isReady;
 
 namespace sdk {
 
-/// Admits SDK callbacks to the tool while it lives. The SDK's threads are the SDK's: a callback may
-/// come late, twice, or after the tool has gone, and must then find nothing.
+/// Admits SDK callbacks to the tool object while it exists. The SDK may call late, twice, or after
+/// the object was destroyed; such a callback must find nothing.
 class CallbackGate {
  public:
-  /// Lets callbacks through to `tool`, in place of any other.
+  /// Admits callbacks to `tool` instead of any other object.
   static void Open(KXTool& tool);
 
-  /// Waits for the callbacks that are with `tool` to end; none gets through afterwards.
+  /// Waits until the callbacks inside `tool` have left it. Admits none afterwards.
   static void Close(KXTool& tool);
 
-  /// Waits until the callbacks that have delivered are gone, so that the library they return to can
-  /// be given back. Does not wait for those that still want `locker`, which may be held.
+  /// Waits until the callbacks that have delivered have left the tool, so that its library can be
+  /// unloaded. This is best effort: the tool cannot know when such a callback has returned into the
+  /// library. The SDK must let its callbacks return before it completes an unregistration.
+  /// Callbacks that still need `locker`, which the caller may hold, are not waited for.
   static void AwaitDelivered();
 
   /// Replaces the tool's batch identifier.
   static void SetBatchContext(KXTool& tool, const char* text);
 
-  /// A callback's stay with the tool.
+  /// A callback's visit to the tool.
   class Pass {
    public:
-    /// @param context what the SDK handed back as the callback's context; may be anything.
+    /// @param context the callback's context as the SDK passed it; may be anything.
     explicit Pass(void* context);
     ~Pass();
     Pass(const Pass&) = delete;
     Pass& operator=(const Pass&) = delete;
 
-    /// @return the tool, alive until this goes; null when the context is not the living tool.
+    /// @return the tool, which exists at least as long as this object; null when the context is not
+    ///     the current tool.
     KXTool* Tool() const { return tool_; }
 
     /// Whether `batchContext` is the tool's current batch identifier. There must be a tool.
     bool IsCurrentBatch(const char* batchContext) const;
 
-    /// Tells, while `locker` is held, that the callback has delivered and takes no lock of the tool
-    /// any more. There must be a tool.
+    /// Records that the callback has delivered and needs no further lock of the tool. Call while
+    /// `locker` is held. There must be a tool.
     void SetDelivered();
 
    private:

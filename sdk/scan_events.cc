@@ -11,15 +11,15 @@
 
 namespace {
 
-/// The outcome that an event of this name gives to a scan; nothing for the events of no interest.
+/// The scan outcome that an event of this name stands for; nothing for all other events.
 std::optional<long long> OutcomeOf(const std::string& eventName) {
   if (eventName == "FileScan.OnDemand.ScanStarted") return kSuccess;
   if (eventName == "FileScan.OnDemand.ScanFailed") return kScanFailed;
   return std::nullopt;
 }
 
-/// Notifies all waiters after a flag was changed without the lock: whoever tested the flag before
-/// the change is asleep by the time the lock was free.
+/// Notifies all waiters after a flag was changed without the lock. A waiter that tested the flag
+/// before the change is asleep once the lock could be acquired.
 void NotifyThroughLock() {
   { const std::lock_guard<std::mutex> lock(locker); }
   cv.notify_all();

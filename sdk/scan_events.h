@@ -6,14 +6,14 @@
 class KXTool;
 
 /// Routine of the event thread: takes the tool's product events one by one until one of them
-/// decides the scan's outcome, the completion arrives or `stopThread` is set.
+/// decides the scan's outcome, the completion arrives, or `stopThread` is set.
 /// @param tool the KXTool, or null to end at once
 /// @return null
 void* ProcessProductEvents(void* tool);
 
 namespace sdk {
 
-/// The event thread of a watched scan. However its owner goes, the thread has ended by then.
+/// The event thread of a watched scan. The destructor ends and joins it.
 class EventThread {
  public:
   EventThread() = default;
@@ -25,7 +25,7 @@ class EventThread {
   /// @return 0, or the errno-style number of the failure.
   int Start(KXTool& tool);
 
-  /// Waits until the thread has ended of itself; at once when none was started.
+  /// Waits until the thread has ended by itself. Returns at once when none was started.
   /// @return 0, or the errno-style number of the failure.
   int Join() { return thread_.IsJoinable() ? thread_.Join() : 0; }
 

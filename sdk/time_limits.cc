@@ -1,6 +1,6 @@
 #include "sdk/time_limits.h"
 
-#include "diag/utils.h"
+#include "diag/text.h"
 
 namespace sdk {
 namespace {

@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "platform/linux/property_list.h"
 #include "platform/linux/property_list_readers.h"
 
 namespace platform {

@@ -1,7 +1,7 @@
 #include "platform/bundle.h"
 
 #include "platform/files.h"
-#include "platform/linux/code_signing/bundle_layout.h"
+#include "platform/linux/bundle_layout.h"
 #include "platform/linux/property_list.h"
 
 extern "C" {
@@ -21,7 +21,7 @@ std::optional<std::string> MainBundleText(const std::string& key) {
 std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) {
   if (!DirectoryExists(bundlePath)) return std::nullopt;
   PropertyListBudget lists;
-  return code_signing::FindBundleLayout(JoinPath(bundlePath, ""), lists).executable;
+  return FindBundleLayout(JoinPath(bundlePath, ""), lists).executable;
 }
 
 }  // namespace platform

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/linux/property_list.h"
+#include "platform/property_list.h"
 
 namespace platform {
 

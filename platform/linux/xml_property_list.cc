@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/property_list.h"
 #include "platform/linux/property_list_readers.h"
 
 namespace platform {

@@ -1,6 +1,10 @@
-#import <Foundation/Foundation.h>
-
 #include "platform/files.h"
+
+#import <Foundation/Foundation.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "platform/macos/foundation_text.h"
 #include "platform/posix/paths.h"
 #include "platform/uuid.h"
@@ -8,7 +12,8 @@
 namespace platform {
 namespace {
 
-/// The file manager's form of a path to a thing itself; nil when it is not UTF-8.
+/// The path as the file manager takes it, without slashes at its end, which would follow a link;
+/// nil when it is not UTF-8.
 NSString* ToNsItem(const std::string& path) { return ToNsString(WithoutTrailingSlashes(path)); }
 
 bool AnythingAt(NSString* path) {
@@ -16,6 +21,13 @@ bool AnythingAt(NSString* path) {
 }
 
 }  // namespace
+
+int ModificationTime(const std::string& path, FileTime& time) {
+  struct stat status;
+  if (stat(path.c_str(), &status) != 0) return errno;
+  time = {status.st_mtimespec.tv_sec, status.st_mtimespec.tv_nsec};
+  return 0;
+}
 
 bool CopyTree(const std::string& source, const std::string& destination) {
   @autoreleasepool {
@@ -25,8 +37,7 @@ bool CopyTree(const std::string& source, const std::string& destination) {
     if ([sourceNs length] == 0 || [destinationNs length] == 0 || AnythingAt(destinationNs)) {
       return false;
     }
-    // The copy is made under a name that nobody else uses. If it fails, only its own files are
-    // removed.
+    // The copy is made under a unique name. If it fails, only its own files are removed.
     char name[kUuidTextSize];
     RandomUuidText(name);
     NSString* const copy = [[destinationNs stringByDeletingLastPathComponent]
@@ -62,10 +73,10 @@ void WalkTree(const std::string& root,
     NSString* const rootNs = ToNsString(root);
     if (rootNs == nil) return;
     NSDirectoryEnumerator* const entries = [[NSFileManager defaultManager] enumeratorAtPath:rootNs];
-    for (bool goesOn = true; goesOn;) {
+    for (bool continues = true; continues;) {
       @autoreleasepool {
         NSString* const entry = [entries nextObject];
-        goesOn = entry != nil && visit(FromNsString(entry));
+        continues = entry != nil && visit(FromNsString(entry));
       }
     }
   }

@@ -12,13 +12,13 @@ namespace {
 
 std::string destination;
 
-/// While the file manager fails to copy, somebody else makes the destination.
+/// Creates the destination, as another process might, and then fails to copy.
 BOOL FailLate(id, SEL, NSString*, NSString*, NSError**) {
   EXPECT_EQ(CreateFileExclusively(destination), 0);
   return NO;
 }
 
-TEST(CopyTreeTest, AFailedCopyLeavesWhatSomebodyElseHasMade) {
+TEST(CopyTreeTest, FailedCopyLeavesAnotherProcessesFile) {
   const contract::TemporaryTree tree;
   const std::string source = tree.MakeFile("source");
   destination = tree.Path("destination");

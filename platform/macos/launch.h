@@ -5,7 +5,7 @@
 
 namespace platform {
 
-/// Looks whether the program at `path` can be started at all, as a task raises when it cannot.
+/// Checks whether the program at `path` can be started, because a task raises when it cannot.
 /// @return 0, or the errno that starting it would give.
 int CheckLaunchPath(const std::string& path);
 

@@ -11,9 +11,9 @@
 namespace platform {
 namespace {
 
-/// The argument area of a process, as large as the kernel ever makes one. It is a megabyte and
-/// lives to the end: a look at the table asks for hundreds of processes, one after the other. Its
-/// bytes are whatever the last look left.
+/// A buffer for the argument area of a process, as large as the kernel ever makes one: a megabyte.
+/// It lives until the process exits, since a search of the table reads hundreds of areas. Its bytes
+/// are what the last read left.
 class ArgumentArea {
  public:
   ArgumentArea() {
@@ -68,7 +68,7 @@ bool ListProcesses(std::vector<ProcessRecord>& records) {
 
 bool ExecutablePath(int processId, std::string& path) {
   static ArgumentArea area;
-  // A count of the arguments comes first, then the path.
+  // The area begins with the count of the arguments, followed by the path.
   constexpr std::size_t kPathOffset = sizeof(std::int32_t);
   std::size_t size = 0;
   if (!area.Read(processId, size)) return false;

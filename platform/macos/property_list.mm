@@ -14,7 +14,7 @@ PropertyListValue Convert(id value);
 
 PropertyListValue ConvertNumber(NSNumber* number) {
   PropertyListValue result;
-  // Truth values are numbers of a class of their own.
+  // Booleans are numbers of a separate class.
   if ([number isKindOfClass:[[NSNumber numberWithBool:YES] class]]) {
     result.kind = Kind::kBoolean;
     result.boolean = [number boolValue];

@@ -5,8 +5,8 @@
 
 namespace platform {
 
-/// Owner of one reference to a Core Foundation object, or of none. Takes over what a Create or Copy
-/// function gives, directly or through a pointer; releases it when it goes.
+/// Owner of one reference to a Core Foundation object, or of none. Takes over the result of a
+/// Create or Copy function, returned or stored through a pointer, and releases it on destruction.
 template <typename Reference>
 class ScopedCf {
  public:

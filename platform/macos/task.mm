@@ -22,7 +22,7 @@ NSArray* ToNsArguments(const std::vector<std::string>& arguments) {
   return argumentsNs;
 }
 
-/// Sets `process` up and starts it. @return 0, or the errno of the failure.
+/// Sets up `process` and starts it. @return 0, or the errno of the failure.
 int Launch(NSTask* process, NSString* launchPath, NSArray* arguments, const std::string& output) {
   @try {
     NSPipe* const inputPipe = [NSPipe pipe];
@@ -30,7 +30,7 @@ int Launch(NSTask* process, NSString* launchPath, NSArray* arguments, const std:
     const id outputEnd = output.empty()
                              ? [NSPipe pipe]
                              : [NSFileHandle fileHandleForWritingAtPath:ToNsString(output)];
-    // There is no pipe when the descriptors have run out. The child must not get the tool's
+    // Pipes are nil when the process has run out of descriptors. The child must not get the tool's
     // streams.
     if (inputPipe == nil || errorPipe == nil) return EMFILE;
     if (outputEnd == nil) return output.empty() ? EMFILE : OutputError(output);
@@ -39,7 +39,7 @@ int Launch(NSTask* process, NSString* launchPath, NSArray* arguments, const std:
     [process setStandardInput:inputPipe];
     [process setStandardOutput:outputEnd];
     [process setStandardError:errorPipe];
-    // Raises where a program cannot be started; the method that gives an error is of macOS 10.13.
+    // Raises when a program cannot be started. The method that returns an error needs macOS 10.13.
     [process launch];
     return 0;
   } @catch (NSException* exception) {

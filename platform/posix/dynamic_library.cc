@@ -2,8 +2,6 @@
 
 #include <dlfcn.h>
 
-#include <utility>
-
 namespace platform {
 namespace {
 
@@ -11,26 +9,14 @@ int Mode(Binding binding) { return binding == Binding::kNow ? RTLD_NOW : RTLD_LA
 
 }  // namespace
 
-DynamicLibrary::~DynamicLibrary() { Close(); }
-
-DynamicLibrary::DynamicLibrary(DynamicLibrary&& other) noexcept
-    : handle_(std::exchange(other.handle_, nullptr)) {}
-
-DynamicLibrary& DynamicLibrary::operator=(DynamicLibrary&& other) noexcept {
-  std::swap(handle_, other.handle_);
-  return *this;
-}
+void LibraryTraits::Close(Handle library) { dlclose(library); }
 
 DynamicLibrary DynamicLibrary::Open(const std::string& path, Binding binding) {
   DynamicLibrary library;
-  library.handle_ = dlopen(path.c_str(), Mode(binding));
+  library.library_.Reset(dlopen(path.c_str(), Mode(binding)));
   return library;
 }
 
-void* DynamicLibrary::FindSymbol(const char* name) const { return dlsym(handle_, name); }
-
-void DynamicLibrary::Close() {
-  if (handle_ != nullptr) dlclose(std::exchange(handle_, nullptr));
-}
+void* DynamicLibrary::FindSymbol(const char* name) const { return dlsym(library_.Get(), name); }
 
 }  // namespace platform

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 #include "platform/posix/descriptor.h"
 
@@ -33,79 +32,45 @@ int CheckAccess(const std::string& path, AccessTest test) {
   return access(path.c_str(), test == AccessTest::kReadable ? R_OK : F_OK) == 0 ? 0 : errno;
 }
 
-DirectoryReader::~DirectoryReader() {
-  if (stream_ != nullptr) closedir(static_cast<DIR*>(stream_));
-}
-
-DirectoryReader::DirectoryReader(DirectoryReader&& other) noexcept
-    : stream_(std::exchange(other.stream_, nullptr)), error_(other.error_) {}
-
-DirectoryReader& DirectoryReader::operator=(DirectoryReader&& other) noexcept {
-  std::swap(stream_, other.stream_);
-  error_ = other.error_;
-  return *this;
-}
+void DirectoryTraits::Close(Handle stream) { closedir(static_cast<DIR*>(stream)); }
 
 int DirectoryReader::Open(const std::string& path) {
-  if (stream_ != nullptr) closedir(static_cast<DIR*>(stream_));
-  stream_ = opendir(path.c_str());
-  return stream_ == nullptr ? errno : 0;
+  stream_.Reset(opendir(path.c_str()));
+  return stream_.IsOpen() ? 0 : errno;
 }
 
 const char* DirectoryReader::Next() {
-  errno = 0;  // the end leaves it alone
-  const dirent* const entry = readdir(static_cast<DIR*>(stream_));
+  errno = 0;  // readdir() leaves it unchanged at the end
+  const dirent* const entry = readdir(static_cast<DIR*>(stream_.Get()));
   error_ = entry == nullptr ? errno : 0;
   return entry == nullptr ? nullptr : entry->d_name;
 }
 
-InputFile::~InputFile() { Close(); }
-
-InputFile::InputFile(InputFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, Descriptor::kNone)) {}
-
-InputFile& InputFile::operator=(InputFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
-}
+void FileTraits::Close(Handle descriptor) { close(descriptor); }
 
 int InputFile::Open(const std::string& path) {
-  Close();
-  do {
-    descriptor_ = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
-  } while (descriptor_ < 0 && errno == EINTR);
-  return descriptor_ < 0 ? errno : 0;
+  file_.Reset(OpenAt(AT_FDCWD, path, O_RDONLY | O_NONBLOCK | O_CLOEXEC).Release());
+  return file_.IsOpen() ? 0 : errno;
 }
 
 int InputFile::Read(char* buffer, std::size_t capacity, std::size_t& count) {
   ssize_t result;
   do {
-    result = read(descriptor_, buffer, capacity);
+    result = read(file_.Get(), buffer, capacity);
   } while (result < 0 && errno == EINTR);
-  // A pipe whose writer has nothing to say yet ends here, like one without a writer.
+  // A pipe whose writer has not written anything yet ends here, like one without a writer.
   if (result < 0 && errno == EAGAIN) result = 0;
   count = result < 0 ? 0 : static_cast<std::size_t>(result);
   return result < 0 ? errno : 0;
 }
 
-void InputFile::Close() {
-  if (descriptor_ >= 0) close(std::exchange(descriptor_, Descriptor::kNone));
-}
-
-AppendedFile::~AppendedFile() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
 int AppendedFile::Open(const std::string& path) {
-  do {
-    descriptor_ = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC,
-                       S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH);
-  } while (descriptor_ < 0 && errno == EINTR);
-  if (descriptor_ < 0) return errno;
+  file_.Reset(OpenAt(AT_FDCWD, path, O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC,
+                     S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH)
+                  .Release());
+  if (!file_.IsOpen()) return errno;
   struct stat status;
-  if (fstat(descriptor_, &status) == 0 && !S_ISFIFO(status.st_mode)) {
-    close(std::exchange(descriptor_, Descriptor::kNone));
-  }
+  if (fstat(file_.Get(), &status) == 0 && !S_ISFIFO(status.st_mode)) file_.Reset();
   return 0;
 }
 

@@ -5,8 +5,8 @@
 
 namespace platform {
 
-/// `path` as the name of a thing itself: a slash at the end would lead through a symbolic link.
-/// What is all slashes becomes "/".
+/// `path` without slashes at its end, which would make the system follow a symbolic link. A path of
+/// slashes becomes "/".
 std::string WithoutTrailingSlashes(const std::string& path);
 
 /// `path` with exactly one slash at its end. It must not be empty.

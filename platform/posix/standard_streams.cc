@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-/// Waits until a non-blocking standard output takes more, or until a signal comes.
+/// Waits until a non-blocking standard output accepts more bytes, or until a signal arrives.
 /// @return false when it never will.
 bool AwaitStandardOutput() {
   pollfd output{STDOUT_FILENO, POLLOUT, 0};
@@ -27,8 +27,8 @@ void EnsureStandardDescriptors() {
 }
 
 void WriteStandardOutput(std::string_view text) {
-  // A reader that went away must not end the process before it has given its exit status. The tool
-  // writes once and exits, so the disposition is not put back.
+  // A reader that has gone away must not end the process before it returns its exit status. The
+  // tool writes once and exits, so the disposition is not restored.
   std::signal(SIGPIPE, SIG_IGN);
   while (!text.empty()) {
     const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());

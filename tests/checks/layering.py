@@ -1,6 +1,8 @@
-"""Checks that the rooms keep to themselves: who includes whom, and no trace of a host outside
-platform/. Prints each breach as "file:line: what is wrong" and exits with 1 when there is one."""
+"""Checks what the rooms include: only the headers of the rooms that they build on, nothing in a cycle,
+and nothing of a host outside platform/. Prints each breach as "file:line: what is wrong" or as the
+cycle, and exits with 1 when there is one."""
 
+import graphlib
 import pathlib
 import re
 import subprocess
@@ -8,21 +10,22 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
-# Whose headers each room may include besides its own. The tool object and the error numbers belong
-# to every room of the product.
+# The rooms whose headers each room may include besides its own.
 MAY_INCLUDE = {
-    "app": {"diag", "product", "sdk", "queries", "install", "platform"},
+    "app": {"diag", "product", "sdk", "queries", "install", "json", "platform"},
     "diag": {"platform"},
     "product": {"diag", "platform"},
-    "sdk": {"product", "diag", "platform"},
-    "queries": {"sdk", "diag", "platform"},
-    "install": {"queries", "sdk", "product", "diag", "platform"},
+    "sdk": {"product", "diag", "json", "platform"},
+    "queries": {"sdk", "diag", "json", "platform"},
+    "install": {"queries", "sdk", "product", "diag", "json", "platform"},
+    "json": set(),
     "platform": set(),
 }
+# Headers that every room of the product may include: operations are methods of the tool object.
 FOR_EVERY_ROOM = {"app/kx_tool.h", "app/error_codes.h"}
 PRODUCT_ROOMS = set(MAY_INCLUDE) - {"platform"}
-# What makes RapidJSON throw when it gets no memory; its declarations (fwd.h) alone do without.
-JSON_HEADER = "sdk/json_document.h"
+# Makes RapidJSON throw when it gets no memory. Its forward declarations (fwd.h) do not need this.
+JSON_HEADER = "json/document.h"
 
 # Headers of a host, and the macros by which code asks for one.
 HOST_HEADERS = re.compile(
@@ -68,12 +71,34 @@ def breaches(name):
             if HOST_MACROS.search(line):
                 yield number, "a macro of the host outside platform/"
             if NEWER_THAN_THE_OLDEST_MACOS.search(line):
-                yield number, "not to be had on the oldest macOS"
+                yield number, "not available on the oldest macOS"
+
+
+def cycles(names):
+    """Cycles between units (a header with its source) and between the folders of a room."""
+    units, folders = {}, {}
+    for name in names:
+        if "_test." in name:
+            continue
+        path = pathlib.PurePath(name)
+        for target in map(pathlib.PurePath, INCLUDE.findall((ROOT / name).read_text())):
+            if str(target) in FOR_EVERY_ROOM:
+                continue
+            if target.with_suffix("") != path.with_suffix(""):
+                units.setdefault(path.with_suffix(""), set()).add(target.with_suffix(""))
+            if target.parent != path.parent and target.parts[0] == path.parts[0]:
+                folders.setdefault(path.parent, set()).add(target.parent)
+    for graph in (units, folders):
+        try:
+            graphlib.TopologicalSorter(graph).prepare()
+        except graphlib.CycleError as error:
+            yield "cycle: " + " -> ".join(map(str, error.args[1][::-1]))
 
 
 def main():
-    found = [f"{name}:{number}: {what}" for name in tracked_sources()
-             for number, what in breaches(name)]
+    names = tracked_sources()
+    found = [f"{name}:{number}: {what}" for name in names for number, what in breaches(name)]
+    found += cycles(names)
     print("\n".join(found))
     return 1 if found else 0
 

@@ -54,7 +54,7 @@ TEST(ClockContract, MonotonicClockNeverGoesBack) {
   }
 }
 
-/// A flag that another thread raises under the lock once somebody waits for it.
+/// A flag that another thread raises under the lock once a thread waits for it.
 struct Flag {
   std::mutex mutex;
   std::condition_variable condition;

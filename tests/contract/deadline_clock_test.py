@@ -1,4 +1,4 @@
-"""Waits with a deadline are not moved by whoever sets the system's clock.
+"""Setting the system's clock does not move the deadline of a wait.
 
 Usage: deadline_clock_test.py CONTRACT_TESTS [unittest argument...]
 """

@@ -16,7 +16,7 @@ using contract::TemporaryTree;
 constexpr const char* kLibraryName = "libkx contract \xC3\xA4.dylib";
 constexpr const char* kAnswer = "kx_contract_answer";
 
-/// A copy of the sample library of its own, so that no other test has it loaded.
+/// A separate copy of the sample library, so that no other test has it loaded.
 std::string CopyOfLibrary(const TemporaryTree& tree, const char* original) {
   return tree.MakeFile(kLibraryName, contract::ReadAll(original));
 }
@@ -26,7 +26,7 @@ int CallAnswer(const DynamicLibrary& library) {
   return address == nullptr ? -1 : reinterpret_cast<int (*)()>(address)();
 }
 
-/// Lets the library set `unloaded` when it goes.
+/// Lets the library set `unloaded` when it is unloaded.
 void TellUnload(const DynamicLibrary& library, int& unloaded) {
   void* const address = library.FindSymbol("kx_contract_tell_unload");
   ASSERT_NE(address, nullptr);
@@ -51,19 +51,7 @@ TEST(DynamicLibraryContract, LoadsFindsAndUnloads) {
   }
 }
 
-TEST(DynamicLibraryContract, UnloadsWhenItsOwnerGoes) {
-  const TemporaryTree tree;
-  const std::string path = CopyOfLibrary(tree, KX_CONTRACT_SAMPLE_LIBRARY);
-  int unloaded = 0;
-  {
-    const DynamicLibrary library = DynamicLibrary::Open(path, Binding::kNow);
-    ASSERT_TRUE(library.IsOpen());
-    TellUnload(library, unloaded);
-  }
-  EXPECT_EQ(unloaded, 1);
-}
-
-TEST(DynamicLibraryContract, MovesItsLibrary) {
+TEST(DynamicLibraryContract, UnloadsOnceWhenItsLastOwnerIsDestroyed) {
   const TemporaryTree tree;
   int unloaded = 0;
   {
@@ -71,12 +59,10 @@ TEST(DynamicLibraryContract, MovesItsLibrary) {
         DynamicLibrary::Open(CopyOfLibrary(tree, KX_CONTRACT_SAMPLE_LIBRARY), Binding::kNow);
     ASSERT_TRUE(first.IsOpen());
     TellUnload(first, unloaded);
-    DynamicLibrary second(std::move(first));
+    DynamicLibrary second;
+    second = std::move(first);
     EXPECT_FALSE(first.IsOpen());
-    DynamicLibrary third;
-    third = std::move(second);
-    EXPECT_FALSE(second.IsOpen());
-    EXPECT_EQ(CallAnswer(third), 42);
+    EXPECT_EQ(CallAnswer(second), 42);
     EXPECT_EQ(unloaded, 0);
   }
   EXPECT_EQ(unloaded, 1);

@@ -46,26 +46,54 @@ TEST(WriteStandardOutputContract, WritesAllOfItIntoAFile) {
   EXPECT_EQ(contract::ReadAll(path), std::string(kMoreThanAPipeHolds, 'x'));
 }
 
+/// A child that writes more than a pipe holds into a non-blocking pipe.
+class PipeWriter {
+ public:
+  PipeWriter() {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    fcntl(ends[1], F_SETFL, O_NONBLOCK);
+    child_ = contract::StartRole(contract::OwnProgram(), "write-output",
+                                 {std::to_string(kMoreThanAPipeHolds)}, [&] {
+                                   dup2(ends[1], STDOUT_FILENO);
+                                   close(ends[0]);
+                                   close(ends[1]);
+                                 });
+    close(ends[1]);
+    reader_ = ends[0];
+  }
+
+  ssize_t Read(char* buffer, std::size_t size) const { return read(reader_, buffer, size); }
+
+  /// Closes the pipe and waits for the child. @return its exit status.
+  int End() const {
+    close(reader_);
+    const int status = contract::Await(child_);
+    EXPECT_TRUE(WIFEXITED(status));
+    return WEXITSTATUS(status);
+  }
+
+ private:
+  pid_t child_;
+  int reader_;
+};
+
 TEST(WriteStandardOutputContract, WritesAllOfItIntoANonBlockingPipe) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  fcntl(ends[1], F_SETFL, O_NONBLOCK);
-  const pid_t child = contract::StartRole(contract::OwnProgram(), "write-output",
-                                          {std::to_string(kMoreThanAPipeHolds)}, [&] {
-                                            dup2(ends[1], STDOUT_FILENO);
-                                            close(ends[0]);
-                                            close(ends[1]);
-                                          });
-  close(ends[1]);
+  const PipeWriter writer;
   std::size_t total = 0;
   char chunk[5000];
-  for (ssize_t count; (count = read(ends[0], chunk, sizeof(chunk))) > 0;) {
+  for (ssize_t count; (count = writer.Read(chunk, sizeof(chunk))) > 0;) {
     total += static_cast<std::size_t>(count);
   }
-  close(ends[0]);
   EXPECT_EQ(total, kMoreThanAPipeHolds);
-  const int status = contract::Await(child);
-  EXPECT_EQ(WEXITSTATUS(status), 5);
+  EXPECT_EQ(writer.End(), 5);
+}
+
+TEST(WriteStandardOutputContract, SurvivesAReaderThatGoesAwayInTheMiddle) {
+  const PipeWriter writer;
+  char byte;
+  EXPECT_EQ(writer.Read(&byte, 1), 1);
+  EXPECT_EQ(writer.End(), 5);
 }
 
 TEST(WriteStandardOutputContract, SurvivesAPipeWithoutAReader) {
@@ -74,24 +102,6 @@ TEST(WriteStandardOutputContract, SurvivesAPipeWithoutAReader) {
   close(ends[0]);
   EXPECT_EQ(WriteWith(10, [&] { dup2(ends[1], STDOUT_FILENO); }), 5);
   close(ends[1]);
-}
-
-TEST(WriteStandardOutputContract, SurvivesAReaderThatGoesAwayInTheMiddle) {
-  int ends[2];
-  ASSERT_EQ(pipe(ends), 0);
-  const pid_t child = contract::StartRole(contract::OwnProgram(), "write-output",
-                                          {std::to_string(kMoreThanAPipeHolds)}, [&] {
-                                            dup2(ends[1], STDOUT_FILENO);
-                                            close(ends[0]);
-                                            close(ends[1]);
-                                          });
-  close(ends[1]);
-  char byte;
-  EXPECT_EQ(read(ends[0], &byte, 1), 1);
-  close(ends[0]);
-  const int status = contract::Await(child);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 5);
 }
 
 TEST(WriteStandardOutputContract, SurvivesAClosedDescriptor) {

@@ -13,7 +13,7 @@
 #define KX_LINUX_ADAPTERS
 #endif
 
-/// Kit of the contract tests. It uses POSIX alone, so that what is tested never tests itself.
+/// Helpers of the contract tests. They use only POSIX, so that the adapters never test themselves.
 namespace contract {
 
 /// Mode of a directory that nobody may write.
@@ -22,7 +22,7 @@ inline constexpr mode_t kReadOnly = S_IRUSR | S_IXUSR | S_IRGRP | S_IXGRP | S_IR
 /// The classic signals end here; real-time ones follow.
 inline constexpr int kHighestSignal = 31;
 
-/// An empty directory that goes with everything in it. Its name has a blank, quotes and UTF-8.
+/// An empty directory, removed with everything in it. Its name has a blank, quotes and UTF-8.
 class TemporaryTree {
  public:
   TemporaryTree();
@@ -60,7 +60,7 @@ class WorkingDirectory {
   int previous_;
 };
 
-/// Gives an environment variable a value for a while; none for null.
+/// Sets an environment variable for a while, or unsets it for null.
 class Environment {
  public:
   Environment(const char* name, const char* value);
@@ -74,7 +74,7 @@ class Environment {
   bool wasSet_;
 };
 
-/// Lets root be an ordinary user for a while; who is one already stays so.
+/// Lets root be an ordinary user for a while. No effect for ordinary users.
 class OrdinaryUser {
  public:
   OrdinaryUser();
@@ -119,7 +119,7 @@ bool Eventually(const std::function<bool()>& condition);
 /// @return the exit status; -1 when the command line asks for none.
 int PlayRole(int argc, char** argv);
 
-/// Notes where the test program lies. Call first.
+/// Stores the path of the test program. Call first.
 void SetOwnProgram(const char* name);
 
 }  // namespace contract

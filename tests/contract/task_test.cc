@@ -178,7 +178,7 @@ class SignalHandling {
 };
 
 #ifdef KX_LINUX_ADAPTERS
-// NSTask has rules of its own.
+// NSTask has its own rules.
 TEST(TaskContract, TheChildInheritsIgnoredAndBlockedSignalsButForPipesAndChildren) {
   const std::set<int> ignored = {SIGHUP, SIGQUIT, SIGPIPE, SIGCHLD};
   std::deque<SignalHandling> handlings;  // of all signals, whatever the test was started with

@@ -1,6 +1,6 @@
-"""The fault matrix: what the tool answers when something around it goes wrong.
+"""The fault matrix: what the tool answers when something around it fails.
 
-Each row is one run of the tool that ships, on a simulated endpoint of its own. The table is read by
+Each row is one run of the tool that ships, on a separate simulated endpoint. The table is read by
 matrix_test.py; to add a fault, add a row.
 """
 
@@ -125,8 +125,8 @@ SDK_CALLS = [
     version("a negative status of the instance", {"sdk": {"getInstance": [-5]}}, -5),
 ]
 
-# What each option answers when everything goes well but for the end of the registration, whose
-# status is 8: queries return it, the update too, scans do not care.
+# What each option answers when only unregistering fails, with status 8: queries and the update return
+# it, scans ignore it.
 UNREGISTER_FAILS = {"sdk": {"unregister": [8]}}
 SDK_CALLS += [
     Row("the last unregister fails", words, status, output, last, UNREGISTER_FAILS)

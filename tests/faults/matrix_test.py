@@ -53,7 +53,7 @@ ls -A /dev/shm >>{_LEFT}
 exit "$status"
 """
 # Larger files, and what may not be read, are compared by their size and time.
-_MOST_HASHED = 1 << 20
+_MAX_HASHED = 1 << 20
 
 Entry = tuple[str | int, ...]
 
@@ -64,7 +64,7 @@ def _entry(path: pathlib.Path) -> Entry:
         return (status.st_mode, os.readlink(path))
     if not stat.S_ISREG(status.st_mode):
         return (status.st_mode,)
-    if status.st_size > _MOST_HASHED or not os.access(path, os.R_OK):
+    if status.st_size > _MAX_HASHED or not os.access(path, os.R_OK):
         return (status.st_mode, status.st_size, status.st_mtime_ns)
     mode = stat.S_IMODE(status.st_mode)
     return (mode, hashlib.sha256(path.read_bytes()).hexdigest())

@@ -1,5 +1,5 @@
-// Every operation of the tool, over and over again: each time another allocation, or another call
-// of the platform, fails. Fixture and fakes find whatever is not given back.
+// Repeats every operation of the tool. Each time another allocation, or another call of the
+// platform, fails. Fixture and fakes detect what is not released.
 
 #include <algorithm>
 #include <cerrno>
@@ -33,7 +33,7 @@ int GetLinks(std::string& result, const char*, const char*, const char*, bool) {
   return kSuccess;
 }
 
-/// A world of its own in which one operation can be run once.
+/// A fresh world in which one operation can run once.
 class OperationRun : public fake::ProductFixture {
  public:
   void TestBody() override {}
@@ -117,7 +117,7 @@ class OperationRun : public fake::ProductFixture {
     world.programs[kApplicationExecutable] = {};
   }
 
-  /// Runs the option with the log on. Sets `escaped` when the memory was out for it.
+  /// Runs the option with the log on. Sets `escaped` when std::bad_alloc left it.
   int Run(const std::vector<std::string>& words) {
     KXTool& tool = MakeTool(words);
     Log();
@@ -218,8 +218,8 @@ TEST_P(SweepTest, NothingFails) {
   EXPECT_EQ(code, GetParam().code);
 }
 
-// Whatever cannot be allocated, the operation ends in one of these ways: an exception that main()
-// does not catch, the guard of a query's walk, or an answer for which the memory did not matter.
+// Whichever allocation fails, the operation ends in one of these ways: with an exception that
+// main() does not catch, with the guard of a query, or with a result that did not need the memory.
 // Allocations of the SDK's callbacks, which must not throw, are in callbacks_test.cc.
 TEST_P(SweepTest, EveryAllocationFailsOnce) {
   const Operation& operation = GetParam();
@@ -237,13 +237,13 @@ TEST_P(SweepTest, EveryAllocationFailsOnce) {
   RecordProperty("allocations", static_cast<int>(number - 1));
 }
 
-/// What comes of a call of the platform that fails: the codes that operations can end with.
+/// The codes with which operations can end when this call of the platform fails.
 struct FallibleCall {
   const char* name;
   Codes codes;
 };
 
-// 0 means that the call's failure need not show.
+// 0 means that the failure may have no effect.
 const std::vector<FallibleCall>& FallibleCalls() {
   static const auto& calls = *new std::vector<FallibleCall>{
       {"MainBundleText", {kENOENT}},

@@ -1,5 +1,5 @@
-// What the Linux adapters do when a call of the system fails although those before it succeeded:
-// every call of every operation in turn.
+// What the Linux adapters do when a system call fails after others succeeded: each call of each
+// operation in turn.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/signed_code.h"
+#include "platform/linux/random_access_file.h"
 #include "platform/posix/descriptor.h"
 #include "platform/process_table.h"
 #include "platform/standard_streams.h"
@@ -58,7 +58,7 @@ class Injector {
   bool wasMet_ = false;
 };
 
-/// The standard descriptors, put back when it goes.
+/// Restores the standard descriptors on destruction.
 class StandardDescriptors {
  public:
   StandardDescriptors() {
@@ -86,7 +86,7 @@ std::string Outcome(int error, const std::string& result = "") {
   return error == 0 ? "0 " + result : std::to_string(error);
 }
 
-// The operations: each makes what it needs in `tree` and says what came of it.
+// The operations: each creates what it needs in `tree` and returns its outcome.
 
 std::string RunFileExists(const TemporaryTree& tree, Injector& inject) {
   const std::string path = tree.MakeFile("file");
@@ -274,8 +274,6 @@ std::string RunWriteOutput(const TemporaryTree&, Injector& inject) {
   return received.substr(fill);
 }
 
-using code_signing::RandomAccessFile;
-
 std::string RunReadAll(const TemporaryTree& tree, Injector& inject) {
   const std::string path = tree.MakeFile("file", kContents);
   return inject([&] {
@@ -378,7 +376,7 @@ Names With(Names names, const char* name) {
 
 const std::vector<Operation>& Operations() {
   constexpr char kError[] = "5";  // EIO
-  // What a signature that could not be read is taken for.
+  // The statuses of a signature that could not be read.
   const Names fileStatuses = {"-67045", "-67049", "-67062", "100005"};
   const Names bundleStatuses = {"-67023", "-67028", "-67030", "-67045", "-67049",
                                 "-67054", "-67061", "-67062", "100005"};
@@ -389,8 +387,8 @@ const std::vector<Operation>& Operations() {
       {"CheckAccess", RunCheckAccess, "0 ", {kError}, {}, {}},
       {"ModificationTime", RunModificationTime, "0 1000", {kError}, {}, {}},
       {"DirectoryReader", RunDirectoryReader, "yes", {kError}, {}, {}},
-      {"InputFile", RunInputFile, kContents, {kError}, {"open", "read"}, {"read"}},
-      {"AppendedFile", RunAppendedFile, "0 ", {kError, "0 "}, {"open"}, {}},
+      {"InputFile", RunInputFile, kContents, {kError}, {"openat", "read"}, {"read"}},
+      {"AppendedFile", RunAppendedFile, "0 ", {kError, "0 "}, {"openat"}, {}},
       {"CreateFileExclusively", RunCreateFile, "0 ", {kError}, {}, {}},
       {"CopyTree",
        RunCopyTree,
@@ -402,7 +400,7 @@ const std::vector<Operation>& Operations() {
       {"WalkTree", RunWalkTree, "file", {"", "file"}, {}, {}},
       {"TemporaryDirectory", RunTemporaryDirectory, "chosen", {"/tmp/"}, {}, {}},
       {"ListProcesses", RunListProcesses, "yes", {"none"}, {}, {}},
-      {"ShortName", RunShortName, "yes", {"no"}, {"open", "read"}, {}},
+      {"ShortName", RunShortName, "yes", {"no"}, {"openat", "read"}, {}},
       {"ExecutablePath", RunExecutablePath, "yes", {"untouched"}, {}, {}},
       {"TaskIntoPipe", RunTaskIntoPipe, "7", {kError}, {"waitpid"}, {}},
       {"TaskIntoFile", RunTaskIntoFile, "7", {kError}, {"waitpid"}, {}},

@@ -90,7 +90,7 @@ NSString* Text(const std::optional<std::string>& text) {
 }
 @end
 
-// GNUstep makes a directory of its own for each user.
+// GNUstep makes a separate directory for each user.
 NSString* NSTemporaryDirectory() { return Text(linux_platform::TemporaryDirectory()); }
 
 // On macOS, the exception names the errno when a program cannot be started. GNUstep does not notice

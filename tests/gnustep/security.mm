@@ -79,7 +79,7 @@ const std::shared_ptr<const void>& Content(CFTypeRef reference) {
   return *static_cast<KXHandle*>(Object(reference))->content;
 }
 
-/// Makes a text object of its own: constant texts are shared, and are never released.
+/// Makes a new text object: constant texts are shared and never released.
 NSString* OwnText(const std::string& text) {
   return [NSMutableString stringWithUTF8String:text.c_str()];
 }

@@ -67,7 +67,7 @@ class Slice:
         self.property_list = None
         self.symbols = []
         magic, _, _, _, count = struct.unpack_from("<5I", data)
-        require(magic == MACHO_MAGIC, "a slice is no 64-bit Mach-O file")
+        require(magic == MACHO_MAGIC, "a slice is not a 64-bit Mach-O file")
         offset = 32
         for _ in range(count):
             command, size = struct.unpack_from("<II", data, offset)

@@ -257,14 +257,9 @@ OsStatus CopyCommonName(const Certificate& certificate, std::optional<std::strin
 
 // dynamic_library.h
 
-DynamicLibrary::~DynamicLibrary() { Close(); }
-
-DynamicLibrary::DynamicLibrary(DynamicLibrary&& other) noexcept
-    : handle_(std::exchange(other.handle_, nullptr)) {}
-
-DynamicLibrary& DynamicLibrary::operator=(DynamicLibrary&& other) noexcept {
-  std::swap(handle_, other.handle_);
-  return *this;
+void LibraryTraits::Close(Handle) {
+  --World::Current().openLibraries;
+  World::Current().Record("unload");
 }
 
 DynamicLibrary DynamicLibrary::Open(const std::string& path, Binding binding) {
@@ -274,7 +269,7 @@ DynamicLibrary DynamicLibrary::Open(const std::string& path, Binding binding) {
   if (world.FailsNow("DynamicLibrary::Open")) return library;
   const auto found = world.libraries.find(path);
   if (found != world.libraries.end()) {
-    library.handle_ = &found->second;
+    library.library_.Reset(&found->second);
     ++world.openLibraries;
   }
   return library;
@@ -286,16 +281,9 @@ DynamicLibrary DynamicLibrary::OpenFromWorkingDirectory(const std::string& name,
 
 void* DynamicLibrary::FindSymbol(const char* name) const {
   if (World::Current().FailsNow("DynamicLibrary::FindSymbol")) return nullptr;
-  const auto& symbols = *static_cast<const std::map<std::string, void*>*>(handle_);
+  const auto& symbols = *static_cast<const std::map<std::string, void*>*>(library_.Get());
   const auto found = symbols.find(name);
   return found == symbols.end() ? nullptr : found->second;
-}
-
-void DynamicLibrary::Close() {
-  if (handle_ == nullptr) return;
-  handle_ = nullptr;
-  --World::Current().openLibraries;
-  World::Current().Record("unload");
 }
 
 // files.h
@@ -356,16 +344,7 @@ OpenDirectory* ToDirectory(void* stream) { return static_cast<OpenDirectory*>(st
 
 }  // namespace
 
-DirectoryReader::~DirectoryReader() { delete ToDirectory(stream_); }
-
-DirectoryReader::DirectoryReader(DirectoryReader&& other) noexcept
-    : stream_(std::exchange(other.stream_, nullptr)), error_(other.error_) {}
-
-DirectoryReader& DirectoryReader::operator=(DirectoryReader&& other) noexcept {
-  std::swap(stream_, other.stream_);
-  error_ = other.error_;
-  return *this;
-}
+void DirectoryTraits::Close(Handle stream) { delete ToDirectory(stream); }
 
 int DirectoryReader::Open(const std::string& path) {
   World& world = World::Current();
@@ -386,13 +365,12 @@ int DirectoryReader::Open(const std::string& path) {
   }
   directory->readError = node->readError;
   directory->readErrorAt = node->readErrorAt;
-  delete ToDirectory(stream_);
-  stream_ = directory.release();
+  stream_.Reset(directory.release());
   return 0;
 }
 
 const char* DirectoryReader::Next() {
-  OpenDirectory& directory = *ToDirectory(stream_);
+  OpenDirectory& directory = *ToDirectory(stream_.Get());
   if (World::Current().FailsNow("DirectoryReader::Next")) {
     error_ = EIO;
     return nullptr;
@@ -420,14 +398,9 @@ std::map<int, OpenFile>& OpenFiles() {
 
 }  // namespace
 
-InputFile::~InputFile() { Close(); }
-
-InputFile::InputFile(InputFile&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-InputFile& InputFile::operator=(InputFile&& other) noexcept {
-  std::swap(descriptor_, other.descriptor_);
-  return *this;
+void FileTraits::Close(Handle descriptor) {
+  OpenFiles().erase(descriptor);
+  --World::Current().openFiles;
 }
 
 int InputFile::Open(const std::string& path) {
@@ -438,14 +411,14 @@ int InputFile::Open(const std::string& path) {
   Close();
   static int nextDescriptor = 100;
   OpenFiles()[nextDescriptor] = {*node, 0};
-  descriptor_ = nextDescriptor++;
+  file_.Reset(nextDescriptor++);
   ++World::Current().openFiles;
   return 0;
 }
 
 int InputFile::Read(char* buffer, std::size_t capacity, std::size_t& count) {
   if (World::Current().FailsNow("InputFile::Read")) return EIO;
-  OpenFile& file = OpenFiles().at(descriptor_);
+  OpenFile& file = OpenFiles().at(file_.Get());
   if (S_ISDIR(file.node.mode)) return EISDIR;
   std::size_t end = file.node.contents.size();
   if (file.node.readError != 0) {
@@ -458,22 +431,12 @@ int InputFile::Read(char* buffer, std::size_t capacity, std::size_t& count) {
   return 0;
 }
 
-void InputFile::Close() {
-  if (descriptor_ < 0) return;
-  OpenFiles().erase(std::exchange(descriptor_, -1));
-  --World::Current().openFiles;
-}
-
 // The logger's stream appends to a real file.
-AppendedFile::~AppendedFile() {
-  if (descriptor_ >= 0) --World::Current().openFiles;
-}
-
 int AppendedFile::Open(const std::string& path) {
   World& world = World::Current();
   world.appendedFiles.push_back(path);
   if (world.FailsNow("AppendedFile::Open")) return EIO;
-  descriptor_ = 0;
+  file_.Reset(0);
   ++world.openFiles;
   return 0;
 }

@@ -16,9 +16,9 @@ int main() {
     json.Key("name");
     json.String(option.name);
     json.Key("leastWords");
-    json.Int(option.words.least);
+    json.Int(option.words.minimum);
     json.Key("mostWords");
-    json.Int(option.words.most);
+    json.Int(option.words.maximum);
     json.Key("messages");
     json.StartArray();
     json.String(option.messages.start);

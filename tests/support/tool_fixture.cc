@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "diag/global_logger.h"
-#include "diag/utils.h"
 
 namespace fake {
 namespace {
@@ -82,10 +81,7 @@ KXTool& ToolFixture::MakeTool(const std::vector<std::string>& words) {
 }
 
 Logger* ToolFixture::Log() {
-  // Kept here too: the leak check must find the logger after the tests have switched it off.
-  static Logger* theLogger = nullptr;
-  Utils::ActivateLogger(theLogger, TheLogDirectory().Path());
-  logger = theLogger;
+  logger = Logger::GetLogger(TheLogDirectory().Path());
   TakeLog();
   return logger;
 }

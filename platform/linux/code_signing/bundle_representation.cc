@@ -14,7 +14,7 @@
 #include <utility>
 
 #include "platform/files.h"
-#include "platform/linux/code_signing/bundle_layout.h"
+#include "platform/linux/bundle_layout.h"
 
 namespace platform::code_signing {
 namespace {

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "platform/linux/code_signing/bundle_root.h"
-#include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/status.h"
 #include "platform/linux/property_list.h"
+#include "platform/linux/random_access_file.h"
 
 namespace platform::code_signing {
 

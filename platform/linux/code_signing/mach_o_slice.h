@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "platform/linux/code_signing/byte_reader.h"
-#include "platform/linux/code_signing/random_access_file.h"
 #include "platform/linux/code_signing/status.h"
+#include "platform/linux/random_access_file.h"
 
 namespace platform::code_signing {
 

@@ -10,7 +10,7 @@
 #include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/code_directory_set.h"
 #include "platform/linux/code_signing/digest.h"
-#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/random_access_file.h"
 
 namespace platform::code_signing {
 

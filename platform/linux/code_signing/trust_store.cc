@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "platform/linux/code_signing/libcrypto.h"
-#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/random_access_file.h"
 
 namespace platform::code_signing {
 namespace {

@@ -1,7 +1,7 @@
 #ifndef TESTS_MACOS_DECLARATIONS_DECLARE_H_
 #define TESTS_MACOS_DECLARATIONS_DECLARE_H_
 
-// The declarations beside this file let the macOS adapters be compiled where there is no macOS SDK.
+// The declarations beside this file let the macOS adapters be compiled without the macOS SDK.
 // Where there is one, declarations_match.mm includes both, and each difference is a compile error.
 
 #ifdef KX_DECLARATIONS_MATCH

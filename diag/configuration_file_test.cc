@@ -1,8 +1,9 @@
-#include "diag/utils.h"
+#include "diag/configuration_file.h"
 
 #include <cerrno>
 
 #include "diag/global_logger.h"
+#include "diag/logger.h"
 #include "tests/support/tool_fixture.h"
 
 namespace {
@@ -30,7 +31,7 @@ class ConfigFileTest : public fake::ToolFixture {
   }
 };
 
-TEST_F(ConfigFileTest, TheLine) {
+TEST_F(ConfigFileTest, OneLineSwitchesLoggingOn) {
   EXPECT_TRUE(Activates("Logging=true"));
   EXPECT_TRUE(Activates("Logging=true\n"));
   EXPECT_TRUE(Activates("Logging=true\nLogging=false\n"));
@@ -38,7 +39,7 @@ TEST_F(ConfigFileTest, TheLine) {
   EXPECT_TRUE(Activates("\n\n=true\nLogging\nother=thing\nLogging=true"));
 }
 
-TEST_F(ConfigFileTest, LinesThatAreAlmostIt) {
+TEST_F(ConfigFileTest, OtherLinesAreIgnored) {
   for (const std::string line : {"",
                                  "Logging",
                                  "=",
@@ -86,7 +87,7 @@ TEST_F(ConfigFileTest, NulCharacters) {
   EXPECT_TRUE(Activates(std::string("\0\0\n\0", 4) + "x\nLogging=true\n" + std::string(3, '\0')));
 }
 
-// The file is read in chunks, and long lines are cut.
+// The file is read in chunks, and long lines are truncated.
 TEST_F(ConfigFileTest, LinesOfAnyLengthAndPosition) {
   for (const std::size_t size :
        {11U, 12U, 13U, 14U, 4083U, 4084U, 4090U, 4095U, 4096U, 4097U, 8191U, 100000U, 10000000U}) {
@@ -111,7 +112,7 @@ TEST_F(ConfigFileTest, FilesThatCannotBeRead) {
   EXPECT_FALSE(Parse());
 }
 
-TEST_F(ConfigFileTest, ReadFaultEndsTheFile) {
+TEST_F(ConfigFileTest, ReadErrorEndsTheFile) {
   world.AddFile(kPath, "other\nLogging=true\nrest");
   world.files[kPath].readError = EIO;
   world.files[kPath].readErrorAt = 10;
@@ -125,62 +126,6 @@ TEST_F(ConfigFileTest, LoggerThatIsOnStaysOn) {
   Logger* found = Logger::GetLogger("");
   EXPECT_EQ(Utils::ParseConfigFile(kPath, found, ""), 0);
   EXPECT_EQ(found, Logger::GetLogger(""));
-}
-
-class UtilsTest : public fake::ToolFixture {};
-
-TEST_F(UtilsTest, UtcTime) {
-  world.wallMicroseconds = 1709301909LL * 1000000 + 999999;
-  EXPECT_EQ(Utils::GetUtcTime(), "2024-03-01 14:05:09");
-  world.wallMicroseconds = 0;
-  EXPECT_EQ(Utils::GetUtcTime(), "1970-01-01 00:00:00");
-  setenv("TZ", "XXX-5", 1);
-  EXPECT_EQ(Utils::GetUtcTime(), "1970-01-01 00:00:00");
-  setenv("TZ", "UTC", 1);
-}
-
-TEST_F(UtilsTest, TimeBeyondTheCalendar) {
-  world.secondsAhead = std::int64_t{1} << 60;
-  EXPECT_EQ(Utils::GetUtcTime(), "Cannot retrieve time!");
-}
-
-TEST_F(UtilsTest, MessagesAreMadeOfTheirParts) {
-  Logger* const log = Log();
-  const std::string text = "text";
-  Utils::LogMessage(log, "fixed");
-  Utils::LogMessage(log, text, ":", std::string_view("view").substr(1), -5, 18446744073709551615U,
-                    -9223372036854775807LL - 1, true, false);
-  Utils::LogMessage(log, "");
-  Utils::LogMessage(log, "made ", [] { return std::string("late"); });
-  Utils::LogMessage(nullptr, "nothing");
-  EXPECT_THAT(TakeLog(),
-              testing::ElementsAre("fixed", "text:iew-518446744073709551615-922337203685477580810",
-                                   "", "made late"));
-}
-
-TEST_F(UtilsTest, NullLoggerBuildsNoText) {
-  struct Costly {
-    operator std::string_view() const {
-      ADD_FAILURE() << "a text was built";
-      return "";
-    }
-  };
-  Utils::LogMessage(nullptr, Costly());
-  Utils::LogMessage(nullptr, []() -> std::string_view { return Costly(); });
-}
-
-TEST_F(UtilsTest, EqualsIgnoringCase) {
-  EXPECT_TRUE(Utils::EqualsIgnoringCase("", ""));
-  EXPECT_TRUE(Utils::EqualsIgnoringCase("aZ-09", "Az-09"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("a", "ab"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("ab", "a"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("a", "b"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase(std::string_view("a\0b", 3), std::string_view("a\0c", 3)));
-  // Characters around the letters, and letters that are not ASCII's.
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("@", "`"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("[", "{"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("\xC3\x84", "\xC3\xA4"));
-  EXPECT_FALSE(Utils::EqualsIgnoringCase("\xC4", "\xE4"));
 }
 
 }  // namespace

@@ -1,5 +1,5 @@
-#ifndef SDK_JSON_DOCUMENT_H_
-#define SDK_JSON_DOCUMENT_H_
+#ifndef JSON_DOCUMENT_H_
+#define JSON_DOCUMENT_H_
 
 #include <charconv>
 #include <cstddef>
@@ -9,8 +9,8 @@
 #include <system_error>
 
 /// RapidJSON never checks what std::malloc() and std::realloc() return. Code in its namespace finds
-/// this `std` first, where both throw std::bad_alloc. This header must therefore be included before
-/// any header of RapidJSON except fwd.h.
+/// this `std` first, where both throw std::bad_alloc. Include this header before any other of
+/// RapidJSON except fwd.h.
 namespace rapidjson::std {
 
 using namespace ::std;
@@ -30,12 +30,12 @@ inline void* realloc(void* memory, size_t size) { return OrThrow(::std::realloc(
 #include <rapidjson/document.h>
 #include <rapidjson/reader.h>
 
-namespace sdk {
+namespace json {
 
-/// A JSON document that can be read from any text without harm. It parses without recursion, so
-/// that no nesting exhausts the stack, and turns numbers into values itself: RapidJSON 1.1.0 lets
-/// an int overflow when a large negative exponent follows a long fraction.
-class JsonDocument : public rapidjson::Document {
+/// A JSON document that can safely be parsed from any text. It parses without recursion, so that no
+/// nesting exhausts the stack, and converts numbers itself: RapidJSON 1.1.0 overflows an int when a
+/// large negative exponent follows a long fraction.
+class Document : public rapidjson::Document {
  public:
   using rapidjson::Document::Document;
 
@@ -69,6 +69,6 @@ class JsonDocument : public rapidjson::Document {
   }
 };
 
-}  // namespace sdk
+}  // namespace json
 
-#endif  // SDK_JSON_DOCUMENT_H_
+#endif  // JSON_DOCUMENT_H_

@@ -1,4 +1,4 @@
-#include "platform/linux/code_signing/bundle_layout.h"
+#include "platform/linux/bundle_layout.h"
 
 #include <strings.h>
 #include <sys/stat.h>
@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "platform/files.h"
-#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/random_access_file.h"
 
-namespace platform::code_signing {
+namespace platform {
 namespace {
 
 constexpr std::uint64_t kMaxInformationSize = std::uint64_t{4} << 20;
@@ -134,4 +134,4 @@ BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& 
   return layout;
 }
 
-}  // namespace platform::code_signing
+}  // namespace platform

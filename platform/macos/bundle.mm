@@ -1,13 +1,14 @@
+#include "platform/bundle.h"
+
 #import <AppKit/AppKit.h>
 
-#include "platform/bundle.h"
 #include "platform/macos/foundation_text.h"
 
 namespace platform {
 namespace {
 
-/// AppKit's workspace, or nil. The tool is not linked to AppKit, so that only the run that needs it
-/// loads it.
+/// AppKit's workspace, or nil. The tool is not linked to AppKit, so that it is loaded only when it
+/// is needed.
 NSWorkspace* SharedWorkspace() {
   [[NSBundle bundleWithPath:@"/System/Library/Frameworks/AppKit.framework"] load];
   return [NSClassFromString(@"NSWorkspace") sharedWorkspace];
@@ -15,7 +16,7 @@ NSWorkspace* SharedWorkspace() {
 
 /// The application at `path` as the workspace knows it, or nil.
 NSString* FullPathForApplication(NSString* path) {
-// Deprecated in macOS 11. What replaces it looks applications up by identifier, not by path.
+// Deprecated in macOS 11. Its replacement looks up applications by identifier, not by path.
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wdeprecated-declarations"
   return [SharedWorkspace() fullPathForApplication:path];
@@ -24,11 +25,19 @@ NSString* FullPathForApplication(NSString* path) {
 
 }  // namespace
 
+std::optional<std::string> MainBundleText(const std::string& key) {
+  @autoreleasepool {
+    const id value = [[NSBundle mainBundle] objectForInfoDictionaryKey:ToNsString(key)];
+    if (![value isKindOfClass:[NSString class]]) return std::nullopt;
+    return FromNsString(value);
+  }
+}
+
 std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) {
   @autoreleasepool {
     NSString* const given = ToNsString(bundlePath);
     if ([given length] == 0) return std::nullopt;
-    // The workspace takes a relative path for a name, and may find another application.
+    // The workspace takes a relative path as a name and may find another application.
     NSString* const path = [[NSURL fileURLWithPath:given] path];
     NSString* const known = FullPathForApplication(path);
     // The workspace may not know an application that was copied a moment ago.

@@ -1,5 +1,5 @@
-#ifndef PLATFORM_LINUX_CODE_SIGNING_RANDOM_ACCESS_FILE_H_
-#define PLATFORM_LINUX_CODE_SIGNING_RANDOM_ACCESS_FILE_H_
+#ifndef PLATFORM_LINUX_RANDOM_ACCESS_FILE_H_
+#define PLATFORM_LINUX_RANDOM_ACCESS_FILE_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 #include "platform/posix/descriptor.h"
 
-namespace platform::code_signing {
+namespace platform {
 
 /// The maximum that is read into memory in one piece. Larger claims count as a lack of memory.
 constexpr std::uint64_t kMaxPieceSize = 64U << 20U;
@@ -55,6 +55,6 @@ class RandomAccessFile {
   Descriptor file_;
 };
 
-}  // namespace platform::code_signing
+}  // namespace platform
 
-#endif  // PLATFORM_LINUX_CODE_SIGNING_RANDOM_ACCESS_FILE_H_
+#endif  // PLATFORM_LINUX_RANDOM_ACCESS_FILE_H_

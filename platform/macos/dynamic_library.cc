@@ -1,13 +1,13 @@
+#include "platform/dynamic_library.h"
+
 #include <unistd.h>
 
 #include <climits>
 
-#include "platform/dynamic_library.h"
-
 namespace platform {
 
-// The loader looks a bare name up itself, at last in the working directory; for a process under
-// restrictions it leaves that place out.
+// The loader searches for a bare name itself, last in the working directory. It skips that
+// directory for a restricted process.
 DynamicLibrary DynamicLibrary::OpenFromWorkingDirectory(const std::string& name, Binding binding) {
   DynamicLibrary library = Open(name, binding);
   char directory[PATH_MAX];

@@ -1,4 +1,4 @@
-#include "platform/linux/code_signing/bundle_layout.h"
+#include "platform/linux/bundle_layout.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
-#ifndef PLATFORM_LINUX_CODE_SIGNING_BUNDLE_LAYOUT_H_
-#define PLATFORM_LINUX_CODE_SIGNING_BUNDLE_LAYOUT_H_
+#ifndef PLATFORM_LINUX_BUNDLE_LAYOUT_H_
+#define PLATFORM_LINUX_BUNDLE_LAYOUT_H_
 
 #include <optional>
 #include <string>
 
 #include "platform/linux/property_list.h"
 
-namespace platform::code_signing {
+namespace platform {
 
 /// The places of a bundle's parts, by the rules of Apple's open CoreFoundation (CFBundle). Every
 /// directory has such places; the caller decides whether they make a bundle.
@@ -31,6 +31,6 @@ struct BundleLayout {
 /// @param lists pays for the Info.plist. Once it is exceeded, layouts have no information.
 BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& lists);
 
-}  // namespace platform::code_signing
+}  // namespace platform
 
-#endif  // PLATFORM_LINUX_CODE_SIGNING_BUNDLE_LAYOUT_H_
+#endif  // PLATFORM_LINUX_BUNDLE_LAYOUT_H_

@@ -1,4 +1,4 @@
-#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/random_access_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <limits>
 
-namespace platform::code_signing {
+namespace platform {
 namespace {
 
 template <typename Call>
@@ -81,4 +81,4 @@ int RandomAccessFile::ReadAll(std::string& bytes, std::uint64_t limit) const {
   }
 }
 
-}  // namespace platform::code_signing
+}  // namespace platform

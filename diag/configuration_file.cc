@@ -1,22 +1,22 @@
-#include "diag/utils.h"
+#include "diag/configuration_file.h"
 
-#include <algorithm>
 #include <array>
-#include <ctime>
+#include <string_view>
 #include <utility>
 
-#include "platform/clock.h"
+#include "diag/logger.h"
 #include "platform/files.h"
 
 namespace {
 
-/// The one line that means something: key, first "=" and value, compared byte for byte.
+/// The only line with a meaning: key, first "=" and value, compared byte for byte.
 constexpr std::string_view kLoggingOn = "Logging=true";
 
 constexpr std::size_t kChunkSize = 4096;
 
 /// Calls `takeLine` for each line of `file`, without its newline. A line longer than kLoggingOn is
-/// handed over cut, still longer than kLoggingOn, so that memory stays small whatever the file is.
+/// passed on truncated, but still longer than kLoggingOn, so that memory use does not depend on the
+/// file.
 template <typename TakeLine>
 void ForEachLine(platform::InputFile& file, const TakeLine& takeLine) {
   std::array<char, kChunkSize> chunk;
@@ -35,10 +35,6 @@ void ForEachLine(platform::InputFile& file, const TakeLine& takeLine) {
   takeLine(line);
 }
 
-char ToLower(char letter) {
-  return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-}
-
 }  // namespace
 
 int Utils::ParseConfigFile(const std::string& path, Logger*& logger, std::string logDirectory) {
@@ -52,17 +48,4 @@ int Utils::ParseConfigFile(const std::string& path, Logger*& logger, std::string
 
 void Utils::ActivateLogger(Logger*& logger, std::string logDirectory) {
   logger = Logger::GetLogger(std::move(logDirectory));
-}
-
-std::string Utils::GetUtcTime() {
-  const auto now = static_cast<std::time_t>(platform::WallClockSeconds());
-  std::tm utc{};
-  if (gmtime_r(&now, &utc) == nullptr) return "Cannot retrieve time!";
-  std::array<char, 80> text;
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %X", &utc)};
-}
-
-bool Utils::EqualsIgnoringCase(std::string_view left, std::string_view right) {
-  return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                    [](char a, char b) { return ToLower(a) == ToLower(b); });
 }

@@ -1,4 +1,4 @@
-#include "platform/linux/code_signing/random_access_file.h"
+#include "platform/linux/random_access_file.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

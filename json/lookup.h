@@ -1,36 +1,39 @@
-#ifndef SDK_JSON_LOOKUP_H_
-#define SDK_JSON_LOOKUP_H_
+#ifndef JSON_LOOKUP_H_
+#define JSON_LOOKUP_H_
 
 #include <cstdint>
 #include <optional>
 #include <string_view>
 
-#include "sdk/json_document.h"
+#include "json/document.h"
 
-/// Look-ups in JSON values of any shape. Whatever is absent or of another type than asked for is
-/// answered with null or nothing; nothing else of the value is touched, and no assertion of the
-/// JSON library can be reached. Answers live as long as the value. Names are compared exactly, by
-/// length; of members with the same name the first one counts.
+/// Look-ups in JSON values of any shape. Whatever is absent or of another type than the one asked
+/// for yields null or nothing, and no assertion of the JSON library can be reached. Results live as
+/// long as the value. Names are compared exactly, by length; of members with the same name the
+/// first one counts.
 
-namespace sdk {
+namespace json {
 
 /// All bytes of a JSON string, NULs included.
 inline std::string_view TextOf(const rapidjson::Value& string) {
   return {string.GetString(), string.GetStringLength()};
 }
 
-/// The member `name` of `value`; null when `value` is no object. Where the name is a constant, the
-/// comparison takes a few instructions, which counts in answers with a hundred thousand members.
-inline const rapidjson::Value* FindMember(const rapidjson::Value& value, std::string_view name) {
+/// Returns the member `name` of `value`, which is const if `value` is; null when `value` is not an
+/// object. Comparing with a constant name takes a few instructions, which counts in answers with a
+/// hundred thousand members.
+template <typename Value>
+auto FindMember(Value& value, std::string_view name) -> decltype(&value.MemberBegin()->value) {
   if (!value.IsObject()) return nullptr;
-  for (const rapidjson::Value::Member& member : value.GetObject()) {
+  for (auto& member : value.GetObject()) {
     if (TextOf(member.name) == name) return &member.value;
   }
   return nullptr;
 }
 
-inline const rapidjson::Value* FindObject(const rapidjson::Value& value, std::string_view name) {
-  const rapidjson::Value* const member = FindMember(value, name);
+template <typename Value>
+auto FindObject(Value& value, std::string_view name) {
+  const auto member = FindMember(value, name);
   return member != nullptr && member->IsObject() ? member : nullptr;
 }
 
@@ -53,6 +56,6 @@ inline std::optional<std::int64_t> FindInt64(const rapidjson::Value& value, std:
   return member->GetInt64();
 }
 
-}  // namespace sdk
+}  // namespace json
 
-#endif  // SDK_JSON_LOOKUP_H_
+#endif  // JSON_LOOKUP_H_
