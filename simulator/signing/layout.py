@@ -71,7 +71,7 @@ def find_layout(path):
     found = (bundle / folder / wanted for folder in form.executables)
     executable = next((file for file in found if file.is_file()), information)
     if executable is None:
-        raise SigningError(f"{path} is no bundle: it has no executable and no Info.plist")
+        raise SigningError(f"{path} is not a bundle: it has no executable and no Info.plist")
     resources = "" if form == FORMS["flat"] else "Resources/"
     return Layout(name, bundle / form.root, information, executable, resources)
 
