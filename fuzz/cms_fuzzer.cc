@@ -25,7 +25,7 @@ using namespace platform::code_signing;
 using platform::OsStatus;
 using platform::RandomAccessFile;
 
-/// Code of which there is nothing but a CodeDirectory.
+/// Code that consists of a CodeDirectory.
 class DirectoryOnly : public EmptyCode {
  public:
   explicit DirectoryOnly(std::string_view directory) : directory_(directory) {}

@@ -19,16 +19,16 @@ void Expect(bool condition) {
   if (!condition) std::abort();
 }
 
-/// The words of the input, one in a line. There are as many as the program hands to the tool.
+/// Splits the input into words, one per line, as many as the program passes to the tool.
 std::vector<std::string> Words(const std::string& text) {
   std::vector<std::string> words;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) words.push_back(line.c_str());
-  words.resize(std::clamp<std::size_t>(words.size(), kMinimumArgumentCount, kMaxArgumentCount));
+  words.resize(std::clamp<std::size_t>(words.size(), kMinimumArgumentCount, kMaximumArgumentCount));
   return words;
 }
 
-/// Runs the tool, without a product or with one that answers with nothing of use.
+/// Runs the tool without a product, or with one whose answers are empty.
 void Run(const std::vector<std::string>& words, bool isInstalled) {
   fake::World& world = fake::World::Reset();
   fake::Sdk& sdk = fake::Sdk::Reset();
@@ -56,7 +56,7 @@ void Run(const std::vector<std::string>& words, bool isInstalled) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::vector<std::string> words = Words(std::string(data, data + size));
   Run(words, false);
-  // A watched scan of such a product would wait for ever.
+  // A watched scan of such a product would never end.
   if (words.size() != 3) Run(words, true);
   return 0;
 }

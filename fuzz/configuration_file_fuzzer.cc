@@ -11,8 +11,7 @@ namespace {
 
 constexpr char kPath[] = "/configfile.txt";
 
-/// What the file should do, told the long way: the key before the first "=" of a line, the value
-/// behind it.
+/// The expected effect of the file: a line's key ends at its first "=", and its value follows.
 bool SwitchesLoggingOn(const std::string& contents) {
   std::istringstream lines(contents);
   for (std::string line; std::getline(lines, line);) {
@@ -37,7 +36,7 @@ void Check(const std::string& contents) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string contents(data, data + size);
   Check(contents);
-  // Over the end of a chunk too.
+  // Across the end of a chunk.
   Check(std::string(4090, 'x') + contents);
   return 0;
 }

@@ -16,8 +16,7 @@ void Expect(bool condition) {
   if (!condition) std::abort();
 }
 
-/// Whether an exponent of `text` may be one that RapidJSON's own conversion of numbers overflows
-/// on.
+/// Whether an exponent in `text` may overflow RapidJSON's number conversion.
 bool HasLongExponent(const std::string& text) {
   std::size_t digits = 0;
   for (const char character : text) {
@@ -27,7 +26,7 @@ bool HasLongExponent(const std::string& text) {
   return false;
 }
 
-/// Our parser takes and refuses what RapidJSON's does.
+/// Requires that our parser accepts exactly what RapidJSON's accepts.
 void CompareParsers(const std::string& text) {
   json::Document ours;
   rapidjson::StringStream stream(text.c_str());

@@ -1,4 +1,4 @@
-// Runs a fuzz target on each file of a folder, whole and damaged, in place of libFuzzer's driver
+// Runs a fuzz target on each file of a folder, intact and damaged, in place of libFuzzer's driver
 // (https://llvm.org/docs/LibFuzzer.html): NAME_replay FOLDER. A folder without files is an error.
 
 #include <algorithm>
@@ -16,11 +16,11 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Runs the target on a copy of its own, so that the sanitizers see reads behind the end.
+/// Runs the target on an exact-size buffer, so that the sanitizers detect reads behind the end.
 void Run(const Bytes& bytes) { LLVMFuzzerTestOneInput(bytes.data(), bytes.size()); }
 
-/// Runs the target on the input cut off or with one byte changed, at many places. They lie closer
-/// together at the beginning, where headers are.
+/// Runs the target on the input, truncated or with one byte changed, at many places. They are
+/// denser at the beginning, where headers are.
 void RunDamaged(const Bytes& bytes) {
   for (std::size_t place = 0; place < bytes.size(); place += 1 + place / 128) {
     Run(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(place)));

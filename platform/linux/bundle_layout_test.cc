@@ -75,7 +75,7 @@ TEST_F(BundleLayoutTest, FrameworksPreferResources) {
   EXPECT_EQ(Find("B.bundle").informationPath, std::nullopt);
 }
 
-TEST_F(BundleLayoutTest, TellsLayoutsByDirectoriesAndLinksInAnyCase) {
+TEST_F(BundleLayoutTest, DetectsLayoutsByDirectoriesAndLinksInAnyCase) {
   directory_.Write("A.app/Contents", "a file tells nothing");
   EXPECT_TRUE(Find("A.app").isFlat);
   directory_.MakeLink("B.app/resources", "elsewhere");
@@ -107,7 +107,7 @@ TEST_F(BundleLayoutTest, NamesTheExecutable) {
   EXPECT_EQ(Find("Some App.app").executable, std::nullopt);
 }
 
-TEST_F(BundleLayoutTest, AnswersForWhatIsNoDirectory) {
+TEST_F(BundleLayoutTest, FindsNothingWithoutADirectory) {
   EXPECT_EQ(Find("none").executable, std::nullopt);
   EXPECT_EQ(Find("none").informationPath, std::nullopt);
 }
@@ -129,7 +129,7 @@ TEST_F(BundleLayoutTest, TheMainExecutableStandsForItsBundle) {
   EXPECT_EQ(BundleOf("C.framework/Versions/A/C"), directory_.Path("C.framework/Versions/A"));
 }
 
-TEST_F(BundleLayoutTest, ALibraryIsNoBundleUnlessAnInformationListNamesIt) {
+TEST_F(BundleLayoutTest, ALibraryIsABundleOnlyIfAnInformationListNamesIt) {
   directory_.Write("enterprise.bundle/library.dylib", "x");
   EXPECT_EQ(BundleOf("enterprise.bundle/library.dylib"), std::nullopt);
   directory_.Write("enterprise.bundle/Info.plist", "<plist><dict/></plist>");
@@ -138,7 +138,7 @@ TEST_F(BundleLayoutTest, ALibraryIsNoBundleUnlessAnInformationListNamesIt) {
   EXPECT_EQ(BundleOf("enterprise.bundle/library.dylib"), directory_.Path("enterprise.bundle"));
 }
 
-TEST_F(BundleLayoutTest, AFileNamedLikeItsDirectoryIsACodeOfTheOldLayoutOnly) {
+TEST_F(BundleLayoutTest, AFileNamedLikeItsDirectoryIsABundleOnlyInTheOldLayout) {
   directory_.Write("tool/tool", "x");
   EXPECT_EQ(BundleOf("tool/tool"), std::nullopt);
   directory_.MakeDirectory("tool/Resources");

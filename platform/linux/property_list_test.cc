@@ -44,7 +44,7 @@ std::string Binary(const std::vector<std::string>& objects) {
   return bytes + static_cast<char>(tableOffset & 0xFF);
 }
 
-TEST(PropertyListTest, RefusesTruncationAnywhere) {
+TEST(PropertyListTest, RejectsTruncationAnywhere) {
   const std::string xml = Xml("<dict><key>k</key><array><string>v</string></array></dict>");
   const std::size_t end = xml.size() - 1;  // without the newline
   for (std::size_t length = 0; length < end; ++length) {
@@ -174,7 +174,7 @@ TEST(PropertyListTest, ReadsNumbers) {
   EXPECT_GT(list->elements[5].real, 1e308);
 }
 
-TEST(PropertyListTest, RefusesMalformedValues) {
+TEST(PropertyListTest, RejectsMalformedValues) {
   for (const std::string body : {"<integer/>",
                                  "<integer>1a</integer>",
                                  "<integer>--1</integer>",
@@ -237,7 +237,7 @@ TEST(PropertyListTest, ReadsEveryKindOfBinaryValue) {
   EXPECT_EQ(values[9].kind, Kind::kOther);
 }
 
-TEST(PropertyListTest, RefusesMalformedBinaryValues) {
+TEST(PropertyListTest, RejectsMalformedBinaryValues) {
   for (const std::string& object : {std::string("\0", 1),
                                     std::string("\x0F"),
                                     std::string("\x12\1\2"),

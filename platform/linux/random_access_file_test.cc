@@ -37,7 +37,7 @@ TEST_F(RandomAccessFileTest, ReadsPieces) {
   EXPECT_EQ(all, "0123456789");
 }
 
-TEST_F(RandomAccessFileTest, NoFileReachesTheLargestOffsets) {
+TEST_F(RandomAccessFileTest, RejectsTheLargestOffsets) {
   Open("0123456789");
   constexpr std::uint64_t kHuge = std::numeric_limits<std::uint64_t>::max();
   char byte = 0;
@@ -48,7 +48,7 @@ TEST_F(RandomAccessFileTest, NoFileReachesTheLargestOffsets) {
   EXPECT_FALSE(file_.ReadPiece(5, kHuge));
 }
 
-TEST_F(RandomAccessFileTest, WhatBecomesShorterGivesShortReads) {
+TEST_F(RandomAccessFileTest, ShrinkingFilesGiveShortReads) {
   Open("0123456789");
   ASSERT_EQ(truncate(directory_.Path("file").c_str(), 4), 0);
   char buffer[8];
@@ -58,7 +58,7 @@ TEST_F(RandomAccessFileTest, WhatBecomesShorterGivesShortReads) {
   EXPECT_FALSE(file_.ReadPiece(0, 10));
 }
 
-TEST_F(RandomAccessFileTest, WhatIsTooLargeIsNotRead) {
+TEST_F(RandomAccessFileTest, DoesNotReadHugeFiles) {
   Open("");
   ASSERT_EQ(truncate(directory_.Path("file").c_str(), kMaxPieceSize + 1), 0);
   std::string all;
@@ -72,7 +72,7 @@ TEST_F(RandomAccessFileTest, APipeDoesNotBlock) {
   EXPECT_EQ(file_.Open(path), 0);
 }
 
-TEST_F(RandomAccessFileTest, AHugeSignatureIsMoreThanTheMemoryThereIs) {
+TEST_F(RandomAccessFileTest, AHugeSignatureCountsAsALackOfMemory) {
   const std::string header = "\xFA\xDE\x0C\xC0\x04\x00\x00\x01\x00\x00\x00\x00"s;
   Open(header);
   ASSERT_EQ(truncate(directory_.Path("file").c_str(), 0x05000000), 0);

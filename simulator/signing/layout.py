@@ -71,7 +71,7 @@ def find_layout(path):
     found = (bundle / folder / wanted for folder in form.executables)
     executable = next((file for file in found if file.is_file()), information)
     if executable is None:
-        raise SigningError(f"{path} is no bundle: it has no executable and no Info.plist")
+        raise SigningError(f"{path} is not a bundle: it has no executable and no Info.plist")
     resources = "" if form == FORMS["flat"] else "Resources/"
     return Layout(name, bundle / form.root, information, executable, resources)
 
@@ -91,7 +91,7 @@ def _information_values(path):
     return values if isinstance(values, dict) else {}
 
 
-def build_bundle(path, executable, *, form="contents", identifier="com.example.agent", files=None):
+def build_bundle(path, executable, *, form="contents", files=None):
     """Builds an unsigned bundle whose executable (octets) is named like the bundle. Returns its path.
 
     `form` is one of FORMS, or "framework" for a framework with a version A. `files` maps paths
@@ -99,19 +99,18 @@ def build_bundle(path, executable, *, form="contents", identifier="com.example.a
     """
     path = pathlib.Path(path)
     if form != "framework":
-        _build(path, path.stem, executable, FORMS[form], identifier, files or {})
+        _build(path, path.stem, executable, FORMS[form], files or {})
         return path
-    _build(path / "Versions" / "A", path.stem, executable, FORMS["resources"], identifier,
-           files or {})
+    _build(path / "Versions" / "A", path.stem, executable, FORMS["resources"], files or {})
     (path / "Versions" / "Current").symlink_to("A")
     for name in (path.stem, "Resources"):
         (path / name).symlink_to(f"Versions/Current/{name}")
     return path
 
 
-def _build(path, name, executable, form, identifier, files):
+def _build(path, name, executable, form, files):
     information = plistlib.dumps({
-        "CFBundleExecutable": name, "CFBundleIdentifier": identifier, "CFBundleName": name,
+        "CFBundleExecutable": name, "CFBundleIdentifier": "com.example.agent", "CFBundleName": name,
         "CFBundlePackageType": "APPL", "CFBundleShortVersionString": "1.0"})
     folder = "" if form == FORMS["flat"] else form.executables[0]
     _add(path / form.information / "Info.plist", information)

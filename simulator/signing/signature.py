@@ -20,7 +20,6 @@ class Options:
         No platform accepts a name given twice, nor both kinds of SHA-256 under the second
         hash-agility attribute.
     page_size: logarithm to base 2 of a page's octets. 0 is one page of any size; empty code gets it.
-    identifier: None is the name of the file or bundle.
     team_identifier: None leaves it out.
     version, flags: of the CodeDirectory. The flags that the form of the signature needs are added.
     adhoc: no certificates, an empty CMS. linker_signed: nothing but a CodeDirectory of version
@@ -34,7 +33,6 @@ class Options:
 
     hashes: tuple[str, ...] = ("sha256",)
     page_size: int = 12
-    identifier: str | None = None
     team_identifier: str | None = FROM_IDENTITY
     version: int = 0x20500
     flags: int = 0
@@ -59,8 +57,8 @@ def components(code, identity, options, *, name, special=None,
                executable_segment=blobs.ExecutableSegment()):
     """The components of a signature: a dictionary from slots to blobs.
 
-    `code` is what the CodeDirectories cover, `name` the identifier unless the options name another,
-    `special` what is sealed but kept elsewhere (slots 1 and 3).
+    `code` is what the CodeDirectories cover, `name` the identifier, `special` what is sealed but kept
+    elsewhere (slots 1 and 3).
     """
     if identity is None and not (options.adhoc or options.linker_signed):
         raise SigningError("only ad-hoc and linker-signed code needs no identity")
@@ -122,7 +120,7 @@ def _directory(hash_name, identity, options, name, sealed, executable_segment):
     if team is not None and version < 0x20200:
         raise SigningError("a CodeDirectory before version 0x20200 has no team identifier")
     return blobs.CodeDirectory(
-        identifier=options.identifier or name, team_identifier=team, hash_name=hash_name,
+        identifier=name, team_identifier=team, hash_name=hash_name,
         page_size=options.page_size, flags=flags, version=version, special=sealed,
         executable_segment=executable_segment)
 

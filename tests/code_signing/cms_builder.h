@@ -18,7 +18,7 @@ using TestKey = std::shared_ptr<EVP_PKEY>;
 TestKey MakeEcKey(const char* curve = "P-256");
 TestKey MakeRsaKey(unsigned bits);
 
-/// What a certificate of a test says. Times are seconds since the Unix epoch.
+/// The contents of a test's certificate. Times are seconds since the Unix epoch.
 struct CertificatePlan {
   std::string name;  ///< common name of the subject; none when empty
   /// More attributes of the subject, in order: short names ("OU") and texts.
@@ -49,7 +49,7 @@ struct TestAuthority {
 
 TestAuthority MakeAuthority();
 
-/// Who signs a message of a test: a leaf under the authority.
+/// The signer of a test's message: a leaf under the authority.
 struct TestSigner {
   TestKey key;
   CertificateChain chain;
@@ -61,7 +61,7 @@ struct TestSigner {
 TestSigner MakeSigner(const char* purpose = "codeSigning", const TestKey& key = MakeEcKey(),
                       const TestAuthority& authority = MakeAuthority());
 
-/// What a CMS message of a test is made of.
+/// The contents of a test's CMS message.
 struct CmsPlan {
   std::string content;
   const char* contentType = "1.2.840.113549.1.7.1";

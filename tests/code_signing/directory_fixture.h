@@ -5,7 +5,7 @@
 
 namespace platform::code_signing {
 
-/// A directory of a test's own, which goes with the object. Paths are relative to it.
+/// A temporary directory, which is removed with the object. Paths are relative to it.
 class TestDirectory {
  public:
   TestDirectory();
@@ -16,7 +16,7 @@ class TestDirectory {
   /// @return the absolute path.
   std::string Path(const std::string& relativePath = "") const;
 
-  /// Writes a file, with the directories above it.
+  /// Writes a file and makes the directories above it.
   void Write(const std::string& relativePath, const std::string& contents) const;
 
   void MakeDirectory(const std::string& relativePath) const;

@@ -1,9 +1,9 @@
-// kx_libcrypto_failures STEP ANCHORS PATH...: checks the signature of each path again and again
-// with the roots in the PEM file ANCHORS. Each time another allocation of libcrypto's fails, first
-// alone, then with all that follow, and then another one by `operator new`; one in STEP is tried of
-// libcrypto's, and more of the others, which are fewer. Whatever fails, code that is not valid must
-// not become valid, no signer may get another name, nothing may be left allocated, and the next
-// check must find what the first one found. Ends with 0 when all that holds.
+// kx_libcrypto_failures STEP ANCHORS PATH...: checks the signature of each path repeatedly, with
+// the roots in the PEM file ANCHORS. Each time another allocation fails: one of libcrypto, first
+// alone, then with all that follow, and then one by `operator new`. Tries one in STEP of
+// libcrypto's allocations, and more of the others, which are fewer. Invalid code must not become
+// valid, no signer may get another name, nothing may leak, and the next check must repeat the first
+// result. Exits with 0 if all that holds.
 
 #include <algorithm>
 #include <cstdio>
@@ -22,7 +22,7 @@
 namespace platform::code_signing {
 namespace {
 
-/// The status of a check, and what the code's signer is called when it is valid.
+/// The status of a check and, for valid code, the names of the signer.
 struct Verdict {
   OsStatus status = kErrSecAllocate;
   std::optional<std::string> team;
@@ -50,8 +50,8 @@ Verdict Check(const char* anchors, const char* path) {
   return verdict;
 }
 
-/// Whether a check in which an allocation failed may say `verdict`. A name may be missing, since
-/// nothing is equal to a missing one.
+/// Whether a check in which an allocation failed may return `verdict`. A name may be missing, since
+/// nothing equals a missing name.
 bool IsHarmless(const Verdict& verdict, const Verdict& usual) {
   if (verdict.status != kErrSecSuccess) return true;
   if (usual.status != kErrSecSuccess || verdict.team != usual.team) return false;
@@ -62,7 +62,7 @@ bool IsHarmless(const Verdict& verdict, const Verdict& usual) {
   return true;
 }
 
-/// An allocation by `operator new` fails. The arguments are those of WithFailedAllocation().
+/// Like WithFailedAllocation(), but fails an allocation by `operator new`.
 bool WithFailedNew(std::size_t number, Failing, const std::function<void()>& act) {
   fake::AllocationFailure::Arm(number);
   try {
@@ -77,7 +77,7 @@ struct Kind {
   const char* name;
   Failing failing;
   decltype(&WithFailedNew) withFailure;
-  std::size_t fewer;  ///< how many times fewer they are than libcrypto's, about
+  std::size_t fewer;  ///< divides STEP: there are fewer of them than of libcrypto's
 };
 
 constexpr Kind kKinds[] = {
@@ -86,7 +86,8 @@ constexpr Kind kKinds[] = {
     {"operator new", Failing::kOne, WithFailedNew, 40},
 };
 
-/// Checks `path` again and again, each time with another failure. @return whether all was well.
+/// Checks `path` repeatedly, each time with another failure. @return whether every check was
+/// correct.
 bool Sweep(const char* anchors, const char* path, const Kind& kind, std::size_t step) {
   const Verdict usual = Check(anchors, path);
   bool isWell = true;
@@ -103,7 +104,7 @@ bool Sweep(const char* anchors, const char* path, const Kind& kind, std::size_t 
       std::fprintf(stderr, "%s, %s %zu: %s (%d)\n", path, kind.name, number, what, verdict.status);
       isWell = false;
     };
-    // What libcrypto puts away for later it does not put away twice.
+    // libcrypto may allocate a cache, but only once.
     if (leaks() && leaks()) complain("memory is left allocated");
     if (!IsHarmless(verdict, usual)) complain("a wrong verdict");
     if (!(Check(anchors, path) == usual)) complain("the next check fails");
@@ -127,7 +128,7 @@ int SweepFiles(int argc, char** argv) {
 }  // namespace
 }  // namespace platform::code_signing
 
-// RE2 does not expect that an allocation throws, and leaks then.
+// RE2 leaks when an allocation throws.
 extern "C" const char* __lsan_default_suppressions() { return "leak:re2::"; }
 extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
 

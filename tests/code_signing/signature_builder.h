@@ -33,7 +33,7 @@ class EmptyCode : public DiskRepresentation {
   const RandomAccessFile file_;
 };
 
-/// What a CodeDirectory of a test says.
+/// The contents of a test's CodeDirectory.
 struct TestDirectoryContents {
   std::string code;
   std::map<Slot, std::string> sealed;  ///< contents of special slots
@@ -49,28 +49,28 @@ std::string MakeCodeDirectory(const TestDirectoryContents& contents);
 /// @param components whole blobs.
 std::string MakeSuperBlob(const std::map<Slot, std::string>& components);
 
-/// The blob around a component that is no blob itself.
+/// Wraps a component that is not a blob.
 std::string MakeWrapper(const std::string& contents);
 
-/// The code of a 64-bit Mach-O executable for arm64, whose signature is to follow it.
+/// Makes a 64-bit Mach-O executable for arm64, without the signature that must follow it.
 /// @param size at least 64.
 std::string MakeMachOCode(std::size_t size);
 
 /// Makes the CMS signature over a CodeDirectory.
 using DirectorySigner = std::function<std::string(const std::string& directory)>;
 
-/// MakeMachOCode() with its signature.
-/// @param contents of its CodeDirectory. A little code is filled in where there is none.
+/// Makes MakeMachOCode() with its signature.
+/// @param contents of its CodeDirectory. Empty code is replaced.
 /// @param sign none for an ad-hoc signature.
 std::string MakeSignedMachO(TestDirectoryContents contents, const DirectorySigner& sign);
 
-/// The same with an ad-hoc signature.
+/// As above, with an ad-hoc signature.
 /// @param sealed contents of special slots, which are not among its components.
 /// @param identifier of the signature.
 std::string MakeSignedMachO(const std::map<Slot, std::string>& sealed,
                             const std::string& identifier = "com.example.test");
 
-/// A universal file with these slices, the first for arm64 and the others for x86_64.
+/// Makes a universal file of these slices, the first for arm64 and the others for x86_64.
 std::string MakeUniversal(const std::vector<std::string>& slices);
 
 }  // namespace platform::code_signing

@@ -1,5 +1,5 @@
-// kx_check_signature ANCHORS PATH...: verifies the signature of each path as the tool would, with
-// the roots in the PEM file ANCHORS, and prints what it found. Ends with 0 when all are valid.
+// kx_check_signature ANCHORS PATH...: verifies the signature of each path as the tool does, with
+// the roots in the PEM file ANCHORS, and prints the result. Exits with 0 if all are valid.
 
 #include <cstdio>
 #include <memory>

@@ -2,8 +2,6 @@
 
 Fetches three npm packages, so it runs only on request. The anchor is Apple's root from the chain of
 a signature, recognised by its published fingerprint.
-
-Usage: real_signatures_test.py CHECK_SIGNATURE [unittest argument...]
 """
 
 import contextlib
@@ -15,27 +13,18 @@ import shutil
 import ssl
 import struct
 import subprocess
-import sys
 import tarfile
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
-
-from simulator.signing import sign_bundle  # noqa: E402
-from simulator.signing.layout import build_bundle  # noqa: E402
+from simulator.signing import sign_bundle
+from simulator.signing.layout import build_bundle
+from tests.code_signing.signed_files.kit import (
+    BAD_NESTED_CODE, BAD_RESOURCE, INFO_PLIST_FAILED, RESOURCE_DIRECTORY_FAILED, SIGNATURE_FAILED,
+    SIGNATURE_INVALID, UNSIGNED, VALID, Verdict, check, flipped)
 
 # SHA-256 of "Apple Root CA", as published at www.apple.com/certificateauthority.
 APPLE_ROOT = "b0b1730ecbc7ff4505142c49f1295e6eda6bcaed7e2c68c5be91b5a11001f024"
-
-VALID = 0
-BAD_NESTED_CODE = -67021
-RESOURCE_DIRECTORY_FAILED = -67023
-INFO_PLIST_FAILED = -67030
-SIGNATURE_INVALID = -67045
-BAD_RESOURCE = -67054
-SIGNATURE_FAILED = -67061
-UNSIGNED = -67062
 
 FAT_MAGIC = 0xCAFEBABE
 LC_CODE_SIGNATURE = 0x1D
@@ -53,8 +42,6 @@ PARTLY_SIGNED = ("fsevents@2.3.3", "package/fsevents.node")
 FRAMEWORK = ("@nativescript/macos-node-api@0.4.0",
              "package/build/RelWithDebInfo/NativeScript.apple.node/macos-arm64/"
              "NativeScript.framework")
-
-program = ""
 
 
 def fetch(package, member, directory):
@@ -115,16 +102,8 @@ def _components(data, start):
     return found
 
 
-def verdict(path, anchors):
-    """What the program prints: label and text of every line."""
-    result = subprocess.run([program, anchors, path], capture_output=True, text=True, timeout=120)
-    if result.returncode not in (0, 1):
-        raise AssertionError(f"exit status {result.returncode}: {result.stderr}")
-    return [line.partition(": ")[::2] for line in result.stdout.splitlines()]
-
-
 def validity(path, anchors):
-    return int(dict(verdict(path, anchors))["validity"])
+    return check(path, anchors).validity
 
 
 def certificates(message):
@@ -180,21 +159,15 @@ class DeveloperIdTest(RealSignatureTestCase):
                         if hashlib.sha256(der).hexdigest() == APPLE_ROOT)
         cls.anchors.write_text(ssl.DER_cert_to_PEM_cert(cls.root))
 
-    def test_is_valid_and_tells_its_signer(self):
-        self.assertEqual(verdict(self.path, self.anchors)[1:], [
-            ("created", "0"),
-            ("validity", "0"),
-            ("team", "97JCY7859U"),
-            ("certificate", "Developer ID Application: GetSentry LLC (97JCY7859U)"),
-            ("certificate", "Developer ID Certification Authority"),
-            ("certificate", "Apple Root CA"),
-        ])
+    def test_is_valid_and_names_its_signer(self):
+        self.assertEqual(check(self.path, self.anchors), Verdict(0, VALID, "97JCY7859U", (
+            "Developer ID Application: GetSentry LLC (97JCY7859U)",
+            "Developer ID Certification Authority", "Apple Root CA")))
 
-    def test_is_nothing_without_the_root(self):
-        # The time stamp's authority ends in the same root and is looked at first.
-        found = verdict(self.path, "/nonexistent")
-        self.assertEqual(found[1:], [("created", "0"), ("validity", str(SIGNATURE_FAILED)),
-                                     ("team", "97JCY7859U")])
+    def test_is_invalid_without_the_root(self):
+        # The time stamp's authority ends in the same root and is checked first.
+        self.assertEqual(check(self.path, "/nonexistent"),
+                         Verdict(0, SIGNATURE_FAILED, "97JCY7859U"))
 
     def test_changed_code_is_found_in_every_slice(self):
         for piece in self.slices:
@@ -279,15 +252,13 @@ class PartlySignedTest(RealSignatureTestCase):
 
     def test_one_unsigned_slice_makes_it_unsigned(self):
         self.assertEqual(sorted(bool(piece.components) for piece in self.slices), [False, True])
-        self.assertEqual(verdict(self.path, "/nonexistent")[1:],
-                         [("created", "0"), ("validity", str(UNSIGNED))])
+        self.assertEqual(check(self.path, "/nonexistent"), Verdict(0, UNSIGNED))
 
     def test_the_slices_alone(self):
         for index, piece in enumerate(self.slices):
             expected = VALID if piece.components else UNSIGNED
             self.assertEqual(piece.processor == ARM64, bool(piece.components))
-            self.assertEqual(verdict(self.piece(index), "/nonexistent")[1:],
-                             [("created", "0"), ("validity", str(expected))])
+            self.assertEqual(check(self.piece(index), "/nonexistent"), Verdict(0, expected))
 
     def test_changed_code_of_the_linker_signed_slice_is_found(self):
         for piece in self.slices:
@@ -297,12 +268,6 @@ class PartlySignedTest(RealSignatureTestCase):
 
 def append(path):
     path.write_bytes(path.read_bytes() + b"\n")
-
-
-def flip(path, offset):
-    data = bytearray(path.read_bytes())
-    data[offset] ^= 1
-    path.write_bytes(data)
 
 
 class FrameworkTest(unittest.TestCase):
@@ -354,7 +319,8 @@ class FrameworkTest(unittest.TestCase):
                  lambda: append(self.version / "_CodeSignature/CodeResources")),
                 ("information", INFO_PLIST_FAILED,
                  lambda: append(self.version / "Resources/Info.plist")),
-                ("code", SIGNATURE_FAILED, lambda: flip(code, 0x8000)),
+                ("code", SIGNATURE_FAILED,
+                 lambda: code.write_bytes(flipped(code.read_bytes(), 0x8000))),
                 ("file beside what is sealed", VALID, (self.nested / "added").touch)):
             with self.subTest(name):
                 change()
@@ -370,5 +336,4 @@ class FrameworkTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    program = sys.argv.pop(1)
     unittest.main()

@@ -22,7 +22,7 @@ TEST(BerExtentTest, FindsTheEndOfAValue) {
   }
 }
 
-TEST(BerExtentTest, RefusesWhatIsNoBer) {
+TEST(BerExtentTest, RejectsInvalidBer) {
   EXPECT_EQ(FindBerExtent("\x04\x80\x00\x00"s), BerExtent::kMalformed);
   EXPECT_EQ(FindBerExtent("\x30\xFF\x00"s), BerExtent::kMalformed);
   std::string deep;
@@ -30,7 +30,7 @@ TEST(BerExtentTest, RefusesWhatIsNoBer) {
   EXPECT_EQ(FindBerExtent(deep), BerExtent::kMalformed);
 }
 
-TEST(BerExtentTest, LargestLengthIsCutOff) {
+TEST(BerExtentTest, TreatsTheMaximumLengthAsTruncated) {
   EXPECT_EQ(FindBerExtent("\x30\x87\xFF\xFF\xFF\xFF\xFF\xFF\xFF"s), BerExtent::kTruncated);
 }
 

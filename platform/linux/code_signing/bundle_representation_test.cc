@@ -55,7 +55,7 @@ class SignedBundleTest : public testing::Test {
     directory_.Write("Agent.app/Contents/" + relativePath, contents);
   }
 
-  /// Signs the executable, which is not Mach-O, and all that is in `sealed`.
+  /// Signs the executable, which is not Mach-O, and everything in `sealed`.
   void Sign(const std::string& codeResources, std::map<Slot, std::string> sealed = {}) const {
     sealed.emplace(kSlotInfoPlist, kInformation);
     sealed.emplace(kSlotResourceDirectory, codeResources);
@@ -66,7 +66,7 @@ class SignedBundleTest : public testing::Test {
     Write("_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
   }
 
-  /// Signs with a seal of nothing.
+  /// Signs with an empty seal.
   void Sign() const { Sign(Seal("", "")); }
 
   OsStatus Status() const { return StatusOf(directory_.Path("Agent.app")); }
@@ -121,7 +121,7 @@ TEST_F(SignedBundleTest, NeedsASealedSeal) {
   contents.code = kCode;
   Write("_CodeSignature/CodeDirectory", MakeCodeDirectory(contents));
   EXPECT_EQ(Status(), kErrSecCSResourcesNotFound);
-  // A seal that is there but not sealed is no seal, and an Info.plist need not be sealed.
+  // An unsealed CodeResources does not count. The Info.plist need not be sealed.
   Write("_CodeSignature/CodeResources", Seal("", ""));
   EXPECT_EQ(Status(), kErrSecCSResourcesNotFound);
   contents.sealed = {{kSlotResourceDirectory, Seal("", "")}};
@@ -155,7 +155,7 @@ TEST_F(SignedBundleTest, ChecksPagesOfNestedCode) {
   EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
 }
 
-/// A bundle that is nested in Agent.app, with a resource of its own.
+/// A bundle nested in Agent.app, with a resource.
 class NestedBundleTest : public SignedBundleTest {
  protected:
   NestedBundleTest() {
@@ -165,7 +165,7 @@ class NestedBundleTest : public SignedBundleTest {
               "<key>^MacOS/</key><dict><key>nested</key><true/></dict>"));
   }
 
-  /// Makes the parts of a bundle's resource root but for the Info.plist.
+  /// Makes the parts of a bundle's resource root except the Info.plist.
   void MakeBundle(const std::string& root) const {
     const std::string seal = Seal("<key>data</key><data>" + kSealedData + "</data>",
                                   "<key>^data</key><true/><key>^added</key><true/>");
@@ -199,7 +199,7 @@ TEST_F(NestedBundleTest, HoldsNothingUnsealed) {
   EXPECT_EQ(Status(), kErrSecCSBadResource);
 }
 
-TEST_F(NestedBundleTest, IsNoLinkToElsewhere) {
+TEST_F(NestedBundleTest, MustNotBeALink) {
   const std::string helper = "Agent.app/Contents/MacOS/helper.dylib";
   std::filesystem::rename(directory_.Path(helper), directory_.Path("elsewhere"));
   directory_.MakeLink(helper, directory_.Path("elsewhere"));
@@ -248,7 +248,7 @@ TEST_F(NestedBundleTest, AllVersionsAreChecked) {
   EXPECT_EQ(Status(), kErrSecCSBadResource);
   Write(helper + "/Versions/B/data", "data");
   EXPECT_EQ(Status(), kErrSecSuccess);
-  // Links to what is not sealed, in the place of what is.
+  // Links to unsealed files in the place of sealed ones.
   Write(helper + "/Versions/A/_CodeSignature/helper", "anything");
   for (const auto& [name, target] :
        std::map<std::string, std::string>{{"/Versions/C", "A/_CodeSignature"},
@@ -304,7 +304,7 @@ TEST_F(SignedBundleTest, TakesComponentsOfUnsignedMachOExecutablesFromFiles) {
   EXPECT_EQ(Status(), kErrSecSuccess);
 }
 
-TEST_F(SignedBundleTest, AnExecutableIsNothingWithoutItsBundle) {
+TEST_F(SignedBundleTest, AnExecutableIsInvalidOutsideItsBundle) {
   const std::string seal = Seal("", "");
   directory_.Write(
       "copy", MakeSignedMachO({{kSlotInfoPlist, kInformation}, {kSlotResourceDirectory, seal}}));
@@ -373,7 +373,7 @@ TEST_F(SignedBundleTest, MustNotBeALink) {
   directory_.MakeLink("Link.app", "Agent.app");
   EXPECT_EQ(StatusOf(directory_.Path("Link.app")), kErrSecCSSignatureFailed);
   EXPECT_EQ(StatusOf(directory_.Path("Link.app/")), kErrSecCSSignatureFailed);
-  // A library in a folder that is a link is another matter.
+  // The parent directory of a library may be a link.
   EXPECT_EQ(StatusOf(directory_.Path("Link.app/Contents/MacOS/Agent")), kErrSecSuccess);
 }
 
@@ -386,7 +386,7 @@ TEST_F(SignedBundleTest, LinksMustNotLeadOut) {
     std::filesystem::rename(path, directory_.Path("outside"));
     std::filesystem::create_symlink(directory_.Path("outside"), path);
     EXPECT_NE(Status(), kErrSecSuccess);
-    // The same link is no harm where it stays inside.
+    // The same link is harmless where it stays inside.
     std::filesystem::rename(directory_.Path("outside"), directory_.Path("Agent.app/inside"));
     std::filesystem::remove(path);
     std::filesystem::create_symlink(directory_.Path("Agent.app/inside"), path);
@@ -441,13 +441,13 @@ TEST_F(OpeningBundleTest, AWidgetsPageStandsForItsCode) {
   EXPECT_EQ(Opening("W.wdgt"), kErrSecCSBadBundleFormat);
 }
 
-TEST_F(OpeningBundleTest, RefusesInformationThatLeadsNowhere) {
+TEST_F(OpeningBundleTest, RejectsADanglingInformationList) {
   directory_.Write("A.app/Contents/MacOS/A", "x");
   directory_.MakeLink("A.app/Contents/Info.plist", "nowhere");
   EXPECT_EQ(Opening("A.app"), kErrSecCSAmbiguousBundleFormat);
 }
 
-TEST_F(OpeningBundleTest, AnswersForAnExecutableThatIsADirectory) {
+TEST_F(OpeningBundleTest, ReportsAnExecutableThatIsADirectory) {
   directory_.MakeDirectory("A.app/Contents/MacOS/A");
   EXPECT_EQ(Opening("A.app"), 100021);
 }

@@ -21,7 +21,7 @@ TEST(ByteReaderTest, ReadsBothByteOrders) {
   EXPECT_EQ(little.U64(0), 0x0807060504030201U);
 }
 
-TEST(ByteReaderTest, TouchesNothingOutside) {
+TEST(ByteReaderTest, ReadsNothingOutside) {
   const ByteReader reader("\xFF\xFF\xFF\xFF", ByteOrder::kBig);
   constexpr std::uint64_t kHuge = std::numeric_limits<std::uint64_t>::max();
   EXPECT_EQ(reader.U32(1), 0U);

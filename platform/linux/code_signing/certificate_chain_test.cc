@@ -41,7 +41,7 @@ class CertificateChainTest : public testing::Test {
   const CertificatePtr leaf_ = Issue("Leaf", leafKey_, "Middle", middleKey_);
 };
 
-TEST_F(CertificateChainTest, GoesFromTheLeafToTheRootInAnyOrder) {
+TEST_F(CertificateChainTest, OrdersTheChainFromLeafToRoot) {
   const CertificateChain expected = {leaf_, middle_, root_};
   EXPECT_EQ(Build(leaf_, {middle_, root_, leaf_}, {root_}), expected);
   EXPECT_EQ(Build(leaf_, {root_, leaf_, middle_}), expected);
@@ -65,7 +65,7 @@ TEST_F(CertificateChainTest, ANameIsNotEnoughForAnIssuer) {
   EXPECT_EQ(Build(leaf_, {impostor, root_}, {root_}), CertificateChain({leaf_}));
 }
 
-TEST_F(CertificateChainTest, PrefersTheRoadToAnAnchor) {
+TEST_F(CertificateChainTest, PrefersAChainToAnAnchor) {
   const TestKey otherKey = MakeEcKey();
   const CertificatePtr otherRoot = Issue("Other", otherKey, "Other", otherKey);
   const CertificatePtr crossSigned = Issue("Middle", middleKey_, "Other", otherKey);
@@ -82,7 +82,7 @@ TEST_F(CertificateChainTest, ASelfSignedLeafIsItsOwnChain) {
   EXPECT_EQ(Build(alone, {alone, root_}), CertificateChain({alone}));
 }
 
-TEST_F(CertificateChainTest, EndsInTheFaceOfCircles) {
+TEST_F(CertificateChainTest, EndsOnCycles) {
   const CertificatePtr a = Issue("A", rootKey_, "B", middleKey_);
   const CertificatePtr b = Issue("B", middleKey_, "A", rootKey_);
   const CertificatePtr leaf = Issue("Leaf", leafKey_, "A", rootKey_);

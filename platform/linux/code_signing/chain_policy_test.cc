@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::int64_t kWithin = 1500;
 
-/// A chain of leaf, intermediate and root that every test spoils in its own way. Want of memory
-/// must not make up for it.
+/// A chain of leaf, intermediate and root, which every test spoils in its own way. A lack of memory
+/// must not make it valid.
 class ChainPolicyTest : public testing::Test {
  protected:
   ChainPolicyTest() {
@@ -43,7 +43,7 @@ class ChainPolicyTest : public testing::Test {
     const OsStatus usual = EvaluateChain(chain, purpose, time, dateRule, trust);
     WithEachFailedAllocation([&] {
       if (EvaluateChain(chain, purpose, time, dateRule, trust) == kErrSecSuccess) {
-        EXPECT_EQ(usual, kErrSecSuccess) << "for want of memory";
+        EXPECT_EQ(usual, kErrSecSuccess) << "when memory is short";
       }
     });
     return usual;
@@ -186,8 +186,7 @@ TEST_F(ChainPolicyTest, ExtensionsMustBeReadableAndUnique) {
   leaf_.extensions.emplace_back("2.5.29.14", "DER:05:00");
   EXPECT_EQ(Evaluate(), kTpUnknownCertificateExtension);
   leaf_.extensions.back() = leaf_.extensions.front();
-  // A usage that is there twice is none, and both failures are of one rank: the leaf's own is
-  // first.
+  // A repeated usage counts as absent. Both failures have the same rank, and the leaf's is first.
   EXPECT_EQ(Evaluate(), kTpInvalidKeyUsage);
 }
 
@@ -198,7 +197,7 @@ TEST_F(ChainPolicyTest, NamesMustBePermitted) {
   EXPECT_EQ(Evaluate(), kTpInvalidCertificate);
 }
 
-// libcrypto decodes the names of a certificate once, and remembers that it could not.
+// libcrypto decodes the names of a certificate once and remembers a failure.
 TEST_F(ChainPolicyTest, NamesThatWereNotDecodedAreNotPermitted) {
   intermediate_.extensions.emplace_back("nameConstraints", "critical,excluded;email:example.com");
   leaf_.extensions.emplace_back("subjectAltName", "email:somebody@example.com");
@@ -245,7 +244,7 @@ TEST_F(ChainPolicyTest, SubjectsMustHaveANameSomewhere) {
   EXPECT_EQ(Evaluate(), kErrSecSuccess);
 }
 
-TEST_F(ChainPolicyTest, OfSeveralFailuresTheGravestIsGiven) {
+TEST_F(ChainPolicyTest, ReportsTheGravestFailure) {
   leaf_.extensions.clear();
   EXPECT_EQ(Evaluate(), kTpInvalidExtendedKeyUsage);
   EXPECT_EQ(Evaluate(9999), kTpCertExpired);
@@ -266,7 +265,7 @@ TEST_F(ChainPolicyTest, TheTopMustBeAnAnchorByItsBytes) {
   EXPECT_EQ(evaluate(TrustStore({chain[2]})), kErrSecSuccess);
 }
 
-TEST_F(ChainPolicyTest, MadeUpMarkersMakeNoAppleDeveloper) {
+TEST_F(ChainPolicyTest, ForgedMarkersDoNotMakeAnAppleDeveloper) {
   leaf_.extensions.emplace_back("1.2.840.113635.100.6.1.13", "DER:05:00");
   intermediate_.extensions.emplace_back("1.2.840.113635.100.6.2.6", "DER:05:00");
   EXPECT_FALSE(IsAppleDeveloperChain(

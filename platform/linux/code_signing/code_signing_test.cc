@@ -1,4 +1,4 @@
-// The seam itself, on this host's adapter: the anchors are those of the machine, if it has any.
+// The seam itself on this host's adapter, with the machine's anchors, if any.
 
 #include "platform/code_signing.h"
 

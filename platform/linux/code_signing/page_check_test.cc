@@ -60,7 +60,7 @@ TEST_F(PageCheckTest, CanBeLeftUnfinished) {
   EXPECT_EQ(Check(), kErrSecSuccess);
 }
 
-TEST_F(PageCheckTest, AFileThatShrinksIsNoValidCode) {
+TEST_F(PageCheckTest, RejectsAShrinkingFile) {
   Sign(std::string(1000000, 'x'), {HashType::kSha256});
   ASSERT_EQ(truncate(directory_.Path("code").c_str(), 999999), 0);
   EXPECT_EQ(Check(), kErrSecCSSignatureFailed);
@@ -68,13 +68,13 @@ TEST_F(PageCheckTest, AFileThatShrinksIsNoValidCode) {
   EXPECT_EQ(Check(), kErrSecCSSignatureFailed);
 }
 
-TEST_F(PageCheckTest, AStartBehindTheFileIsNoValidCode) {
+TEST_F(PageCheckTest, RejectsAStartBehindTheFile) {
   Sign("code", {HashType::kSha256});
   EXPECT_EQ(Check(0xFFFFFFFF), kErrSecCSSignatureFailed);
   EXPECT_EQ(Check(~std::uint64_t{0}), kErrSecCSSignatureFailed);
 }
 
-TEST_F(PageCheckTest, WhatCannotBeReadGivesTheError) {
+TEST_F(PageCheckTest, ReportsReadErrors) {
   Sign("code", {HashType::kSha256});
   ASSERT_EQ(file_.Open(directory_.Path()), 0);  // a directory opens, but does not read
   EXPECT_EQ(Check(), 100021);

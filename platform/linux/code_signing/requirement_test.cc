@@ -116,7 +116,7 @@ TEST_F(RequirementTest, ComparesCertificateDigests) {
   EXPECT_EQ(Evaluate("certificate leaf = H\"" + digest + "\""), false);
 }
 
-TEST_F(RequirementTest, KnowsThatTheChainIsNotApples) {
+TEST_F(RequirementTest, RejectsAppleAnchorsForOtherChains) {
   EXPECT_EQ(Evaluate("anchor apple"), false);
   EXPECT_EQ(Evaluate("anchor apple generic"), false);
   EXPECT_EQ(Evaluate("anchor generic apple"), false);
@@ -149,7 +149,7 @@ TEST_F(RequirementTest, SkipsComments) {
   EXPECT_EQ(Evaluate("identifier /* open com.example.helper"), std::nullopt);
 }
 
-TEST_F(RequirementTest, RefusesWhatItDoesNotUnderstand) {
+TEST_F(RequirementTest, RejectsUnsupportedText) {
   for (const char* const text : {
            "",
            " ",
@@ -209,7 +209,7 @@ TEST_F(RequirementTest, UnderstandsWhatSigningToolsWriteForDeveloperIds) {
       "1[field.1.2.840.113635.100.6.2.6] /* exists */ and certificate "
       "leaf[field.1.2.840.113635.100.6.1.13] /* exists */ and certificate leaf[subject.OU] = "
       "TEAM123456)";
-  EXPECT_EQ(Evaluate(text), false);  // for the want of Apple's root alone
+  EXPECT_EQ(Evaluate(text), false);  // only because the root is not Apple's
   EXPECT_EQ(Evaluate(text.substr(text.find("identifier"))), true);
 }
 

@@ -66,7 +66,7 @@ TEST_F(ResourceRulesTest, PrefersTheHeaviest) {
   EXPECT_TRUE(Find("ax")->isOmitted);
   EXPECT_EQ(Find("abx")->weight, 20U);
   EXPECT_TRUE(Find("abx")->isNestedCode);
-  // Of equal ones, the first.
+  // The first of equal ones.
   EXPECT_FALSE(Find("abc")->isOmitted);
 }
 
@@ -76,7 +76,7 @@ TEST_F(ResourceRulesTest, FalseOmits) {
   EXPECT_FALSE(Find("b")->isOmitted);
 }
 
-TEST_F(ResourceRulesTest, RefusesValuesOfWrongType) {
+TEST_F(ResourceRulesTest, RejectsValuesOfWrongType) {
   for (const std::string value : {"<string>yes</string>", "<integer>1</integer>", "<array/>",
                                   "<data/>", "<dict><key>weight</key><string>1</string></dict>",
                                   "<dict><key>omit</key><integer>1</integer></dict>",
@@ -113,7 +113,7 @@ TEST_F(ResourceRulesTest, ReadsPatternsAsPosixDoes) {
   }
 }
 
-TEST_F(ResourceRulesTest, RefusesMalformedPatterns) {
+TEST_F(ResourceRulesTest, RejectsMalformedPatterns) {
   EXPECT_EQ(TryToLoad(Rule("(", "<true/>")), kErrSecCSResourceRulesInvalid);
   for (const std::string pattern :
        {")", "[a", "a{1", "a{2,1}", "*(", "a\\", "[b-a]", "[[:none:]]"}) {
@@ -121,15 +121,15 @@ TEST_F(ResourceRulesTest, RefusesMalformedPatterns) {
   }
 }
 
-// Libraries differ in how they read them.
-TEST_F(ResourceRulesTest, RefusesPatternsThatAreNotPortable) {
+// Regular-expression libraries read these differently.
+TEST_F(ResourceRulesTest, RejectsPatternsThatAreNotPortable) {
   for (const std::string pattern : {"(a)\\1", "\\d", "\\x41", "\\Qa", "[\\]]", "[[.a.]]", "[[=a=]]",
                                     "a{,2}", "a{", "{", "(?i)a", "(?:a)"}) {
     EXPECT_FALSE(IsAccepted({pattern})) << pattern;
   }
 }
 
-/// How much processor time passes in its life.
+/// Measures processor time from its construction.
 class Stopwatch {
  public:
   double Seconds() const { return static_cast<double>(std::clock() - start_) / CLOCKS_PER_SEC; }
@@ -138,7 +138,7 @@ class Stopwatch {
   std::clock_t start_ = std::clock();
 };
 
-TEST_F(ResourceRulesTest, RefusesPatternsThatCostTooMuch) {
+TEST_F(ResourceRulesTest, RejectsPatternsThatCostTooMuch) {
   const Stopwatch stopwatch;
   ResourcePatterns::List many;
   for (int i = 0; i < 100; ++i) many.push_back(std::to_string(i) + "(a|b|c){99}");
@@ -153,14 +153,14 @@ TEST_F(ResourceRulesTest, RefusesPatternsThatCostTooMuch) {
   EXPECT_LT(stopwatch.Seconds(), 5);
 }
 
-/// A path of some letters in no order.
+/// Makes a path of random letters.
 std::string RandomPath(const std::string& letters, int length, std::mt19937& random) {
   std::string path;
   for (int i = 0; i < length; ++i) path += letters[random() % letters.size()];
   return path;
 }
 
-TEST_F(ResourceRulesTest, RefusesRulesWhoseAutomatonGrows) {
+TEST_F(ResourceRulesTest, RejectsRulesWhoseAutomatonGrows) {
   Load(Rule("a[ab]{20}c", "<true/>"));
   std::mt19937 random;
   const ResourceRule* rule = nullptr;
@@ -171,8 +171,8 @@ TEST_F(ResourceRulesTest, RefusesRulesWhoseAutomatonGrows) {
   EXPECT_EQ(status, kErrSecCSResourceRulesInvalid);
 }
 
-// What a bundle with other nested bundles can cost at most: each has its own rules, with an
-// automaton that is about to become too large.
+// The maximum cost of nested bundles, each with different rules whose automaton is about to become
+// too large.
 TEST_F(ResourceRulesTest, BoundsTheCostOfAllRulesOfACheck) {
   std::mt19937 random;
   std::string letters;

@@ -63,7 +63,7 @@ std::string Sealed(const std::string& contents, const std::string& more = "") {
 
 constexpr char kOptional[] = "<key>optional</key><true/>";
 
-/// The rules that signing tools write, in short.
+/// The rules that signing tools write, abridged.
 std::string UsualRules() {
   return Member("^.*", "<true/>") +
          Member("^(Frameworks|MacOS)/",
@@ -217,7 +217,7 @@ TEST_F(ResourceSealTest, ASealedFileThatARuleOmitsIsMissing) {
   EXPECT_EQ(CheckUsual(Member("Info.plist", Sealed("information"))), kErrSecCSBadResource);
 }
 
-TEST_F(ResourceSealTest, NothingMatchedIsNoPartOfTheSeal) {
+TEST_F(ResourceSealTest, UnmatchedFilesAreNotSealed) {
   EXPECT_EQ(Check(List2("", "")), kErrSecSuccess);
   EXPECT_EQ(Check(List2("", Member("^nothing$", "<true/>"))), kErrSecSuccess);
 }
@@ -233,7 +233,7 @@ TEST_F(ResourceSealTest, ExcludesTheSignatureTheReceiptAndTheExecutable) {
   EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
 }
 
-TEST_F(ResourceSealTest, RefusesLinksNamedLikeFinderFilesAtOnce) {
+TEST_F(ResourceSealTest, RejectsLinksNamedLikeFinderFilesAtOnce) {
   directory_.MakeLink("Contents/Resources/.ds_store", "a.txt");
   directory_.Write("Contents/Resources/added", "x");
   EXPECT_EQ(CheckUsual(), kErrSecCSDSStoreSymlink);
@@ -253,7 +253,7 @@ TEST_F(ResourceSealTest, WhatCannotBeExaminedIsAnError) {
   }
 }
 
-TEST_F(ResourceSealTest, WhatIsNoFileIsNotInAFilesPlace) {
+TEST_F(ResourceSealTest, OnlyAFileMayStandForASealedFile) {
   const std::string entry = Member("Resources/optional", Sealed("x", kOptional));
   EXPECT_EQ(CheckUsual(entry), kErrSecSuccess);
   const std::string path = directory_.Path("Contents/Resources/optional");
@@ -365,7 +365,7 @@ TEST_F(ResourceSealTest, NestedCodeIsNotReachedByALinkOrABadRequirement) {
   EXPECT_TRUE(nested_.empty());
 }
 
-TEST_F(ResourceSealTest, TellsFailedRequirementsFromOtherFailures) {
+TEST_F(ResourceSealTest, DistinguishesFailedRequirementsFromOtherFailures) {
   directory_.Write("Contents/Frameworks/c.dylib", "x");
   const std::string entry =
       Member("Frameworks/c.dylib", Dictionary(Member("requirement", Text("identifier b"))));
@@ -373,12 +373,12 @@ TEST_F(ResourceSealTest, TellsFailedRequirementsFromOtherFailures) {
   EXPECT_EQ(CheckUsual(entry), kErrSecCSBadNestedCode);
   nestedStatus_ = kErrSecCSUnsigned;
   EXPECT_EQ(CheckUsual(entry), kErrSecCSUnsigned);
-  // Only the former is collected with what else is wrong.
+  // Only a failed requirement does not end the check.
   directory_.Write("Contents/Added", "x");
   EXPECT_EQ(CheckUsual(entry), kErrSecCSUnsigned);
 }
 
-TEST_F(ResourceSealTest, RefusesEntriesOfWrongType) {
+TEST_F(ResourceSealTest, RejectsEntriesOfWrongType) {
   for (const std::string& entry :
        {Text("text"), std::string("<true/>"), std::string("<dict/>"), std::string("<array/>"),
         Dictionary(Member("hash2", Text("text"))), Dictionary(Member("requirement", "<true/>")),
@@ -391,7 +391,7 @@ TEST_F(ResourceSealTest, RefusesEntriesOfWrongType) {
   EXPECT_EQ(CheckUsual(Member("Resources/missing", Text("text"))), kErrSecCSResourcesInvalid);
 }
 
-TEST_F(ResourceSealTest, RefusesListsOfWrongShape) {
+TEST_F(ResourceSealTest, RejectsListsOfWrongShape) {
   EXPECT_EQ(Check("no property list"), kErrSecCSBadDictionaryFormat);
   EXPECT_EQ(Check(""), kErrSecCSBadDictionaryFormat);
   EXPECT_EQ(Check("<plist><array/></plist>"), kErrSecCoreFoundationUnknown);
@@ -411,7 +411,7 @@ TEST_F(ResourceSealTest, RefusesListsOfWrongShape) {
   EXPECT_EQ(Check(List2("", Member("(", "<true/>"))), kErrSecCSResourceRulesInvalid);
 }
 
-TEST_F(ResourceSealTest, Version1KnowsNoLinks) {
+TEST_F(ResourceSealTest, Version1IgnoresLinks) {
   const std::string rules = Member("rules", Dictionary(Member("^Resources/", "<true/>")));
   const std::string bare = Data(DigestOf(HashType::kSha1, "text"));
   hashTypes_ = {HashType::kSha1};
@@ -436,7 +436,7 @@ TEST_F(ResourceSealTest, BundlesNeedASeal) {
             kErrSecCSResourcesNotFound);
 }
 
-TEST_F(ResourceSealTest, AnswersForARootThatIsGone) {
+TEST_F(ResourceSealTest, ReportsAMissingRoot) {
   const Places gone(directory_.Path("gone"), directory_.Path("gone/tool"));
   EXPECT_EQ(CheckResources({gone, List2(""), hashTypes_, nullptr}, context_), 100002);
 }

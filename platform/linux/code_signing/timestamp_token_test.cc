@@ -20,7 +20,7 @@ class TimestampTokenTest : public testing::Test {
   CheckContext context_ = {TrustStore({authority_.chain.back()})};
 };
 
-TEST_F(TimestampTokenTest, TellsTheTimeOfTheSignature) {
+TEST_F(TimestampTokenTest, ReturnsTheTimeOfTheSignature) {
   const auto timestamp = Verify(MakeTimestampToken({authority_}, "signature"));
   ASSERT_TRUE(timestamp);
   EXPECT_EQ(timestamp->time, 1500);

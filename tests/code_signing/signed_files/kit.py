@@ -1,4 +1,4 @@
-"""What the tests of signed files share: the simulator's signer makes the files, the program
+"""Shared by the tests of signed files. The simulator's signer makes the files, and the program
 kx_check_signature (named by KX_CHECK_SIGNATURE) judges them."""
 
 import dataclasses

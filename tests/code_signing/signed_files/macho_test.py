@@ -54,7 +54,7 @@ class ThinTest(MachOTestCase):
             with self.subTest(kind):
                 self.assert_data(UNSIGNED, build_thin(Slice(file_type=kind)))
 
-    def test_a_file_beside_it_is_no_signature(self):
+    def test_ignores_a_sidecar(self):
         path = self.write(build_thin())
         path.with_name(path.name + ".codesignature").write_bytes(b"anything")
         self.assert_validity(UNSIGNED, path)
@@ -118,7 +118,7 @@ class LoadCommandTest(MachOTestCase):
         for count in (0, 1, 0xFFFFFFFF):
             self.assert_command(SIGNATURE_FAILED, 16, "<I", count)  # only the page differs
 
-    def test_the_signature_s_place(self):
+    def test_signature_offsets(self):
         start, length = struct.unpack_from("<8x2I", self.signed, self.signature)
         for name, expected, values in (
                 ("elsewhere", SIGNATURE_INVALID, (start + 16, length)),

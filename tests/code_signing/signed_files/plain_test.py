@@ -53,7 +53,7 @@ class ValidTest(PlainFileTestCase):
             self.make(hashes=("sha1", "sha256"))
         self.assert_validity(VALID, self.path)
 
-    def test_tells_chain_and_team(self):
+    def test_returns_chain_and_team(self):
         for team, certificates, options in (
                 (TEAM, CHAIN, {}),
                 (OTHER_TEAM, CHAIN, {"team_identifier": OTHER_TEAM}),
@@ -110,7 +110,7 @@ class SidecarTest(PlainFileTestCase):
         self.sidecar.write_bytes(self.sidecar.read_bytes() + b"anything")
         self.assert_validity(VALID, self.path)
 
-    def test_cut_off_anywhere_is_no_signature(self):
+    def test_truncated_anywhere_is_invalid(self):
         self.make()
         data = self.sidecar.read_bytes()
         for size in {0, 1, 4, 8, 11, 12, 13, 28, 100, len(data) - 1}:
@@ -118,13 +118,13 @@ class SidecarTest(PlainFileTestCase):
                 self.sidecar.write_bytes(data[:size])
                 self.assert_validity(SIGNATURE_INVALID, self.path)
 
-    def test_a_directory_is_no_signature(self):
+    def test_a_directory_is_invalid(self):
         self.make()
         self.sidecar.unlink()
         self.sidecar.mkdir()
         self.assert_validity(SIGNATURE_INVALID, self.path)
 
-    def test_of_another_file_does_not_fit(self):
+    def test_of_another_file_does_not_match(self):
         self.make()
         other = self.directory / "other.dylib"
         other.write_bytes(b"other code")
@@ -140,7 +140,7 @@ class SidecarTest(PlainFileTestCase):
             self.sidecar.write_bytes(flipped(data, offset))
             self.assertNotEqual(self.check(self.path).validity, VALID, f"at {offset}")
 
-    def test_that_cannot_be_read_gives_the_error(self):
+    def test_unreadable_gives_the_error(self):
         self.make()
         self.sidecar.chmod(0)
         anchors = self.directory / "anchors.pem"
@@ -159,7 +159,7 @@ class CreationTest(SignedFileTestCase):
             with self.subTest(name):
                 self.assertEqual(self.check(self.directory / name).created, expected)
 
-    def test_everything_else_is_some_code(self):
+    def test_any_other_file_is_unsigned_code(self):
         for contents in (b"", b"#!/bin/sh\n", b"\xca\xfe\xba\xbe\0\0\0\x34" + bytes(100),
                          b"\xca\xfe\xba\xbf" + bytes(100), pathlib.Path("/bin/true").read_bytes()):
             path = self.directory / "file"

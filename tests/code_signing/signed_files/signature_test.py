@@ -83,7 +83,7 @@ class BlobTest(SignatureTestCase):
         self.assert_bytes(VALID, self.with_index(bodies))
         self.assert_bytes(SIGNATURE_FAILED, self.with_index(bodies[3:] + bodies[:3]))
 
-    def test_no_components_are_no_signature(self):
+    def test_no_components_mean_unsigned(self):
         self.make()
         self.assert_components(UNSIGNED, {})
 
@@ -243,7 +243,7 @@ class MessageTest(SignatureTestCase):
     def test_bytes_after_it_are_ignored(self):
         self.assert_message(VALID, self.found[0x10000][8:] + b"more")
 
-    def test_of_another_kind(self):
+    def test_other_content_types(self):
         data = der.sequence(der.oid(cms.ID_DATA), der.explicit(0, der.octet_string(b"data")))
         self.assert_message(SIGNATURE_FAILED, data)
         without_signer = der.sequence(
@@ -265,7 +265,7 @@ class MessageTest(SignatureTestCase):
                 self.assert_message(expected, self.message().replace(
                     der.set_of(cms.SHA256), der.set_of(*[cms.SHA256] * count), 1))
 
-    def test_another_content_type_than_the_attribute_s(self):
+    def test_content_type_must_match_the_attribute(self):
         message = self.message()
         kind = der.sequence(der.oid(cms.ID_DATA))
         self.assertEqual(message.count(kind), 1)
@@ -281,7 +281,7 @@ class MessageTest(SignatureTestCase):
             with self.subTest(name):
                 self.assert_message(SIGNATURE_FAILED, flipped(message, offset))
 
-    def test_named_algorithm_must_be_the_signature_s(self):
+    def test_named_algorithm_must_match_the_key(self):
         rsa = self.another_identity("rsa", key_type="rsa")
         with_rsa, with_ec = bytes.fromhex("2a864886f70d0101"), bytes.fromhex("2a8648ce3d0403")
         for identity, stem, last, expected in (  # with the last octet of the identifier
@@ -368,7 +368,7 @@ class HashAgilityTest(SignatureTestCase):
                       der.sequence(der.oid(sha1[0]), der.integer(1))):
             self.assert_attributes(DECODE, cms.attribute(cms.ATTRIBUTE_HASH_AGILITY_2, value))
 
-    def test_an_attribute_that_is_there_twice_is_absent(self):
+    def test_a_repeated_attribute_counts_as_absent(self):
         wrong = self.second(("2.16.840.1.101.3.4.2.2", bytes(48)))
         self.assert_attributes(VALID, wrong, wrong, cms.hash_agility(self.directories))
         self.assert_attributes(SIGNATURE_FAILED, wrong, cms.hash_agility(self.directories))

@@ -35,7 +35,7 @@ class AnchorTest(TrustTestCase):
     def other_root(self):
         return self.root(self.another_identity("other", root_name="Other Root"))
 
-    def test_what_trusts_no_chain(self):
+    def test_anchors_that_trust_no_chain(self):
         path = self.sign()
         namesake = self.another_identity("namesake", valid_to_days=3000)
         for anchors in (
@@ -53,7 +53,7 @@ class AnchorTest(TrustTestCase):
         text = "comment\n" + self.other_root() + "\n" + self.root()
         self.assert_validity(VALID, self.sign(), anchors=self.anchors("several", text))
 
-    def test_what_is_no_certificate_is_passed_over(self):
+    def test_skips_what_is_not_a_certificate(self):
         text = self.root().replace("MII", "MIH", 1) + self.root()
         anchors = self.anchors("several", text)
         self.assert_validity(VALID, self.sign(), anchors=anchors)
@@ -143,7 +143,7 @@ class TimestampTest(TrustTestCase):
                             "root": self.identity.certificates["intermediate"]}
         self.assert_validity(SIGNATURE_FAILED, self.sign(timestamp=Timestamp(authority=Impostor)))
 
-    def test_must_be_about_this_signature(self):
+    def test_must_cover_this_signature(self):
         class Elsewhere(Timestamp):
             def token(self, signature):
                 return super().token(signature + b"!")
