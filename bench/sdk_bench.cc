@@ -12,8 +12,8 @@
 #include <thread>
 
 #include "app/kx_tool.h"
-#include "sdk/envelope.h"
 #include "json/document.h"
+#include "sdk/envelope.h"
 #include "tests/support/fake_platform.h"
 #include "tests/support/fake_sdk.h"
 

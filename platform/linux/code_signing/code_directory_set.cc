@@ -40,7 +40,7 @@ OsStatus CodeDirectorySet::Load(const DiskRepresentation& code, std::size_t slic
   if (status == kErrSecSuccess && !found) return kErrSecCSUnsigned;
   std::uint8_t alternateType = 0;
   for (Slot slot = kSlotAlternateCodeDirectories;
-       status == kErrSecSuccess && slot < kSlotAlternateCodeDirectoryLimit; ++slot) {
+       status == kErrSecSuccess && found && slot < kSlotAlternateCodeDirectoryLimit; ++slot) {
     status = Add(code, slice, slot, set.all_, found, alternateType);
   }
   if (status != kErrSecSuccess) return status;

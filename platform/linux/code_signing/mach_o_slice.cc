@@ -63,7 +63,8 @@ std::optional<MachOHeader> ParseMachOHeader(std::string_view bytes) {
 }
 
 bool IsUniversalHeader(std::string_view bytes) {
-  return ByteReader(bytes, ByteOrder::kBig).U32(0) == kUniversalMagic;
+  return ByteReader(bytes, ByteOrder::kBig).U32(0) == kUniversalMagic ||
+         ByteReader(bytes, ByteOrder::kLittle).U32(0) == kUniversalMagic;
 }
 
 OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std::uint64_t size,

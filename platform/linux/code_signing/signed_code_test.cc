@@ -84,13 +84,6 @@ TEST_F(SignedFileTest, RejectsADirectoryThatNoAttributeNames) {
                           {kSlotAlternateCodeDirectories, DirectoryOf("code", HashType::kSha1)}},
                          {}),
             kErrSecCSSignatureFailed);
-  // Where the platform does not look for it.
-  EXPECT_EQ(
-      StatusOfFile("code",
-                   {{kSlotCodeDirectory, DirectoryOf("code")},
-                    {kSlotAlternateCodeDirectories + 4, DirectoryOf("code", HashType::kSha384)}},
-                   {}),
-      kErrSecCSSignatureFailed);
 }
 
 TEST_F(SignedFileTest, RejectsAnAddedDirectoryOfAnUnknownType) {
