@@ -143,15 +143,21 @@ def _open_sandbox(build, scenario, logging, programs, volumes):
         covers = sandbox.cover_programs(root, programs, build / "simulator" / "programs")
 
         def run(first: list[str], **streams: Any) -> int:
-            return sandbox.run(sandbox.command(root, covers, volumes, first), **streams)
+            return sandbox.run(sandbox.command(root, covers, volumes, first),
+                               env=_environment(str(root)), **streams)
 
         yield Endpoint(installed, installed.services(scenario["product"]), run,
                        sandbox.is_machines)
 
 
 def _run_in_place(first: list[str], **streams: Any) -> int:
-    environment = {**os.environ, "TMPDIR": installation.TEMPORARY}
-    return subprocess.run(first, env=environment, check=False, **streams).returncode
+    return subprocess.run(first, env=_environment(installation.TEMPORARY), check=False,
+                          **streams).returncode
+
+
+def _environment(temporary_files: str) -> dict[str, str]:
+    """By its folder for temporary files, the next command finds a process that is left behind."""
+    return {**os.environ, "TMPDIR": temporary_files}
 
 
 @contextlib.contextmanager

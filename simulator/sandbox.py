@@ -16,6 +16,7 @@ import signal
 import subprocess
 from typing import Any
 
+from simulator import temporary
 from simulator.made_once import make_once
 
 # A second place for the machine's /usr, the target of links from folders to which programs of the
@@ -77,30 +78,30 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
     """
     reader, writer = os.pipe()
     info = bytearray()
+    process, first, is_told = None, None, False
     try:
-        try:
-            process = subprocess.Popen([sandboxed[0], "--info-fd", str(writer), *sandboxed[1:]],
-                                       pass_fds=(writer,), **streams)
-        finally:
+        with temporary.signals_held() as held:  # Popen() would forget what it has started
+            process = subprocess.Popen(
+                [sandboxed[0], "--info-fd", str(writer), *sandboxed[1:]], pass_fds=(writer,),
+                preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_SETMASK, held), **streams)
             os.close(writer)
-        with process:
-            first, is_told = None, False
-            try:
-                _read(reader, info)
-                first, is_told = _first_process(info), True
-                return process.wait(timeout)
-            finally:
-                if not is_told:  # a signal arrived while bwrap was starting
-                    _read(reader, info)
-                    first = _first_process(info)
-                process.kill()
-                process.wait()
-                if first is not None:
-                    with contextlib.suppress(ProcessLookupError):
-                        signal.pidfd_send_signal(first, signal.SIGKILL)
-                    select.select([first], [], [])  # the last process to end, see pid_namespaces(7)
-                    os.close(first)
+        _read(reader, info)
+        first, is_told = _first_process(info), True
+        return process.wait(timeout)
     finally:
+        if process is None:
+            os.close(writer)
+        else:
+            if not is_told:  # a signal arrived while bwrap was starting
+                _read(reader, info)
+                first = _first_process(info)
+            process.kill()
+            process.wait()
+            if first is not None:
+                with contextlib.suppress(ProcessLookupError):
+                    signal.pidfd_send_signal(first, signal.SIGKILL)
+                select.select([first], [], [])  # the last process to end, see pid_namespaces(7)
+                os.close(first)
         os.close(reader)
 
 

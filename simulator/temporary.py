@@ -38,7 +38,7 @@ def folder() -> Iterator[pathlib.Path]:
             inner.mkdir(0o711)
             yield inner
         finally:
-            with _signals_held():
+            with signals_held():
                 if made.exists():
                     remove_tree(made)
 
@@ -53,6 +53,16 @@ def remove_leftovers() -> None:
                         if path.stat().st_uid == os.getuid():
                             end_processes((f"{path}/",))
                             remove_tree(path)
+
+
+@contextlib.contextmanager
+def signals_held() -> Iterator[set[signal.Signals]]:
+    """Holds signals back while the context lasts. Gives the signals that were held back before."""
+    before = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
+    try:
+        yield before
+    finally:
+        signal.pthread_sigmask(signal.SIG_SETMASK, before)
 
 
 def end_processes(folders: tuple[str, ...]) -> None:
@@ -85,16 +95,6 @@ def _place() -> str:
     if "TMPDIR" in os.environ or not os.access(_MEMORY, os.W_OK):
         return tempfile.gettempdir()
     return _MEMORY if shutil.disk_usage(_MEMORY).free > _SPACE else tempfile.gettempdir()
-
-
-@contextlib.contextmanager
-def _signals_held() -> Iterator[None]:
-    """No signal interrupts the context; what arrives meanwhile follows it."""
-    held = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
-    try:
-        yield
-    finally:
-        signal.pthread_sigmask(signal.SIG_SETMASK, held)
 
 
 @contextlib.contextmanager

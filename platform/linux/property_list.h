@@ -15,8 +15,8 @@ namespace platform {
 constexpr std::size_t kMaxPropertyListSize = std::size_t{16} << 20;
 
 /// Limits the bytes of one or more lists plus the memory of the values read from them, and thus the
-/// time they take, whether or not the values are still held. The limit is 40 MiB; a list of 20,000
-/// sealed files takes a little more than half of it.
+/// time they take, whether or not the values are still held. The limit is 32 MiB; a list of 20,000
+/// sealed files takes about two thirds of it.
 class PropertyListBudget {
  public:
   PropertyListBudget() = default;
@@ -48,7 +48,7 @@ class PropertyListBudget {
   bool IsExceeded() const { return isExceeded_; }
 
  private:
-  std::size_t left_ = std::size_t{40} << 20;
+  std::size_t left_ = std::size_t{32} << 20;
   bool isExceeded_ = false;
 };
 

@@ -53,14 +53,6 @@ bool HasSameIdentity(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-/// Whether `path` leads to the open file.
-bool LeadsTo(const std::string& path, const RandomAccessFile& file) {
-  struct stat named {};
-  struct stat opened {};
-  return stat(path.c_str(), &named) == 0 && fstat(file.Number(), &opened) == 0 &&
-         HasSameIdentity(named, opened);
-}
-
 bool IsDirectory(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -70,7 +62,7 @@ class BundleRepresentation : public DiskRepresentation {
  public:
   /// @param resources the resource root. Paths of `layout` below it start at the open directory.
   /// @param relativeRoot its path in `root`.
-  BundleRepresentation(BundleRoot root, Descriptor resources, std::string relativeRoot,
+  BundleRepresentation(BundleRoot root, BundleRoot resources, std::string relativeRoot,
                        BundleLayout layout, DiskRepresentationPtr executable, bool isWhatIsUsed)
       : root_(std::move(root)),
         resources_(std::move(resources)),
@@ -163,7 +155,7 @@ class BundleRepresentation : public DiskRepresentation {
   int ReadBundleFile(const std::string& path, std::string& bytes) const {
     RandomAccessFile file;
     if (const int error = file.Open(path); error != 0) return error;
-    return root_.Contains(file.Number()) ? file.ReadAll(bytes) : EXDEV;
+    return root_.Contains(file.Number()) ? file.ReadAll(bytes, kMaxPropertyListSize) : EXDEV;
   }
 
   OsStatus ReadInformation(std::optional<std::string>& bytes) const {
@@ -196,7 +188,7 @@ class BundleRepresentation : public DiskRepresentation {
   }
 
   const BundleRoot root_;
-  const Descriptor resources_;
+  const BundleRoot resources_;
   const std::string relativeRoot_;
   const BundleLayout layout_;
   const DiskRepresentationPtr executable_;
@@ -293,11 +285,16 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
   layout.information = {};  // saves memory: it is read again as a component
 
   // From here on, exchanging a directory above the sealed ones has no effect.
-  Descriptor resources = OpenAt(AT_FDCWD, layout.resourceRoot, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (!resources.IsOpen()) return StatusFromErrno(errno);
-  std::string relativeRoot =
-      layout.resourceRoot.substr(std::min(directory.size() + 1, layout.resourceRoot.size()));
-  const std::string before = std::exchange(layout.resourceRoot, PathOf(resources));
+  BundleRoot resources;
+  if (const int error = resources.Open(layout.resourceRoot); error != 0) {
+    return StatusFromErrno(error);
+  }
+  const auto relative = [&](const std::string& inside) {
+    return inside.substr(std::min(directory.size() + 1, inside.size()));
+  };
+  std::string relativeRoot = relative(layout.resourceRoot);
+  const std::string relativeCode = relative(code);
+  const std::string before = std::exchange(layout.resourceRoot, resources.Path());
   const auto rebase = [&](std::string& inside) {
     if (inside.compare(0, before.size() + 1, before + "/") == 0) {
       inside.replace(0, before.size(), layout.resourceRoot);
@@ -311,8 +308,17 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
       status != kErrSecSuccess) {
     return status;
   }
-  const bool isWhatIsUsed = root.Contains(executable->Code().Number()) &&
-                            (!ownExecutable || LeadsTo(*ownExecutable, executable->Code())) &&
+  const auto reachesSame = [&](const std::string& used) {
+    const Descriptor found = OpenAt(AT_FDCWD, used, O_PATH | O_CLOEXEC);
+    return found.IsOpen() && root.Reaches(relative(used), found.Get());
+  };
+  const int file = executable->Code().Number();
+  // What lies beside the executable must be sealed: it may load libraries from there.
+  const std::optional<std::string> location = resources.Locate(file);
+  const bool isWhatIsUsed = location && !IsNeverSealed(*location) &&
+                            root.Reaches(relativeCode, file) &&
+                            (!ownExecutable || root.Reaches(relative(*ownExecutable), file)) &&
+                            (!ownInformationPath || reachesSame(*ownInformationPath)) &&
                             (name == BundleName::kExecutable || IsDirectory(directory));
   representation = std::make_unique<BundleRepresentation>(
       std::move(root), std::move(resources), std::move(relativeRoot), std::move(layout),
@@ -323,7 +329,7 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
 std::optional<std::string> FindBundleOfExecutable(const std::string& path,
                                                   PropertyListBudget& lists) {
   std::error_code error;
-  const std::string absolute = std::filesystem::absolute(path, error).string();
+  const std::string absolute = std::filesystem::absolute(path, error).lexically_normal().string();
   if (error) return std::nullopt;
   std::string directory = ParentPath(absolute);
   if (LastPathComponent(directory) == "MacOS") {

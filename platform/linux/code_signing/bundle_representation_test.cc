@@ -79,6 +79,10 @@ TEST_F(SignedBundleTest, IsValidUnderBothItsNames) {
   EXPECT_EQ(Status(), kErrSecSuccess);
   EXPECT_EQ(StatusOf(directory_.Path(kExecutable)), kErrSecSuccess);
   EXPECT_EQ(StatusOf(directory_.Path("Agent.app/")), kErrSecSuccess);
+  for (const char* const path :
+       {"Agent.app/Contents/./MacOS//Agent", "Agent.app/Contents/MacOS/../MacOS/Agent"}) {
+    EXPECT_EQ(StatusOf(directory_.Path(path)), kErrSecSuccess) << path;
+  }
 }
 
 TEST_F(SignedBundleTest, IsNotOpenedWithoutItsInformation) {
@@ -378,22 +382,70 @@ TEST_F(SignedBundleTest, MustNotBeALink) {
 }
 
 TEST_F(SignedBundleTest, LinksMustNotLeadOut) {
-  for (const char* const part : {"Contents/MacOS/Agent", "Contents/MacOS", "Contents/Info.plist",
-                                 "Contents/_CodeSignature", "Contents"}) {
+  // With them, the executable would be outside what is sealed.
+  const std::string unsealed[] = {"Contents/MacOS/Agent", "Contents/MacOS"};
+  const std::string harmless[] = {"Contents/Info.plist", "Contents/_CodeSignature", "Contents"};
+  const auto check = [&](const std::string& part, OsStatus statusInside) {
     SCOPED_TRACE(part);
     Sign();
-    const std::string path = directory_.Path(std::string("Agent.app/") + part);
+    const std::string path = directory_.Path("Agent.app/" + part);
+    const std::string inside = directory_.Path("Agent.app/inside");
+    const auto status = [&](const std::string& target) {
+      std::filesystem::create_symlink(target, path);
+      const OsStatus found = Status();
+      std::filesystem::remove(path);
+      return found;
+    };
     std::filesystem::rename(path, directory_.Path("outside"));
-    std::filesystem::create_symlink(directory_.Path("outside"), path);
-    EXPECT_NE(Status(), kErrSecSuccess);
-    // The same link is harmless where it stays inside.
-    std::filesystem::rename(directory_.Path("outside"), directory_.Path("Agent.app/inside"));
-    std::filesystem::remove(path);
-    std::filesystem::create_symlink(directory_.Path("Agent.app/inside"), path);
-    EXPECT_EQ(Status(), kErrSecSuccess);
-    std::filesystem::remove(path);
-    std::filesystem::rename(directory_.Path("Agent.app/inside"), path);
+    EXPECT_NE(status(directory_.Path("outside")), kErrSecSuccess);
+    std::filesystem::rename(directory_.Path("outside"), inside);
+    EXPECT_EQ(status(std::filesystem::path(inside).lexically_relative(
+                  std::filesystem::path(path).parent_path())),
+              statusInside);
+    std::filesystem::rename(inside, path);
+  };
+  for (const std::string& part : unsealed) check(part, kErrSecCSSignatureFailed);
+  for (const std::string& part : harmless) check(part, kErrSecSuccess);
+}
+
+TEST_F(SignedBundleTest, TheExecutableLiesWhereLibrariesBesideItAreSealed) {
+  Sign();
+  for (const std::string place : {"_CodeSignature", "_MASReceipt", "CodeResources"}) {
+    SCOPED_TRACE(place);
+    Write(place + "/Agent", kCode);
+    const std::string executable = directory_.Path(kExecutable);
+    std::filesystem::remove(executable);
+    std::filesystem::create_symlink("../" + place + "/Agent", executable);
+    EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
   }
+  std::filesystem::remove(directory_.Path(kExecutable));
+  directory_.Write("Agent.app/Agent", kCode);  // also looked for there
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedBundleTest, LinksLeadAllUsersToTheSameFile) {
+  Sign();
+  const std::string information = directory_.Path("Agent.app/Contents/Info.plist");
+  std::filesystem::rename(information, directory_.Path("Agent.app/information"));
+  std::filesystem::create_symlink("/proc/self/root" + directory_.Path("Agent.app/information"),
+                                  information);
+  EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
+  std::filesystem::rename(directory_.Path("Agent.app/information"), information);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  const std::string contents = directory_.Path("Agent.app/Contents");
+  std::filesystem::rename(contents, directory_.Path("Agent.app/inside"));
+  const auto status = [&](const std::string& target) {
+    std::filesystem::create_symlink(target, contents);
+    const OsStatus found = Status();
+    std::filesystem::remove(contents);
+    return found;
+  };
+  EXPECT_EQ(status("inside"), kErrSecSuccess);
+  EXPECT_EQ(status("./inside"), kErrSecSuccess);
+  EXPECT_EQ(status(directory_.Path("Agent.app/inside")), kErrSecCSSignatureFailed);
+  EXPECT_EQ(status("../Agent.app/inside"), kErrSecCSSignatureFailed);
+  EXPECT_EQ(status("/proc/self/root" + directory_.Path("Agent.app/inside")),
+            kErrSecCSSignatureFailed);
 }
 
 class OpeningBundleTest : public testing::Test {

@@ -2,11 +2,13 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <filesystem>
 #include <memory>
 #include <string_view>
 
@@ -37,11 +39,51 @@ int BundleRoot::Open(const std::string& path) {
   return 0;
 }
 
-bool BundleRoot::Contains(int descriptor) const {
+std::optional<std::string> BundleRoot::Locate(int descriptor) const {
   const std::string location = LocationOf(descriptor);
-  if (location_.empty() || location.empty()) return false;
+  if (location_.empty() || location.empty()) return std::nullopt;
+  if (location == location_) return std::string();
   const std::string prefix = location_ == "/" ? location_ : location_ + "/";
-  return location == location_ || location.compare(0, prefix.size(), prefix) == 0;
+  if (location.compare(0, prefix.size(), prefix) != 0) return std::nullopt;
+  return location.substr(prefix.size());
+}
+
+bool BundleRoot::Reaches(const std::string& path, int descriptor) const {
+  constexpr int kMaxLinks = 40;  // as the kernel has it
+  int links = 0;
+  std::filesystem::path reached;
+  std::filesystem::path rest = path;
+  while (!rest.empty()) {
+    const std::filesystem::path name = *rest.begin();
+    if (name.is_absolute()) return false;
+    rest = rest.lexically_relative(name);
+    if (rest == ".") rest.clear();
+    if (name == "..") {
+      if (reached.empty()) return false;
+      reached = reached.parent_path();
+      continue;
+    }
+    char text[PATH_MAX];
+    const std::string next = reached / name;
+    const ssize_t length = readlinkat(directory_.Get(), next.c_str(), text, sizeof text);
+    if (length < 0) {
+      reached = next;
+    } else if (++links > kMaxLinks || length == ssize_t{sizeof text}) {
+      return false;
+    } else {
+      rest = std::filesystem::path(text, text + length) / rest;
+    }
+  }
+  struct stat found {};
+  struct stat opened {};
+  return fstatat(directory_.Get(), reached.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
+         fstat(descriptor, &opened) == 0 && found.st_dev == opened.st_dev &&
+         found.st_ino == opened.st_ino;
+}
+
+bool IsNeverSealed(const std::string& path) {
+  const std::string first = path.substr(0, path.find('/'));
+  return first == "_CodeSignature" || first == "CodeResources" || first == "_MASReceipt";
 }
 
 std::string PathOf(const Descriptor& file) { return kOpenFiles + std::to_string(file.Get()); }

@@ -1,6 +1,7 @@
 #ifndef PLATFORM_LINUX_CODE_SIGNING_BUNDLE_ROOT_H_
 #define PLATFORM_LINUX_CODE_SIGNING_BUNDLE_ROOT_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,13 +23,24 @@ class BundleRoot {
   /// A path of the open directory that stays valid when the directory is renamed.
   std::string Path() const { return PathOf(directory_); }
 
-  /// Whether an open file or directory lies below the directory, or is the directory.
-  bool Contains(int descriptor) const;
+  /// Returns where an open file or directory lies, relative to the directory: empty for the
+  /// directory itself, nothing for what lies elsewhere.
+  std::optional<std::string> Locate(int descriptor) const;
+
+  bool Contains(int descriptor) const { return Locate(descriptor).has_value(); }
+
+  /// Whether a path, relative to the directory, leads to an open file for whoever uses it: without
+  /// leaving the directory on the way, and without a link that depends on who follows it.
+  bool Reaches(const std::string& path, int descriptor) const;
 
  private:
   Descriptor directory_;
   std::string location_;  ///< of the directory when it was opened
 };
+
+/// Whether a path, relative to a resource root, is never sealed, whatever the rules: the signature
+/// itself, and the receipt of a store.
+bool IsNeverSealed(const std::string& path);
 
 /// Lists a directory, sorted, without "." and "..". Does not follow a symbolic link.
 /// @param parent an open directory, or AT_FDCWD, to which `path` is relative.

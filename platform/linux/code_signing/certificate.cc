@@ -131,6 +131,15 @@ bool HasUsableKey(const X509& certificate) {
          std::find(std::begin(kCurves), std::end(kCurves), curve) != std::end(kCurves);
 }
 
+std::uint64_t VerificationCost(const X509& certificate) {
+  constexpr int kUsualCurveBits = 256;
+  constexpr int kUsualModulusBits = 4096;
+  const EVP_PKEY* const key = X509_get0_pubkey(&certificate);
+  if (key == nullptr) return 1;
+  const int usual = EVP_PKEY_is_a(key, "EC") == 1 ? kUsualCurveBits : kUsualModulusBits;
+  return EVP_PKEY_get_bits(key) <= usual ? 1 : 4;
+}
+
 bool IsSelfSigned(const X509& certificate) {
   if (X509_NAME_cmp(X509_get_subject_name(&certificate), X509_get_issuer_name(&certificate)) != 0) {
     return false;

@@ -49,6 +49,10 @@ bool HasCostlyKey(std::string_view bytes);
 /// 8,192 bits and an exponent of at most 32 bits, or a NIST curve.
 bool HasUsableKey(const X509& certificate);
 
+/// Returns what a verification with the certificate's key costs: 1 for P-256 and RSA of usual
+/// sizes.
+std::uint64_t VerificationCost(const X509& certificate);
+
 /// Whether the certificate names itself as its issuer and its own key verifies its signature.
 bool IsSelfSigned(const X509& certificate);
 

@@ -27,8 +27,11 @@ class WorkBudget {
   /// Spends bytes of code and resources, once for each hash.
   void SpendHashing(std::uint64_t bytes) { Spend(hashing_, bytes); }
 
-  /// Spends one verification with a public key, or one certificate considered as an issuer.
-  void SpendVerification() { Spend(verifications_, 1); }
+  /// Spends verifications with a public key, or of certificates considered as issuers.
+  void SpendVerifications(std::uint64_t cost) { Spend(verifications_, cost); }
+
+  /// Spends the certificates in a message, each with a key to decode.
+  void SpendCertificates(std::uint64_t count) { Spend(certificates_, count); }
 
   /// Spends the bytes of a message, most of which are certificates to parse.
   void SpendMessage(std::uint64_t bytes) { Spend(messages_, bytes); }
@@ -56,6 +59,7 @@ class WorkBudget {
 
   std::uint64_t hashing_ = std::uint64_t{4} << 30;
   std::uint64_t verifications_ = 1000;
+  std::uint64_t certificates_ = 4000;
   std::uint64_t messages_ = std::uint64_t{4} << 20;
   std::uint64_t components_ = std::uint64_t{256} << 20;
   std::uint64_t nestedCode_ = 1000;

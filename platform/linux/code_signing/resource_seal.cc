@@ -86,9 +86,8 @@ class ResourceCheck {
                 CheckContext& context)
       : seal_(seal), version_(version), context_(context) {
     for (const PropertyListValue::Member& member : files.members) {
-      unseen_.emplace(member.first, &member.second);
+      sealed_.emplace(member.first, Sealed{&member.second});
     }
-    sealed_ = unseen_;
   }
 
   OsStatus Run(const std::string& root, const PropertyListValue& rules) {
@@ -106,7 +105,10 @@ class ResourceCheck {
   }
 
  private:
-  using Items = std::map<std::string_view, const PropertyListValue*>;
+  struct Sealed {
+    const PropertyListValue* value;
+    bool isSeen = false;
+  };
 
   /// One entry of a directory that is being walked.
   struct Entry {
@@ -126,8 +128,7 @@ class ResourceCheck {
 
   /// Whether a path is never part of a seal, whatever the rules say.
   bool IsExcluded(const std::string& path) const {
-    return path == "_CodeSignature" || path == "CodeResources" || path == "_MASReceipt" ||
-           path == mainExecutable_;
+    return IsNeverSealed(path) || path == mainExecutable_;
   }
 
   /// Whether the path itself, or anything below it, is sealed.
@@ -193,9 +194,10 @@ class ResourceCheck {
       const bool isIgnored = version_ == 1 && entry.isLink && !IsSealed(entry.path);
       return isIgnored ? kErrSecSuccess : Collect(kErrSecCSBadResource);
     }
-    unseen_.erase(found->first);
+    found->second.isSeen = true;
     SealedItem item;
-    if (const OsStatus status = ReadSealedItem(*found->second, item); status != kErrSecSuccess) {
+    if (const OsStatus status = ReadSealedItem(*found->second.value, item);
+        status != kErrSecSuccess) {
       return status;
     }
     if (item.requirement != nullptr) {
@@ -256,25 +258,28 @@ class ResourceCheck {
     std::vector<Digest> hashers;
     for (const HashType type : seal_.hashTypes) hashers.emplace_back(type);
     std::vector<char> chunk(std::size_t{64} << 10);
+    std::uint64_t size = 0;
+    if (const int error = file.Size(size); error != 0) return StatusFromErrno(error);
+    for (std::size_t i = 0; i < hashers.size(); ++i) context_.budget.SpendHashing(size);
     std::uint64_t offset = 0;
     std::size_t count = 0;
     do {
       if (const int error = file.ReadAt(offset, chunk.data(), chunk.size(), count); error != 0) {
         return StatusFromErrno(error);
       }
-      context_.budget.SpendHashing(count * hashers.size());
       for (Digest& hasher : hashers) hasher.Update(std::string_view(chunk.data(), count));
       offset += count;
-    } while (count == chunk.size());
+    } while (count == chunk.size() && offset <= size);  // it may grow
     for (Digest& hasher : hashers) digests.push_back(hasher.Finish());
     return kErrSecSuccess;
   }
 
   /// Reports sealed paths that the walk did not find.
   OsStatus CheckUnseen() {
-    for (const auto& [path, value] : unseen_) {
+    for (const auto& [path, sealed] : sealed_) {
+      if (sealed.isSeen) continue;
       SealedItem item;
-      if (const OsStatus status = ReadSealedItem(*value, item); status != kErrSecSuccess) {
+      if (const OsStatus status = ReadSealedItem(*sealed.value, item); status != kErrSecSuccess) {
         return status;
       }
       if (!item.isOptional) static_cast<void>(Collect(kErrSecCSBadResource));
@@ -285,8 +290,7 @@ class ResourceCheck {
   const ResourceSeal& seal_;
   const int version_;
   CheckContext& context_;
-  Items sealed_;
-  Items unseen_;
+  std::map<std::string_view, Sealed> sealed_;
   ResourceRules rules_;
   std::string root_;
   std::string mainExecutable_;  ///< relative to the root; empty when it lies elsewhere

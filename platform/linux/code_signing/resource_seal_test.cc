@@ -123,7 +123,7 @@ class ResourceSealTest : public testing::Test {
 
 TEST_F(ResourceSealTest, AllSealsOfACheckHaveOneBudget) {
   const std::string spaces(std::size_t{5} << 20, ' ');
-  for (int i = 0; i < 7; ++i) EXPECT_EQ(CheckUsual(spaces), kErrSecSuccess);
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(CheckUsual(spaces), kErrSecSuccess);
   EXPECT_EQ(CheckUsual(spaces), kErrSecCSBadDictionaryFormat);
 }
 

@@ -79,9 +79,10 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
   if (signers.empty()) return kErrSecCSSignatureFailed;
   const CmsSigner& signer = signers.front();
   const CertificateList certificates = message.Certificates();
+  context.budget.SpendCertificates(certificates.size());
   const CertificatePtr leaf = signer.FindCertificate(certificates);
   if (!leaf) return kErrSecCSSignatureFailed;
-  context.budget.SpendVerification();
+  context.budget.SpendVerifications(VerificationCost(*leaf));
   if (!signer.Verify(leaf, directories.Base().Blob())) return kErrSecCSSignatureFailed;
   std::optional<Timestamp> timestamp;
   if (const OsStatus status = CheckTimestamp(signer, context, timestamp);
