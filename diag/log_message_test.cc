@@ -1,7 +1,5 @@
 #include "diag/log_message.h"
 
-#include <cstdlib>
-
 #include "tests/support/tool_fixture.h"
 
 namespace {
@@ -29,15 +27,6 @@ TEST_F(LogMessageTest, NullLoggerBuildsNoText) {
   };
   Utils::LogMessage(nullptr, Costly());
   Utils::LogMessage(nullptr, []() -> std::string_view { return Costly(); });
-}
-
-TEST_F(LogMessageTest, TimeStampIsUtc) {
-  world.wallMicroseconds = 1709301909LL * 1000000 + 999999;
-  setenv("TZ", "XXX-5", 1);
-  EXPECT_EQ(Utils::GetUtcTime(), "2024-03-01 14:05:09");
-  setenv("TZ", "UTC", 1);
-  world.secondsAhead = std::int64_t{1} << 60;
-  EXPECT_EQ(Utils::GetUtcTime(), "Cannot retrieve time!");
 }
 
 }  // namespace

@@ -57,6 +57,16 @@ class LoggerTest : public testing::Test {
   bool isOwner_ = false;
 };
 
+TEST_F(LoggerTest, TimeStampIsUtc) {
+  fake::World& world = fake::World::Current();
+  world.wallMicroseconds = 1709301909LL * 1000000 + 999999;
+  setenv("TZ", "XXX-5", 1);
+  EXPECT_EQ(Utils::GetUtcTime(), "2024-03-01 14:05:09");
+  setenv("TZ", "UTC", 1);
+  world.secondsAhead = std::int64_t{1} << 60;
+  EXPECT_EQ(Utils::GetUtcTime(), "Cannot retrieve time!");
+}
+
 TEST_F(LoggerTest, LinesAreStampedAppendedAndFlushed) {
   const auto run = [this](const char* message) {
     Logger* const log = Logger::GetLogger(Directory());

@@ -24,8 +24,6 @@ namespace {
 /// Statuses of a run that are worth another try.
 constexpr int kInternalError = 1;
 constexpr int kTryAgain = 2;
-constexpr int kMaxTries = 5;
-constexpr unsigned kInternalErrorPause = 30;  // seconds
 
 /// Local time in ctime()'s form, which ends in a newline.
 std::string LocalTimeText() {
@@ -146,15 +144,15 @@ int Invocation::Start() {
   Log("Run async starts at ", LocalTimeText);
   const std::int64_t start = platform::WallClockMicroseconds();
 
-  for (int tryNumber = 1; tryNumber <= kMaxTries; ++tryNumber) {
+  for (int tryNumber = 1; tryNumber <= sdk::kMaxTries; ++tryNumber) {
     if (const int code = Connect(); code != kSuccess) return code;
     TryRun(tryNumber, action->second);
     if (apiError_ != kInternalError && apiError_ != kTryAgain) break;
     if (apiError_ == kInternalError) {
-      Log("AgentSDK error internal. Sleep ", kInternalErrorPause, " seconds");
-      platform::Sleep(kInternalErrorPause);
+      Log("AgentSDK error internal. Sleep ", sdk::kInternalErrorPause, " seconds");
+      platform::Sleep(sdk::kInternalErrorPause);
     }
-    if (tryNumber < kMaxTries && !Disconnect()) break;
+    if (tryNumber < sdk::kMaxTries && !Disconnect()) break;
   }
 
   Log("RunAsync elapsed time = ", SecondsSince(start), " seconds");

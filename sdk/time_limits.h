@@ -7,6 +7,10 @@
 
 namespace sdk {
 
+/// How often a call is tried, and the pause after a try that ended with the SDK's internal error.
+constexpr int kMaxTries = 5;
+constexpr unsigned kInternalErrorPause = 30;  // seconds
+
 /// Seconds that an SDK call may take to be answered.
 /// @param option the command option being run, in any letter case
 /// @param scanTimeout the limit of a watched scan; negative without one

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the tool from its package: install.sh PACKAGE
 set -euo pipefail
-# shellcheck source=packaging/macos/common.sh
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+# shellcheck source=packaging/macos/payload.sh
+source "$(dirname "${BASH_SOURCE[0]}")/payload.sh"
 
 need_usage 1 1 PACKAGE "$@"
 need_file "$1"

@@ -2,8 +2,8 @@
 # Has Apple notarise the package, and staples the ticket to it: notarize.sh PACKAGE PROFILE [KEYCHAIN]
 # `xcrun notarytool store-credentials PROFILE` creates the profile. KEYCHAIN defaults to the user's keychain.
 set -euo pipefail
-# shellcheck source=packaging/macos/common.sh
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+# shellcheck source=packaging/macos/payload.sh
+source "$(dirname "${BASH_SOURCE[0]}")/payload.sh"
 
 need_usage 2 3 "PACKAGE PROFILE [KEYCHAIN]" "$@"
 package=$1

@@ -3,8 +3,8 @@
 # The result is a distribution package, because device management requires one.
 set -euo pipefail
 here=$(dirname "${BASH_SOURCE[0]}")
-# shellcheck source=packaging/macos/common.sh
-source "$here/common.sh"
+# shellcheck source=packaging/macos/payload.sh
+source "$here/payload.sh"
 
 need_usage 2 2 "BINARY PACKAGE" "$@"
 binary=$1 package=$2
@@ -26,7 +26,7 @@ for row in "${payload[@]}"; do
   install -m "$mode" "$here/../../$source" "$work/payload/$name"
 done
 install -m 755 "$here/postinstall.sh" "$work/scripts/postinstall"
-install -m 644 "$here/common.sh" "$work/scripts/common.sh"
+install -m 644 "$here/payload.sh" "$work/scripts/payload.sh"
 pkgbuild --root "$work/payload" --install-location "$install_directory" --scripts "$work/scripts" \
   --ownership recommended --identifier "$identifier" --version "$version" --min-os-version 10.11 \
   "$work/packages/KXTool.pkg"

@@ -2,8 +2,8 @@
 # The system's installer runs this after it has copied the tool's folder. Links the report script, the manual
 # pages and the completions to where users expect them. Existing folders and files stay as they are.
 set -euo pipefail
-# shellcheck source=packaging/macos/common.sh
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+# shellcheck source=packaging/macos/payload.sh
+source "$(dirname "${BASH_SOURCE[0]}")/payload.sh"
 
 # make_folder PATH: creates the folder and its missing parents, and records each in $made_folders.
 make_folder() {

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Signs the tool with the maker's "Developer ID Application" identity in the keychain: sign.sh BINARY
 set -euo pipefail
-# shellcheck source=packaging/macos/common.sh
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+# shellcheck source=packaging/macos/payload.sh
+source "$(dirname "${BASH_SOURCE[0]}")/payload.sh"
 
 need_usage 1 1 BINARY "$@"
 binary=$1

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Removes the tool with its configuration, its logs, its documents and the links to them: uninstall.sh
 set -euo pipefail
-# shellcheck source=packaging/macos/common.sh
-source "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+# shellcheck source=packaging/macos/payload.sh
+source "$(dirname "${BASH_SOURCE[0]}")/payload.sh"
 
 need_usage 0 0 "" "$@"
 need_root

@@ -127,7 +127,7 @@ class NamesTest(EndToEndCase):
         self.assertEqual(pkginfo["version"], version)
         self.assertEqual(pkginfo["receipts"], [{"packageid": "com.corvane.KXTool", "version": version}])
         self.assertEqual(pkginfo["minimum_os_version"], info["LSMinimumSystemVersion"])
-        common = read("packaging/macos/common.sh")
+        common = read("packaging/macos/payload.sh")
         self.assertIn("identifier=com.corvane.KXTool\n", common)
         self.assertIn(f"install_directory={INSTALLED}\n", common)
 

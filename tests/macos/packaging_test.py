@@ -106,7 +106,7 @@ class PackagingTest(PackagingCase):
 
     def test_packages_the_folder_of_the_tool_and_no_other(self):
         self.make_package()
-        rows = subprocess.run(["bash", "-c", f'source {SCRIPTS}/common.sh; printf "%s\\n" "${{payload[@]}}"'],
+        rows = subprocess.run(["bash", "-c", f'source {SCRIPTS}/payload.sh; printf "%s\\n" "${{payload[@]}}"'],
                               check=True, capture_output=True, text=True).stdout.splitlines()
         self.assertGreaterEqual(len(rows), 5)
         expected = {"payload": 0o755, "KXTool": 0o755}

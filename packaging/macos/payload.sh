@@ -12,7 +12,7 @@ readonly install_directory=/usr/local/libexec/kxtool
 readonly -a payload=(
   'packaging/kxtool-report kxtool-report 755 /usr/local/bin/kxtool-report'
   'packaging/NOTICES NOTICES 644'
-  'packaging/macos/common.sh common.sh 644'
+  'packaging/macos/payload.sh payload.sh 644'
   'packaging/macos/uninstall.sh uninstall.sh 755'
   'docs/KXTool.1 KXTool.1 644 /usr/local/share/man/man1/KXTool.1'
   'docs/kxtool-report.1 kxtool-report.1 644 /usr/local/share/man/man1/kxtool-report.1'
