@@ -30,7 +30,7 @@ class EmptyCode : public DiskRepresentation {
   std::string MainExecutablePath() const override { return {}; }
 
  private:
-  const RandomAccessFile file_;
+  RandomAccessFile file_;
 };
 
 /// The contents of a test's CodeDirectory.
