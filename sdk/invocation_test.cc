@@ -219,7 +219,7 @@ TEST_F(InvocationTest, LimitOfAWatchedScanIsFollowedByOneMoreWait) {
 
 TEST_F(InvocationTest, BatchContextIsFreshAndTerminated) {
   std::fill(std::begin(Tool().batchContext), std::end(Tool().batchContext), 'x');
-  for (const std::uint64_t number : {1, 2}) {
+  for (const std::uint64_t number : {1U, 2U}) {
     Tool().CreateBatchContext();
     EXPECT_EQ(std::string(Tool().batchContext), fake::UuidText(number));
   }
