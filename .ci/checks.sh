@@ -18,7 +18,7 @@ check_layering() { /usr/bin/python3 tests/checks/layering.py; }
 # Checks that every test, bench and fuzz file is built.
 check_built_files() { /usr/bin/python3 tests/checks/built_files.py; }
 
-# Makes the reference of the headers. Fails if Doxygen warns.
+# Makes the API reference. Fails if Doxygen warns.
 check_reference() { mkdir -p build/docs && doxygen Doxyfile; }
 
 check_release() { build release; }

@@ -1,5 +1,5 @@
-// What simulated endpoints cannot show of the front end. tests/end_to_end/command_line_test.py has
-// the rest.
+// What simulated endpoints cannot show about the front end. tests/end_to_end/command_line_test.py
+// has the rest.
 
 #include <algorithm>
 #include <cctype>

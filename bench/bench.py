@@ -3,9 +3,9 @@
     bench.py [--build DIRECTORY] [--rounds-percent N] [ROW...]
 
 Each row compares a subject with a peer or a limit. Both run in alternation on this machine. The row has
-their medians, the median and the quartiles of the ratios of the single rounds, and the target. ROW is part
-of the name of a group of rows; by default, all rows are measured. --rounds-percent 10 makes a tenth of the
-rounds, to see that all rows still work. A full run of all rows also writes the table and the plot of
+their medians, the median and the quartiles of the ratios of the individual rounds, and the target. ROW is
+part of the name of a group of rows; by default, all rows are measured. --rounds-percent 10 runs a tenth of
+the rounds, to see that all rows still work. A full run of all rows also writes the table and the plot of
 docs/performance.md. The exit status is 1 when a ratio misses its target.
 """
 
@@ -93,7 +93,7 @@ class Bench:
             (size, statistics.median(subject) / statistics.median(peer)))
 
     def rounds(self, count: int) -> int:
-        """The number of rounds to make instead of `count`."""
+        """The number of rounds to run instead of `count`."""
         return max(3, count * self._percent // 100)
 
     def measure(self, commands: dict[str, list[str]], rounds: int,

@@ -1,5 +1,5 @@
 /* kx_minimal_client [LIBRARY]: asks the SDK for the product's status with the same calls as the
- * tool, but without signature check, time limit and log. Prints the size of the answer.
+ * tool, but without a signature check, a time limit or a log. Prints the size of the answer.
  * kx_checking_client also makes the bare signature check. Without a library both only start and
  * end, which shows the cost of that. */
 

@@ -1,6 +1,6 @@
 // Unpacking the SDK's answer, and the whole query for the features, against a copy of the text and
 // a bare parse. The time until a watched scan returns, against two hand-overs between threads,
-// which the path from the SDK's thread to the main thread needs at least; and the cost of unrelated
+// the least that the path from the SDK's thread to the main thread needs; and the cost of unrelated
 // events.
 
 #include <benchmark/benchmark.h>
@@ -116,7 +116,7 @@ void WatchedScan(benchmark::State& state) {
   }
 }
 
-/// What one thread gives and another awaits.
+/// A signal that one thread gives and another waits for.
 class HandOver {
  public:
   void Give() {

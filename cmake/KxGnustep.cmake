@@ -5,8 +5,8 @@ endif()
 set(CMAKE_OBJCXX_COMPILER_LAUNCHER ${CMAKE_CXX_COMPILER_LAUNCHER})
 find_path(KX_GNUSTEP_INCLUDE_DIR Foundation/Foundation.h PATH_SUFFIXES GNUstep REQUIRED)
 find_library(KX_GNUSTEP_LIBRARY gnustep-base REQUIRED)
-# The Objective-C runtime is a part of GCC and lies among its files. Clang gets the headers of the
-# runtime alone: it has its own for everything else.
+# The Objective-C runtime is part of GCC and lies among its files. Clang gets only the headers of
+# the runtime: it has its own for everything else.
 find_program(KX_GXX g++ REQUIRED)
 execute_process(COMMAND ${KX_GXX} -print-file-name=include
   OUTPUT_VARIABLE gcc_include_dir OUTPUT_STRIP_TRAILING_WHITESPACE)

@@ -58,7 +58,7 @@ elseif(APPLE)
   target_link_options(kx_tool_link INTERFACE -Wl,-dead_strip -Wl,-S -Wl,-x)
 endif()
 
-# What reads the embedded property list has it. On Linux it is a part of kx_platform.
+# Embeds the property list in the programs that read it. On Linux the list is part of kx_platform.
 add_library(kx_info_plist INTERFACE)
 if(APPLE)
   target_link_options(kx_info_plist INTERFACE
@@ -75,8 +75,9 @@ endfunction()
 set(KX_ROOMS kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 
 # kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests over the whole product,
-# with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those of
-# the pattern run first, and beside no other, since they need all processors for their threads.
+# with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those
+# that match the pattern run first and never alongside another test, since their threads need all
+# processors.
 function(kx_unit_tests name)
   if(NOT KX_TESTS OR KX_GNUSTEP)
     return()
@@ -93,10 +94,10 @@ function(kx_unit_tests name)
   endif()
 endfunction()
 
-# Code of tests is not optimised and keeps line numbers only: compiling it is most of a clean build.
+# Test code is not optimised and keeps only line numbers: compiling it is most of a clean build.
 add_library(kx_test_code INTERFACE)
 target_compile_options(kx_test_code INTERFACE -O0 -U_FORTIFY_SOURCE $<$<CONFIG:Debug>:-g1>)
-# By what tests that repeat themselves divide their repetitions.
+# The number by which tests that repeat something divide their repetitions.
 set(slowdown 1)
 if(KX_SANITIZE STREQUAL "thread")
   set(slowdown 50)
@@ -105,8 +106,8 @@ elseif(KX_SANITIZE)
 endif()
 target_compile_definitions(kx_test_code INTERFACE KX_SLOWDOWN=${slowdown})
 
-# kx_discover_tests(TARGET [ctest properties...] [TEST_FILTER PATTERN]): makes each case of a GoogleTest
-# program, or those of the pattern, a test.
+# kx_discover_tests(TARGET [ctest properties...] [TEST_FILTER PATTERN]): makes each case of a
+# GoogleTest program, or each that matches the pattern, a test of ctest.
 include(GoogleTest)
 function(kx_discover_tests target)
   target_link_libraries(${target} PRIVATE kx_test_code)

@@ -39,7 +39,8 @@ endfunction()
 
 kx_universal(universal ${CMAKE_BINARY_DIR} ${KX_MACOS_SDK}/usr/include/c++/v1)
 
-# Debian's headers count on its own libc++. Apple's, of whatever version, look at which libc++ the target has.
+# Debian's headers assume Debian's own libc++. Apple's, whatever their version, adapt to the libc++
+# of the target.
 set(newer ${CMAKE_BINARY_DIR}/newer-headers)
 file(CONFIGURE OUTPUT ${newer}/include/__config_site CONTENT
   "#include_next <__config_site>\n#undef _LIBCPP_HAS_NO_VENDOR_AVAILABILITY_ANNOTATIONS\n")

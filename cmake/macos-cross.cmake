@@ -29,9 +29,9 @@ endforeach()
 # more than the oldest one, or, put together from headers alone, none at all.
 set(CMAKE_EXE_LINKER_FLAGS_INIT
   "-fuse-ld=lld -B${tools_dir} -L${CMAKE_CURRENT_LIST_DIR}/macos-symbols")
-# A test program cannot be asked here which tests it has.
+# Test programs cannot run here, so they are not asked for their tests until ctest runs.
 set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
-# The stand-ins are only to be linked here, and may take whatever there is.
+# The stand-ins are only linked here, never run, so their symbols may stay undefined.
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "-fuse-ld=lld -B${tools_dir} -Wl,-undefined,dynamic_lookup")
 set(CMAKE_AR ${tools_dir}/llvm-ar)
 set(CMAKE_RANLIB ${tools_dir}/llvm-ranlib)

@@ -151,7 +151,7 @@ TEST_F(LoggerTest, LinesOfManyThreadsStayWhole) {
   EXPECT_EQ(count, 2000);
 }
 
-// A thread of the SDK may log to the last moment.
+// A thread of the SDK may log until the last moment.
 TEST_F(LoggerTest, LoggingWhileTheProcessExits) {
   const auto run = [this] {
     Logger* const log = Logger::GetLogger(Directory());

@@ -16,7 +16,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Runs the target on an exact-size buffer, so that the sanitizers detect reads behind the end.
+/// Runs the target on an exact-size buffer, so that the sanitizers detect reads past the end.
 void Run(const Bytes& bytes) { LLVMFuzzerTestOneInput(bytes.data(), bytes.size()); }
 
 /// Runs the target on the input, truncated or with one byte changed, at many places. They are

@@ -36,7 +36,7 @@ bool HasCriticalIssues(KXTool& tool, Logger* logger) {
   return true;
 }
 
-/// Who the endpoint is.
+/// The identifiers of the endpoint.
 struct Identity {
   std::string companyId;
   std::string groupId;

@@ -24,7 +24,7 @@ class DetectionTest : public fake::ProductFixture {
     EXPECT_EQ(result, record);
   }
 
-  /// Lets the services appear in the look of this number (from 1).
+  /// Makes the services appear in the look with this number (from 1).
   void ShowServicesInLook(std::size_t number) {
     world.looks = 0;
     world.sleeps.clear();

@@ -31,7 +31,7 @@ class FileStream {
     return character;
   }
 
-  // The rest of the stream concept is for the place of an error, which nobody asks for, and for
+  // The rest of the stream concept is for the position of an error, which is not used, and for
   // writing, which the parser does not do here.
   std::size_t Tell() const { return 0; }
   Ch* PutBegin() { return nullptr; }

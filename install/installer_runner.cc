@@ -57,9 +57,9 @@ class DiskImageInstall {
   int Attach();
   void Search();
   int CopyToDestination();
-  /// Keeps a configuration that is beside the image by now, or copies the image's there.
+  /// Keeps a configuration that already lies beside the image, or copies the image's own there.
   bool ProvideConfiguration();
-  /// Accepts the copied application, or takes everything back.
+  /// Accepts the copied application, or undoes everything done so far.
   int CheckApplication();
   int Install();
   void Detach();
@@ -110,7 +110,7 @@ int DiskImageInstall::CreateOutputFile() {
     Log("Cannot create temporary directory");
     return kENOENT;
   }
-  // The generator is never seeded, so runs count on from the same number.
+  // The generator is never seeded, so every run counts up from the same number.
   std::int32_t number = std::rand();
   int error = 0;
   do {
@@ -146,7 +146,7 @@ void DiskImageInstall::Search() {
   Log("Searching for app");
   const char* const extension = packageMode_ ? kPackageExtension : kApplicationExtension;
   platform::WalkTree(mountPoint_, [&](const std::string& path) {
-    // The product tests the path as it stands, within the working directory. That is why it finds
+    // The product tests the relative path against the working directory. That is why it finds
     // applications, which are directories on the image.
     if (platform::DirectoryExists(path)) return true;
     if (HasExtension(path, extension)) {
@@ -180,8 +180,8 @@ int DiskImageInstall::CopyToDestination() {
 }
 
 bool DiskImageInstall::ProvideConfiguration() {
-  // What was beside the image during the search can be gone: it may have been a link into the old
-  // item.
+  // What lay beside the image during the search may be gone by now: it may have been a link into
+  // the old item.
   if (platform::FileExists(destinationConfiguration_)) return true;
   return !configuration_.empty() &&
          platform::CopyTree(mountPoint_ + "/" + configuration_, destinationConfiguration_);
@@ -255,7 +255,7 @@ bool IsPresent(int code, const std::string& record) {
   return code != kSuccess && (state == "1|" || state == "2|");
 }
 
-/// What runs the installation of `itemPath`. @return 0, or 2 when an application has no executable.
+/// Sets up the installation of `itemPath`. @return 0, or 2 when an application has no executable.
 int MakeInstallTask(const char* itemPath, bool usePackageInstaller, platform::Task& task) {
   if (usePackageInstaller) {
     task = {kPackageInstaller, {"-pkg", itemPath, "-target", "/"}, {}};

@@ -57,7 +57,7 @@ class InstallerRunnerTest : public fake::ProductFixture {
     return code;
   }
 
-  /// ... and compares code and whole log.
+  /// As above, and compares the code and the whole log.
   void Expect(bool packageMode, const std::string& path, int code, const Lines& lines) {
     EXPECT_EQ(Install(packageMode, path), code);
     EXPECT_THAT(TakeLog(), ElementsAreArray(lines));

@@ -8,15 +8,15 @@
 
 namespace install {
 
-/// Sets of service process names, any one of which is a running product; keyed by group number.
+/// Sets of service process names, keyed by group number. Any one set makes up a running product.
 using ServiceTable = std::unordered_map<int, std::unordered_set<std::string>>;
 
 /// The product's two layouts of services.
 ServiceTable MakeServiceTable();
 
-/// Whether as many of the running processes bear a name of one group as the group has names. It is
-/// the processes that are counted, not the distinct names: two of the same name count twice, and
-/// one too many is as wrong as one too few.
+/// Whether, for one of the groups, exactly as many running processes have a name from the group as
+/// the group has names. Processes are counted, not distinct names: two with the same name count
+/// twice, and one too many is as wrong as one too few.
 bool IsGroupRunning(const ServiceTable& services, const std::vector<std::string>& processNames);
 
 }  // namespace install

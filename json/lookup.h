@@ -7,8 +7,8 @@
 
 #include "json/document.h"
 
-/// Look-ups in JSON values of any shape. Whatever is absent or of another type than the one asked
-/// for yields null or nothing, and no assertion of the JSON library can be reached. Results live as
+/// Look-ups in JSON values of any shape. What is absent, or is not of the requested type, yields
+/// null or nothing, and no assertion of the JSON library can be reached. Results live as
 /// long as the value. Names are compared exactly, by length; of members with the same name the
 /// first one counts.
 
@@ -20,8 +20,8 @@ inline std::string_view TextOf(const rapidjson::Value& string) {
 }
 
 /// Returns the member `name` of `value`, which is const if `value` is; null when `value` is not an
-/// object. Comparing with a constant name takes a few instructions, which counts in answers with a
-/// hundred thousand members.
+/// object. Comparing with a constant name takes a few instructions, which matters in answers with
+/// a hundred thousand members.
 template <typename Value>
 auto FindMember(Value& value, std::string_view name) -> decltype(&value.MemberBegin()->value) {
   if (!value.IsObject()) return nullptr;

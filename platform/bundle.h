@@ -15,8 +15,7 @@ std::optional<std::string> MainBundleText(const std::string& key);
 /// Path of the main executable of the application bundle at `bundlePath` (a directory).
 ///
 /// @return nothing when `bundlePath` is not a bundle or its information dictionary names no
-/// existing
-///     executable file.
+///     existing executable file.
 std::optional<std::string> ApplicationExecutable(const std::string& bundlePath);
 
 }  // namespace platform

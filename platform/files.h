@@ -73,7 +73,7 @@ struct FileTraits {
 };
 
 /// A file open for reading. Neither opening nor reading blocks, whatever kind of file it is: a pipe
-/// ends with what it holds at the moment.
+/// ends after what it holds when it is read.
 class InputFile {
  public:
   int Open(const std::string& path);
@@ -121,13 +121,13 @@ bool CopyTree(const std::string& source, const std::string& destination);
 /// @return false when part of it remains, or when nothing was there.
 bool RemoveTree(const std::string& path);
 
-/// NSFileManager's estimate whether the user may delete `path` (a link itself, not what it points
-/// at), from the permissions of its directory; false when nothing is there.
+/// NSFileManager's estimate of whether the user may delete `path` (a link itself, not what it
+/// points at), from the permissions of its directory; false when nothing is there.
 bool IsDeletable(const std::string& path);
 
-/// Visits everything below the directory `root`, each directory before its contents and these
-/// before its next neighbour. Of symbolic links only `root` itself is followed; what cannot be read
-/// is skipped.
+/// Visits everything below the directory `root`, each directory before its contents, and
+/// those before its next sibling. Does not follow symbolic links, except `root` itself; skips what
+/// cannot be read.
 /// @param visit receives each path relative to `root`; it returns false to stop.
 void WalkTree(const std::string& root,
               const std::function<bool(const std::string& relativePath)>& visit);
@@ -147,7 +147,7 @@ std::string PathExtension(const std::string& path);
 /// what lies in the root.
 std::string ParentPath(const std::string& path);
 
-/// `component` below `directory`, with one slash between them; one alone when the other is empty.
+/// `component` below `directory`, with one slash between them; if either is empty, just the other.
 std::string JoinPath(const std::string& directory, const std::string& component);
 
 }  // namespace platform

@@ -51,7 +51,7 @@ bool IsLater(const platform::FileTime& time, const platform::FileTime& other) {
          (time.seconds == other.seconds && time.nanoseconds > other.nanoseconds);
 }
 
-/// Takes over the entry `name` of the directory when it is the newest summary of its kind so far.
+/// Records the entry `name` of the directory when it is the newest summary of its kind so far.
 /// @return 0, or the errno of a failure to read the entry's status
 int ConsiderEntry(const char* name, ScanReports& reports) {
   const std::string_view piece = SecondPiece(name);

@@ -12,7 +12,7 @@ const char* AttributeText(const rapidxml::xml_node<>& node, const char* name) {
   return attribute == nullptr || attribute->value_size() == 0 ? nullptr : attribute->value();
 }
 
-/// atol() of a 64-bit platform: saturates, and reads no digits as 0.
+/// atol() of a 64-bit platform: saturates, and yields 0 when there are no digits.
 std::int64_t LeadingNumber(const char* text) { return std::strtoll(text, nullptr, 10); }
 
 /// startTime × 1000 + duration in two's complement, then in whole seconds.

@@ -6,7 +6,7 @@
 
 namespace queries {
 
-/// What became of reading a scan summary.
+/// The outcome of reading a scan summary.
 enum class SummaryResult {
   kRead,
   kNoRoot,         ///< no element at all
@@ -17,10 +17,10 @@ enum class SummaryResult {
 
 /// Reads the end of a scan from the text of its summary, an XML document.
 ///
-/// @param xml is parsed in place and of no use afterwards
+/// @param xml is parsed in place and unusable afterwards
 /// @param endTime receives startTime (seconds) plus duration (milliseconds), in whole seconds,
 ///     truncated toward zero; the sum wraps around in 64 bits. Only for kRead.
-/// @throws rapidxml::parse_error for text that is not XML. Nesting beyond all reason exhausts the
+/// @throws rapidxml::parse_error for text that is not XML. Extremely deep nesting exhausts the
 ///     stack.
 SummaryResult ReadScanSummary(std::string& xml, std::int64_t& endTime);
 

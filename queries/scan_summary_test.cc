@@ -18,7 +18,7 @@ void ExpectRead(std::string text, std::int64_t endTime) {
   EXPECT_EQ(time, endTime);
 }
 
-/// Reads `text`, which is XML of no use, and expects the time to be left alone.
+/// Reads `text`, which is XML but not a usable summary, and expects the time to be left alone.
 void ExpectUnusable(std::string text, SummaryResult problem) {
   SCOPED_TRACE(text);
   std::int64_t time = 4711;

@@ -68,10 +68,10 @@ TEST_P(StatusQueryTest, DeepNestingIsHarmless) {
   EXPECT_EQ(code, GetParam().name == "GetUpdateStatus" ? 3 : 0);
 }
 
-/// The guard of the walks, tested by letting one allocation after another fail.
+/// The guard of the walks, tested by making one allocation after another fail.
 class GuardTest : public StatusQueryTest {
  protected:
-  /// What one run came to.
+  /// The outcome of one run.
   struct Run {
     bool escaped;  ///< with an exception
     int code;
@@ -80,7 +80,7 @@ class GuardTest : public StatusQueryTest {
   };
 
   /// Runs the query over kRichOutput. The `number`th allocation after the product has answered
-  /// fails, if there are so many.
+  /// fails, if there are that many.
   Run RunFailing(std::size_t number, Logger* log) {
     world.whenWaiting.push_back([this, number] {
       sdk.Complete(sdk.Batch().c_str(), 0, fake::Answer(kRichOutput).c_str());

@@ -37,7 +37,7 @@ constexpr QueryLines kLastUpdateLines = {"Failed to execute method. Error code: 
                                          "Invalid JSON",
                                          "Finished retrieving last update with error code: "};
 
-/// Seconds after which an update that last succeeded then is stale.
+/// An update is stale this many seconds after its last success.
 constexpr double kStaleAfter = 48.0 * 60 * 60;
 
 /// The error of a location's most recent update, when there is one and it is a failure.
@@ -78,7 +78,7 @@ bool AppendNumber(std::string& text, const char* separator, const std::optional<
   return true;
 }
 
-/// Appends the fields of a location's most recent update, each whatever became of the others.
+/// Appends the fields of a location's most recent update, each even if others are missing.
 /// @return the code
 int AppendUpdateState(const Value& update, std::string& text, Logger* logger) {
   const bool hasError = AppendNumber(text, "", json::FindInt32(update, "error"), "error", logger);
@@ -104,9 +104,9 @@ int WalkUpdateStatus(const Value& output, const char* name, std::string& result,
   return code;
 }
 
-/// Whether the update of a location speaks against the product being up to date.
+/// Whether the update of a location shows that the product is not up to date.
 bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>& goodErrors) {
-  // Both must be there for the update to be judged, of whatever type they are.
+  // The update is judged only if it has both members, whatever their types.
   if (json::FindMember(update, "error") == nullptr ||
       json::FindMember(update, "lastSucceededTime") == nullptr) {
     return false;

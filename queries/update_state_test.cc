@@ -15,7 +15,7 @@ using fake::UpdateStatus;
 /// The wall clock of the fake world, in whole seconds.
 constexpr long long kNow = 1700000000;
 
-/// Outputs in which "Locations" is absent or no object.
+/// Outputs in which "Locations" is absent or not an object.
 const std::vector<std::string> kWithoutLocations = {
     R"({})",
     R"({"locations":{"a":{"update":{"error":1}}}})",

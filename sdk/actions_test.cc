@@ -1,5 +1,5 @@
-// What simulated endpoints cannot show of updates and scans. tests/end_to_end/actions_test.py has
-// the whole logs.
+// What simulated endpoints cannot show about updates and scans. tests/end_to_end/actions_test.py
+// has the whole logs.
 
 #include <thread>
 

@@ -7,14 +7,14 @@
 
 #include "platform/dynamic_library.h"
 
-/// Binary interface of the product's SDK library. It must match the product's, to the byte.
+/// Binary interface of the product's SDK library. It must match the product's byte for byte.
 extern "C" {
 
 using ProductEventCallback = void (*)(void* context, const char* eventName, const char* eventData);
 using RanCallback = void (*)(void* context, const char* batchContext, int error,
                              const char* result);
 
-/// What a client registers. The SDK calls on its own threads.
+/// What a client registers. The SDK calls the functions on its own threads.
 struct AgentSDKCallbacks {
   std::uint32_t size;     ///< of this record
   std::uint32_t padding;  ///< 0, so that no stack contents reach the SDK
@@ -46,7 +46,7 @@ class Instance {
   void Release();
   bool IsHeld() const { return table_ != nullptr; }
 
-  /// Starts a request. The instance must be held, for this and the next two.
+  /// Starts a request. For this and the next two functions, an instance must be held.
   int RunAsync(const char* requestJson, const char* batchContext);
   int Register(const AgentSDKCallbacks& callbacks, void* context);
   int Unregister(const AgentSDKCallbacks& callbacks);

@@ -47,7 +47,7 @@ class Product {
     thread_.join();
   }
 
-  /// Lets the thread do `action`. Called once in a call to the tool, from the run.
+  /// Makes the thread do `action`. Called once per call to the tool, from within the run.
   void Begin(std::function<void()> action) {
     {
       const std::lock_guard<std::mutex> lock(lock_);
@@ -102,7 +102,7 @@ class ConcurrencyTest : public fake::ToolFixture {
     sdk.Install();
   }
 
-  /// Spends a random time, from nothing to some dozen microseconds.
+  /// Spends a random time, from nothing to a few dozen microseconds.
   void Dawdle(std::mt19937& random) {
     const unsigned turns = static_cast<unsigned>(random()) % (1U << (random() % 15));
     for (volatile unsigned turn = 0; turn < turns; turn = turn + 1) {
@@ -161,8 +161,8 @@ TEST_F(ConcurrencyTest, NoWatchedScanMissesItsEvent) {
   }
 }
 
-// The SDK refuses the run, while events come nevertheless: the call has to end the event thread,
-// which may be about to wait, at work or done.
+// The SDK refuses the run, but events arrive all the same: the call has to end the event thread,
+// which may be about to wait, busy or done.
 TEST_F(ConcurrencyTest, NoRefusedScanLeavesItsEventThread) {
   Product product([this] { sdk.Raise(kUnrelated); });
   const int count = CallCount(20000);

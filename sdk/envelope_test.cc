@@ -54,7 +54,7 @@ TEST_F(EnvelopeTest, GoodAnswer) {
   EXPECT_THAT(TakeLog(), ElementsAreArray(kSteps));
 }
 
-/// Answers that are rejected after so many steps, with this reason.
+/// Answers that are rejected after this many steps, for this reason.
 struct Rejection {
   std::ptrdiff_t steps;
   const char* reason;
@@ -156,7 +156,7 @@ TEST_F(EnvelopeTest, ErrorOfTheMethod) {
   for (const auto& [text, number] : errors) {
     SCOPED_TRACE(text);
     output.SetString("before");
-    // Without a look at "output".
+    // "output" is not looked at.
     EXPECT_EQ(Unpack(Results("{\"error\":" + text + "}")), number);
     EXPECT_THAT(TakeLog(), ElementsAreArray(StepsTo(5, "Response error code : " + text)));
     EXPECT_EQ(TextOf(output), "\"before\"");

@@ -1,5 +1,5 @@
-// What simulated endpoints cannot show of an SDK call. tests/end_to_end/invocation_test.py has the
-// whole logs.
+// What simulated endpoints cannot show about an SDK call. tests/end_to_end/invocation_test.py has
+// the whole logs.
 
 #include "json/document.h"
 #include "sdk/method_catalogue.h"
@@ -54,7 +54,7 @@ TEST_F(InvocationTest, SendsTheRequestOfTheMethod) {
     EXPECT_EQ(sdk.Requests().back(), request);
   }
   EXPECT_EQ(sdk.LastRegistered().context, &Tool());
-  // The end-to-end tests see the other four.
+  // The end-to-end tests cover the other four.
   EXPECT_STREQ(agentsdkMethods.at("kx.Product.Configuration.GetSkyloftIdentity"),
                "{ \"type\": \"agentsdk\", \"data\": { \"kx.Product.Configuration\":[ { "
                "\"@name\":\"GetSkyloftIdentity\", \"input\":{} } ] } }");
@@ -134,7 +134,7 @@ TEST_P(RetryTest, RunSucceedsInTheEnd) {
 TEST_P(RetryTest, FailingUnregistrationEndsTheRetriesAndKeepsTheRunsStatus) {
   for (const int status : {1, 2}) {
     sdk.runStatuses = GetParam();
-    if (sdk.runStatuses.size() == 4) sdk.runStatuses.pop_back();  // the fifth try has no next one
+    if (sdk.runStatuses.size() == 4) sdk.runStatuses.pop_back();  // no try follows the fifth
     sdk.unregisterStatuses.assign(sdk.runStatuses.size(), 0);
     sdk.runStatuses.push_back(status);
     sdk.unregisterStatuses.insert(sdk.unregisterStatuses.end(), {8, 4});

@@ -48,8 +48,8 @@ void CallbackGate::Close(KXTool& tool) {
 void CallbackGate::AwaitDelivered() {
   GateState& gate = Gate();
   std::unique_lock<std::mutex> lock(gate.lock);
-  // Nobody notifies `pause`: a callback that woke this thread up could lose the processor to it
-  // just before it has returned.
+  // `pause` is never notified: a callback that woke this thread up could lose the processor to it
+  // just before returning.
   while (gate.delivered != 0) {
     platform::WaitUntil(gate.pause, lock, platform::MonotonicNow() + std::chrono::milliseconds(1));
   }

@@ -19,7 +19,7 @@ std::optional<long long> OutcomeOf(const std::string& eventName) {
 }
 
 /// Notifies all waiters after a flag was changed without the lock. A waiter that tested the flag
-/// before the change is asleep once the lock could be acquired.
+/// before the change is asleep by the time the lock is acquired.
 void NotifyThroughLock() {
   { const std::lock_guard<std::mutex> lock(locker); }
   cv.notify_all();

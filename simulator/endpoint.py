@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Runs the tool, or any command, on a simulated endpoint that is made for the one run.
+"""Runs the tool, or any command, on a simulated endpoint that is made for this one run.
 
 usage: ./kx run [OPTION...] -TOOLOPTION [WORD...]    run the tool
        ./kx run --list-scenarios [WORD]              list the scenarios, or those about WORD
@@ -19,7 +19,7 @@ scenarios have such files already, in /demo:
 
   ./kx run --scenario installer -runInstaller /demo/package-image/Setup.iso
 
-Standard output and exit status are those of the tool or the command; 128 and the number of a signal
+Standard output and exit status are those of the tool or the command; 128 plus the number of a signal
 that ended it; 125 if there is no endpoint. On a terminal, standard error names the exit status of
 the tool.
 """

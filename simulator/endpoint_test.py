@@ -176,9 +176,9 @@ class Commands(unittest.TestCase):
 
     def on_terminal(self, typed, *words):
         """The exit status of an endpoint on a terminal, and what is shown there. Each pair of
-        `typed` is what is waited for, and what is typed then.
+        `typed` has the text to wait for, and the text to type then.
 
-        The status is 99 if the terminal does not belong to its user again afterwards.
+        The status is 99 if the terminal has not been given back afterwards.
         """
         process, terminal = pty.fork()
         if process == 0:  # as a shell without job control
@@ -291,7 +291,7 @@ class InPlace(unittest.TestCase):
 
     @classmethod
     def own_program_folders(cls):
-        """Makes the folders of programs writable: in their place come folders of links."""
+        """Makes the folders of programs writable by replacing them with folders of links."""
         words = ["--ro-bind", "/usr", "/run/host/usr"]
         for name in ("bin", "sbin"):
             folder = tempfile.TemporaryDirectory()  # pylint: disable=consider-using-with

@@ -64,7 +64,7 @@ class Endpoint:
         """Runs the tool with `words` while the services of the product run.
 
         `sleep_divisor` divides its sleeps. `streams` are stdin, stdout, stderr and timeout as for
-        subprocess.run(). Returns the exit status, or 128 and the number of the signal that ended
+        subprocess.run(). Returns the exit status, or 128 plus the number of the signal that ended
         the tool.
         """
         environment = {} if sleep_divisor is None else faster_sleeps(sleep_divisor)
@@ -156,7 +156,7 @@ def _run_in_place(first: list[str], **streams: Any) -> int:
 
 
 def _environment(temporary_files: str) -> dict[str, str]:
-    """By its folder for temporary files, the next command finds a process that is left behind."""
+    """With this TMPDIR, the next command can find a process that was left behind."""
     return {**os.environ, "TMPDIR": temporary_files}
 
 

@@ -16,7 +16,7 @@ _STATE = pathlib.Path("/run/kxtool-endpoint")
 
 
 class ClaimError(Exception):
-    """Something else has a path that an endpoint needs."""
+    """Something else occupies a path that an endpoint needs."""
 
 
 @contextlib.contextmanager

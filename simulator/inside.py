@@ -14,7 +14,7 @@ _STREAMS_TO_NOTHING = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0)
                        for number in range(3)]
 # The signals that Python ignores and other programs do not.
 _IGNORED_SIGNALS = (SIGPIPE, SIGXFSZ)
-# The signals of a terminal, for the command, and those of passing the terminal on.
+# The signals that a terminal sends to the command, and those that arise when the terminal is handed over.
 _TERMINAL_SIGNALS = (SIGINT, SIGTSTP, SIGTTOU)
 
 
@@ -22,7 +22,7 @@ def run(command: list[str], services: list[dict], directory: str,
         environment: dict[str, str]) -> int:
     """Runs `command` in `directory` while `services` run.
 
-    Returns its exit status, or 128 and the number of the signal that ended it, as shells do.
+    Returns its exit status, or 128 plus the number of the signal that ended it, as shells do.
     """
     running: list[int] = []
     try:

@@ -4,8 +4,8 @@
     job.py LOG COMMAND...
 
 Its output goes to the file LOG, and every 15 seconds the latest line is shown. A LOG of - leaves the
-output where it is. Whatever ends this program, or the one whose number KX_PARENT is and which has started
-it, ends the command.
+output where it is. When this program or its parent, whose process number is
+in KX_PARENT, ends, the command is ended, too.
 """
 
 import ctypes
@@ -61,7 +61,7 @@ def main(log: str, *command: str) -> int:
     """Runs the command; returns its exit status."""
     with temporary.folder() as folder:
         try:
-            # The terminal does not reach a new session; all of it gets SIGINT at the end.
+            # The terminal does not signal a new session; at the end, all its processes get SIGINT.
             process = subprocess.Popen(
                 command, stdin=subprocess.DEVNULL, start_new_session=True,
                 env={**os.environ, "TMPDIR": str(folder), "TEST_TMPDIR": str(folder)},
@@ -81,7 +81,7 @@ if __name__ == "__main__":
     try:
         ctypes.CDLL(None).prctl(_PR_SET_PDEATHSIG, signal.SIGTERM)
         if os.environ.pop("KX_PARENT", str(os.getppid())) != str(os.getppid()):
-            raise Ended(signal.SIGTERM)  # the parent ended before
+            raise Ended(signal.SIGTERM)  # the parent has already ended
         sys.exit(main(*sys.argv[1:]))
     except Ended as ended:
         signal.signal(ended.args[0], signal.SIG_DFL)

@@ -1,4 +1,4 @@
-"""Keeps things in the build folder that take time to make."""
+"""Keeps, in the build folder, things that take time to make."""
 
 import fcntl
 import os

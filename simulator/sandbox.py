@@ -29,7 +29,7 @@ _ISOLATION = (
 # The files of /etc that programs need.
 _ETC = ("alternatives", "group", "hosts", "ld.so.cache", "ld.so.conf", "ld.so.conf.d", "localtime",
         "nsswitch.conf", "passwd", "ssl", "timezone")
-# The folders that have folders of the machine and of the endpoint.
+# The folders that contain folders of both the machine and the endpoint.
 _SHARED = ("dev", "etc", "usr")
 _USR_LINKS = ("/bin", "/sbin", "/lib", "/lib32", "/lib64", "/libx32")
 

@@ -34,7 +34,7 @@ def folder() -> Iterator[pathlib.Path]:
             with _locked(place):
                 made.mkdir(0o711)  # some tests switch to other users
                 lock.enter_context(_locked(made))
-            inner = made / "files"  # can itself be a place that is locked at times
+            inner = made / "files"  # as the TMPDIR of further commands, it is locked at times
             inner.mkdir(0o711)
             yield inner
         finally:
@@ -48,7 +48,7 @@ def remove_leftovers() -> None:
     for place in {_place(), tempfile.gettempdir(), _MEMORY}:
         for path in pathlib.Path(place).glob(f"{_PREFIX}*"):
             with contextlib.suppress(OSError):  # in use, another user's, or removed
-                with _locked(place):  # so that it is not new and about to be locked
+                with _locked(place):  # so that it cannot be a new one that is not locked yet
                     with _locked(path, wait=False):
                         if path.stat().st_uid == os.getuid():
                             end_processes((f"{path}/",))

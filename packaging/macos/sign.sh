@@ -17,7 +17,7 @@ identity=$(find_identity codesigning "Developer ID Application")
 # validation allows them, and the tool must not load any others.
 codesign --force --timestamp --options runtime --identifier "$identifier" --sign "$identity" "$binary"
 codesign --verify --strict --all-architectures --verbose=2 "$binary"
-# Captured whole: with a pipe to grep -q, codesign could end by SIGPIPE.
+# Captured whole: with a pipe to grep -q, SIGPIPE could end codesign.
 signature=$(codesign --display --verbose=2 "$binary" 2>&1)
 [[ $'\n'$signature$'\n' == *$'\n'"TeamIdentifier=$team"$'\n'* ]] ||
   fail "$binary is signed, but not by team $team"

@@ -14,7 +14,7 @@ namespace {
 constexpr std::uint64_t kMaxInformationSize = std::uint64_t{4} << 20;
 
 struct LayoutPaths {
-  const char* marker;  ///< the subdirectory that tells the layout
+  const char* marker;  ///< the subdirectory that identifies the layout
   const char* resourceRoot;
   const char* informationDirectory;
   const char* executableDirectories[3];  ///< in order of preference; null when there are fewer
@@ -53,7 +53,7 @@ bool IsDirectoryOrLink(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && (S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode));
 }
 
-/// @return the position in `layouts` of the layout whose marker has this name, or their number.
+/// @return the index in `layouts` of the layout whose marker has this name, or the number of them.
 template <std::size_t count>
 std::size_t RankOfMarker(const LayoutPaths* const (&layouts)[count], const char* name) {
   std::size_t rank = 0;

@@ -28,7 +28,7 @@ struct BundleLayout {
 };
 
 /// @param directory without slashes at the end, unless it is the root.
-/// @param lists pays for the Info.plist. Once it is exceeded, layouts have no information.
+/// @param lists the budget for the Info.plist. Once it is exceeded, layouts have no information.
 BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& lists);
 
 }  // namespace platform

@@ -29,7 +29,7 @@ bool ReadBinaryPropertyList(std::string_view bytes, PropertyListBudget& budget,
 /// @return false when it is zero, a surrogate or not Unicode, which makes the text invalid.
 bool AppendUtf8(std::uint32_t character, std::string& text);
 
-/// Replaces the first value of a repeated key by the last.
+/// Replaces the first value of a repeated key with the last.
 void MergeRepeatedKeys(std::vector<PropertyListValue::Member>& members);
 
 }  // namespace platform

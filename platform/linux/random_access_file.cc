@@ -39,7 +39,7 @@ int RandomAccessFile::ReadAt(std::uint64_t offset, void* buffer, std::size_t cap
   constexpr auto kLastOffset = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
   count = 0;
   while (count < capacity) {
-    // An offset beyond the range of the type is behind the end of every file.
+    // An offset beyond the range of the type is past the end of every file.
     if (offset > kLastOffset || count > kLastOffset - offset) return 0;
     const auto position = static_cast<off_t>(offset + count);
     const ssize_t got = RetryOnSignal([&] {

@@ -15,7 +15,7 @@ namespace platform {
 constexpr std::uint64_t kMaxPieceSize = 64U << 20U;
 
 /// A file that is opened once and read at explicit offsets. A file that shrinks meanwhile gives
-/// short reads. Reading is thread-safe. Moves only.
+/// short reads. Reading is thread-safe. Move-only.
 class RandomAccessFile {
  public:
   RandomAccessFile() = default;

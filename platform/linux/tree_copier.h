@@ -12,7 +12,7 @@
 namespace platform {
 
 /// Copies a file, a symbolic link or a directory with everything below it. Every step starts at an
-/// open directory and follows no link, so that files exchanged meanwhile cannot redirect the copy.
+/// open directory and follows no link, so that files replaced meanwhile cannot redirect the copy.
 class TreeCopier {
  public:
   /// Copies `source` to the new name `destination`. Neither may end in a slash.

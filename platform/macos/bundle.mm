@@ -37,7 +37,7 @@ std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) 
   @autoreleasepool {
     NSString* const given = ToNsString(bundlePath);
     if ([given length] == 0) return std::nullopt;
-    // The workspace takes a relative path as a name and may find another application.
+    // The workspace takes a relative path for a name and may find another application.
     NSString* const path = [[NSURL fileURLWithPath:given] path];
     NSString* const known = FullPathForApplication(path);
     // The workspace may not know an application that was copied a moment ago.

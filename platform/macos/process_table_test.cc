@@ -20,7 +20,7 @@ std::string argumentArea;
 
 std::string BytesOf(int number) { return {reinterpret_cast<const char*>(&number), sizeof number}; }
 
-/// What the kernel answers to a name of so many words.
+/// What the kernel answers for a name of `length` integers.
 std::string Answer(unsigned length) {
   if (length == 2) return BytesOf(4096);  // the size of the largest argument area
   if (length == 3) return argumentArea;

@@ -18,8 +18,8 @@
 namespace simulator {
 namespace {
 
-/// An instance, of which clients get a new one for every try of a run. They use the pointer to it
-/// as a pointer to its function table, so that must be the first member.
+/// An instance. Clients get a new one for every try of a run. They use the pointer to it as a
+/// pointer to its function table, so the table must be the first member.
 struct Instance {
   FunctionTable table;
   int number;                      ///< counted from 1

@@ -85,7 +85,7 @@ class Media:
                 archive.add(folder, "payload")
 
     def write_application(self, path: pathlib.Path, signature: str = "maker") -> None:
-        """Writes the setup downloader's application bundle with a signature of the scenarios' kinds."""
+        """Writes the setup downloader's application bundle with one of the scenarios' kinds of signatures."""
         contents = path / "Contents"
         executable = contents / "MacOS" / "Setup Downloader"
         for folder in (executable.parent, contents / "Resources"):
@@ -160,7 +160,7 @@ class Media:
         (folder / "Setup Downloader.app/Contents/MacOS/Setup Downloader").unlink()
 
 
-# The makers of the contents of the demonstration images.
+# The functions that make the contents of the demonstration images.
 _CONTENTS = {
     "package-image": Media._fill_with_package,
     "nested-image": Media._fill_with_much,

@@ -3,8 +3,8 @@
 
     installer -pkg PACKAGE -target /
 
-A package is a tar archive: `package.json` says what the product consists of, `payload/` holds its
-files. Whoever the endpoint belongs to is in the file installer.xml beside the package.
+A package is a tar archive: `package.json` says what the product consists of, and `payload/` holds its
+files. The file installer.xml beside the package says to whom the endpoint belongs.
 """
 
 import json
@@ -60,8 +60,8 @@ def _configure(path, owner):
 def _start(services):
     """Starts the services; on return, they are in the process table under their names.
 
-    They live on when the installer has ended, so they are started by a process that ends at once.
-    The kernel tells a service of the death of its parent, which must be the new one by then.
+    They outlive the installer, so they are started by a process that ends at once. The kernel notifies
+    a service when its parent dies, so the service must already have its new parent when it starts.
     """
     reading, writing = os.pipe()  # closed in a child when its program starts
     starter = os.fork()

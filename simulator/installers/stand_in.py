@@ -17,7 +17,7 @@ def record(what, arguments):
     call = {"what": what, "arguments": arguments, "directory": os.getcwd(),
             "descriptors": _descriptors()}
     line = (json.dumps(call) + "\n").encode()
-    # One call for each line keeps the lines of several programs apart.
+    # Writing each line in one call keeps the lines of several programs apart.
     file = os.open(_CALL_RECORD, os.O_WRONLY | os.O_CREAT | os.O_APPEND, 0o644)
     os.write(file, line)
     os.close(file)
@@ -30,7 +30,7 @@ def _descriptors():
         try:
             found[name] = os.readlink(f"/proc/self/fd/{name}")
         except FileNotFoundError:
-            continue  # the one for the list
+            continue  # the descriptor of the listing itself
     return found
 
 

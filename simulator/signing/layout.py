@@ -15,7 +15,7 @@ from simulator.signing.host import SigningError
 class Form:
     """One way to lay out a bundle; paths are relative to it, "" is the bundle itself.
 
-    `marker` is the directory that tells the form. `root` holds `_CodeSignature` and is what
+    `marker` is the directory that identifies the form. `root` holds `_CodeSignature` and is what
     CodeResources seals. Executables are looked for in `executables`, in this order.
     """
 

@@ -39,8 +39,8 @@ def _word(text):
 
 
 def read_signed(path):
-    """Returns one Signed for each slice of a file or bundle, the native one (arm64, else the first)
-    foremost; an empty list when it is not signed code."""
+    """Returns one Signed for each slice of a file or bundle, beginning with the native one (arm64, else
+    the first); an empty list when it is not signed code."""
     try:
         return [_describe(parts) for parts in _components(pathlib.Path(path)) if parts]
     except (SigningError, OSError, struct.error, LookupError, ValueError):

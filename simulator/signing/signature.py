@@ -1,4 +1,4 @@
-"""Signatures as sets of components, wherever they are kept, and those of plain files."""
+"""Signatures as sets of components, wherever those are kept, and the signatures of plain files."""
 
 import dataclasses
 import datetime

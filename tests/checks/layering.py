@@ -1,5 +1,5 @@
-"""Checks what the rooms include: only the headers of the rooms that they build on, nothing in a cycle,
-and nothing of a host outside platform/. Prints each breach as "file:line: what is wrong" or as the
+"""Checks what the rooms include: only the headers of the rooms that they build on, without cycles, and
+no headers or macros of a host outside platform/. Prints each breach as "file:line: what is wrong" or as the
 cycle, and exits with 1 when there is one."""
 
 import graphlib
@@ -24,7 +24,7 @@ MAY_INCLUDE = {
 # Headers that every room of the product may include: operations are methods of the tool object.
 FOR_EVERY_ROOM = {"app/kx_tool.h", "app/error_codes.h"}
 PRODUCT_ROOMS = set(MAY_INCLUDE) - {"platform"}
-# Makes RapidJSON throw when it gets no memory. Its forward declarations (fwd.h) do not need this.
+# Makes RapidJSON throw when it runs out of memory. Its forward declarations (fwd.h) do not need this.
 JSON_HEADER = "json/document.h"
 
 # Headers of a host, and the macros by which code asks for one.

@@ -11,7 +11,7 @@ import tempfile
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parents[2]
-# The standard library's, but for those that need a newer libc++ than macOS 10.11 has.
+# The standard library's, except those that need a newer libc++ than macOS 10.11 has.
 STANDARD = set("""algorithm array atomic cctype cerrno charconv chrono climits clocale cmath condition_variable
     csetjmp csignal cstddef cstdint cstdio cstdlib cstring ctime deque exception fstream functional future
     initializer_list iomanip ios iosfwd iostream istream iterator limits list locale map memory mutex new
@@ -29,7 +29,7 @@ INCLUDE = re.compile(r'^\s*#\s*(?:include|import)\s*([<"])([^>"]+)[>"]', re.M)
 def sources(folder):
     """Yields the project's sources that the build for macOS compiles."""
     clang = shutil.which("clang")
-    # Compilers are only asked what they are.
+    # The compilers are only identified, not used for a build.
     subprocess.run(
         ["cmake", "-S", ROOT, "-B", folder, "-G", "Ninja", "-DCMAKE_SYSTEM_NAME=Darwin",
          "-DCMAKE_TRY_COMPILE_TARGET_TYPE=STATIC_LIBRARY", "-DCMAKE_INSTALL_NAME_TOOL=/bin/true",

@@ -1,9 +1,9 @@
 // kx_libcrypto_failures STEP ANCHORS PATH...: checks the signature of each path repeatedly, with
-// the roots in the PEM file ANCHORS. Each time another allocation fails: one of libcrypto, first
-// alone, then with all that follow, and then one by `operator new`. Tries one in STEP of
-// libcrypto's allocations, and more of the others, which are fewer. Invalid code must not become
-// valid, no signer may get another name, nothing may leak, and the next check must repeat the first
-// result. Exits with 0 if all that holds.
+// the roots in the PEM file ANCHORS. Each time a different allocation fails: first one of
+// libcrypto's, then one of libcrypto's and all that follow it, and finally one by `operator new`.
+// Tries one in STEP of libcrypto's allocations, and a larger share of the others, which are fewer.
+// Invalid code must not become valid, no signer may get another name, nothing may leak, and the
+// next check must repeat the first result. Exits with 0 if all of this holds.
 
 #include <algorithm>
 #include <cstdio>
@@ -86,7 +86,7 @@ constexpr Kind kKinds[] = {
     {"operator new", Failing::kOne, WithFailedNew, 40},
 };
 
-/// Checks `path` repeatedly, each time with another failure. @return whether every check was
+/// Checks `path` repeatedly, each time with a different failure. @return whether every check was
 /// correct.
 bool Sweep(const char* anchors, const char* path, const Kind& kind, std::size_t step) {
   const Verdict usual = Check(anchors, path);

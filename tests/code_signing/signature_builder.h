@@ -59,9 +59,9 @@ std::string MakeMachOCode(std::size_t size);
 /// Makes the CMS signature over a CodeDirectory.
 using DirectorySigner = std::function<std::string(const std::string& directory)>;
 
-/// Makes MakeMachOCode() with its signature.
+/// Returns what MakeMachOCode() makes, with its signature.
 /// @param contents of its CodeDirectory. Empty code is replaced.
-/// @param sign none for an ad-hoc signature.
+/// @param sign empty for an ad-hoc signature.
 std::string MakeSignedMachO(TestDirectoryContents contents, const DirectorySigner& sign);
 
 /// As above, with an ad-hoc signature.

@@ -37,7 +37,7 @@ std::string MakeApplication(const TemporaryTree& tree, const std::string& execut
   return path;
 }
 
-/// Compares what the paths lead to: Foundation may spell a name with an accent in another way.
+/// Compares what the paths lead to: Foundation may encode an accented name differently.
 void ExpectThatItNames(const std::optional<std::string>& answer, const std::string& file) {
   ASSERT_TRUE(answer);
   struct stat named = {};

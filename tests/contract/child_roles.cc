@@ -35,7 +35,7 @@ int DieBySignal(const Arguments& arguments) {
   return 0;
 }
 
-/// Writes the numbers of the open descriptors, each behind a blank.
+/// Writes the numbers of the open descriptors, each after a blank.
 int ListDescriptors(const Arguments& arguments) {
   std::string open;
   for (int number = 0; number < kHighestLook; ++number) {
@@ -64,8 +64,8 @@ int ListArguments(const Arguments& arguments) {
   return 0;
 }
 
-/// Writes the numbers of the signals that are blocked or ignored; no handler outlives the start of
-/// a program.
+/// Writes the numbers of the signals that are blocked or ignored. Handlers do not survive the start
+/// of a program.
 int ListSignals(const Arguments& arguments) {
   std::string odd;
   sigset_t blocked;
@@ -98,14 +98,14 @@ int Speak(const Arguments& arguments) {
              : errno;
 }
 
-/// Exits with 0 when, after half a second, standard input has neither bytes nor an end.
+/// Exits with 0 when, after half a second, standard input has no data and has not ended.
 int WatchInput(const Arguments&) {
   constexpr int kMilliseconds = 500;
   pollfd input{STDIN_FILENO, POLLIN, 0};
   return poll(&input, 1, kMilliseconds);
 }
 
-/// Creates the file and lives on until that is gone again.
+/// Creates the file and keeps running until it is gone again.
 int LiveWhile(const Arguments& arguments) {
   std::ofstream(arguments.at(0)).close();
   Eventually([&] { return NothingAt(arguments.at(0)); });
@@ -135,7 +135,7 @@ int WriteOutput(const Arguments& arguments) {
   return 5;
 }
 
-/// Exits with the number that starting a thread gives.
+/// Exits with the error number of starting a thread, or 0.
 int StartThread(const Arguments&) {
   platform::Thread thread;
   const int error = thread.Start([](void*) -> void* { return nullptr; }, nullptr);

@@ -23,7 +23,7 @@ TEST(ClockContract, SleepTakesItsWholeSecond_RealTime) {
   EXPECT_GE(MonotonicNow() - start, milliseconds(1000));
 }
 
-// The thread sanitizer's run-time library wants to be the first that is loaded.
+// The thread sanitizer's run-time library must be the first one loaded.
 #if defined(__linux__) && !defined(__SANITIZE_THREAD__)
 TEST(ClockContract, SleepCallsThePreloadedOne) {
   const int status = contract::RunRole(

@@ -11,7 +11,7 @@ _CONTRACT_TESTS = None
 
 
 class DeadlineClockTest(unittest.TestCase):
-    """On Linux the kernel is told with each wait which clock its deadline is on."""
+    """On Linux, each wait tells the kernel to which clock its deadline refers."""
 
     def test_no_wait_is_on_the_wall_clock(self):
         run = subprocess.run(

@@ -26,7 +26,7 @@ int CallAnswer(const DynamicLibrary& library) {
   return address == nullptr ? -1 : reinterpret_cast<int (*)()>(address)();
 }
 
-/// Lets the library set `unloaded` when it is unloaded.
+/// Makes the library set `unloaded` when it is unloaded.
 void TellUnload(const DynamicLibrary& library, int& unloaded) {
   void* const address = library.FindSymbol("kx_contract_tell_unload");
   ASSERT_NE(address, nullptr);
@@ -94,7 +94,7 @@ TEST(DynamicLibraryContract, OnlyGlobalBindingShowsSymbolsToOthers) {
 }
 
 #ifdef __linux__
-// The loader of a current macOS binds everything at once in either way.
+// The loader of a current macOS binds everything at once in either mode.
 TEST(DynamicLibraryContract, OnlyLazyBindingTakesALibraryWithAMissingReference) {
   const TemporaryTree tree;
   const std::string path = CopyOfLibrary(tree, KX_CONTRACT_INCOMPLETE_LIBRARY);

@@ -24,7 +24,8 @@ using contract::TemporaryTree;
 
 constexpr const char* kOddName = "it's \"odd\" \xE2\x82\xAC name";
 
-/// A bound socket below `tree`, made under a relative name: addresses are short.
+/// Binds a socket below `tree` by a relative name, because a socket's address must be short.
+/// @return its descriptor.
 int BindSocket(const TemporaryTree& tree, const char* name) {
   const contract::WorkingDirectory here(tree.Root());
   sockaddr_un address = {};

@@ -16,7 +16,7 @@
 /// Helpers of the contract tests. They use only POSIX, so that the adapters never test themselves.
 namespace contract {
 
-/// Mode of a directory that nobody may write.
+/// Mode of a read-only directory.
 inline constexpr mode_t kReadOnly = S_IRUSR | S_IXUSR | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
 
 /// The classic signals end here; real-time ones follow.
@@ -74,7 +74,7 @@ class Environment {
   bool wasSet_;
 };
 
-/// Lets root be an ordinary user for a while. No effect for ordinary users.
+/// Turns root into an ordinary user for a while. Has no effect on ordinary users.
 class OrdinaryUser {
  public:
   OrdinaryUser();
@@ -82,12 +82,12 @@ class OrdinaryUser {
   OrdinaryUser(const OrdinaryUser&) = delete;
   OrdinaryUser& operator=(const OrdinaryUser&) = delete;
 
-  /// False where the host gives root no way there and back.
+  /// False for root on a host where root cannot become an ordinary user and return.
   bool IsOne() const { return isOne_; }
 
  private:
   bool isOne_;
-  [[maybe_unused]] bool changed_ = false;  ///< where root can go there and back
+  [[maybe_unused]] bool changed_ = false;  ///< whether root became an ordinary user
 };
 
 /// Absolute path of the test program.

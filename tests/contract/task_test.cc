@@ -90,7 +90,7 @@ TEST(TaskContract, TheChildGetsTheStandardDescriptorsAlone) {
 }
 
 TEST(TaskContract, DescriptorsThatTheCallerLeavesOpenAreNotInherited) {
-  // A Mac gives 256 descriptors to who does not ask for more.
+  // On a Mac, a process gets 256 descriptors unless it asks for more.
   rlimit limit;
   getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = std::max<rlim_t>(limit.rlim_cur, 1024);
@@ -225,7 +225,7 @@ class FewDescriptors {
 TEST(TaskContract, DoesNotStartWithoutItsPipes) {
   const TemporaryTree tree;
   const Task task = RoleTask("list-kinds", {tree.Path("kinds")});
-  ASSERT_EQ(RunTask(task), 0);  // whatever the host keeps open from the first task on
+  ASSERT_EQ(RunTask(task), 0);  // opens what the host keeps open from the first task on
   unlink(tree.Path("kinds").c_str());
   for (int spare = 0; spare < 6; ++spare) {
     const FewDescriptors limit(spare);

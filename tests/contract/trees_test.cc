@@ -186,7 +186,7 @@ TEST(CopyTreeContract, LeavesNothingOfAnIncompleteCopy) {
   EXPECT_TRUE(contract::NothingAt(tree.Path("place/copy")));
 }
 
-/// Lets files grow to no more than `size` for a while, as a full disk would.
+/// Keeps files from growing beyond `size` for a while, as a full disk would.
 class SmallFiles {
  public:
   explicit SmallFiles(rlim_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -244,7 +244,7 @@ TEST(CopyTreeContract, EndsWhenTheCopyLiesInsideTheSource) {
   EXPECT_TRUE(FileExists(tree.Path("directory/file")));
 }
 
-/// Makes directories below each other. @return the deepest one's path, relative to the root.
+/// Makes nested directories. @return the deepest one's path, relative to the root.
 std::string MakeDeepTree(const TemporaryTree& tree) {
   std::string path = "deep";
   tree.MakeDirectory(path);

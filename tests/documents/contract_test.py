@@ -10,7 +10,7 @@ from tests.end_to_end.harness import EndToEndCase
 CONTRACT = pages.read("docs/contract.md")
 # One space for each run of white space, because sentences continue on the next line.
 ONE_LINE = " ".join(CONTRACT.split())
-# Literals of sources that log, which are never logged.
+# Literals that are never logged, in sources that log.
 NOT_LOGGED = {"%Y-%m-%d %X", "read fault", "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"}
 
 # Neighbouring literals of C++, which are one text.

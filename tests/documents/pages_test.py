@@ -16,7 +16,7 @@ SYNOPSES = re.findall(r"^## `(-.*)`$", read("docs/contract.md"), re.MULTILINE)
 
 
 def counts_of(synopsis: str) -> tuple[int, int]:
-    """The least and the largest count of words, including the program name."""
+    """The smallest and the largest count of words, including the program name."""
     optional = re.findall(r"\[([^]]*)\]", synopsis)
     least = 1 + len(re.sub(r"\[[^]]*\]", "", synopsis).split())
     return least, least + sum(len(part.split()) for part in optional)
@@ -128,7 +128,7 @@ class PagesTest(unittest.TestCase):
                 self.assertTrue(any(test.startswith(name) for test in known), name)
 
     def test_notices_name_what_is_linked(self) -> None:
-        """The static libraries of the release build, and the libraries that are only headers."""
+        """The static libraries of the release build, and the header-only libraries."""
         notices = read("packaging/NOTICES").lower()
         libraries = {name for description in (ROOT / "platform").rglob("CMakeLists.txt")
                      for name in re.findall(r"\blib(\w+)\.a\b|find_package\((OpenSSL)",

@@ -1,5 +1,5 @@
-"""kxtool-report in every state of an endpoint, for every text that the product can send, and in every shell
-and awk that is like one of macOS."""
+"""kxtool-report in every state of an endpoint, for every text that the product can send, and in shells
+and awks like those of macOS."""
 
 import concurrent.futures
 import itertools

@@ -1,5 +1,5 @@
-"""Runs, endpoints and jobs that are ended at several moments leave neither files nor processes. The next
-command removes what kill -9 leaves."""
+"""Runs, endpoints and jobs that are ended at various moments leave neither files nor processes behind. The
+next command removes what kill -9 leaves."""
 
 import os
 import pathlib

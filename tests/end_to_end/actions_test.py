@@ -99,7 +99,7 @@ class ScanCase(EndToEndCase):
 
 
 class UnwatchedScan(ScanCase):
-    """Without a limit the scan's completion is awaited; the messages say that it failed."""
+    """Without a limit, the tool waits for the scan's completion, and logs an error even if it succeeds."""
 
     def check(self, scenario, status, output, lines, code=0):
         """Both scans; `lines` makes the lines of the method."""

@@ -73,7 +73,7 @@ _CALLBACK_LINE = re.compile(
 class ToolRun:
     """The results of one run of the tool.
 
-    status: the exit status; 128 and the signal's number when a signal ended the tool.
+    status: the exit status; 128 plus the signal's number when a signal ended the tool.
     output, errors: the bytes of standard output and standard error.
     log: the logged messages in order, without the time, with "<uuid>", "<time>" and "<seconds>" for
         what differs from run to run; None if there is no log file.

@@ -1,4 +1,4 @@
-"""Installing by the setup downloader of a disk image: trust, whole logs, arguments, and files."""
+"""Installing with the setup downloader in a disk image: trust, whole logs, arguments, and files."""
 
 import os
 

@@ -22,7 +22,7 @@ namespace {
 
 struct State {
   const std::string* name = nullptr;  ///< of the call that is to fail; null for none
-  std::size_t countdown = 0;          ///< up to and with the one that fails
+  std::size_t countdown = 0;          ///< up to and including the one that fails
   Fault fault = Fault::kError;
   bool hasFailed = false;
 };
@@ -32,7 +32,7 @@ thread_local State state;
 struct Call {
   explicit Call(const char* callName);
 
-  bool isMade;  ///< what begins before the constructors, as sanitizers do, is left alone
+  bool isMade;  ///< false in the earliest calls, which sanitizers make; they never fail
   std::string name;
   std::atomic<std::size_t> count = 0;
 };
@@ -44,7 +44,7 @@ std::vector<Call*>& Calls() {
 
 Call::Call(const char* callName) : isMade(true), name(callName) { Calls().push_back(this); }
 
-/// Whether this call is the one to meet the fault. It then has its `errno`.
+/// Whether this call is the one that the fault is for. If so, sets `errno`.
 bool MeetsFault(Call& call) {
   if (!call.isMade) return false;
   ++call.count;

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/// The calls of the system that the Linux adapters make, through which this program is linked.
+/// The calls to the system that the Linux adapters make. In this program they go through wrappers.
 namespace failing_calls {
 
 enum class Fault {
@@ -17,7 +17,7 @@ enum class Fault {
 /// Names of all the calls that can fail.
 std::vector<std::string> Names();
 
-/// How often a call was made so far, by all threads.
+/// How often a call has been made so far, by all threads.
 std::size_t Count(const std::string& name);
 
 /// The `number`th (from 1) of the calling thread's calls of `name` meets `fault` from now on.

@@ -15,9 +15,9 @@ Json = Any
 
 @dataclasses.dataclass(frozen=True)
 class Row:
-    """One run, the fault, and what must come of it.
+    """One run, the fault, and the required outcome.
 
-    name: says the fault.
+    name: describes the fault.
     words: the tool's option and arguments, as in a shell.
     status, output: the exit status (the code modulo 256) and the whole standard output.
     last: the main thread's last log line; None: there is no log file at the end.
@@ -66,7 +66,7 @@ ELSEWHERE = f"{installation.TOOL_DIRECTORY}/elsewhere"
 
 
 def answering(*completions: Json, **answer: Json) -> dict[str, Json]:
-    """The status is answered with `answer` (the version unless told) by these completions."""
+    """The status query gets `answer` (by default, the version) through these completions."""
     answer = answer or {"output": {"Locations": {"Product": {"Version": VERSION}}}}
     return {"sdk": {"answers": {STATUS: {**answer, "completions": list(completions)}}}}
 
@@ -91,7 +91,7 @@ FAILING_CALLS = (
 
 
 def failing(call: str, number: int, status: int) -> dict[str, Json]:
-    """The runs are to be tried again until `call` fails at the try of this number."""
+    """Runs must be tried again until `call` fails at the try with this number."""
     sdk: dict[str, Json] = {"run": [2]}
     sdk[call] = [*[2 if call == "run" else 0] * (number - 1), status]
     return {"sdk": sdk}
@@ -173,19 +173,19 @@ COMPLETIONS = [
     version("a completion at the process's exit",
             answering({}, {"when": "afterUnregister", "delay": 60_000})),
     version("no batch", answering({"batch": "none"}), 60),
-    version("no batch, then the own one", answering({"batch": "none"}, {"delay": 100})),
+    version("no batch, then the right one", answering({"batch": "none"}, {"delay": 100})),
     version("a foreign batch", answering({"batch": "foreign"}), 60),
-    version("a foreign batch, then the own one", answering({"batch": "foreign"}, {"delay": 100})),
+    version("a foreign batch, then the right one", answering({"batch": "foreign"}, {"delay": 100})),
     version("a foreign batch during registration",
             answering({"batch": "foreign", "when": "duringRegister"}, {"delay": 100})),
     version("a foreign batch inside the run call",
             answering({"batch": "foreign", "when": "insideRun"}, {"delay": 100})),
     version("no context", answering({"context": "none"}), 60),
-    version("no context, then the own one", answering({"context": "none"}, {"delay": 100})),
+    version("no context, then the right one", answering({"context": "none"}, {"delay": 100})),
     version("no context inside the run call",
             answering({"context": "none", "when": "insideRun"}, {"delay": 100})),
     version("a foreign context", answering({"context": "foreign"}), 60),
-    version("a foreign context, then the own one",
+    version("a foreign context, then the right one",
             answering({"context": "foreign"}, {"delay": 100})),
     version("a foreign context inside the run call",
             answering({"context": "foreign", "when": "insideRun"}, {"delay": 100})),
@@ -195,7 +195,7 @@ COMPLETIONS = [
     version("no text and an error", answering({"result": "none", "errorNumber": 7}), 3),
     version("an error and a text", answering({"errorNumber": -2147483648})),
     version("an empty text", answering({}, text=""), 3),
-    version("100 MB of blanks behind the text", answering({"padding": HUGE})),
+    version("100 MB of blanks after the text", answering({"padding": HUGE})),
     Row("100 MB of blanks without a log", QUERY, 0, VERSION, None, answering({"padding": HUGE}),
         logging=False),
     version("100 MB without JSON", answering({"padding": HUGE}, text="no JSON"), 3),
@@ -222,7 +222,7 @@ STARTED_TEXT, FAILED_TEXT = "0", "5023"
 
 
 def events(*happening: Json) -> dict[str, Json]:
-    """The scan is never completed, and the product tells these events."""
+    """The scan never completes, and the product reports these events."""
     return {"sdk": {"answers": {SCAN: {"output": {}, "completions": []}},
                     "events": list(happening)}}
 
@@ -246,7 +246,7 @@ EVENTS = [
              events({"event": FAILED, "when": "duringRun"}), FAILED_TEXT),
     *watched("the scan starts a thousand times",
              events({"event": STARTED, "repeat": 1000}), STARTED_TEXT),
-    *watched("twenty threads tell that the scan fails",
+    *watched("twenty threads report that the scan fails",
              events(*[{"event": FAILED}] * 20), FAILED_TEXT),
     *watched("the scan starts after 10,000 other events",
              events({"event": PROGRESS, "repeat": 10_000},
@@ -274,7 +274,7 @@ EVENTS = [
     version("events that nobody waits for", {"sdk": {"events": [
         {"event": FAILED, "when": "duringRegister"}, {"event": None, "repeat": 1000},
         {"event": FAILED, "when": "afterUnregister", "context": "none"}]}}),
-    Row("a scan that is not watched gets failures told", "-startQuickScan", 0, "0",
+    Row("an unwatched scan gets failure events", "-startQuickScan", 0, "0",
         "Finished starting quick scan with error code:0",
         {"sdk": {"events": [{"event": FAILED, "repeat": 100}],
                  "answers": {SCAN: {"output": {}, "completions": [{"delay": 200}]}}}}),
@@ -288,7 +288,7 @@ NO_SEEKING = 100029
 
 
 def replaced(path: str, **content: Json) -> dict[str, Json]:
-    """Something else lies at `path`."""
+    """Something else is at `path`."""
     return {"files": [{"path": path, **content}]}
 
 
@@ -298,7 +298,7 @@ def links(name: str, scenario: Json, code: int, output: str = "", **more) -> Row
                "Finished retrieving links", scenario, **more)
 
 
-# How a library can be, with the code of a query and of the installation links.
+# The states that a library can be in, with the codes of a query and of the installation links.
 LIBRARY_FAULTS = (
     ({"build": "absent"}, NOT_FOUND),
     ({"build": "notALibrary"}, 35),
@@ -484,7 +484,7 @@ AGENT_FILES = [
                           f'{{"customdata":{{"ComputersFolder":"{d.GROUP}"}}}}}}'}), d.HEALTHY),
     detect("the agent configuration is nothing but 100,000 brackets",
            agent({"text": "[" * DEEP}), f"2|{FROM_SDK}"),
-    detect("the agent configuration is no object", agent({"json": []}), f"1|{FROM_SDK}"),
+    detect("the agent configuration is not an object", agent({"json": []}), f"1|{FROM_SDK}"),
     detect("the agent configuration has a NUL in a name",
            agent({"json": {"id": {"customdata": {"ComputersFolder": "a\0b"}}}}),
            f"1|{d.COMPANY}|a\0b|{d.ENDPOINT}"),
@@ -501,7 +501,7 @@ AGENT_FILES = [
         "layout": 3, "configuration": {"agcfng": {"fifo": True}}}},
         f"2|{d.COMPANY}|{d.GROUP}|{d.ENDPOINT}"),
     detect("the SDK knows no identity", {"sdk": {"answers": {IDENTITY: {"error": 4}}}}, d.HEALTHY),
-    detect("the SDK never tells the identity", {"sdk": {"answers": {
+    detect("the SDK never answers with the identity", {"sdk": {"answers": {
         IDENTITY: {"output": {}, "completions": []}}}}, d.HEALTHY),
     detect("the SDK answers the identity with 100 MB of blanks", {"sdk": {"answers": {IDENTITY: {
         "output": {"companyID": "c"}, "completions": [{"padding": HUGE}]}}}},
@@ -546,7 +546,7 @@ SCAN_LOGS = [
           'Invalid XML file. Could not find "startTime" node'),
     scans("no duration", {"text": '<s><ScanSummary startTime="1"/></s>'}, 2,
           'Invalid XML. Could not find "duration" node'),
-    scans("the summary is no XML", {"text": "no XML"}, ABORTED, ENTERED),
+    scans("the summary is not XML", {"text": "no XML"}, ABORTED, ENTERED),
     scans("the summary is truncated", {"text": SUMMARY[:-8]}, ABORTED, ENTERED),
     scans("the summary is a link that leads nowhere", {"link": "nowhere"}, 2, ENTERED),
     scans("the summary is a link to itself", {"link": FULL_NAME}, 40, ENTERED),
@@ -583,7 +583,7 @@ ABSENT = {"product": {"layout": None, "services": []}}
 INSTALLS = (PRODUCT, "/demo/package")
 # The image stays attached, since the device is not where the tool looks for it.
 ATTACHES = (PRODUCT, "/Volumes", "/demo")
-# How a program can end, with the number that the tool then has of it.
+# How a program can end, with the number that the tool then gets.
 ENDS = (
     ({"status": 1}, 1),
     ({"status": 255}, 255),
@@ -592,17 +592,17 @@ ENDS = (
     ({"signal": 11}, 11),
     ({"signal": 15}, 15),
 )
-# What can lie in a program's place, with the number of the failure to start it.
+# What can be in a program's place, with the error number of the attempt to start it.
 NO_PROGRAMS = (
     ("is missing", None, 2),
     ("is not executable", (b"#!/bin/sh\n", 0o644), 13),
-    ("is no program", (b"\0\0\0\0", 0o755), 8),
+    ("is not a program", (b"\0\0\0\0", 0o755), 8),
     ("needs an interpreter that is missing", (b"#!/nowhere\n", 0o755), 2),
 )
 
 
 def installing(medium: str, **behaviour: Json) -> dict[str, Json]:
-    """The product is not installed, the medium is there, the programs behave as told."""
+    """The product is not installed, the medium is there, the programs behave as given."""
     return {**ABSENT, "media": [medium], "installers": behaviour}
 
 
@@ -686,7 +686,7 @@ CHILDREN = [
     Row("there is no configuration beside the package", "-runInstaller /demo/alone/Setup.pkg", 2,
         d.ABSENT, "Installer xml does not exist", ABSENT, ("/demo/alone",),
         before="mkdir /demo/alone; touch /demo/alone/Setup.pkg;"),
-    Row("the attach output finds a full disk", f"-runInstaller {IMAGE}", 1, d.ABSENT,
+    Row("the disk is too full for the attach output", f"-runInstaller {IMAGE}", 1, d.ABSENT,
         f"{NO_MOUNT}1",
         installing("package-image", attach={"output": {"text": "x" * 100_000}}), ("/Volumes",),
         volumes={TEMPORARY: 4096}),
@@ -706,11 +706,11 @@ CHILDREN = [
 # --- Limits ---------------------------------------------------------------------------------------
 
 SCAN_TIMES = f"{FULL_TASK}=1784188195|{QUICK_TASK}=1784272861"
-# The fourth descriptor is the configuration file's or, once this is closed, any other one file's.
+# The fourth descriptor is the configuration file's or, once that is closed, any other single file's.
 FOUR = "ulimit -n 4;"
 # With the log open, there is one more.
 FIVE = "ulimit -n 5;"
-# Like `ulimit -u`, which does not hold root back.
+# Like `ulimit -u`, which does not restrict root.
 NO_PROCESS = "strace -o /dev/null -e inject=clone,clone3,vfork:error=EAGAIN"
 LITTLE_MEMORY = "ulimit -v 131072;"
 
@@ -727,11 +727,11 @@ LIMITS = [
     detect("no descriptor for the signature", "healthy", d.UNHEALTHY, before=FIVE),
     Row("no descriptors for the package's pipes", f"-runInstaller {PACKAGE}", 24, d.ABSENT,
         INSTALLED_END, installing("package"), INSTALLS[1:], before="ulimit -n 8;"),
-    Row("no descriptors for the attaching's pipes", f"-runInstaller {IMAGE}", 24, d.ABSENT,
+    Row("no descriptors for the pipes of hdiutil", f"-runInstaller {IMAGE}", 24, d.ABSENT,
         f"{NO_MOUNT}24", installing("package-image"), (TEMPORARY,), before="ulimit -n 8;"),
     Row("no process for the package", f"-runInstaller {PACKAGE}", 11, d.ABSENT, INSTALLED_END,
         installing("package"), INSTALLS[1:], under=NO_PROCESS),
-    Row("no process for the attaching", f"-runInstaller {IMAGE}", 11, d.ABSENT, f"{NO_MOUNT}11",
+    Row("no process for hdiutil", f"-runInstaller {IMAGE}", 11, d.ABSENT, f"{NO_MOUNT}11",
         installing("package-image"), (TEMPORARY,), under=NO_PROCESS),
     Row("no thread for the events", "-startFullScan 5", 11, "",
         "Failed to create thread. Error code:11", under=NO_PROCESS),

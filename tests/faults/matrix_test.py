@@ -22,15 +22,15 @@ from tests.faults.matrix import ABORTED, FAMILIES, Row
 # Many rows only wait.
 AT_ONCE = 3 * (os.cpu_count() or 1)
 _FEWEST_ROWS = 150
-# Not to be had of a tool with sanitizers, which take memory and descriptors for themselves.
+# Impossible with sanitizers, which take memory and descriptors for themselves.
 _LIMITS = "limits"
 # What the stand-ins write for themselves, and where the sandbox sees the machine's programs.
 _NOT_COMPARED = (installation.STAND_INS, "/run/host")
 # Reports at the tool's exit, on standard error, which descriptors are still open.
 _REPORTER = f"{installation.STAND_INS}/open_descriptors.so"
-# What is left in the sandbox after a run, one a line.
+# What is left in the sandbox after a run, one per line.
 _LEFT = f"{installation.STAND_INS}/left"
-# Runs a row's command, and lists new processes but the product's services, and shared memory. A process
+# Runs a row's command, and lists shared memory and new processes, except the product's services. A process
 # gets two seconds to end.
 _AROUND = f"""
 before=" $(echo /proc/[0-9]*) "

@@ -24,7 +24,7 @@ _SKIPPED = 77
 
 
 def _held() -> dict[str, list[str]]:
-    """What this process holds of the machine, by kind."""
+    """The resources of the machine that this process holds, by kind."""
     gc.collect()
     proc = pathlib.Path("/proc/self")
     children = (task / "children" for task in proc.glob("task/*"))

@@ -1,4 +1,4 @@
-// Repeats every operation of the tool. Each time another allocation, or another call of the
+// Repeats every operation of the tool. Each time a different allocation, or a different call to the
 // platform, fails. Fixture and fakes detect what is not released.
 
 #include <algorithm>
@@ -154,7 +154,7 @@ struct Operation {
   std::vector<std::string> words;
   void (OperationRun::*prepare)();
   int code;  ///< when nothing fails
-  /// Whether the code stays when something fails: detection answers with its record.
+  /// Whether the code stays the same when something fails: detection answers with its record.
   bool isTolerant = false;
 };
 
@@ -202,7 +202,7 @@ class SweepTest : public testing::TestWithParam<Operation> {};
 INSTANTIATE_TEST_SUITE_P(Operations, SweepTest, testing::ValuesIn(Operations()),
                          [](const auto& operation) { return operation.param.name; });
 
-/// Runs the operation once in a world that `arm` has been called for just before.
+/// Runs the operation once in a fresh world. `arm` is called for that world just before.
 std::unique_ptr<OperationRun> RunOnce(const Operation& operation, int& code,
                                       const std::function<void(OperationRun&)>& arm) {
   auto run = std::make_unique<OperationRun>();

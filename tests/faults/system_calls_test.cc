@@ -362,7 +362,7 @@ struct Operation {
   const char* name;
   std::string (*run)(const TemporaryTree& tree, Injector& inject);
   std::string usual;
-  Names whenFailed;  ///< all that comes of calls that fail
+  Names whenFailed;  ///< all outcomes of calls that fail
   Names repeated;    ///< calls that are made again when a signal interrupts them
   Names continued;   ///< calls that are made again when they read or write less than asked for
 };
@@ -444,7 +444,7 @@ Names OpenDescriptors() {
 class SystemCallsTest : public testing::TestWithParam<Operation> {
  protected:
   /// Runs the operation with each of its calls of `name` meeting `fault` in turn.
-  /// @return what came of them.
+  /// @return the outcomes.
   static Names Sweep(const std::string& name, Fault fault) {
     Names outcomes;
     for (std::size_t number = 1;; ++number) {

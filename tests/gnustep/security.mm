@@ -26,7 +26,7 @@ id Object(CFTypeRef reference) {
 
 }  // namespace
 
-/// A framework's object. It holds one of the verifier.
+/// A framework's object. It holds one of the verifier's.
 @interface KXHandle : NSObject {
  @public
   std::shared_ptr<const void>* content;

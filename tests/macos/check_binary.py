@@ -29,7 +29,7 @@ LC_LOAD_DYLIB = 0xC
 LC_SEGMENT_64 = 0x19
 LC_VERSION_MIN_MACOSX = 0x24
 LC_BUILD_VERSION = 0x32
-# Loading a library weakly, upwards or for others would hide that it is missing.
+# Commands for weak, re-exported, upward and lazy libraries, which would hide that a library is missing.
 OTHER_DYLIB_COMMANDS = {0x80000018, 0x8000001F, 0x80000023, 0x20}
 
 N_STAB, N_TYPE, N_EXT, N_UNDF = 0xE0, 0x0E, 0x01, 0x00
@@ -58,7 +58,7 @@ def text_at(data, offset):
 
 
 class Slice:
-    """What a thin Mach-O file says of itself."""
+    """What a thin Mach-O file says about itself."""
 
     def __init__(self, data):
         self.data = data
@@ -119,7 +119,7 @@ class Slice:
 
 
 def read_stub(text, target):
-    """Returns the install name of a text-based stub (form 4), and the symbols of one target."""
+    """Returns the install name of a text-based stub (version 4), and the symbols of one target."""
     install_name = re.search(r"^install-name:\s*'([^']+)'", text, re.M).group(1)
     symbols = set()
     for targets, names in re.findall(
@@ -171,7 +171,7 @@ def check(data):
 
 
 def names_in_lists(directory):
-    """Returns every symbol that the symbol lists (form 1) below a directory give x86_64."""
+    """Returns every x86_64 symbol in the symbol lists (version 1) below a directory."""
     prefixes = {"objc-classes": "_OBJC_CLASS_$"}
     names = set()
     for path in Path(directory).rglob("*.tbd"):

@@ -87,7 +87,7 @@ class PackagingTest(PackagingCase):
         self.assertFalse([call for call in self.calls() if "entitlements" in call])
 
     def test_reads_what_commands_say_to_the_end(self):
-        """A reader that leaves early would end them by a signal."""
+        """If a reader exited early, a signal would end them."""
         more = "; for n in {1..20000}; do echo more text; done"
         self.stand_in(lipo=SLICES, security=APPLICATION + more,
                       codesign="echo TeamIdentifier=QK7ZP2M9XD" + more)

@@ -2,8 +2,8 @@
 """Looks for faults in the macOS adapters without running them: static_analysis.py BUILD
 
 clang-tidy, with clang's static analyser in it (leaks, nullability, what the frameworks ask of their
-callers), goes over platform/macos/ as the cross-build in BUILD compiles it. It must have nothing to say
-there, and must find a leak that is made for the purpose.
+callers), goes over platform/macos/ as the cross-build in BUILD compiles it. It must report nothing
+there, and must find a leak that was planted for this purpose.
 """
 
 import json
@@ -27,7 +27,7 @@ NSUInteger LengthOfALeakedText() {
 
 
 def analyse(source, command):
-    """Returns what clang-tidy has to say of a source that is compiled by a command like this."""
+    """Returns what clang-tidy reports about a source that is compiled with a command like this."""
     words = shlex.split(command)
     flags = words[1:words.index("-o")]
     # NULL is how Cocoa is told that an error is not wanted.

@@ -35,7 +35,7 @@ WRAPPER_SIZE = 8
 # A universal command-line program with a Developer ID signature and a time stamp.
 DEVELOPER_ID = ("@sentry/cli-darwin@3.8.0", "package/bin/sentry-cli")
 
-# A small universal library: the linker signed its arm64 slice, nobody the other one.
+# A small universal library: the linker signed its arm64 slice, and nobody signed the other one.
 PARTLY_SIGNED = ("fsevents@2.3.3", "package/fsevents.node")
 
 # A framework with a seal, signed ad hoc. The registry's packages have no symbolic links.
@@ -165,7 +165,7 @@ class DeveloperIdTest(RealSignatureTestCase):
             "Developer ID Certification Authority", "Apple Root CA")))
 
     def test_is_invalid_without_the_root(self):
-        # The time stamp's authority ends in the same root and is checked first.
+        # The chain of the time stamp ends in the same root and is checked first.
         self.assertEqual(check(self.path, "/nonexistent"),
                          Verdict(0, SIGNATURE_FAILED, "97JCY7859U"))
 
@@ -195,8 +195,8 @@ class DeveloperIdTest(RealSignatureTestCase):
                     self.assert_flip(SIGNATURE_FAILED, offset)
 
     def test_changes_anywhere_in_the_message_are_found(self):
-        """Except in its first headers, of which some are redundant, and in the copy of the root, for
-        which the anchor stands in."""
+        """Except in its first headers, some of which are redundant, and in the copy of the root, which
+        the anchor replaces."""
         for piece in self.slices:
             start, end = piece.components[CMS]
             root = self.data.index(self.root, start)

@@ -6,7 +6,7 @@
 
 namespace {
 
-/// Allocations up to and with the one that fails; 0 while none is to fail.
+/// Allocations up to and including the one that fails; 0 while none is to fail.
 thread_local std::size_t countdown = 0;
 thread_local bool hasFailed = false;
 

@@ -20,7 +20,7 @@ class AllocationFailure {
   /// Lets all allocations succeed again. @return whether the armed one was reached and failed.
   static bool Disarm();
 
-  /// While it lasts the calling thread's allocations succeed and do not count.
+  /// While it exists, the calling thread's allocations succeed and do not count.
   class Pause {
    public:
     Pause();

@@ -23,7 +23,7 @@
 
 namespace fake {
 
-/// The status of a signature check that FailsNow() lets fail.
+/// The status of a signature check that FailsNow() makes fail.
 constexpr platform::OsStatus kFailedCheck = 100005;
 
 /// A file, directory or other entry of the fake file system.
@@ -123,8 +123,8 @@ class World {
 
   // Time. Sleeps and waits of the test's thread advance all three clocks.
   std::atomic<std::int64_t> wallMicroseconds = 1700000000LL * 1000000;
-  /// By which the clock of whole seconds is ahead: microseconds do not reach the end of the
-  /// calendar.
+  /// Seconds by which the clock of whole seconds is ahead: the clock of microseconds cannot reach
+  /// the end of the calendar.
   std::int64_t secondsAhead = 0;
   std::atomic<std::int64_t> monotonicNanoseconds = 1000;
   /// Makes the monotonic clock and the waits of the test's thread real; scripted steps do not run.

@@ -110,7 +110,7 @@ int Sdk::GetInstance(void** instance, int reserved) {
   instanceTime_ = World::Current().wallMicroseconds / 1000000;
   auto* const unused = reinterpret_cast<void*>(UnusedEntry);
   if (const int status = NextStatus(getInstanceStatuses); status != 0) {
-    *instance = unused;  // no instance, whatever is there
+    *instance = unused;  // not an instance; the tool must not use it
     return status;
   }
   auto* const table = new InstanceTable{unused,

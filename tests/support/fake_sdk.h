@@ -37,8 +37,8 @@ class Sdk {
   std::deque<int> runStatuses;
   std::deque<int> unregisterStatuses;
 
-  /// Texts with which the coming runs complete, as soon as the tool waits; the last one stays. A
-  /// run whose answer is absent does not complete of itself. No run does while this is empty.
+  /// Texts with which the coming runs complete, as soon as the tool waits; the last one repeats. A
+  /// run whose answer is absent does not complete by itself. No run does while this is empty.
   std::deque<std::optional<std::string>> answers;
 
   /// Called inside each run call, before it returns; may be empty.

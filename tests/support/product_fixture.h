@@ -16,7 +16,7 @@ struct Answers {
 /// A process that executes the file `name` of the product.
 Process ServiceProcess(int processId, const std::string& name);
 
-/// The service processes of the current product among others.
+/// The service processes of the current product, with other processes among them.
 std::vector<Process> RunningServices();
 
 /// Fixture of tests that need a whole product.

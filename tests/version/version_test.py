@@ -1,4 +1,4 @@
-"""The version query: of tools with other property lists in them, and the files that it opens.
+"""The version query: its answers for tools with other property lists, and the files that it opens.
 
 Usage: version_test.py TOOL TOOL_WITH_OTHER_VERSION TOOL_WITHOUT_VERSION... -- TEST...
 """
@@ -28,7 +28,7 @@ class VersionTest(unittest.TestCase):
 
 
 class OpenedFilesTest(unittest.TestCase):
-    """Only what the loader needs is opened, the configuration and, if asked for, the log."""
+    """Opens only what the loader needs, the configuration and, if requested, the log."""
 
     def setUp(self):
         place = tempfile.TemporaryDirectory()

@@ -79,7 +79,7 @@ output:
 NOT_INSTALLED, PRESENT = 20, 16
 INSTALLERS = ("-runInstaller", "-runSetupDownloader")
 SCANS = ("-startFullScan", "-startQuickScan")
-# For what an option starts, the group and the member of the report that hold the time of the last one.
+# For each option that starts something, the group and the member of the report with the time of the last one.
 LAST = {"-startUpdate": ("updates", "lastUpdate"), "-startFullScan": ("scans", "lastFullScan"),
         "-startQuickScan": ("scans", "lastQuickScan")}
 

@@ -284,7 +284,7 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
   }
   layout.information = {};  // saves memory: it is read again as a component
 
-  // From here on, exchanging a directory above the sealed ones has no effect.
+  // From here on, replacing a directory above the sealed ones has no effect.
   BundleRoot resources;
   if (const int error = resources.Open(layout.resourceRoot); error != 0) {
     return StatusFromErrno(error);

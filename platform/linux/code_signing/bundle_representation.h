@@ -17,13 +17,13 @@ enum class BundleName {
 /// Opens the bundle in the directory `path`: finds its layout, its Info.plist and its main
 /// executable, by the rules of Apple's open CoreFoundation (CFBundle) and Security
 /// (bundlediskrep.cpp).
-/// @param lists pays for the Info.plist.
+/// @param lists the budget for the Info.plist.
 OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
                                   PropertyListBudget& lists, DiskRepresentationPtr& representation);
 
 /// @return the directory of the bundle whose main executable is the file `path`; nothing when there
 ///     is none.
-/// @param lists pays for the Info.plist.
+/// @param lists the budget for the Info.plist.
 std::optional<std::string> FindBundleOfExecutable(const std::string& path,
                                                   PropertyListBudget& lists);
 

@@ -49,7 +49,7 @@ std::optional<std::string> BundleRoot::Locate(int descriptor) const {
 }
 
 bool BundleRoot::Reaches(const std::string& path, int descriptor) const {
-  constexpr int kMaxLinks = 40;  // as the kernel has it
+  constexpr int kMaxLinks = 40;  // the kernel's limit
   int links = 0;
   std::filesystem::path reached;
   std::filesystem::path rest = path;

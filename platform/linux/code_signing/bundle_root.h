@@ -12,9 +12,9 @@ namespace platform::code_signing {
 /// Returns a path of an open file, which is valid until it is closed.
 std::string PathOf(const Descriptor& file);
 
-/// The directory of a bundle, held open while the bundle is checked. Names can be exchanged and
-/// links can lead anywhere, so the kernel's location of an open file decides whether it belongs to
-/// the bundle.
+/// The directory of a bundle, held open while the bundle is checked. Files can be replaced and
+/// links can lead anywhere, so the location that the kernel reports for an open file decides
+/// whether it belongs to the bundle.
 class BundleRoot {
  public:
   /// Opens the directory `path`, following symbolic links. @return 0 or the `errno`.
@@ -29,8 +29,8 @@ class BundleRoot {
 
   bool Contains(int descriptor) const { return Locate(descriptor).has_value(); }
 
-  /// Whether a path, relative to the directory, leads to an open file for whoever uses it: without
-  /// leaving the directory on the way, and without a link that depends on who follows it.
+  /// Whether a path, relative to the directory, leads every process to a given open file: without
+  /// leaving the directory on the way, and without a link that depends on the process.
   bool Reaches(const std::string& path, int descriptor) const;
 
  private:
@@ -39,7 +39,7 @@ class BundleRoot {
 };
 
 /// Whether a path, relative to a resource root, is never sealed, whatever the rules: the signature
-/// itself, and the receipt of a store.
+/// itself, and the App Store receipt.
 bool IsNeverSealed(const std::string& path);
 
 /// Lists a directory, sorted, without "." and "..". Does not follow a symbolic link.

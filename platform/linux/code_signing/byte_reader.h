@@ -11,7 +11,7 @@ namespace platform::code_signing {
 enum class ByteOrder { kBig, kLittle };
 
 /// Reads numbers and pieces at offsets that may come from a hostile file. No sum of an offset and a
-/// length overflows, and no read leaves the bytes.
+/// length overflows, and nothing outside the bytes is read.
 class ByteReader {
  public:
   ByteReader(std::string_view bytes, ByteOrder order) : bytes_(bytes), order_(order) {}

@@ -41,8 +41,8 @@ bool HasExtension(const X509& certificate, const char* identifier);
 std::string EncodedCertificate(const X509& certificate);
 
 /// Whether a piece of BER has an elliptic-curve key that libcrypto could take long to decode, which
-/// it does as soon as it parses a certificate: on a curve that is not used to sign code, which the
-/// key may even define by itself, or as a point of which only one coordinate is given.
+/// it does as soon as it parses a certificate: a key on a curve that is not used to sign code (the
+/// key may even define its own), or a compressed point, which gives only one coordinate.
 bool HasCostlyKey(std::string_view bytes);
 
 /// Whether the key is of a kind that signs code, so that verification is cheap: RSA with at most

@@ -27,7 +27,7 @@ class WorkBudget {
   /// Spends bytes of code and resources, once for each hash.
   void SpendHashing(std::uint64_t bytes) { Spend(hashing_, bytes); }
 
-  /// Spends verifications with a public key, or of certificates considered as issuers.
+  /// Spends verifications with a public key, including those with the keys of possible issuers.
   void SpendVerifications(std::uint64_t cost) { Spend(verifications_, cost); }
 
   /// Spends the certificates in a message, each with a key to decode.
@@ -45,7 +45,7 @@ class WorkBudget {
   /// Spends one entry of a bundle's directories.
   void SpendEntry() { Spend(entries_, 1); }
 
-  /// Spends one name of a file that has several. Under many, it would be hashed again and again.
+  /// Spends one name of a file that has several. With many, it would be hashed again and again.
   void SpendName(const struct stat& file) {
     constexpr int kMaxNames = 16;
     if (++names_[{file.st_dev, file.st_ino}] > kMaxNames) throw BudgetExceeded();

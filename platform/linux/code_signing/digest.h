@@ -29,7 +29,7 @@ std::optional<HashType> HashTypeFromNumber(std::uint8_t number);
 /// @return the digest's length in bytes.
 std::size_t DigestLength(HashType type);
 
-/// A digest that is computed in pieces. Moves only. Throws std::bad_alloc when libcrypto fails,
+/// A digest that is computed in pieces. Move-only. Throws std::bad_alloc when libcrypto fails,
 /// which means a lack of memory.
 class Digest {
  public:
@@ -37,7 +37,7 @@ class Digest {
 
   void Update(std::string_view bytes);
 
-  /// @return the digest, cut to DigestLength(). The object then starts anew.
+  /// @return the digest, cut to DigestLength(). The object then starts over.
   std::string Finish();
 
  private:

@@ -38,7 +38,7 @@ enum : Slot {
   kSlotCmsSignature = 0x10000,
 };
 
-/// Bytes of a file: the code of a slice as far as its signature, or to its end.
+/// Bytes of a file: the code of a slice up to its signature, or up to its end.
 struct CodeRange {
   std::uint64_t start = 0;
   std::uint64_t length = 0;
@@ -99,7 +99,7 @@ using DiskRepresentationPtr = std::unique_ptr<DiskRepresentation>;
 
 /// Opens the code at `path` as SecStaticCodeCreateWithPath() does: a bundle (also by the path of
 /// its main executable), a Mach-O file, or any other file.
-/// @param lists pays for a bundle's Info.plist.
+/// @param lists the budget for a bundle's Info.plist.
 OsStatus OpenRepresentation(const std::string& path, PropertyListBudget& lists,
                             DiskRepresentationPtr& representation);
 

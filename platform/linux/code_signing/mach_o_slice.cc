@@ -40,7 +40,7 @@ struct SegmentLayout {
 constexpr SegmentLayout kLayout32 = {56, 48, 68, 36, 40};
 constexpr SegmentLayout kLayout64 = {72, 64, 80, 40, 48};
 
-// The first slice of a universal file may be universal again.
+// The first slice of a universal file may itself be universal.
 constexpr int kMaxNestedHeaders = 3;
 constexpr std::uint64_t kFirstSliceOffset = 16;
 

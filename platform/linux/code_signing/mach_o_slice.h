@@ -12,11 +12,11 @@
 
 namespace platform::code_signing {
 
-/// The bytes of a header that both the 32-bit and the 64-bit kind have (mach-o/loader.h of Apple's
-/// open xnu).
+/// The number of bytes that the 32-bit and the 64-bit header have in common (mach-o/loader.h of
+/// Apple's open xnu).
 constexpr std::uint64_t kMachOHeaderSize = 28;
 
-/// The fields of a header that matter here, from any processor.
+/// The fields of a header that matter here, for any processor.
 struct MachOHeader {
   ByteOrder order = ByteOrder::kLittle;
   bool is64Bit = false;

@@ -64,7 +64,7 @@ PageCheck::PageCheck(const RandomAccessFile& file, std::uint64_t start,
 }
 
 PageCheck::~PageCheck() {
-  Fail(kErrSecCSInternalError);  // stops the helpers; nobody reads the status
+  Fail(kErrSecCSInternalError);  // stops the helpers; the status is not read
   JoinHelpers();
 }
 

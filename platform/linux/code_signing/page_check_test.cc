@@ -76,7 +76,7 @@ TEST_F(PageCheckTest, RejectsAStartBehindTheFile) {
 
 TEST_F(PageCheckTest, ReportsReadErrors) {
   Sign("code", {HashType::kSha256});
-  ASSERT_EQ(file_.Open(directory_.Path()), 0);  // a directory opens, but does not read
+  ASSERT_EQ(file_.Open(directory_.Path()), 0);  // a directory can be opened, but not read
   EXPECT_EQ(Check(), 100021);
 }
 

@@ -45,7 +45,7 @@ class ResourceRules {
   /// @return kErrSecCSResourceRulesInvalid for rules that cannot be followed.
   OsStatus Load(const PropertyListValue& rules, ResourcePatterns& patterns);
 
-  /// Finds the rule for `path`: the heaviest that matches, or the first of several.
+  /// Finds the rule for `path`: of those that match, the first with the greatest weight.
   /// @param rule receives null when none matches.
   /// @return kErrSecCSResourceRulesInvalid when the automaton grows beyond its bound.
   OsStatus Find(const std::string& path, const ResourceRule*& rule) const;

@@ -41,7 +41,7 @@ OsStatus SignedCode::Validate(const Requirement& requirement) {
 OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
   OsStatus status = first_.Validate(requirement);
   if (status != kErrSecSuccess || code_->SliceCount() == 1) return status;
-  // Slices of real files do not overlap. Overlapping ones could have a file hashed again and again.
+  // Slices of real files do not overlap. If they did, a file could be hashed again and again.
   std::uint64_t unclaimed = 0;
   if (const int error = code_->Code().Size(unclaimed); error != 0) return StatusFromErrno(error);
   unclaimed -= std::min(first_.Directories()->Best().CodeLimit(), unclaimed);

@@ -146,7 +146,7 @@ TEST_F(SignedFileTest, SlicesMustNotOverlap) {
   const auto file = [&](std::size_t size) {
     const std::string inner = sign(MakeMachOCode(size));
     const std::string outer = MakeMachOCode(kInnerAt + inner.size());
-    // The first slice begins at the same distance in the file as the second one in the first.
+    // The second slice begins at the same offset in the first as the first does in the file.
     std::string bytes = MakeUniversal({sign(outer.substr(0, kInnerAt) + inner), inner});
     constexpr std::size_t kSecondOffset = 8 + 20 + 8;
     return bytes.replace(kSecondOffset, 4, std::string("\0\0\x20\0", 4));
@@ -215,7 +215,7 @@ TEST_F(SignedFileTest, AllCodeBeforeTheSignatureIsCovered) {
   EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
 }
 
-// libcrypto could take long to decode them, and does so when it parses a certificate.
+// libcrypto could take long to decode them, and it decodes them when it parses a certificate.
 TEST_F(SignedFileTest, RejectsKeysOnOtherCurves) {
   const auto status = [&](const TestKey& key) {
     CertificatePlan decoy;

@@ -135,7 +135,7 @@ OsStatus SliceSignature::BeginPages(std::optional<PageCheck>& pages) const {
   CodeRange code;
   const OsStatus status = code_.FindCode(slice_, code);
   if (status != kErrSecSuccess) return status;
-  // No kernel here refuses to run what the pages do not cover.
+  // Here, unlike on macOS, no kernel refuses to run code that the page hashes do not cover.
   if (directories_.Best().CodeLimit() != code.length) return kErrSecCSSignatureFailed;
   pages.emplace(code_.Code(), code.start, directories_, context_.budget);
   pages->Begin();

@@ -29,7 +29,7 @@ TrustStore TrustStore::Load(const std::string& path) {
   if (file.Open(path) != 0 || file.ReadAll(text, kMaxFileSize) != 0) return store;
   const std::unique_ptr<BIO, int (*)(BIO*)> source(
       BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), BIO_free);
-  // An encrypted entry is an error: nobody is asked for a password.
+  // An encrypted entry is an error: there is no prompt for a password.
   const auto noPassword = [](char*, int, int, void*) { return -1; };
   unsigned char* bytes = nullptr;
   long length = 0;

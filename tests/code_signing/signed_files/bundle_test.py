@@ -1,4 +1,4 @@
-"""Signed bundles and the code nested in them. Unit tests look into seals and layouts."""
+"""Signed bundles and the code nested in them. Unit tests cover the details of seals and layouts."""
 
 import shutil
 import unittest
@@ -22,7 +22,7 @@ def flip_at(path, offset):
 
 class BundleTestCase(SignedFileTestCase):
     def build(self, executable, form="contents", **options):
-        """Builds a bundle in place of the last one."""
+        """Builds a bundle that replaces the previous one."""
         suffix = "framework" if form == "framework" else "app"
         path = self.directory / f"Agent.{suffix}"
         shutil.rmtree(path, ignore_errors=True)

@@ -70,7 +70,7 @@ def check_unprivileged(path, anchors):
     if os.geteuid() != 0:
         return check(path, anchors)
     path.parent.chmod(0o755)
-    program = shutil.copy(PROGRAM, path.parent)  # the build may lie where nobody else may enter
+    program = shutil.copy(PROGRAM, path.parent)  # others may have no access to the build folder
     return check(path, anchors, program, user=65534)
 
 

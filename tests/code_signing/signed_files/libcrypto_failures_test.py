@@ -1,5 +1,5 @@
 """Checks in which libcrypto runs out of memory (see libcrypto_failures.cc, the program that
-KX_LIBCRYPTO_FAILURES names). One in KX_STEP failures is tried, or in 797."""
+KX_LIBCRYPTO_FAILURES names). Tries one in KX_STEP failures, by default one in 797."""
 
 import concurrent.futures
 import functools

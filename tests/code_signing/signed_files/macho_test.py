@@ -104,9 +104,9 @@ class LoadCommandTest(MachOTestCase):
         load = self.signed.index(struct.pack("<2I", LC_ID_DYLIB, 48))
         for name, offset, value in (
                 ("size of all commands", 20, 7),
-                ("commands behind the end of the file", 20, 0x7FFFFFFF),
+                ("commands past the end of the file", 20, 0x7FFFFFFF),
                 ("command without size", load + 4, 0),
-                ("command behind the end", last + 4, end - last + 1),
+                ("command past the end", last + 4, end - last + 1),
                 ("largest command", last + 4, 0xFFFFFFFF),
                 ("small signature command", last + 4, 15),
                 ("small segment", first + 4, 71),
@@ -122,7 +122,7 @@ class LoadCommandTest(MachOTestCase):
         start, length = struct.unpack_from("<8x2I", self.signed, self.signature)
         for name, expected, values in (
                 ("elsewhere", SIGNATURE_INVALID, (start + 16, length)),
-                ("behind the end", SIGNATURE_INVALID, (0xFFFFFFF0, 100)),
+                ("past the end", SIGNATURE_INVALID, (0xFFFFFFF0, 100)),
                 ("at the end", SIGNATURE_INVALID, (len(self.signed), 0)),
                 ("short", SIGNATURE_INVALID, (start, 100)),
                 ("largest", SIGNATURE_INVALID, (0xFFFFFFFF, 0xFFFFFFFF)),

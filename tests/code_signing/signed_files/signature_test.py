@@ -58,7 +58,7 @@ class BlobTest(SignatureTestCase):
         for name, changed in {
                 "magic": patched(data, 0, ">I", 0xFADE0CC1),
                 "length below the header": patched(data, 4, ">I", 11),
-                "length behind the end": patched(data, 4, ">I", len(data) + 1),
+                "length past the end": patched(data, 4, ">I", len(data) + 1),
                 "largest length": patched(data, 4, ">I", 0xFFFFFFFF),
                 "length before a blob's end": patched(data, 4, ">I", len(data) - 1),
                 "more entries than bytes": patched(data, 8, ">I", len(data)),
@@ -66,7 +66,7 @@ class BlobTest(SignatureTestCase):
                 "offset in the index": patched(data, 16, ">I", 12 + 8 * count - 1),
                 "offset at the end": patched(data, 16, ">I", len(data) - 7),
                 "largest offset": patched(data, 16, ">I", 0xFFFFFFFF),
-                "inner length behind the end":
+                "inner length past the end":
                     patched(data, inner + 4, ">I", len(data) - inner + 1),
                 "largest inner length": patched(data, inner + 4, ">I", 0xFFFFFFFF),
         }.items():
@@ -119,7 +119,7 @@ class CodeDirectoryTest(SignatureTestCase):
                 ("a page more", SIGNATURE_FAILED, PAGE_COUNT, ">I", count + 1),
                 ("most pages", SIGNATURE_FAILED, PAGE_COUNT, ">I", huge),
                 ("limit of no code", SIGNATURE_FAILED, LIMIT, ">I", 0),
-                ("limit behind the pages", SIGNATURE_FAILED, LIMIT, ">I", count * 4096 + 1),
+                ("limit past the pages", SIGNATURE_FAILED, LIMIT, ">I", count * 4096 + 1),
                 ("long limit", SIGNATURE_FAILED, LIMIT_64, ">Q", 0xFFFFFFFFFFFFFFFF),
                 ("page size", SIGNATURE_FAILED, PAGE_SIZE, "B", 13),
                 ("page size of no shift", SIGNATURE_FAILED, PAGE_SIZE, "B", 255),
@@ -159,7 +159,7 @@ class CodeDirectoryTest(SignatureTestCase):
         found = self.make(hashes=("sha256", "sha1"))
         second = found.pop(0x1000)
         found[0x1001] = second[:20] + b"defective" + second[29:]
-        self.assert_components(SIGNATURE_FAILED, found)  # a directory less than the attributes list
+        self.assert_components(SIGNATURE_FAILED, found)  # one directory fewer than the attributes list
         self.make(hashes=("sha256",))
         self.assert_changed(VALID, 0x1001, second[:20] + b"defective" + second[29:])
 

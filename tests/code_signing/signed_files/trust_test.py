@@ -165,7 +165,7 @@ class TimestampTest(TrustTestCase):
             changed = bytearray(data)
             changed[offset] ^= 0x10
             sidecar.write_bytes(changed)
-            # A length that does not fit any more makes the whole message unreadable.
+            # A length that no longer fits makes the whole message unreadable.
             self.assertIn(self.check(path).validity, (SIGNATURE_FAILED, UNKNOWN_FORMAT))
 
 
