@@ -5,7 +5,7 @@
 readonly identifier=com.corvane.KXTool
 readonly team=QK7ZP2M9XD
 # The tool keeps its configuration and its log beside itself, so it needs its own folder. That folder must not
-# look like a bundle: in one, the system would not read the property list that the tool contains.
+# look like a bundle: inside one, the system would not read the property list that the tool contains.
 readonly install_directory=/usr/local/libexec/kxtool
 # What that folder holds besides the tool. Each row has the path in the sources, the installed name, the mode
 # and, where users need one, the path of a link to the installed file.

@@ -39,6 +39,7 @@ std::optional<std::string> ApplicationExecutable(const std::string& bundlePath) 
     if ([given length] == 0) return std::nullopt;
     // The workspace takes a relative path for a name and may find another application.
     NSString* const path = [[NSURL fileURLWithPath:given] path];
+    if (path == nil) return std::nullopt;
     NSString* const known = FullPathForApplication(path);
     // The workspace may not know an application that was copied a moment ago.
     NSBundle* const bundle = [NSBundle bundleWithPath:known == nil ? path : known];
