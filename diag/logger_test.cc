@@ -81,7 +81,7 @@ TEST_F(LoggerTest, LinesAreStampedAppendedAndFlushed) {
             "2023-11-14 22:13:20 second\nline\n2023-11-14 22:13:20 \n");
 }
 
-TEST_F(LoggerTest, ThereIsOne) {
+TEST_F(LoggerTest, IsASingleton) {
   const auto run = [this] {
     Logger* const first = Logger::GetLogger(Directory());
     const bool isSame = Logger::GetLogger("/elsewhere/") == first;

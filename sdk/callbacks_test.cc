@@ -68,7 +68,7 @@ TEST_F(CallbacksTest, EventWhileScansAreFollowed) {
   EXPECT_THAT(TakeLog(), IsEmpty());
 }
 
-TEST_F(CallbacksTest, EventsAreDroppedWithoutTheLock) {
+TEST_F(CallbacksTest, EventsAreDroppedWithoutTakingTheLock) {
   const std::lock_guard<std::mutex> lock(locker);
   OnProductEvent(&Tool(), "name", "data");
   stopThread = false;
@@ -76,7 +76,7 @@ TEST_F(CallbacksTest, EventsAreDroppedWithoutTheLock) {
   EXPECT_THAT(Tool().productEvents, IsEmpty());
 }
 
-TEST_F(CallbacksTest, ForeignContextsAreIgnoredWithoutTheLock) {
+TEST_F(CallbacksTest, ForeignContextsAreIgnoredWithoutTakingTheLock) {
   const std::lock_guard<std::mutex> lock(locker);
   stopThread = false;
   int foreign = 0;

@@ -23,7 +23,7 @@ struct CloseWalk {
 
 /// Whether the walk reaches `entry` for the first time. It returns to a directory after its
 /// contents, or instead of them when it cannot read the directory.
-bool IsFirstMeeting(const FTSENT& entry) {
+bool IsFirstVisit(const FTSENT& entry) {
   return entry.fts_info != FTS_DP && entry.fts_info != FTS_DNR;
 }
 
@@ -71,7 +71,7 @@ void WalkTree(const std::string& root,
       fts_open(roots, FTS_PHYSICAL | FTS_COMFOLLOW | FTS_NOCHDIR, nullptr));
   if (!walk) return;
   while (const FTSENT* const entry = fts_read(walk.get())) {
-    if (entry->fts_level == FTS_ROOTLEVEL || !IsFirstMeeting(*entry)) continue;
+    if (entry->fts_level == FTS_ROOTLEVEL || !IsFirstVisit(*entry)) continue;
     const char* relative = entry->fts_path + path.size();
     while (*relative == '/') ++relative;
     if (!visit(relative)) return;

@@ -10,7 +10,7 @@
 namespace platform {
 namespace {
 
-TEST(OutputErrorTest, IsNeverNone) {
+TEST(OutputErrorTest, IsNeverZero) {
   const contract::TemporaryTree tree;
   EXPECT_EQ(OutputError(tree.Path("nothing")), ENOENT);
   EXPECT_EQ(OutputError(tree.MakeFile("file")), EACCES);
@@ -22,7 +22,7 @@ TEST(LaunchErrorTest, IsTheNumberThatEndsTheReason) {
   EXPECT_EQ(LaunchError("13"), 13);
 }
 
-TEST(LaunchErrorTest, IsAnUnusableFormatWhereTheReasonNamesNone) {
+TEST(LaunchErrorTest, IsEnoexecWhenTheReasonNamesNone) {
   EXPECT_EQ(LaunchError("launch path not accessible"), ENOEXEC);
   EXPECT_EQ(LaunchError("error 8 somewhere"), ENOEXEC);
   EXPECT_EQ(LaunchError("error 0"), ENOEXEC);

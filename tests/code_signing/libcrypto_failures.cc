@@ -95,10 +95,10 @@ bool Sweep(const char* anchors, const char* path, const Kind& kind, std::size_t 
   for (std::size_t number = 1; hasFailed; number += std::max<std::size_t>(step / kind.fewer, 1)) {
     Verdict verdict;
     const auto leaks = [&] {
-      const long living = LivingLibcryptoAllocations();
+      const long living = LiveLibcryptoAllocations();
       verdict = {};
       hasFailed = kind.withFailure(number, kind.failing, [&] { verdict = Check(anchors, path); });
-      return LivingLibcryptoAllocations() > living;
+      return LiveLibcryptoAllocations() > living;
     };
     const auto complain = [&](const char* what) {
       std::fprintf(stderr, "%s, %s %zu: %s (%d)\n", path, kind.name, number, what, verdict.status);

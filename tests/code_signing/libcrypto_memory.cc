@@ -53,7 +53,7 @@ const bool isWatched = CRYPTO_set_mem_functions(Allocate, Reallocate, Free) == 1
 
 }  // namespace
 
-long LivingLibcryptoAllocations() {
+long LiveLibcryptoAllocations() {
   OPENSSL_thread_stop();
   const std::lock_guard<std::mutex> lock(mutex);
   return living;

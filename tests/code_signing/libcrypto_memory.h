@@ -10,7 +10,7 @@ namespace platform::code_signing {
 
 /// Returns the number of allocations that libcrypto has not released. Drops what it keeps for the
 /// calling thread, such as the queue of errors.
-long LivingLibcryptoAllocations();
+long LiveLibcryptoAllocations();
 
 enum class Failing { kOne, kOneAndAllThatFollow };
 

@@ -63,7 +63,7 @@ TEST(ApplicationExecutableContract, AnswersNothingWithoutAnExecutable) {
   EXPECT_FALSE(ApplicationExecutable(MakeApplication(tree, "missing")));
 }
 
-TEST(ApplicationExecutableContract, AnswersNothingForWhatIsNoBundle) {
+TEST(ApplicationExecutableContract, AnswersNothingForWhatIsNotABundle) {
   const TemporaryTree tree;
   EXPECT_FALSE(ApplicationExecutable(tree.Path("nothing.app")));
   EXPECT_FALSE(ApplicationExecutable(tree.MakeFile("file.app", "text")));

@@ -369,7 +369,7 @@ TEST(AppendedFileContract, KeepsWhatIsThere) {
   EXPECT_EQ(status.st_mode, mode_t{S_IFREG | S_IRUSR | S_IWUSR});
 }
 
-TEST(AppendedFileContract, WaitsForNoReader) {
+TEST(AppendedFileContract, DoesNotWaitForAReader) {
   const TemporaryTree tree;
   const std::string path = tree.Path("pipe");
   ASSERT_EQ(mkfifo(path.c_str(), S_IRUSR | S_IWUSR), 0);
@@ -469,7 +469,7 @@ TEST(IsDeletableContract, AStickyDirectoryAsksForAnOwner) {
 }
 #endif
 
-TEST(IsDeletableContract, NothingIsNotDeletable) {
+TEST(IsDeletableContract, AMissingFileIsNotDeletable) {
   const TemporaryTree tree;
   EXPECT_FALSE(IsDeletable(tree.Path("nothing")));
   EXPECT_FALSE(IsDeletable(""));

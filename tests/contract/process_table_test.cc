@@ -121,7 +121,7 @@ TEST(ProcessTableContract, TheShortNameOfAProcessThatHasEndedIsEmpty) {
   EXPECT_EQ(record.ShortName(), "");
 }
 
-TEST(ProcessTableContract, AKernelThreadHasAShortNameAlone) {
+TEST(ProcessTableContract, AKernelThreadHasOnlyAShortName) {
   constexpr pid_t kKernelThreads = 2;
   if (ProcessRecord(kKernelThreads, nullptr).ShortName() != "kthreadd") {
     GTEST_SKIP() << "no kernel thread in this process table";
@@ -131,7 +131,7 @@ TEST(ProcessTableContract, AKernelThreadHasAShortNameAlone) {
   EXPECT_EQ(path, "untouched");
 }
 
-TEST(ProcessTableContract, AnotherUsersProcessHasAShortNameAlone) {
+TEST(ProcessTableContract, AnotherUsersProcessHasOnlyAShortName) {
   const pid_t process = getpid();
   const contract::OrdinaryUser user;
   if (!user.IsOne() || getuid() == 0) GTEST_SKIP() << "root only";

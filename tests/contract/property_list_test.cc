@@ -76,7 +76,7 @@ TEST(PropertyListContract, ReadsEveryKind) {
   EXPECT_EQ(list->Find("missing"), nullptr);
 }
 
-TEST(PropertyListContract, FindLooksInDictionariesAlone) {
+TEST(PropertyListContract, FindLooksOnlyInDictionaries) {
   PropertyListValue text;
   text.kind = Kind::kString;
   EXPECT_EQ(text.Find("k"), nullptr);
@@ -140,7 +140,7 @@ TEST(PropertyListContract, AnythingElseAtTheTopIsNothing) {
   EXPECT_FALSE(Read(Xml("<true/>")));
 }
 
-TEST(PropertyListContract, WhatIsNoPropertyListIsNothing) {
+TEST(PropertyListContract, WhatIsNotAPropertyListIsNothing) {
   EXPECT_FALSE(Read(""));
   EXPECT_FALSE(Read(std::string(1000, '\0')));
   EXPECT_FALSE(Read("<html><body/></html>"));

@@ -66,7 +66,7 @@ TEST(TaskContract, AProgramThatCannotStartGivesItsErrno) {
   EXPECT_EQ(RunTask(task), ENOENT);
 }
 
-TEST(TaskContract, AFileThatIsNoProgramGivesItsErrno) {
+TEST(TaskContract, AFileThatIsNotAProgramGivesItsErrno) {
   const TemporaryTree tree;
   Task task;
   task.launchPath = tree.MakeFile("garbage", "\x01\x02 no program");
@@ -85,7 +85,7 @@ TEST(TaskContract, TheEnvironmentIsInherited) {
   EXPECT_EQ(Report("tell-variable", {"KX_CONTRACT"}), "a value");
 }
 
-TEST(TaskContract, TheChildGetsTheStandardDescriptorsAlone) {
+TEST(TaskContract, TheChildGetsOnlyTheStandardDescriptors) {
   EXPECT_EQ(Report("list-descriptors"), " 0 1 2");
 }
 
@@ -195,7 +195,7 @@ TEST(TaskContract, TheChildInheritsIgnoredAndBlockedSignalsButForPipesAndChildre
   EXPECT_EQ(report, " 1 3 10") << "not SIGHUP, SIGQUIT and SIGUSR1";
 }
 
-TEST(TaskContract, TheStatusArrivesWhereChildrenAreIgnored) {
+TEST(TaskContract, TheStatusArrivesWhenSigchldIsIgnored) {
   const SignalHandling ignored(SIGCHLD, SIG_IGN);
   EXPECT_EQ(RunTask(RoleTask("exit", {"7"})), 7);
   struct sigaction after;

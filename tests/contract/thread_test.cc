@@ -48,7 +48,7 @@ TEST(ThreadContract, JoinWaitsUntilTheRoutineHasEnded) {
 // Only here do the default attributes depend on a limit that a test can set: a default stack
 // larger than the address space.
 #if defined(__linux__) && !defined(__SANITIZE_THREAD__)
-TEST(ThreadContract, GivesTheSystemsNumberWhenResourcesLack) {
+TEST(ThreadContract, GivesTheSystemsNumberWhenResourcesAreLacking) {
   const int status = contract::RunRole("start-thread", {}, [] {
     rlimit limit;
     getrlimit(RLIMIT_STACK, &limit);

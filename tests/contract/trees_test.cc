@@ -106,7 +106,7 @@ TEST(CopyTreeContract, CopiesALinkAsALink) {
   EXPECT_EQ(LinkTarget(tree.Path("copy of dangling")), "nothing");
 }
 
-TEST(CopyTreeContract, TheCopyRunsAsNobodyElse) {
+TEST(CopyTreeContract, SetIdBitsAreDroppedWhenTheOwnerChanges) {
   const TemporaryTree tree;
   const std::string file = tree.MakeFile("file");
   const uid_t owners[] = {geteuid(), 12345};
@@ -375,7 +375,7 @@ TEST(WalkTreeContract, ThousandsOfEntriesInOneDirectory) {
   EXPECT_EQ(std::unique(paths.begin(), paths.end()), paths.end());
 }
 
-TEST(WalkTreeContract, VisitsNothingBelowWhatIsNoDirectory) {
+TEST(WalkTreeContract, VisitsNothingBelowWhatIsNotADirectory) {
   const TemporaryTree tree;
   EXPECT_TRUE(Walked(tree.MakeFile("file")).empty());
   EXPECT_TRUE(Walked(tree.Path("nothing")).empty());

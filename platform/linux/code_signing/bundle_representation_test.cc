@@ -267,7 +267,7 @@ TEST_F(NestedBundleTest, AllVersionsAreChecked) {
   EXPECT_EQ(Status(), kErrSecCSBadResource);
 }
 
-TEST_F(SignedBundleTest, AFileIsNestedForItselfAlone) {
+TEST_F(SignedBundleTest, ANestedFileDoesNotStandForItsBundle) {
   const std::string seal = Seal("", "");
   Write("MacOS/Info.plist", "");  // no bundle: the list is empty
   Write("MacOS/inner/Info.plist",

@@ -65,7 +65,7 @@ TEST_F(CertificateChainTest, ANameIsNotEnoughForAnIssuer) {
   EXPECT_EQ(Build(leaf_, {impostor, root_}, {root_}), CertificateChain({leaf_}));
 }
 
-TEST_F(CertificateChainTest, PrefersAChainToAnAnchor) {
+TEST_F(CertificateChainTest, PrefersAChainThatEndsInAnAnchor) {
   const TestKey otherKey = MakeEcKey();
   const CertificatePtr otherRoot = Issue("Other", otherKey, "Other", otherKey);
   const CertificatePtr crossSigned = Issue("Middle", middleKey_, "Other", otherKey);
@@ -82,7 +82,7 @@ TEST_F(CertificateChainTest, ASelfSignedLeafIsItsOwnChain) {
   EXPECT_EQ(Build(alone, {alone, root_}), CertificateChain({alone}));
 }
 
-TEST_F(CertificateChainTest, EndsOnCycles) {
+TEST_F(CertificateChainTest, StopsAtCycles) {
   const CertificatePtr a = Issue("A", rootKey_, "B", middleKey_);
   const CertificatePtr b = Issue("B", middleKey_, "A", rootKey_);
   const CertificatePtr leaf = Issue("Leaf", leafKey_, "A", rootKey_);

@@ -76,7 +76,7 @@ TEST_F(ChainPolicyTest, DatesCanBeTolerated) {
   EXPECT_EQ(Evaluate(9999, DateRule::kTolerate), kErrSecSuccess);
 }
 
-TEST_F(ChainPolicyTest, AnyUseOfTheKeyIsNotCodeSigning) {
+TEST_F(ChainPolicyTest, AnyExtendedKeyUsageIsNotEnough) {
   leaf_.extensions[1].second = "anyExtendedKeyUsage";
   EXPECT_EQ(Evaluate(), kTpInvalidExtendedKeyUsage);
   leaf_.extensions[1].second = "serverAuth,codeSigning";

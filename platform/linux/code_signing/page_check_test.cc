@@ -47,7 +47,7 @@ TEST_F(PageCheckTest, HashesWithAllKnownTypes) {
   EXPECT_EQ(Check(), kErrSecSuccess);
 }
 
-TEST_F(PageCheckTest, CanBeginBeforeItIsAskedFor) {
+TEST_F(PageCheckTest, CanBeginBeforeFinish) {
   Sign(std::string(1000000, 'x'), {HashType::kSha256});
   PageCheck check(file_, 0, directories_, budget_);
   check.Begin();
@@ -68,7 +68,7 @@ TEST_F(PageCheckTest, RejectsAShrinkingFile) {
   EXPECT_EQ(Check(), kErrSecCSSignatureFailed);
 }
 
-TEST_F(PageCheckTest, RejectsAStartBehindTheFile) {
+TEST_F(PageCheckTest, RejectsAStartPastTheEndOfTheFile) {
   Sign("code", {HashType::kSha256});
   EXPECT_EQ(Check(0xFFFFFFFF), kErrSecCSSignatureFailed);
   EXPECT_EQ(Check(~std::uint64_t{0}), kErrSecCSSignatureFailed);

@@ -30,7 +30,7 @@ TEST_F(TimestampTokenTest, HasOneSigner) {
   EXPECT_FALSE(Verify(MakeTimestampToken({authority_, authority_}, "signature")));
 }
 
-TEST_F(TimestampTokenTest, IsAboutTheSignatureBeforeAnythingIsVerified) {
+TEST_F(TimestampTokenTest, ChecksTheImprintBeforeVerifyingAnything) {
   const std::string token = MakeTimestampToken({authority_}, "another signature");
   for (int i = 0; i < 400; ++i) ASSERT_FALSE(Verify(token));
   EXPECT_TRUE(Verify(MakeTimestampToken({authority_}, "signature")));
