@@ -14,7 +14,7 @@ _kx() {
     before=${COMP_WORDS[COMP_CWORD - 1]} word=''
   fi
   case $COMP_CWORD:${COMP_WORDS[1]}:$before in
-    1:* | 2:help:*) choices=$("$kx_script" help | sed -n 's/^  \([a-z][a-z]*\) .*/\1/p' | uniq) ;;
+    1:* | 2:help:*) choices=$("$kx_script" help | sed -n 's/^  \([^ ][^ ]*\) .*/\1/p' | uniq) ;;
     *:run:--scenario | *:endpoint:--scenario)
       choices=$(find "${kx_script%/*}/simulator/scenarios" -name '*.json' -exec basename -a -s .json {} +) ;;
     *:--layout) choices='1 2 3' ;;
