@@ -8,6 +8,7 @@ the command has the terminal to itself.
 import json
 import os
 import sys
+import time
 from signal import SIG_IGN, SIGCONT, SIGINT, SIGKILL, SIGPIPE, SIGTSTP, SIGTTOU, SIGXFSZ, signal
 
 _STREAMS_TO_NOTHING = [(os.POSIX_SPAWN_OPEN, number, "/dev/null", os.O_RDWR, 0)
@@ -41,6 +42,10 @@ def _start(service: dict) -> int:
     path = service["path"]
     process = os.posix_spawn(path, [path], os.environ, file_actions=_STREAMS_TO_NOTHING,
                              setsigdef=_IGNORED_SIGNALS)
+    # posix_spawn() can return just before the kernel names the process after its program.
+    name = os.fsencode(os.path.basename(path))[:15]
+    while _name_of(process) != name:
+        time.sleep(0.001)
     if service.get("deleted"):
         os.unlink(path)
     elif "renamedTo" in service:
@@ -49,6 +54,11 @@ def _start(service: dict) -> int:
         os.kill(process, SIGKILL)
         os.waitid(os.P_PID, process, os.WEXITED | os.WNOWAIT)
     return process
+
+
+def _name_of(process: int) -> bytes:
+    with open(f"/proc/{process}/comm", "rb") as name:
+        return name.read().rstrip(b"\n")
 
 
 def _call(command: list[str], directory: str, environment: dict[str, str]) -> int:
