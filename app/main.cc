@@ -8,7 +8,7 @@
 #include "platform/standard_streams.h"
 
 int main(int argc, const char** argv) {
-  if (argc < kMinimumArgumentCount || argc > kMaximumArgumentCount) return kEINVAL;
+  if (argc < kMinArgumentCount || argc > kMaxArgumentCount) return kEINVAL;
   platform::EnsureStandardDescriptors();
   const std::unique_ptr<KXTool> tool(new (std::nothrow) KXTool(argc, argv));
   if (tool == nullptr) return kENOMEM;

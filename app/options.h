@@ -8,8 +8,8 @@ class KXTool;
 class Logger;
 
 /// Bounds of the argument count of any command line, including the program name.
-inline constexpr int kMinimumArgumentCount = 2;
-inline constexpr int kMaximumArgumentCount = 9;
+inline constexpr int kMinArgumentCount = 2;
+inline constexpr int kMaxArgumentCount = 9;
 
 /// The arguments of -getInstallationLink; one that was not given is empty.
 struct LinkArguments {

@@ -24,7 +24,7 @@ std::vector<std::string> Words(const std::string& text) {
   std::vector<std::string> words;
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) words.push_back(line.c_str());
-  words.resize(std::clamp<std::size_t>(words.size(), kMinimumArgumentCount, kMaximumArgumentCount));
+  words.resize(std::clamp<std::size_t>(words.size(), kMinArgumentCount, kMaxArgumentCount));
   return words;
 }
 

@@ -13,13 +13,13 @@ constexpr char kAbsentRecord[] = "0|||";
 constexpr char kHealthyState[] = "1|";
 constexpr char kUnhealthyState[] = "2|";
 
-constexpr int kMostWaits = 4;
+constexpr int kMaxWaits = 4;
 constexpr unsigned kWait = 5;  // seconds
 
 /// Gives the services time to come up.
 bool AwaitServices(KXTool& tool, Logger* logger) {
   bool areRunning = tool.CheckRunningProcesses();
-  for (int wait = 0; !areRunning && wait < kMostWaits; ++wait) {
+  for (int wait = 0; !areRunning && wait < kMaxWaits; ++wait) {
     Utils::LogMessage(logger, "Services are not running. Waiting ", kWait, " seconds");
     platform::Sleep(kWait);
     areRunning = tool.CheckRunningProcesses();

@@ -31,7 +31,7 @@ bool IsGroupRunning(const ServiceTable& services, const std::vector<std::string>
 
 namespace {
 
-constexpr int kMostLooks = 10;
+constexpr int kMaxLooks = 10;
 constexpr unsigned kPauseBeforeLook = 5;  // seconds
 
 }  // namespace
@@ -45,7 +45,7 @@ bool KXTool::GetProcessName(std::string& name, int pid) {
 
 bool KXTool::CheckRunningProcesses() {
   const install::ServiceTable services = install::MakeServiceTable();
-  for (int look = 0; look < kMostLooks; ++look) {
+  for (int look = 0; look < kMaxLooks; ++look) {
     platform::Sleep(kPauseBeforeLook);
     std::vector<platform::ProcessRecord> records;
     if (!platform::ListProcesses(records) || records.empty()) return false;

@@ -28,7 +28,7 @@ constexpr QueryLines kFeatureStatusLines = {"Failed to execute method. Error cod
                                             "Invalid JSON",
                                             "Finished to get feature status with error code: "};
 
-int WalkCriticalIssues(const Value& output, std::string& result, Logger* logger) {
+int ExtractCriticalIssues(const Value& output, std::string& result, Logger* logger) {
   const Value* const alerts = json::FindObject(output, "Alerts");
   if (alerts == nullptr) return kSuccess;
   std::string names;
@@ -43,7 +43,7 @@ int WalkCriticalIssues(const Value& output, std::string& result, Logger* logger)
   return kSuccess;
 }
 
-int WalkProductVersion(const Value& output, std::string& result, Logger* logger) {
+int ExtractProductVersion(const Value& output, std::string& result, Logger* logger) {
   const Value* const locations = json::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
   const Value* const product = json::FindObject(*locations, "Product");
@@ -56,7 +56,7 @@ int WalkProductVersion(const Value& output, std::string& result, Logger* logger)
 }
 
 /// Whether a feature works: as the product says, or, where it says nothing, when it is switched on.
-bool JudgeFeature(const Value& feature, std::string_view id, Logger* logger) {
+bool IsFeatureWorking(const Value& feature, std::string_view id, Logger* logger) {
   if (const Value* const functioning = json::FindMember(feature, "isFunctioning")) {
     const bool verdict = functioning->IsTrue();
     Utils::LogMessage(logger, "Feature with id= ", id, " is functioning: ", verdict);
@@ -68,7 +68,7 @@ bool JudgeFeature(const Value& feature, std::string_view id, Logger* logger) {
   return isEnabled;
 }
 
-int WalkFeatureStatus(const Value& output, std::string& result, Logger* logger) {
+int ExtractFeatureStatus(const Value& output, std::string& result, Logger* logger) {
   const Value* const features = json::FindMember(output, "Features");
   if (features == nullptr || !features->IsArray() || features->Empty()) return kSuccess;
   std::string verdicts;
@@ -76,7 +76,7 @@ int WalkFeatureStatus(const Value& output, std::string& result, Logger* logger) 
     const std::optional<std::string_view> id = json::FindText(feature, "id");
     if (!id) continue;
     AppendToList(verdicts, *id);
-    verdicts += JudgeFeature(feature, *id, logger) ? "=1" : "=0";
+    verdicts += IsFeatureWorking(feature, *id, logger) ? "=1" : "=0";
   }
   result = std::move(verdicts);
   return kSuccess;
@@ -87,17 +87,17 @@ int WalkFeatureStatus(const Value& output, std::string& result, Logger* logger) 
 int KXTool::GetCriticalIssues(std::string& result, Logger* logger) {
   return RunStatusQuery(
       *this, kCriticalIssuesLines,
-      [&](const Value& output) { return WalkCriticalIssues(output, result, logger); }, logger);
+      [&](const Value& output) { return ExtractCriticalIssues(output, result, logger); }, logger);
 }
 
 int KXTool::GetProductVersion(std::string& result, Logger* logger) {
   return RunStatusQuery(
       *this, kProductVersionLines,
-      [&](const Value& output) { return WalkProductVersion(output, result, logger); }, logger);
+      [&](const Value& output) { return ExtractProductVersion(output, result, logger); }, logger);
 }
 
 int KXTool::GetFeatureStatus(std::string& result, Logger* logger) {
   return RunStatusQuery(
       *this, kFeatureStatusLines,
-      [&](const Value& output) { return WalkFeatureStatus(output, result, logger); }, logger);
+      [&](const Value& output) { return ExtractFeatureStatus(output, result, logger); }, logger);
 }

@@ -9,10 +9,10 @@ namespace {
 
 constexpr std::size_t kAllocatorChunkSize = 1024;
 
-int WalkGuarded(const QueryLines& lines, const Walk& walk, const rapidjson::Value& output,
-                Logger* logger) {
+int ExtractGuarded(const QueryLines& lines, const Extraction& extract,
+                   const rapidjson::Value& output, Logger* logger) {
   try {
-    return walk(output);
+    return extract(output);
   } catch (...) {
     Utils::LogMessage(logger, lines.guard);
     return kESRCH;
@@ -21,7 +21,8 @@ int WalkGuarded(const QueryLines& lines, const Walk& walk, const rapidjson::Valu
 
 }  // namespace
 
-int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Walk& walk, Logger* logger) {
+int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Extraction& extract,
+                   Logger* logger) {
   Utils::LogMessage(logger, "Execute Product.GetStatus method");
   rapidjson::MemoryPoolAllocator<> allocator(kAllocatorChunkSize);
   rapidjson::Document output(&allocator);
@@ -34,7 +35,7 @@ int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Walk& walk, Logg
     }
     return code;
   }
-  code = WalkGuarded(lines, walk, output, logger);
+  code = ExtractGuarded(lines, extract, output, logger);
   Utils::LogMessage(logger, lines.closing, code);
   return code;
 }

@@ -14,19 +14,20 @@ namespace queries {
 struct QueryLines {
   const char* failure;     ///< the SDK call failed
   bool failureEndsInCode;  ///< the call's code is appended to it
-  const char* guard;       ///< the walk threw
+  const char* guard;       ///< the extraction threw
   const char* closing;     ///< the query's code is appended to it
 };
 
 /// Reads what a query wants to know from the output of "Product.GetStatus". The output is an
-/// object, or null, which counts as one without members. A walk changes its result as its last
-/// step, so that an exception leaves the result as it was.
+/// object, or null, which counts as one without members. An extraction changes its result as its
+/// last step, so that an exception leaves the result as it was.
 /// @return the query's code
-using Walk = std::function<int(const rapidjson::Value& output)>;
+using Extraction = std::function<int(const rapidjson::Value& output)>;
 
-/// Asks the product for its status and walks the answer.
-/// @return the SDK call's code when it failed, 3 when the walk threw, else the walk's code.
-int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Walk& walk, Logger* logger);
+/// Asks the product for its status and extracts the answer from it.
+/// @return the SDK call's code when it failed, 3 when the extraction threw, else its code.
+int RunStatusQuery(KXTool& tool, const QueryLines& lines, const Extraction& extract,
+                   Logger* logger);
 
 }  // namespace queries
 

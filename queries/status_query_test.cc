@@ -68,7 +68,7 @@ TEST_P(StatusQueryTest, DeepNestingIsHarmless) {
   EXPECT_EQ(code, GetParam().name == "GetUpdateStatus" ? 3 : 0);
 }
 
-/// The guard of the walks, tested by making one allocation after another fail.
+/// The guard of the extractions, tested by making one allocation after another fail.
 class GuardTest : public StatusQueryTest {
  protected:
   /// The outcome of one run.
@@ -114,7 +114,7 @@ class GuardTest : public StatusQueryTest {
 INSTANTIATE_TEST_SUITE_P(All, GuardTest, testing::ValuesIn(AllQueries()), NameOf);
 
 /// The lines of a log that follow the SDK call.
-Lines WalkLog(const Lines& log) {
+Lines ExtractionLog(const Lines& log) {
   const auto end = std::find(log.begin(), log.end(), "AgentSDK Method returned with error code: 0");
   return end == log.end() ? Lines() : Lines(end + 1, log.end());
 }
@@ -123,12 +123,12 @@ TEST_P(GuardTest, FailedAllocationInTheWalkIsCaught) {
   const std::vector<Run> runs = RunFailingEach(Log());
   const Run& whole = runs.back();
   ASSERT_EQ(whole.code, 0);
-  Lines wholeWalk = WalkLog(whole.log);
-  wholeWalk.pop_back();  // the closing line
+  Lines wholeExtraction = ExtractionLog(whole.log);
+  wholeExtraction.pop_back();  // the closing line
   int guarded = 0;
   for (const Run& run : runs) {
     if (run.escaped) {
-      // Not in the walk: in the SDK call before, or in the closing line.
+      // Not in the extraction: in the SDK call before, or in the closing line.
       EXPECT_TRUE(run.result == kBefore || run.result == Untouched(GetParam()) ||
                   run.result == whole.result)
           << run.result;
@@ -141,14 +141,14 @@ TEST_P(GuardTest, FailedAllocationInTheWalkIsCaught) {
     ++guarded;
     EXPECT_EQ(run.code, 3);
     EXPECT_EQ(run.result, Untouched(GetParam()));
-    Lines walk = WalkLog(run.log);
-    ASSERT_GE(walk.size(), 2U);
-    EXPECT_EQ(walk.back(), GetParam().closingLine + "3");
-    walk.pop_back();
-    EXPECT_EQ(walk.back(), GetParam().guardLine);
-    walk.pop_back();
-    ASSERT_LE(walk.size(), wholeWalk.size());
-    EXPECT_TRUE(std::equal(walk.begin(), walk.end(), wholeWalk.begin()));
+    Lines extraction = ExtractionLog(run.log);
+    ASSERT_GE(extraction.size(), 2U);
+    EXPECT_EQ(extraction.back(), GetParam().closingLine + "3");
+    extraction.pop_back();
+    EXPECT_EQ(extraction.back(), GetParam().guardLine);
+    extraction.pop_back();
+    ASSERT_LE(extraction.size(), wholeExtraction.size());
+    EXPECT_TRUE(std::equal(extraction.begin(), extraction.end(), wholeExtraction.begin()));
   }
   EXPECT_GT(guarded, 0);
 }

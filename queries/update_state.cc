@@ -48,7 +48,7 @@ std::optional<std::int32_t> FailureOf(const Value& location) {
   return error && *error != 0 ? error : std::nullopt;
 }
 
-int WalkUpdateErrors(const Value& output, std::string& result, Logger* logger) {
+int ExtractUpdateErrors(const Value& output, std::string& result, Logger* logger) {
   Utils::LogMessage(logger, "Checking for \"Locations\" field");
   std::string failures;
   if (const Value* const locations = json::FindObject(output, "Locations")) {
@@ -88,7 +88,8 @@ int AppendUpdateState(const Value& update, std::string& text, Logger* logger) {
   return hasError && hasTime && hasLastSuccess ? kSuccess : kESRCH;
 }
 
-int WalkUpdateStatus(const Value& output, const char* name, std::string& result, Logger* logger) {
+int ExtractUpdateStatus(const Value& output, const char* name, std::string& result,
+                        Logger* logger) {
   std::string text;
   int code = kSuccess;
   if (const Value* const locations = json::FindObject(output, "Locations")) {
@@ -118,7 +119,7 @@ bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>
                                       static_cast<std::time_t>(*lastSuccess)) > kStaleAfter;
 }
 
-int WalkUpToDate(const Value& output, bool& upToDate, Logger* logger) {
+int EvaluateUpToDate(const Value& output, bool& upToDate, Logger* logger) {
   const std::unordered_set<std::string_view> unjudgedNames = {"Product", "ctc"};
   const std::unordered_set<std::int32_t> goodErrors = {0, -2003};
   const Value* const locations = json::FindObject(output, "Locations");
@@ -134,7 +135,7 @@ int WalkUpToDate(const Value& output, bool& upToDate, Logger* logger) {
   return kSuccess;
 }
 
-int WalkUpdateLocations(const Value& output, std::string& result, Logger* logger) {
+int ExtractUpdateLocations(const Value& output, std::string& result, Logger* logger) {
   const Value* const locations = json::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
   std::string names;
@@ -147,7 +148,7 @@ int WalkUpdateLocations(const Value& output, std::string& result, Logger* logger
   return kSuccess;
 }
 
-int WalkLastUpdate(const Value& output, std::string& result, Logger* logger) {
+int ExtractLastUpdate(const Value& output, std::string& result, Logger* logger) {
   const std::optional<std::int64_t> time = json::FindInt64(output, "LastUpdateTime");
   if (!time) return kSuccess;
   std::string text = std::to_string(*time);
@@ -161,13 +162,13 @@ int WalkLastUpdate(const Value& output, std::string& result, Logger* logger) {
 int KXTool::GetUpdateErrors(std::string& result, Logger* logger) {
   return RunStatusQuery(
       *this, kUpdateErrorsLines,
-      [&](const Value& output) { return WalkUpdateErrors(output, result, logger); }, logger);
+      [&](const Value& output) { return ExtractUpdateErrors(output, result, logger); }, logger);
 }
 
 int KXTool::GetUpdateStatus(std::string& result, const char* status, Logger* logger) {
   return RunStatusQuery(
       *this, kUpdateStatusLines,
-      [&](const Value& output) { return WalkUpdateStatus(output, status, result, logger); },
+      [&](const Value& output) { return ExtractUpdateStatus(output, status, result, logger); },
       logger);
 }
 
@@ -175,17 +176,17 @@ int KXTool::CheckIsUpToDate(bool& upToDate, Logger* logger) {
   upToDate = true;
   return RunStatusQuery(
       *this, kUpToDateLines,
-      [&](const Value& output) { return WalkUpToDate(output, upToDate, logger); }, logger);
+      [&](const Value& output) { return EvaluateUpToDate(output, upToDate, logger); }, logger);
 }
 
 int KXTool::GetUpdateLocations(std::string& result, Logger* logger) {
   return RunStatusQuery(
       *this, kUpdateLocationsLines,
-      [&](const Value& output) { return WalkUpdateLocations(output, result, logger); }, logger);
+      [&](const Value& output) { return ExtractUpdateLocations(output, result, logger); }, logger);
 }
 
 int KXTool::GetLastUpdate(std::string& result, Logger* logger) {
   return RunStatusQuery(
       *this, kLastUpdateLines,
-      [&](const Value& output) { return WalkLastUpdate(output, result, logger); }, logger);
+      [&](const Value& output) { return ExtractLastUpdate(output, result, logger); }, logger);
 }

@@ -5,11 +5,8 @@ namespace fake {
 void PrintTo(const Query& query, std::ostream* stream) { *stream << query.name; }
 
 Query UpdateErrors() {
-  return {"GetUpdateErrors",
-          [](KXTool& tool, std::string& result, Logger* logger) {
-            return tool.GetUpdateErrors(result, logger);
-          },
-          "Invalid JSON", "Finished to get update errors with error: "};
+  return {"GetUpdateErrors", &KXTool::GetUpdateErrors, "Invalid JSON",
+          "Finished to get update errors with error: "};
 }
 
 Query UpdateStatus(const std::string& location) {
@@ -34,43 +31,28 @@ Query IsUpToDate() {
 }
 
 Query UpdateLocations() {
-  return {"GetUpdateLocations",
-          [](KXTool& tool, std::string& result, Logger* logger) {
-            return tool.GetUpdateLocations(result, logger);
-          },
-          "Invalid JSON", "Finished to get update locations with error code: "};
+  return {"GetUpdateLocations", &KXTool::GetUpdateLocations, "Invalid JSON",
+          "Finished to get update locations with error code: "};
 }
 
 Query LastUpdate() {
-  return {"GetLastUpdate",
-          [](KXTool& tool, std::string& result, Logger* logger) {
-            return tool.GetLastUpdate(result, logger);
-          },
-          "Invalid JSON", "Finished retrieving last update with error code: "};
+  return {"GetLastUpdate", &KXTool::GetLastUpdate, "Invalid JSON",
+          "Finished retrieving last update with error code: "};
 }
 
 Query CriticalIssues() {
-  return {"GetCriticalIssues",
-          [](KXTool& tool, std::string& result, Logger* logger) {
-            return tool.GetCriticalIssues(result, logger);
-          },
-          "Invalid JSON", "Finished to get critical issues with error: "};
+  return {"GetCriticalIssues", &KXTool::GetCriticalIssues, "Invalid JSON",
+          "Finished to get critical issues with error: "};
 }
 
 Query ProductVersion() {
-  return {"GetProductVersion",
-          [](KXTool& tool, std::string& result, Logger* logger) {
-            return tool.GetProductVersion(result, logger);
-          },
-          "Invalid JSON", "Finished returning product version with error code: "};
+  return {"GetProductVersion", &KXTool::GetProductVersion, "Invalid JSON",
+          "Finished returning product version with error code: "};
 }
 
 Query FeatureStatus() {
-  return {"GetFeatureStatus",
-          [](KXTool& tool, std::string& result, Logger* logger) {
-            return tool.GetFeatureStatus(result, logger);
-          },
-          "Invalid JSON", "Finished to get feature status with error code: "};
+  return {"GetFeatureStatus", &KXTool::GetFeatureStatus, "Invalid JSON",
+          "Finished to get feature status with error code: "};
 }
 
 const std::vector<Query>& AllQueries() {

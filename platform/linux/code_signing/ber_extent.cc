@@ -6,17 +6,17 @@
 namespace platform::code_signing {
 namespace {
 
-constexpr int kDeepestNesting = 64;
+constexpr int kMaxNesting = 64;
 
 // Longer lengths do not occur and would not fit into the position.
 constexpr unsigned kMaxLengthBytes = 7;
 
-class BerWalker {
+class BerParser {
  public:
-  explicit BerWalker(std::string_view bytes) : bytes_(bytes) {}
+  explicit BerParser(std::string_view bytes) : bytes_(bytes) {}
 
   // Only values of indefinite length must be entered to find their end.
-  BerExtent Walk() {
+  BerExtent FindExtent() {
     int openValues = 0;
     do {
       Header header;
@@ -25,7 +25,7 @@ class BerWalker {
       if (header.endOfContents && openValues > 0) {
         --openValues;
       } else if (header.indefinite) {
-        if (++openValues > kDeepestNesting) return BerExtent::kMalformed;
+        if (++openValues > kMaxNesting) return BerExtent::kMalformed;
       } else if (header.length > bytes_.size() - position_) {
         return BerExtent::kTruncated;
       } else {
@@ -83,6 +83,6 @@ class BerWalker {
 
 }  // namespace
 
-BerExtent FindBerExtent(std::string_view bytes) { return BerWalker(bytes).Walk(); }
+BerExtent FindBerExtent(std::string_view bytes) { return BerParser(bytes).FindExtent(); }
 
 }  // namespace platform::code_signing

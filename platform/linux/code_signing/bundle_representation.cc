@@ -49,10 +49,6 @@ constexpr ComponentFile kComponentFiles[] = {
 constexpr char kVersions[] = "Versions";
 constexpr char kCurrentVersion[] = "Current";
 
-bool HasSameIdentity(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
 bool IsDirectory(const std::string& path) {
   struct stat status {};
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -77,13 +76,16 @@ bool BundleRoot::Reaches(const std::string& path, int descriptor) const {
   struct stat found {};
   struct stat opened {};
   return fstatat(directory_.Get(), reached.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
-         fstat(descriptor, &opened) == 0 && found.st_dev == opened.st_dev &&
-         found.st_ino == opened.st_ino;
+         fstat(descriptor, &opened) == 0 && HasSameIdentity(found, opened);
 }
 
 bool IsNeverSealed(const std::string& path) {
   const std::string first = path.substr(0, path.find('/'));
   return first == "_CodeSignature" || first == "CodeResources" || first == "_MASReceipt";
+}
+
+bool HasSameIdentity(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 std::string PathOf(const Descriptor& file) { return kOpenFiles + std::to_string(file.Get()); }

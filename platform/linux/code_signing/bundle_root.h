@@ -1,6 +1,8 @@
 #ifndef PLATFORM_LINUX_CODE_SIGNING_BUNDLE_ROOT_H_
 #define PLATFORM_LINUX_CODE_SIGNING_BUNDLE_ROOT_H_
 
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,6 +10,9 @@
 #include "platform/posix/descriptor.h"
 
 namespace platform::code_signing {
+
+/// Whether both describe the same file.
+bool HasSameIdentity(const struct stat& a, const struct stat& b);
 
 /// Returns a path of an open file, which is valid until it is closed.
 std::string PathOf(const Descriptor& file);
