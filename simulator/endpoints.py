@@ -26,7 +26,8 @@ Json = Any
 # The variables of the caller's environment that commands on the endpoint inherit.
 _KEPT_VARIABLES = ("LANG", "LC_ALL", "TERM", "TZ")
 _SANITIZER_OPTIONS = "SAN_OPTIONS"
-_PATH = f"{installation.TOOL_DIRECTORY}:/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+_PATH = (f"{installation.TOOL_DIRECTORY}:{installation.PROGRAM_DIRECTORY}:"
+         "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin")
 
 
 class EndpointError(Exception):

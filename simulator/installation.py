@@ -19,6 +19,7 @@ LOG = f"{TOOL_DIRECTORY}/log.txt"
 CALLER_DIRECTORY = "/opt/kxtool"  # of the tool's caller
 WORKING_DIRECTORY = f"{CALLER_DIRECTORY}/work"
 FAST_SLEEP = f"{CALLER_DIRECTORY}/fast_sleep.so"
+PROGRAM_DIRECTORY = f"{CALLER_DIRECTORY}/bin"  # on PATH before the machine's programs
 TEMPORARY = f"{CALLER_DIRECTORY}/tmp"
 STAND_INS = "/Library/Corvane/XQP/simulator"
 CALL_RECORD = f"{STAND_INS}/calls.jsonl"
@@ -35,6 +36,7 @@ OWN_DIRECTORIES = (
 
 # The stand-ins for system programs, by path.
 _INSTALLERS = pathlib.Path(__file__).with_name("installers")
+_DEFAULTS = pathlib.Path(__file__).with_name("defaults.py")
 _PACKAGING = pathlib.Path(__file__).resolve().parents[1] / "packaging"
 PROGRAMS = {
     "/usr/bin/hdiutil": _INSTALLERS / "hdiutil.py",
@@ -95,11 +97,12 @@ class Installation:
 
     def write(self, scenario: dict[str, Json], logging: bool) -> None:
         """Writes everything of a complete scenario. Raises BuildError, SigningError."""
-        for directory in (TOOL_DIRECTORY, TEMPORARY, VOLUMES, DEMONSTRATIONS):
+        for directory in (TOOL_DIRECTORY, PROGRAM_DIRECTORY, TEMPORARY, VOLUMES, DEMONSTRATIONS):
             self.path(directory).mkdir(parents=True, exist_ok=True)
         self._write_tool(logging)
         self.write_answers(scenario)
         self._write_program_modules()
+        shutil.copy(_DEFAULTS, self.path(f"{PROGRAM_DIRECTORY}/defaults"))
         self._write_trust(scenario)
         for file in scenario["files"]:
             self._write_content(self.path(file["path"]), file)

@@ -5,7 +5,6 @@ import json
 import plistlib
 import re
 import sqlite3
-import tempfile
 from pathlib import Path
 
 from simulator import installation
@@ -15,8 +14,7 @@ from tests.end_to_end.harness import EndToEndCase
 GUIDE = "docs/deployment.md"
 INSTALLED = "/usr/local/libexec/kxtool"
 REPORT = "/var/db/kxtool/report.json"
-# A defaults(1) that prints what it is told to write.
-DEFAULTS = '#!/bin/sh\ncase $1 in\n  read) echo /managed ;;\n  *) echo "$@" ;;\nesac\n'
+CONDITIONS = "/Library/Managed Installs/ConditionalItems"
 
 
 def example(name: str) -> str:
@@ -31,8 +29,8 @@ def plist_of(name: str) -> dict:
 class ScriptsTest(EndToEndCase):
     maxDiff = None
 
-    def output_on(self, scenario: str, script: str, **options) -> str:
-        with self.endpoint(scenario=scenario, **options) as endpoint:
+    def output_on(self, scenario: str, script: str) -> str:
+        with self.endpoint(scenario=scenario) as endpoint:
             path = f"{installation.WORKING_DIRECTORY}/script.sh"
             endpoint.path(path).write_text(script, encoding="utf-8")
             run = self.run_script_on(endpoint, f"$FAST /bin/sh {path}")
@@ -46,14 +44,9 @@ class ScriptsTest(EndToEndCase):
 
     def condition(self, scenario: str) -> dict[str, str]:
         """The keys that the condition writes, with their values."""
-        with tempfile.NamedTemporaryFile("w", suffix=".sh") as defaults:
-            defaults.write(DEFAULTS)
-            defaults.flush()
-            Path(defaults.name).chmod(0o755)
-            output = self.output_on(scenario, example("munki/kxtool-condition.sh"),
-                                    programs={"/usr/bin/defaults": Path(defaults.name)})
-        written = r"^write /managed/ConditionalItems (kxtool_\w+) -\w+ (.*)$"
-        return dict(re.findall(written, output, re.MULTILINE))
+        script = example("munki/kxtool-condition.sh") + f"defaults read '{CONDITIONS}'\n"
+        written = self.output_on(scenario, script)
+        return dict(re.findall(r'^ +"(\w+)" = "?(.*?)"?;$', written, re.MULTILINE))
 
     def test_tables_of_the_guide(self) -> None:
         tables = re.findall(r"^\| endpoint \| (.*) \|\n\|---.*\n((?:\|.*\n)*)", read(GUIDE), re.MULTILINE)

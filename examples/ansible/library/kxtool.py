@@ -76,7 +76,8 @@ output:
   type: str
 """
 
-NOT_INSTALLED, PRESENT = 20, 16
+NOT_INSTALLED = 20
+PRESENT = 16
 INSTALLERS = ("-runInstaller", "-runSetupDownloader")
 SCANS = ("-startFullScan", "-startQuickScan")
 # For each option that starts something, the group and the member of the report with the time of the last one.
