@@ -21,13 +21,13 @@ std::string LittleEndian(std::uint32_t number) {
 
 std::uint32_t Size(const std::string& bytes) { return static_cast<std::uint32_t>(bytes.size()); }
 
+}  // namespace
+
 std::string BigEndianFields(const std::vector<std::uint32_t>& fields) {
   std::string bytes;
   for (const std::uint32_t field : fields) bytes += BigEndian(field);
   return bytes;
 }
-
-}  // namespace
 
 std::string MakeCodeDirectory(const TestDirectoryContents& contents) {
   constexpr std::uint32_t kMagic = 0xFADE0C02;

@@ -44,6 +44,9 @@ struct TestDirectoryContents {
   std::uint8_t pageSizeLog2 = 0;  ///< 0 when the whole code is one page
 };
 
+/// Encodes numbers of 32 bits.
+std::string BigEndianFields(const std::vector<std::uint32_t>& fields);
+
 std::string MakeCodeDirectory(const TestDirectoryContents& contents);
 
 /// @param components whole blobs.

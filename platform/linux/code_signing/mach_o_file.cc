@@ -73,6 +73,12 @@ OsStatus MachOFile::ReadEntries(std::uint64_t count) {
     slices_.push_back(entry);
   }
   if (slices_.empty()) return kErrSecCSBadObjectFormat;
+  std::sort(slices_.begin(), slices_.end(),
+            [](const SliceEntry& a, const SliceEntry& b) { return a.offset < b.offset; });
+  overlap_ = std::adjacent_find(slices_.begin(), slices_.end(),
+                                [](const SliceEntry& a, const SliceEntry& b) {
+                                  return a.offset + a.size > b.offset;
+                                }) != slices_.end();
   OrderSlices();
   return kErrSecSuccess;
 }
@@ -96,17 +102,16 @@ void MachOFile::OrderSlices() {
 OsStatus MachOFile::FindCode(std::size_t slice, CodeRange& range) const {
   const LoadedSlice& loaded = Load(slice);
   if (loaded.status != kErrSecSuccess) return loaded.status;
+  // The kernel of macOS refuses slices that overlap. With them, the same bytes could be hashed
+  // again and again.
+  if (overlap_ || loaded.end > slices_[slice].size) return kErrSecCSSignatureFailed;
   range.start = slices_[slice].offset;
   if (loaded.signatureOffset) {
     range.length = *loaded.signatureOffset;
     return kErrSecSuccess;
   }
-  if (isUniversal_) {
-    range.length = slices_[slice].size;
-    return kErrSecSuccess;
-  }
-  const int error = file_.Size(range.length);
-  return error == 0 ? kErrSecSuccess : StatusFromErrno(error);
+  range.length = slices_[slice].size;
+  return kErrSecSuccess;
 }
 
 OsStatus MachOFile::ReadComponent(std::size_t slice, Slot slot,
@@ -142,12 +147,15 @@ OsStatus MachOFile::Fill(LoadedSlice& loaded) const {
   if (status != kErrSecSuccess) return status;
   if (isUniversal_ && loaded.index == 0 && slice.FileType() == 0) return kErrSecCSBadObjectFormat;
   loaded.infoPlist = slice.FindInfoPlist();
+  loaded.end = slice.CommandsEnd();
   std::optional<MachOSlice::Range> signature;
   status = slice.FindSignature(signature);
   if (status != kErrSecSuccess || !signature) return status;
   loaded.signatureOffset = signature->offset;
-  return SuperBlob::Read(file_, entry.offset + signature->offset, signature->length,
-                         loaded.signature.emplace());
+  status = SuperBlob::Read(file_, entry.offset + signature->offset, signature->length,
+                           loaded.signature.emplace());
+  loaded.end = std::max(loaded.end, signature->offset + loaded.signature->Size());
+  return status;
 }
 
 }  // namespace platform::code_signing

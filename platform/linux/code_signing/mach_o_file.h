@@ -41,10 +41,11 @@ class MachOFile : public DiskRepresentation {
   // The most recently used slice. Only one is kept, so that many slices with large signatures do
   // not fill the memory.
   struct LoadedSlice {
-    std::size_t index;
-    OsStatus status;  // of the load commands and the signature
+    std::size_t index = 0;
+    OsStatus status = kErrSecSuccess;  // of the load commands and the signature
     std::optional<std::uint64_t> signatureOffset;
     std::optional<SuperBlob> signature;
+    std::uint64_t end = 0;  // of what was read, from the start of the slice
     std::optional<MachOSlice::Range> infoPlist;
   };
 
@@ -59,6 +60,7 @@ class MachOFile : public DiskRepresentation {
   const std::string path_;
   const RandomAccessFile file_;
   bool isUniversal_ = false;
+  bool overlap_ = false;  // whether bytes belong to two slices
   std::vector<SliceEntry> slices_;
   mutable std::optional<LoadedSlice> loaded_;
 };

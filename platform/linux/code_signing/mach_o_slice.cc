@@ -79,6 +79,7 @@ OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std
   candidate.order_ = header->order;
   candidate.is64Bit_ = header->is64Bit;
   candidate.fileType_ = header->fileType;
+  candidate.commandsEnd_ = header->Size() + commands->size();
   candidate.commands_ = std::move(*commands);
   if (size != 0) {
     const OsStatus status = candidate.CheckSegments();

@@ -54,6 +54,9 @@ class MachOSlice {
 
   std::uint32_t FileType() const { return fileType_; }
 
+  /// Where the load commands end, from the start of the image.
+  std::uint64_t CommandsEnd() const { return commandsEnd_; }
+
   /// Finds the first signature command.
   /// @param signature is reset when there is none.
   OsStatus FindSignature(std::optional<Range>& signature) const;
@@ -83,6 +86,7 @@ class MachOSlice {
   ByteOrder order_ = ByteOrder::kLittle;
   bool is64Bit_ = false;
   std::uint32_t fileType_ = 0;
+  std::uint64_t commandsEnd_ = 0;
   std::string commands_;
 };
 

@@ -1,6 +1,5 @@
 #include "platform/linux/code_signing/signed_code.h"
 
-#include <algorithm>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -41,10 +40,6 @@ OsStatus SignedCode::Validate(const Requirement& requirement) {
 OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
   OsStatus status = first_.Validate(requirement);
   if (status != kErrSecSuccess || code_->SliceCount() == 1) return status;
-  // Slices of real files do not overlap. If they did, a file could be hashed again and again.
-  std::uint64_t unclaimed = 0;
-  if (const int error = code_->Code().Size(unclaimed); error != 0) return StatusFromErrno(error);
-  unclaimed -= std::min(first_.Directories()->Best().CodeLimit(), unclaimed);
   for (std::size_t i = 1; i < code_->SliceCount() && status == kErrSecSuccess; ++i) {
     SliceSignature other(*code_, i, *context_);
     status = other.DirectoriesStatus();
@@ -53,8 +48,6 @@ OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
     if (directory.TeamIdentifier() != first_.Directories()->Best().TeamIdentifier()) {
       return kErrSecCSSignatureInvalid;
     }
-    if (directory.CodeLimit() > unclaimed) return kErrSecCSSignatureFailed;
-    unclaimed -= directory.CodeLimit();
     status = other.Validate(requirement);
     if (status == kErrSecSuccess && !HasSameSigner(other)) status = kErrSecCSSignatureInvalid;
   }

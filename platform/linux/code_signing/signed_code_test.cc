@@ -137,25 +137,36 @@ TEST_F(SignedFileTest, EverySliceNeedsTheSameSigner) {
 }
 
 TEST_F(SignedFileTest, SlicesMustNotOverlap) {
-  constexpr std::size_t kInnerAt = 4096;
-  const auto sign = [](const std::string& code) {
-    TestDirectoryContents contents;
-    contents.code = code;
-    return MakeSignedMachO(contents, nullptr);
+  const std::string slice = Slice(SignWith(signer_));
+  const std::string file = MakeUniversal({slice, slice});
+  constexpr std::size_t kFirstSize = 8 + 12;
+  const auto status = [&](std::size_t firstSize) {
+    directory_.Write("tool",
+                     std::string(file).replace(
+                         kFirstSize, 4, BigEndianFields({static_cast<std::uint32_t>(firstSize)})));
+    return Status("tool");
   };
-  const auto file = [&](std::size_t size) {
-    const std::string inner = sign(MakeMachOCode(size));
-    const std::string outer = MakeMachOCode(kInnerAt + inner.size());
-    // The second slice begins at the same offset in the first as the first does in the file.
-    std::string bytes = MakeUniversal({sign(outer.substr(0, kInnerAt) + inner), inner});
-    constexpr std::size_t kSecondOffset = 8 + 20 + 8;
-    return bytes.replace(kSecondOffset, 4, std::string("\0\0\x20\0", 4));
-  };
-  // Both slices are sound, and the file is large enough for the code of both.
-  directory_.Write("tool", file(64));
-  EXPECT_EQ(Status("tool"), kErrSecSuccess);
-  directory_.Write("tool", file(100000).substr(0, 2 * kInnerAt + 100000 + 2 * kInnerAt));
-  EXPECT_EQ(Status("tool"), kErrSecCSSignatureFailed);
+  const std::size_t room = file.size() - slice.size() - file.find(slice);  // up to the second slice
+  EXPECT_EQ(status(slice.size()), kErrSecSuccess);
+  EXPECT_EQ(status(room), kErrSecSuccess);
+  EXPECT_EQ(status(room + 1), kErrSecCSSignatureFailed);
+  // The signature must be in the slice, too.
+  EXPECT_EQ(status(64), kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, ComponentsMustNotOverlap) {
+  constexpr std::size_t kFirstOffset = 12 + 4;
+  constexpr std::size_t kSecondOffset = kFirstOffset + 8;
+  TestDirectoryContents contents;
+  contents.code = "code";
+  std::string blobs = MakeSuperBlob({{kSlotCodeDirectory, MakeCodeDirectory(contents)},
+                                     {kSlotRequirements, BigEndianFields({0xFADE0C01, 8})}});
+  directory_.Write("library", contents.code);
+  directory_.Write("library.codesignature", blobs);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+  directory_.Write("library.codesignature",
+                   blobs.replace(kSecondOffset, 4, blobs, kFirstOffset, 4));
+  EXPECT_EQ(Status(), kErrSecCSSignatureInvalid);
 }
 
 TEST_F(SignedFileTest, HashingIsLimited) {

@@ -62,13 +62,16 @@ bool SuperBlob::IsValid() const {
   const std::uint64_t count = reader.U32(kCountOffset);
   const std::uint64_t indexEnd = kIndexOffset + count * kIndexEntrySize;
   if (count > kMaxCount || indexEnd > bytes_.size()) return false;
+  // Components of real signatures do not overlap. If they did, a small file could occupy much
+  // memory.
+  std::uint64_t unclaimed = bytes_.size() - indexEnd;
   for (std::uint64_t entry = kIndexOffset; entry < indexEnd; entry += kIndexEntrySize) {
     const std::uint64_t offset = reader.U32(entry + 4);
     if (offset == 0) continue;
-    if (offset < indexEnd || !reader.Contains(offset, kBlobHeaderSize) ||
-        !reader.Contains(offset, reader.U32(offset + kLengthOffset))) {
-      return false;
-    }
+    if (offset < indexEnd || !reader.Contains(offset, kBlobHeaderSize)) return false;
+    const std::uint64_t length = reader.U32(offset + kLengthOffset);
+    if (!reader.Contains(offset, length) || length > unclaimed) return false;
+    unclaimed -= length;
   }
   return true;
 }

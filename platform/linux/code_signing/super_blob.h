@@ -27,6 +27,9 @@ class SuperBlob {
   /// @return kErrSecCSSignatureInvalid for a component without its mandatory wrapper.
   OsStatus ReadComponent(Slot slot, std::optional<std::string>& bytes) const;
 
+  /// In bytes; 0 before Read() has succeeded.
+  std::uint64_t Size() const { return bytes_.size(); }
+
  private:
   bool IsValid() const;
   std::optional<std::string_view> Find(Slot slot) const;
