@@ -14,7 +14,7 @@ class CriticalIssuesTest : public fake::QueryFixture {
   void Expect(const std::string& output, const std::string& result, const Lines& names) {
     Lines lines;
     for (const std::string& name : names) lines.push_back("Critical issue found: " + name);
-    ExpectWalk(CriticalIssues(), output, 0, result, lines);
+    ExpectExtraction(CriticalIssues(), output, 0, result, lines);
   }
 };
 
@@ -80,10 +80,10 @@ TEST_F(CriticalIssuesTest, UnusualNames) {
 class ProductVersionTest : public fake::QueryFixture {
  protected:
   void ExpectFound(const std::string& output, const std::string& version) {
-    ExpectWalk(ProductVersion(), output, 0, version, {"Found product version: " + version});
+    ExpectExtraction(ProductVersion(), output, 0, version, {"Found product version: " + version});
   }
   void ExpectNothing(const std::string& output) {
-    ExpectWalk(ProductVersion(), output, 0, kBefore, {});
+    ExpectExtraction(ProductVersion(), output, 0, kBefore, {});
   }
 };
 
@@ -126,7 +126,7 @@ class FeatureStatusTest : public fake::QueryFixture {
  protected:
   /// `features` are the elements of the array.
   void Expect(const std::string& features, const std::string& result, const Lines& lines) {
-    ExpectWalk(FeatureStatus(), R"({"Features":[)" + features + "]}", 0, result, lines);
+    ExpectExtraction(FeatureStatus(), R"({"Features":[)" + features + "]}", 0, result, lines);
   }
 };
 
@@ -136,7 +136,7 @@ TEST_F(FeatureStatusTest, WithoutFeaturesTheTextStays) {
         R"({"Features":{}})", R"({"Features":"a"})", R"({"Features":1})", R"({"Features":[]})",
         R"({"features":[{"id":"a"}]})", R"({"x":{"Features":[{"id":"a"}]}})",
         R"({"Features":[],"Features":[{"id":"a"}]})"}) {
-    ExpectWalk(FeatureStatus(), output, 0, kBefore, {});
+    ExpectExtraction(FeatureStatus(), output, 0, kBefore, {});
   }
 }
 

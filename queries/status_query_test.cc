@@ -119,7 +119,7 @@ Lines ExtractionLog(const Lines& log) {
   return end == log.end() ? Lines() : Lines(end + 1, log.end());
 }
 
-TEST_P(GuardTest, FailedAllocationInTheWalkIsCaught) {
+TEST_P(GuardTest, FailedAllocationInTheExtractionIsCaught) {
   const std::vector<Run> runs = RunFailingEach(Log());
   const Run& whole = runs.back();
   ASSERT_EQ(whole.code, 0);

@@ -45,7 +45,7 @@ class UpdateErrorsTest : public fake::QueryFixture {
       result += (result.empty() ? "" : "|") + entry;
       lines.push_back("Found an error: " + entry);
     }
-    ExpectWalk(UpdateErrors(), output, 0, result, lines);
+    ExpectExtraction(UpdateErrors(), output, 0, result, lines);
   }
 };
 
@@ -140,7 +140,7 @@ class UpdateStatusTest : public fake::QueryFixture {
   /// Asks for the location "locA".
   void Expect(const std::string& output, int code, const std::string& result,
               const Lines& lines = {}) {
-    ExpectWalk(UpdateStatus("locA"), output, code, result, lines);
+    ExpectExtraction(UpdateStatus("locA"), output, code, result, lines);
   }
 };
 
@@ -228,10 +228,10 @@ TEST_F(UpdateStatusTest, UnusualLocations) {
       {"a|b", "a|b"},   {"c=d", "c=d"},   {"\"q\"", "\\\"q\\\""},
       {"é漢😀", "é漢😀"}, {"é", "\\u00e9"}, {"back\\slash", "back\\\\slash"}};
   for (const auto& [name, json] : namesAndJson) {
-    ExpectWalk(UpdateStatus(name), R"({"Locations":{")" + json + "\":" + update + "}}", 0, "1|2|3",
-               {});
-    ExpectWalk(UpdateStatus(name), R"({"Locations":{")" + json + "x\":" + update + "}}", 22, "",
-               {"Invalid JSON. Cannot find \" " + name + "\" field"});
+    ExpectExtraction(UpdateStatus(name), R"({"Locations":{")" + json + "\":" + update + "}}", 0,
+                     "1|2|3", {});
+    ExpectExtraction(UpdateStatus(name), R"({"Locations":{")" + json + "x\":" + update + "}}", 22,
+                     "", {"Invalid JSON. Cannot find \" " + name + "\" field"});
   }
 }
 
@@ -242,9 +242,11 @@ TEST_F(UpdateStatusTest, NameWithNulCharacterIsAnotherName) {
 
 class UpToDateTest : public fake::QueryFixture {
  protected:
-  void ExpectCurrent(const std::string& output) { ExpectWalk(IsUpToDate(), output, 0, "1", {}); }
+  void ExpectCurrent(const std::string& output) {
+    ExpectExtraction(IsUpToDate(), output, 0, "1", {});
+  }
   void ExpectOutdated(const std::string& output) {
-    ExpectWalk(IsUpToDate(), output, 0, "0", {"Product is not up to date"});
+    ExpectExtraction(IsUpToDate(), output, 0, "0", {"Product is not up to date"});
   }
 };
 
@@ -362,7 +364,7 @@ class UpdateLocationsTest : public fake::QueryFixture {
   void Expect(const std::string& output, const std::string& result, const Lines& names) {
     Lines lines;
     for (const std::string& name : names) lines.push_back("Location found: " + name);
-    ExpectWalk(UpdateLocations(), output, 0, result, lines);
+    ExpectExtraction(UpdateLocations(), output, 0, result, lines);
   }
 };
 
@@ -398,10 +400,11 @@ TEST_F(UpdateLocationsTest, NameOfSeveralLines) {
 class LastUpdateTest : public fake::QueryFixture {
  protected:
   void ExpectFound(const std::string& output, const std::string& value) {
-    ExpectWalk(LastUpdate(), output, 0, value, {"Last update time found with value: " + value});
+    ExpectExtraction(LastUpdate(), output, 0, value,
+                     {"Last update time found with value: " + value});
   }
   void ExpectNothing(const std::string& output) {
-    ExpectWalk(LastUpdate(), output, 0, kBefore, {});
+    ExpectExtraction(LastUpdate(), output, 0, kBefore, {});
   }
 };
 

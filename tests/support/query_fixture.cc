@@ -66,8 +66,8 @@ std::string QueryFixture::Untouched(const Query& query) {
   return query.name == "CheckIsUpToDate" ? "1" : kBefore;
 }
 
-void QueryFixture::ExpectWalk(const Query& query, const std::string& output, int code,
-                              const std::string& result, const Lines& walkLines) {
+void QueryFixture::ExpectExtraction(const Query& query, const std::string& output, int code,
+                                    const std::string& result, const Lines& extractionLines) {
   SCOPED_TRACE(query.name + " over " + output.substr(0, 300));
   sdk.answers = {Answer(output)};
   std::string text = kBefore;
@@ -76,7 +76,7 @@ void QueryFixture::ExpectWalk(const Query& query, const std::string& output, int
   EXPECT_THAT(TakeLog(), testing::ElementsAreArray(SplitAtNewlines(
                              Concat({{"Execute Product.GetStatus method"},
                                      AnsweredWrapperLog("Product.GetStatus", Answer(output)),
-                                     walkLines,
+                                     extractionLines,
                                      {query.closingLine + std::to_string(code)}}))));
 
   text = kBefore;

@@ -45,9 +45,9 @@ class QueryFixture : public ToolFixture {
   QueryFixture() { sdk.Install(); }
 
   /// Runs `query` over the product status `output` (JSON text), with a log and without. Expects
-  /// `code` and `result`, and the whole log of a successful call with the lines of the walk.
-  void ExpectWalk(const Query& query, const std::string& output, int code,
-                  const std::string& result, const Lines& walkLines);
+  /// `code` and `result`, and the whole log of a successful call with the lines of the extraction.
+  void ExpectExtraction(const Query& query, const std::string& output, int code,
+                        const std::string& result, const Lines& extractionLines);
 };
 
 }  // namespace fake
