@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <optional>
 #include <string>
+#include <utility>
+
+#include "platform/linux/code_signing/digest.h"
 
 namespace platform::code_signing {
 namespace {
@@ -57,12 +60,24 @@ class ChainBuilder {
     const X509_NAME* name = X509_get_issuer_name(&certificate);
     for (const CertificatePtr& issuer : candidates) {
       if (X509_NAME_cmp(X509_get_subject_name(issuer.get()), name) != 0) continue;
-      context_.budget.SpendVerifications(VerificationCost(*issuer));
-      if (IsInPath(*issuer) || !HasUsableKey(*issuer)) continue;
-      if (X509_verify(&certificate, X509_get0_pubkey(issuer.get())) != 1) continue;
-      if (Extend(issuer)) return true;
+      context_.budget.SpendIssuer();
+      if (!HasIssued(*issuer, certificate)) continue;
+      if (!IsInPath(*issuer) && Extend(issuer)) return true;
     }
     return false;
+  }
+
+  // Verifies the signature of a certificate, once in a check.
+  bool HasIssued(X509& issuer, X509& certificate) {
+    std::string pair =
+        DigestOf(HashType::kSha256, EncodedCertificate(issuer) + EncodedCertificate(certificate));
+    if (context_.issued.count(pair) != 0) return true;
+    context_.budget.SpendVerifications(VerificationCost(issuer));
+    if (!HasUsableKey(issuer) || X509_verify(&certificate, X509_get0_pubkey(&issuer)) != 1) {
+      return false;
+    }
+    context_.issued.insert(std::move(pair));
+    return true;
   }
 
   bool IsInPath(const X509& certificate) const {

@@ -95,6 +95,18 @@ TEST_F(CertificateChainTest, ManyIssuersOfOneNameExceedTheBudget) {
   EXPECT_THROW(Build(leaf_, CertificateList(1001, twin)), BudgetExceeded);
 }
 
+TEST_F(CertificateChainTest, IssuersOfEachOtherExceedTheBudget) {
+  CertificateList ring;
+  for (int i = 0; i < 9; ++i) ring.push_back(Issue("Middle", middleKey_, "Middle", middleKey_));
+  EXPECT_THROW(Build(leaf_, ring), BudgetExceeded);
+}
+
+TEST_F(CertificateChainTest, AnIssuerIsVerifiedOnce) {
+  CheckContext context = {TrustStore({root_})};
+  for (int i = 0; i < 1001; ++i) BuildChain(leaf_, {middle_, root_}, context);
+  EXPECT_NO_THROW(context.budget.SpendVerifications(998));
+}
+
 TEST_F(CertificateChainTest, KeysThatCodeIsNotSignedWithAreNotTried) {
   const TestKey dsaLike = MakeEcKey("secp160r1");
   const CertificatePtr odd = Issue("Odd", dsaLike, "Odd", dsaLike);

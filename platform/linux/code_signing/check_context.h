@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <exception>
 #include <map>
+#include <set>
+#include <string>
 #include <utility>
 
 #include "platform/linux/code_signing/resource_rules.h"
@@ -26,6 +28,9 @@ class WorkBudget {
  public:
   /// Spends bytes of code and resources, once for each hash.
   void SpendHashing(std::uint64_t bytes) { Spend(hashing_, bytes); }
+
+  /// Spends one certificate that is tried as an issuer.
+  void SpendIssuer() { Spend(issuers_, 1); }
 
   /// Spends verifications with a public key, including those with the keys of possible issuers.
   void SpendVerifications(std::uint64_t cost) { Spend(verifications_, cost); }
@@ -58,6 +63,7 @@ class WorkBudget {
   }
 
   std::uint64_t hashing_ = std::uint64_t{4} << 30;
+  std::uint64_t issuers_ = std::uint64_t{1} << 14;
   std::uint64_t verifications_ = 1000;
   std::uint64_t certificates_ = 4000;
   std::uint64_t messages_ = std::uint64_t{4} << 20;
@@ -73,6 +79,9 @@ struct CheckContext {
   WorkBudget budget = {};
   PropertyListBudget lists = {};
   ResourcePatterns patterns = {};
+  /// A digest for each certificate that an issuer is known to have signed. Nested code repeats the
+  /// chains of the code around it.
+  std::set<std::string> issued = {};
 };
 
 }  // namespace platform::code_signing
