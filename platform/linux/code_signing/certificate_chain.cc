@@ -57,7 +57,7 @@ class ChainBuilder {
     const X509_NAME* name = X509_get_issuer_name(&certificate);
     for (const CertificatePtr& issuer : candidates) {
       if (X509_NAME_cmp(X509_get_subject_name(issuer.get()), name) != 0) continue;
-      context_.budget.SpendVerifications(VerificationCost(*issuer));
+      context_.budget.ChargeForVerifications(VerificationCost(*issuer));
       if (IsInPath(*issuer) || !HasUsableKey(*issuer)) continue;
       if (X509_verify(&certificate, X509_get0_pubkey(issuer.get())) != 1) continue;
       if (Extend(issuer)) return true;
