@@ -1,5 +1,5 @@
-// What simulated endpoints cannot show about the front end. tests/end_to_end/command_line_test.py
-// has the rest.
+// Tests of the front end that simulated endpoints cannot provide.
+// tests/end_to_end/command_line_test.py covers the rest.
 
 #include <algorithm>
 #include <cctype>

@@ -13,12 +13,12 @@ inline constexpr int kEACCES = 13;     ///< no SDK instance, or a file that cann
 inline constexpr int kEFAULT = 14;     ///< an SDK export is missing
 inline constexpr int kEBUSY = 16;      ///< the product is already present
 inline constexpr int kENOTDIR = 20;    ///< the product is not installed
-inline constexpr int kEINVAL = 22;     ///< bad arguments, or a library that is not the maker's
+inline constexpr int kEINVAL = 22;     ///< bad arguments, or a library not signed by the vendor
 inline constexpr int kEAGAIN = 35;     ///< a library that cannot be loaded
 inline constexpr int kENOTSUP = 45;    ///< the SDK refused to register or to run
 inline constexpr int kETIMEDOUT = 60;  ///< no answer in time
 
-/// The product's own number for an answer that cannot be used, as the error of an SDK method.
+/// The product's number for an unusable answer, reported as the error of an SDK method.
 inline constexpr int kUnusableAnswer = 3;
 /// The product's own number for a scan that could not be started or run.
 inline constexpr int kScanFailed = 5023;

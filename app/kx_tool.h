@@ -15,9 +15,9 @@ class Logger;
 
 /// The tool: one command line and the operation that it asks for. There is one object per process;
 /// it must outlive every SDK call that it makes. The destructor waits for SDK callbacks that are
-/// running, and later ones find no tool.
+/// running, and later ones are ignored.
 ///
-/// Operations return 0, a number of app/error_codes.h, the product's own error, a status of the
+/// Operations return 0, a number from app/error_codes.h, the product's own error, a status of the
 /// signature check, a child's exit status or a system error. They log their steps to `logger`,
 /// which may be null, and run on the main thread. Results are returned by reference; each operation
 /// documents what happens to them on failure.
@@ -44,8 +44,8 @@ class KXTool {
 
   // Product discovery and trust (product/).
 
-  /// Checks that the file or bundle at `path` is validly signed by the maker.
-  /// @param isSigned is true only with a result of 0.
+  /// Checks that the file or bundle at `path` is validly signed by the vendor.
+  /// @param isSigned is true only if the function returns 0.
   /// @return 0 when the check could be carried out, whatever its outcome.
   int CheckCodeSignature(bool& isSigned, const char* path, Logger* logger);
 
@@ -67,8 +67,8 @@ class KXTool {
   /// Puts the text of a fresh random UUID into `batchContext`.
   void CreateBatchContext();
 
-  /// Each of the three fills `result` with the method's own error; for a watched scan, with the
-  /// scan's outcome.
+  /// Each of the next three functions stores the method's own error in `result`, or the scan's
+  /// outcome if an event determines it.
   int StartUpdate(long long& result, Logger* logger);
   int StartFullScan(long long& result, Logger* logger);
   int StartQuickScan(long long& result, Logger* logger);
@@ -80,7 +80,7 @@ class KXTool {
   int GetUpdateErrors(std::string& result, Logger* logger);
   /// "error|time|lastSucceededTime" of the update location `status`.
   int GetUpdateStatus(std::string& result, const char* status, Logger* logger);
-  /// @param upToDate is true unless a location failed or is stale; true also on failure.
+  /// @param upToDate is true unless a location failed or is stale; also true on failure.
   int CheckIsUpToDate(bool& upToDate, Logger* logger);
   /// Names of the update locations, joined by "|".
   int GetUpdateLocations(std::string& result, Logger* logger);
@@ -111,7 +111,7 @@ class KXTool {
   bool CheckRunningProcesses();
   /// File name of the executable of process `pid`. @return false when it cannot be read.
   bool GetProcessName(std::string& name, int pid);
-  /// Passes the arguments to the maker's links library and returns its answer.
+  /// Passes the arguments to the vendor's links library and returns its answer.
   int GetInstallationLinks(std::string& result, const char* consoleUrl, const char* apiKey,
                            const char* packageName, bool setupDownloaderLink, Logger* logger);
   /// Fills each identifier whose pointer is not null from the SDK (when `useIdentityMethod`) and

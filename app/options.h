@@ -19,7 +19,7 @@ struct LinkArguments {
   bool setupDownloaderLink = true;  ///< true when the switch of that name is absent
 };
 
-/// What one run of an option works on.
+/// The input and output of one run of an option.
 struct OptionRun {
   KXTool& tool;
   std::string& result;  ///< the answer text
@@ -38,7 +38,7 @@ struct WordCount {
 /// When the start message is logged.
 enum class StartTime { kBeforeCountTest, kAfterCountTest };
 
-/// What is logged before the operation.
+/// The messages that are logged before the operation.
 struct Messages {
   const char* start;
   const char* badArguments;  ///< for a wrong count of words
@@ -56,7 +56,7 @@ enum class EndNumber {
 /// always are.
 enum class OnFailure { kReport, kStaySilent };
 
-/// How an option ends.
+/// The message that ends an option's log, and whether a failure is reported.
 struct End {
   const char* message = nullptr;  ///< null for none
   EndNumber number = EndNumber::kNothing;

@@ -14,7 +14,7 @@ namespace Utils {
 /// @return 0
 int ParseConfigFile(const std::string& path, Logger*& logger, std::string logDirectory);
 
-/// Sets `logger` to the one logger.
+/// Sets `logger` to the process-wide logger.
 void ActivateLogger(Logger*& logger, std::string logDirectory);
 
 }  // namespace Utils

@@ -11,7 +11,7 @@
 namespace Utils {
 
 /// Appends one part of a message: a text, a whole number (in decimal; a bool as 1 or 0), or the
-/// text that a function returns, which is called only for a line that is written.
+/// text returned by a function. The function is called only if the line is written.
 template <typename Part>
 void AppendPart(std::string& message, const Part& part) {
   if constexpr (std::is_invocable_v<const Part&>) {

@@ -7,12 +7,12 @@
 /// The process-wide log writer. Lines go to "log.txt"; each is flushed as soon as it is written.
 class Logger {
  public:
-  /// Returns the one logger. The first call creates it and opens the log file at `directory`
-  /// followed by the file's name, keeping what the file holds; later calls ignore `directory`. A
-  /// file that cannot be opened is not reported: Log() then writes nothing.
+  /// Returns the process-wide logger. The first call creates it and opens the log file at
+  /// `directory` followed by the file's name, keeping what the file holds; later calls ignore
+  /// `directory`. A file that cannot be opened is not reported: Log() then writes nothing.
   static Logger* GetLogger(std::string directory);
 
-  /// Writes one line: UTC time, a blank, `message`. Any thread may call it; lines stay whole.
+  /// Writes one line: UTC time, a space, `message`. Any thread may call it; lines stay whole.
   void Log(std::string message);
 
  private:

@@ -17,8 +17,7 @@ namespace {
 
 using testing::ExitedWithCode;
 
-/// The logger is a singleton, so each case runs in a separate process: the test program started
-/// again.
+/// The logger is a singleton, so each case runs in a new process of the test program.
 class LoggerTest : public testing::Test {
  protected:
   LoggerTest() {

@@ -5,7 +5,8 @@
 
 namespace Utils {
 
-/// Whether the texts are equal, ASCII letters without regard to case. Independent of the locale.
+/// Returns whether the texts are equal, ignoring the case of ASCII letters. Does not depend on the
+/// locale.
 bool EqualsIgnoringCase(std::string_view left, std::string_view right);
 
 }  // namespace Utils

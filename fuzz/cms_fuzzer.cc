@@ -1,6 +1,6 @@
 // Everything that reads a CMS signature: message, attributes, time stamp, chain and names. The
 // input is the length of a CodeDirectory in two bytes (big-endian), the CodeDirectory, and a
-// message about it. The message's certificates are the anchors, so that chains can be valid.
+// message that signs it. The message's certificates are the anchors, so that chains can be valid.
 // Functions behind a check that hardly any input passes are also called directly.
 
 #include <cstddef>

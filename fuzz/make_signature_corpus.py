@@ -1,6 +1,6 @@
-"""Makes the seeds of the signature fuzzers anew, with the simulator's signer.
+"""Regenerates the initial inputs of the signature fuzzers with the simulator's signer.
 
-Run from the top of the project: python3 fuzz/make_signature_corpus.py
+Run from the project's root directory: python3 fuzz/make_signature_corpus.py
 """
 
 import pathlib

@@ -1,4 +1,4 @@
-// The input is a CodeResources file over a small bundle, which is made once.
+// The input is the CodeResources file of a small bundle, which is created once.
 
 #include <stdlib.h>
 #include <sys/stat.h>

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# run.sh BUILD SECONDS: runs every fuzz target for so long, as many at once as there are processors. New
-# inputs go to BUILD/corpus, findings and logs to BUILD/findings; the seeds stay as they are.
+# run.sh BUILD SECONDS: runs each fuzz target for SECONDS seconds, one per processor at a time. Writes new
+# inputs to BUILD/corpus, and findings and logs to BUILD/findings; does not change fuzz/corpus.
 set -euo pipefail
 
 fuzz_one() {

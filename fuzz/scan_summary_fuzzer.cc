@@ -8,7 +8,7 @@
 
 namespace {
 
-/// Deeper elements may exhaust the stack, which is accepted.
+/// More elements could be nested deeply enough to exhaust the stack, which is accepted.
 constexpr std::ptrdiff_t kMaxElements = 2000;
 
 }  // namespace

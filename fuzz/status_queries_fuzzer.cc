@@ -7,8 +7,8 @@
 #include "tests/support/fake_sdk.h"
 #include "tests/support/query_fixture.h"
 
-/// The first byte says which status query is asked, and whether the rest is the product's whole
-/// answer or the output within it.
+/// The first byte selects the status query, and whether the rest is the product's whole answer or
+/// the output within it.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::vector<fake::Query>& queries = fake::AllQueries();

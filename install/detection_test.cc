@@ -1,4 +1,4 @@
-// Rules and faults of the detection; tests/end_to_end/detection_test.py has the whole flows.
+// Rules and faults of the detection; tests/end_to_end/detection_test.py tests the complete flows.
 
 #include <cerrno>
 
@@ -17,15 +17,15 @@ constexpr char kIdentity[] = R"({"companyID":"C","endpointID":"E"})";
 
 class DetectionTest : public fake::ProductFixture {
  protected:
-  /// Runs the detection of a product that is there.
+  /// Runs the detection of a product that is installed.
   void Expect(const std::string& record, Logger* log = nullptr) {
     std::string result = "before";
     EXPECT_EQ(Tool().ORVEXDetectInstall(result, log), 16);
     EXPECT_EQ(result, record);
   }
 
-  /// Makes the services appear in the look with this number (from 1).
-  void ShowServicesInLook(std::size_t number) {
+  /// Makes the services appear at the given poll, counted from 1.
+  void ShowServicesAtPoll(std::size_t number) {
     world.looks = 0;
     world.sleeps.clear();
     world.processTables.assign(number - 1, {{1, "launchd", "/sbin/launchd"}});
@@ -33,8 +33,8 @@ class DetectionTest : public fake::ProductFixture {
     ScriptAnswers({"{}", kIdentity});
   }
 
-  void ExpectLooks(std::size_t looks, std::size_t pauses) {
-    EXPECT_EQ(world.looks, looks);
+  void ExpectPolls(std::size_t polls, std::size_t pauses) {
+    EXPECT_EQ(world.looks, polls);
     EXPECT_EQ(world.sleeps.size(), pauses);
     EXPECT_THAT(world.sleeps, Each(5U));
   }
@@ -94,29 +94,29 @@ TEST_F(DetectionTest, NothingKnown) {
             "Clearing non nullable values", "Cannot access agcfJso file path",
             "ORVEX Already exists", "ORVEX Detect finished"}})));
   EXPECT_THAT(sdk.Requests(), IsEmpty());
-  ExpectLooks(5, 9);
+  ExpectPolls(5, 9);
 }
 
 TEST_F(DetectionTest, ServicesNeverSeen) {
   InstallHealthy(1, {});
-  ShowServicesInLook(51);
+  ShowServicesAtPoll(51);
   Expect("2|||");
   std::vector<std::string> calls;
   for (int check = 0; check < 5; ++check) {
     if (check > 0) calls.push_back("sleep 5");
-    for (int look = 0; look < 10; ++look) calls.insert(calls.end(), {"sleep 5", "list processes"});
+    for (int poll = 0; poll < 10; ++poll) calls.insert(calls.end(), {"sleep 5", "list processes"});
   }
   EXPECT_THAT(world.Calls(), ElementsAreArray(calls));
 }
 
 TEST_F(DetectionTest, ServicesThatComeUpLate) {
   InstallHealthy(1, {});
-  ShowServicesInLook(25);
+  ShowServicesAtPoll(25);
   Expect("1|C||E");
-  ExpectLooks(25, 27);
-  ShowServicesInLook(50);
+  ExpectPolls(25, 27);
+  ShowServicesAtPoll(50);
   Expect("1|C||E");
-  ExpectLooks(50, 54);
+  ExpectPolls(50, 54);
 }
 
 }  // namespace

@@ -42,7 +42,7 @@ class SdkIdentityTest : public fake::ProductFixture {
     sdk.answers = {fake::Answer(output, kRequestNamespace)};
   }
 
-  /// Asks for both identifiers of an SDK that answers `output`, with a log and without.
+  /// Asks an SDK that answers `output` for both identifiers, with a log and without.
   void Expect(const std::string& output, const std::string& endpointId,
               const std::string& companyId, const Lines& searchLines) {
     SCOPED_TRACE(output);
@@ -407,7 +407,7 @@ TEST_F(EndpointIdentityTest, DeepNesting) {
 }
 
 TEST_F(EndpointIdentityTest, ChunksEndAnywhere) {
-  // Blanks in front move the boundary of the first chunk through the whole document.
+  // Leading spaces move the boundary of the first chunk through the whole document.
   const std::string document = Configuration("the \\u00e9 \\\"h\\\"", "c-1.5e3", "g");
   for (std::size_t offset = 0; offset <= document.size() + 2; ++offset) {
     std::string contents(16384 - document.size() - 1 + offset, ' ');

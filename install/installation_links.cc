@@ -14,7 +14,7 @@ using GetInstallationLinksFunction = int (*)(std::string& result, const char* co
                                              const char* apiKey, const char* packageName,
                                              bool setupDownloaderLink);
 
-/// @return 0 when the library in the working directory is the maker's
+/// @return 0 when the library in the working directory is signed by the vendor
 int CheckLinksLibrary(KXTool& tool, Logger* logger) {
   Utils::LogMessage(logger, "Searching for \"libsl.dylib\"");
   bool valid = false;

@@ -1,4 +1,5 @@
-// What happens to the library and the result; tests/end_to_end/links_test.py has the whole flows.
+// Tests how the library is loaded and how its result is returned; tests/end_to_end/links_test.py
+// tests the complete flows.
 
 #include "tests/support/tool_fixture.h"
 

@@ -33,7 +33,7 @@ std::string Beside(const std::string& installerPath, const std::string& name) {
 /// How a path that was not found appears in a log line.
 std::string PathText(const std::string& path) { return path.empty() ? "(null)" : path; }
 
-/// The number after `number`; the least int follows the greatest.
+/// Returns `number` + 1; wraps from INT_MAX to INT_MIN.
 std::int32_t NextNumber(std::int32_t number) {
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(number) + 1);
 }
@@ -146,7 +146,7 @@ void DiskImageInstall::Search() {
   Log("Searching for app");
   const char* const extension = packageMode_ ? kPackageExtension : kApplicationExtension;
   platform::WalkTree(mountPoint_, [&](const std::string& path) {
-    // The product tests the relative path against the working directory. That is why it finds
+    // The product looks up the relative path in the working directory. That is why it finds
     // applications, which are directories on the image.
     if (platform::DirectoryExists(path)) return true;
     if (HasExtension(path, extension)) {
@@ -227,7 +227,7 @@ void DiskImageInstall::DeleteOutputFile() {
   if (platform::IsDeletable(outputPath_)) platform::RemoveTree(outputPath_);
 }
 
-/// Installs the package that the caller handed over, with the configuration beside it.
+/// Installs the package that was given directly, with the configuration beside it.
 int InstallPackage(KXTool& tool, std::string& result, const std::string& packagePath,
                    Logger* logger) {
   if (!platform::FileExists(packagePath)) {

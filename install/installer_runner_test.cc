@@ -1,4 +1,4 @@
-// Rules and faults of the installer runner; tests/end_to_end has the whole flows.
+// Rules and faults of the installer runner; tests/end_to_end tests the complete flows.
 
 #include <cerrno>
 #include <climits>
@@ -462,7 +462,7 @@ TEST_F(ApplicationImageTest, IsRunSilently) {
   EXPECT_THAT(Paths(), ElementsAre(kImage));
 }
 
-TEST_F(ApplicationImageTest, IsDeletedUnlessItIsTheMakers) {
+TEST_F(ApplicationImageTest, IsDeletedUnlessSignedByTheVendor) {
   world.signatures[kApplication].teamIdentifier = "AAAAAAAAAA";
   EXPECT_EQ(Install(kApplicationMode), 22);
   EXPECT_EQ(TakeLog().back(), "Invalid signature for \"app\"");

@@ -31,8 +31,8 @@ bool IsGroupRunning(const ServiceTable& services, const std::vector<std::string>
 
 namespace {
 
-constexpr int kMaxLooks = 10;
-constexpr unsigned kPauseBeforeLook = 5;  // seconds
+constexpr int kMaxPolls = 10;
+constexpr unsigned kPauseBeforePoll = 5;  // seconds
 
 }  // namespace
 
@@ -45,8 +45,8 @@ bool KXTool::GetProcessName(std::string& name, int pid) {
 
 bool KXTool::CheckRunningProcesses() {
   const install::ServiceTable services = install::MakeServiceTable();
-  for (int look = 0; look < kMaxLooks; ++look) {
-    platform::Sleep(kPauseBeforeLook);
+  for (int poll = 0; poll < kMaxPolls; ++poll) {
+    platform::Sleep(kPauseBeforePoll);
     std::vector<platform::ProcessRecord> records;
     if (!platform::ListProcesses(records) || records.empty()) return false;
     std::vector<std::string> names;

@@ -8,7 +8,8 @@
 
 namespace install {
 
-/// Sets of service process names, keyed by group number. Any one set makes up a running product.
+/// Sets of service process names, keyed by group number. The product is running if one complete set
+/// is running.
 using ServiceTable = std::unordered_map<int, std::unordered_set<std::string>>;
 
 /// The product's two layouts of services.

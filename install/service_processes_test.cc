@@ -77,17 +77,17 @@ TEST_F(ServiceProcessesTest, NameOfAProcess) {
   }
 }
 
-TEST_F(ServiceProcessesTest, EachLookFollowsAPause) {
+TEST_F(ServiceProcessesTest, EachPollFollowsAPause) {
   world.processTables.assign(6, {{1, "launchd", "/sbin/launchd"}});
   world.processTables.push_back(fake::RunningServices());
   EXPECT_TRUE(Tool().CheckRunningProcesses());
   EXPECT_EQ(world.looks, 7U);
   std::vector<std::string> calls;
-  for (int look = 0; look < 7; ++look) calls.insert(calls.end(), {"sleep 5", "list processes"});
+  for (int poll = 0; poll < 7; ++poll) calls.insert(calls.end(), {"sleep 5", "list processes"});
   EXPECT_THAT(world.Calls(), testing::ElementsAreArray(calls));
 }
 
-TEST_F(ServiceProcessesTest, LooksTenTimes) {
+TEST_F(ServiceProcessesTest, PollsTenTimes) {
   world.processTables.assign(9, {{1, "launchd", "/sbin/launchd"}});
   world.processTables.push_back(fake::RunningServices());
   EXPECT_TRUE(Tool().CheckRunningProcesses());
@@ -139,7 +139,7 @@ TEST_F(ServiceProcessesTest, ProcessThatHasEndedIsSkipped) {
   EXPECT_TRUE(Tool().CheckRunningProcesses());
 }
 
-TEST_F(ServiceProcessesTest, PathsAreReadAtMostOncePerLook) {
+TEST_F(ServiceProcessesTest, PathsAreReadAtMostOncePerPoll) {
   std::vector<Process> processes = fake::RunningServices();
   processes.pop_back();
   for (int number = 0; number < 100; ++number) {

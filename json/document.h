@@ -32,9 +32,9 @@ inline void* realloc(void* memory, size_t size) { return OrThrow(::std::realloc(
 
 namespace json {
 
-/// A JSON document that can safely be parsed from any text. It parses without recursion, so that no
-/// nesting exhausts the stack, and converts numbers itself: RapidJSON 1.1.0 overflows an int when a
-/// large negative exponent follows a long fraction.
+/// A JSON document that can safely be parsed from any text. It parses without recursion, so that
+/// nesting cannot exhaust the stack, and converts numbers itself: RapidJSON 1.1.0 overflows an int
+/// when a large negative exponent follows a long fraction.
 class Document : public rapidjson::Document {
  public:
   using rapidjson::Document::Document;

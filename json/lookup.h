@@ -8,9 +8,9 @@
 #include "json/document.h"
 
 /// Look-ups in JSON values of any shape. What is absent, or is not of the requested type, yields
-/// null or nothing, and no assertion of the JSON library can be reached. Results live as
-/// long as the value. Names are compared exactly, by length; of members with the same name the
-/// first one counts.
+/// null or nothing, and no assertion in the JSON library can be triggered. Results live as long as
+/// the value. Names are compared exactly, by length; of members with the same name the first one
+/// counts.
 
 namespace json {
 

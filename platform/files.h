@@ -72,8 +72,8 @@ struct FileTraits {
   static void Close(Handle descriptor);
 };
 
-/// A file open for reading. Neither opening nor reading blocks, whatever kind of file it is: a pipe
-/// ends after what it holds when it is read.
+/// A file open for reading. Neither opening nor reading blocks, whatever kind of file it is:
+/// reading a pipe returns what it contains at that moment and then reports the end of the file.
 class InputFile {
  public:
   int Open(const std::string& path);
@@ -98,8 +98,8 @@ int ReadFile(const std::string& path, std::string& contents,
 /// object is destroyed, so that the reader does not see its end; other files are closed at once.
 class AppendedFile {
  public:
-  /// Creates a file that does not exist, writable by the user only and readable by all, minus what
-  /// the process's mask forbids. Follows links.
+  /// Creates the file if it does not exist, writable by the user only and readable by all, minus
+  /// what the process's mask forbids. Follows links.
   /// @return ENXIO for a FIFO that nobody reads.
   int Open(const std::string& path);
 
@@ -139,8 +139,8 @@ std::optional<std::string> TemporaryDirectory();
 /// "/a/b.pkg/" has the last component "b.pkg", the extension "pkg" and the parent "/a".
 std::string LastPathComponent(const std::string& path);
 
-/// What follows the last component's last "."; empty when there is none, or nothing before or
-/// after it (".pkg" and "a." have none).
+/// Returns the extension: the text after the last "." of the last component. Empty if there is no
+/// ".", or if nothing precedes or follows it (".pkg" and "a." have no extension).
 std::string PathExtension(const std::string& path);
 
 /// The path without its last component and the slash before it; "" for a single component, "/" for

@@ -9,8 +9,8 @@ namespace platform {
 /// file opened later becomes a standard stream. Call before anything opens a file.
 void EnsureStandardDescriptors();
 
-/// Writes `text` to standard output, all of it where that is possible. A closed, full or
-/// disconnected standard output loses the rest without a signal or any other trace.
+/// Writes all of `text` to standard output if possible. If standard output is closed, full or
+/// disconnected, the rest is silently lost, without a signal.
 void WriteStandardOutput(std::string_view text);
 
 }  // namespace platform

@@ -6,8 +6,8 @@
 
 namespace {
 
-constexpr char kMakerCommonName[] = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)";
-constexpr char kMakerTeamIdentifier[] = "QK7ZP2M9XD";
+constexpr char kVendorCommonName[] = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)";
+constexpr char kVendorTeamIdentifier[] = "QK7ZP2M9XD";
 
 }  // namespace
 
@@ -32,7 +32,7 @@ int SaveCertificateTeamId(std::optional<std::string>& teamId,
 
 bool CheckIsSignedByCorvane(const std::optional<std::string>& name,
                             const std::optional<std::string>& teamId) {
-  return name == kMakerCommonName && teamId == kMakerTeamIdentifier;
+  return name == kVendorCommonName && teamId == kVendorTeamIdentifier;
 }
 
 int KXTool::CheckCodeSignature(bool& isSigned, const char* path, Logger* logger) {

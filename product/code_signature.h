@@ -8,7 +8,7 @@
 
 /// The steps of KXTool::CheckCodeSignature().
 
-/// Whether `code` has a valid signature, on all its architectures.
+/// Whether `code` has a valid signature, for all its architectures.
 bool CheckCodeValidity(const platform::StaticCode& code);
 
 /// Takes the common name of the signing certificate.
@@ -20,7 +20,7 @@ int SaveCertificateName(std::optional<std::string>& name, const platform::Signin
 int SaveCertificateTeamId(std::optional<std::string>& teamId,
                           const platform::SigningInformation& info);
 
-/// Whether `name` and `teamId` are exactly the maker's; an absent one is not.
+/// Whether `name` and `teamId` are exactly the vendor's; an absent value never matches.
 bool CheckIsSignedByCorvane(const std::optional<std::string>& name,
                             const std::optional<std::string>& teamId);
 

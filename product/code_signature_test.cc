@@ -9,9 +9,9 @@ using fake::Signature;
 using testing::ElementsAreArray;
 
 constexpr char kPath[] = "/some where/file";
-constexpr char kMaker[] = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)";
+constexpr char kVendor[] = "Developer ID Application: Corvane SRL (QK7ZP2M9XD)";
 
-/// The whole log of a check that finds a file of the maker.
+/// The whole log of a check that finds a file that the vendor has signed.
 const Lines kLog = fake::AcceptedSignatureLog(kPath);
 
 Lines LogUpTo(std::size_t count, const std::string& last) {
@@ -43,7 +43,7 @@ class CodeSignatureTest : public fake::ToolFixture {
   }
 };
 
-TEST_F(CodeSignatureTest, SignedByTheMaker) { Expect(0, true, kLog); }
+TEST_F(CodeSignatureTest, SignedByTheVendor) { Expect(0, true, kLog); }
 
 TEST_F(CodeSignatureTest, NoFile) {
   world.signatures.clear();
@@ -89,7 +89,7 @@ TEST_F(CodeSignatureTest, AnotherName) {
     TheSignature().commonNames->front() = name;
     ExpectForeign();
   }
-  TheSignature().commonNames->front() = std::string(kMaker) + '\0';
+  TheSignature().commonNames->front() = std::string(kVendor) + '\0';
   ExpectForeign();
 }
 
@@ -106,9 +106,9 @@ TEST_F(CodeSignatureTest, AnotherTeam) {
 }
 
 TEST_F(CodeSignatureTest, OnlyTheLeafCounts) {
-  TheSignature().commonNames = {{"Somebody", kMaker}};
+  TheSignature().commonNames = {{"Somebody", kVendor}};
   ExpectForeign();
-  TheSignature().commonNames = {{kMaker}};
+  TheSignature().commonNames = {{kVendor}};
   Expect(0, true, kLog);
 }
 
@@ -133,7 +133,7 @@ TEST_F(CodeSignatureTest, Names) {
   std::optional<std::string> name;
   std::optional<std::string> team;
   EXPECT_EQ(SaveCertificateName(name, info), 0);
-  EXPECT_EQ(name, kMaker);
+  EXPECT_EQ(name, kVendor);
   EXPECT_EQ(SaveCertificateTeamId(team, info), 0);
   EXPECT_EQ(team, "QK7ZP2M9XD");
   EXPECT_EQ(SaveCertificateName(name, {}), 2);
@@ -141,11 +141,11 @@ TEST_F(CodeSignatureTest, Names) {
 }
 
 TEST(CheckIsSignedByCorvane, ComparesBoth) {
-  EXPECT_TRUE(CheckIsSignedByCorvane(kMaker, "QK7ZP2M9XD"));
-  EXPECT_FALSE(CheckIsSignedByCorvane(kMaker, "QK7ZP2M9XE"));
+  EXPECT_TRUE(CheckIsSignedByCorvane(kVendor, "QK7ZP2M9XD"));
+  EXPECT_FALSE(CheckIsSignedByCorvane(kVendor, "QK7ZP2M9XE"));
   EXPECT_FALSE(CheckIsSignedByCorvane("Corvane", "QK7ZP2M9XD"));
   EXPECT_FALSE(CheckIsSignedByCorvane(std::nullopt, "QK7ZP2M9XD"));
-  EXPECT_FALSE(CheckIsSignedByCorvane(kMaker, std::nullopt));
+  EXPECT_FALSE(CheckIsSignedByCorvane(kVendor, std::nullopt));
   EXPECT_FALSE(CheckIsSignedByCorvane(std::nullopt, std::nullopt));
 }
 

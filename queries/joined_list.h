@@ -6,8 +6,8 @@
 
 namespace queries {
 
-/// Appends `entry` to a list whose entries are separated by single "|" signs. No sign is added
-/// while the list is an empty text, even if it already has empty entries.
+/// Appends `entry` to a list whose entries are separated by single "|" characters. No separator is
+/// added while the list is an empty string, even if it already has empty entries.
 inline void AppendToList(std::string& list, std::string_view entry) {
   if (!list.empty()) list += '|';
   list += entry;

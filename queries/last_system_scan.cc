@@ -32,7 +32,7 @@ ScanReports MakeReports() {
            {"Quick Scan.xml", "8f05c2d6-71e9-4a3b-b2c4-6d19e0f37a5c"}}};
 }
 
-/// The second of the pieces of `name` between runs of "_"; empty when there is none.
+/// Splits `name` at runs of "_" and returns the second piece; empty when there is none.
 std::string_view SecondPiece(std::string_view name) {
   constexpr std::string_view kSeparator = "_";
   std::size_t end = 0;

@@ -55,7 +55,8 @@ int ExtractProductVersion(const Value& output, std::string& result, Logger* logg
   return kSuccess;
 }
 
-/// Whether a feature works: as the product says, or, where it says nothing, when it is switched on.
+/// Returns whether a feature works: what the product reports or, without a report, whether the
+/// feature is enabled.
 bool IsFeatureWorking(const Value& feature, std::string_view id, Logger* logger) {
   if (const Value* const functioning = json::FindMember(feature, "isFunctioning")) {
     const bool verdict = functioning->IsTrue();

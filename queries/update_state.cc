@@ -107,7 +107,7 @@ int ExtractUpdateStatus(const Value& output, const char* name, std::string& resu
 
 /// Whether the update of a location shows that the product is not up to date.
 bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>& goodErrors) {
-  // The update is judged only if it has both members, whatever their types.
+  // The update is evaluated only if it has both members, whatever their types.
   if (json::FindMember(update, "error") == nullptr ||
       json::FindMember(update, "lastSucceededTime") == nullptr) {
     return false;

@@ -1,5 +1,5 @@
-// What simulated endpoints cannot show about updates and scans. tests/end_to_end/actions_test.py
-// has the whole logs.
+// Tests of updates and scans that simulated endpoints cannot provide.
+// tests/end_to_end/actions_test.py checks complete logs.
 
 #include <thread>
 

@@ -71,7 +71,7 @@ class Registration {
 
   /// @return the SDK's status; the callbacks are registered when it is 0.
   int Begin(void* context);
-  /// @return the SDK's status. The registration counts as ended whatever it is.
+  /// @return the SDK's status. The registration counts as ended regardless of the status.
   int End();
 
  private:
@@ -83,8 +83,8 @@ class Registration {
 /// The loaded SDK library and its two exports.
 class Library {
  public:
-  /// The three return whether they succeeded. The exports can be looked up once the library is
-  /// open.
+  /// The next three functions return whether they succeeded. The exports can be looked up once the
+  /// library is open.
   bool Open(const std::string& path);
   bool FindGetInstance();
   bool FindReleaseInstance();

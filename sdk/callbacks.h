@@ -1,10 +1,10 @@
 #ifndef SDK_CALLBACKS_H_
 #define SDK_CALLBACKS_H_
 
-/// What the SDK calls, on its own threads and at any time, even after unregistration. The tool
-/// holds `locker` while it calls the SDK, so the SDK must not wait for a callback within such a
-/// call. `context` is the KXTool that was registered; anything else is ignored. No exception enters
-/// the SDK: when memory runs out, the process ends, as it does everywhere else.
+/// The functions that the SDK calls, on its own threads and at any time, even after unregistration.
+/// The tool holds `locker` while it calls the SDK, so the SDK must not wait for a callback within
+/// such a call. `context` is the KXTool that was registered; anything else is ignored. No exception
+/// enters the SDK: when memory runs out, the process ends, as it does everywhere else.
 extern "C" {
 
 /// Stores the answer of a completed run. Ignores answers for a batch that is not the current one

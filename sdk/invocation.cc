@@ -41,8 +41,8 @@ auto SecondsSince(std::int64_t start) {
   };
 }
 
-/// One call of ExecuteAgentSDKMethod(). However the call ends, the destructor releases in order
-/// what was acquired.
+/// One call of ExecuteAgentSDKMethod(). However the call ends, the destructor releases, in order,
+/// everything that was acquired.
 class Invocation {
  public:
   Invocation(KXTool& tool, std::string method, int& apiError, Logger* logger)
@@ -223,7 +223,8 @@ int Invocation::Await() {
 
   Log("Failed to run instance due to timeout");
   if (isWatched) {
-    // A late completion or event still gets its chance: only a notification ends this wait.
+    // This wait has no deadline. Only a notification ends it, such as that of a late completion or
+    // event, and the call has timed out even then.
     platform::Wait(cv, lock_);
     stopThread.exchange(true);
     cv.notify_all();

@@ -1,5 +1,5 @@
-// What simulated endpoints cannot show about an SDK call. tests/end_to_end/invocation_test.py has
-// the whole logs.
+// Tests of an SDK call that simulated endpoints cannot provide. tests/end_to_end/invocation_test.py
+// checks complete logs.
 
 #include "json/document.h"
 #include "sdk/method_catalogue.h"

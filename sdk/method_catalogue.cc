@@ -1,7 +1,7 @@
 #include "sdk/method_catalogue.h"
 
 // The two scans run the same product operation with the product's predefined full-scan and
-// quick-scan tasks. The differing blanks are the product's.
+// quick-scan tasks. The inconsistent spacing comes from the product.
 std::unordered_map<std::string, const char*> agentsdkMethods = {
     {"Product.GetStatus", R"({"data":{"Product":[{"@name":"GetStatus","input":{}}]}})"},
     {"Update.StartUpdate",

@@ -4,8 +4,8 @@
 #include <string>
 #include <unordered_map>
 
-/// The SDK methods that the tool may run: key to request text, sent byte for byte as it stands
-/// here. Built before main(), constant from then on.
+/// The SDK methods that the tool can run. Maps each key to its request text, which is sent byte for
+/// byte as written here. Built before main(), constant from then on.
 extern std::unordered_map<std::string, const char*> agentsdkMethods;
 
 #endif  // SDK_METHOD_CATALOGUE_H_

@@ -25,8 +25,8 @@ extern std::atomic<bool> isReady;
 
 namespace sdk {
 
-/// Admits SDK callbacks to the tool object while it exists. The SDK may call late, twice, or after
-/// the object was destroyed; such a callback must find nothing.
+/// Admits SDK callbacks to the tool object while it exists. The SDK can call late, twice, or even
+/// after the object was destroyed; in the last case, the callback must not reach the tool.
 class CallbackGate {
  public:
   /// Admits callbacks to `tool` instead of any other object.
@@ -35,16 +35,17 @@ class CallbackGate {
   /// Waits until the callbacks inside `tool` have left it. Admits none afterwards.
   static void Close(KXTool& tool);
 
-  /// Waits until the callbacks that have delivered have left the tool, so that its library can be
-  /// unloaded. This is best effort: the tool cannot know when such a callback has returned into the
-  /// library. The SDK must let its callbacks return before it completes an unregistration.
-  /// Callbacks that still need `locker`, which the caller may hold, are not waited for.
+  /// Waits until the callbacks that have delivered their data have left the tool, so that its
+  /// library can be unloaded. This is best effort: the tool cannot know when such a callback has
+  /// returned into the library. The SDK must let its callbacks return before it completes an
+  /// unregistration. Callbacks that still need `locker`, which the caller may hold, are not waited
+  /// for.
   static void AwaitDelivered();
 
   /// Replaces the tool's batch identifier.
   static void SetBatchContext(KXTool& tool, const char* text);
 
-  /// A callback's visit to the tool.
+  /// One callback's access to the tool.
   class Pass {
    public:
     /// @param context the callback's context as the SDK passed it; may be anything.
@@ -60,8 +61,8 @@ class CallbackGate {
     /// Whether `batchContext` is the tool's current batch identifier. There must be a tool.
     bool IsCurrentBatch(const char* batchContext) const;
 
-    /// Records that the callback has delivered and needs no further lock of the tool. Call while
-    /// `locker` is held. There must be a tool.
+    /// Records that the callback has delivered its data and needs no further lock of the tool. Call
+    /// while `locker` is held. There must be a tool.
     void SetDelivered();
 
    private:

@@ -21,7 +21,7 @@ class EventThread {
   EventThread(const EventThread&) = delete;
   EventThread& operator=(const EventThread&) = delete;
 
-  /// Arms the product events and starts following them for `tool`.
+  /// Enables the queuing of product events and starts processing them for `tool`.
   /// @return 0, or the errno-style number of the failure.
   int Start(KXTool& tool);
 

@@ -11,12 +11,13 @@ namespace sdk {
 constexpr int kMaxTries = 5;
 constexpr unsigned kInternalErrorPause = 30;  // seconds
 
-/// Seconds that an SDK call may take to be answered.
+/// Returns how many seconds the tool waits for the answer to an SDK call.
 /// @param option the command option being run, in any letter case
 /// @param scanTimeout the limit of a watched scan; negative without one
 long long TimeLimit(const std::string& option, long long scanTimeout);
 
-/// @return `seconds` (not negative) after `now`, or the clock's last moment when that comes first.
+/// @return the time `seconds` (not negative) after `now`, or the latest time that the clock can
+///     represent, if that is earlier.
 platform::MonotonicTime DeadlineAfter(platform::MonotonicTime now, long long seconds);
 
 }  // namespace sdk

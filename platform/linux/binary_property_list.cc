@@ -40,7 +40,7 @@ bool ReadUtf16(std::string_view bytes, std::string& text) {
   for (std::size_t i = 0; i < bytes.size(); i += 2) {
     std::uint32_t character = unit(i);
     const std::uint32_t next = i + 2 < bytes.size() ? unit(i + 2) : 0;
-    if (character >> 10 == 0x36 && next >> 10 == 0x37) {  // a pair of surrogates
+    if (character >> 10 == 0x36 && next >> 10 == 0x37) {  // a surrogate pair
       character = 0x10000 + ((character & 0x3FF) << 10 | (next & 0x3FF));
       i += 2;
     }

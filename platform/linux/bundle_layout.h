@@ -8,8 +8,8 @@
 
 namespace platform {
 
-/// The places of a bundle's parts, by the rules of Apple's open CoreFoundation (CFBundle). Every
-/// directory has such places; the caller decides whether they make a bundle.
+/// The locations of a bundle's parts, by the rules of Apple's open CoreFoundation (CFBundle). Every
+/// directory yields a layout; the caller decides whether the directory is a bundle.
 struct BundleLayout {
   /// Whether the directory itself holds everything: no Contents, Resources or Support Files.
   bool isFlat = false;

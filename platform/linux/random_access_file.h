@@ -11,7 +11,8 @@
 
 namespace platform {
 
-/// The maximum that is read into memory in one piece. Larger claims count as a lack of memory.
+/// The maximum that is read into memory in one piece. A larger claimed size is treated as a lack of
+/// memory.
 constexpr std::uint64_t kMaxPieceSize = 64U << 20U;
 
 /// A file that is opened once and read at explicit offsets. A file that shrinks meanwhile gives
@@ -23,8 +24,8 @@ class RandomAccessFile {
   /// Takes over a file that was opened with kOpenFlags.
   explicit RandomAccessFile(Descriptor file) : file_(std::move(file)) {}
 
-  /// For reading, without adopting a terminal, waiting for a pipe's writer, or passing the
-  /// descriptor to a child.
+  /// For reading, without acquiring a controlling terminal, waiting for a pipe's writer, or passing
+  /// the descriptor to a child.
   static const int kOpenFlags;
 
   /// Opens any kind of file for reading without blocking. @return 0 or the `errno`.

@@ -3,7 +3,7 @@
 
 #include "platform/dynamic_library.h"
 
-// The maker's libraries fill a std::string of the tool, so both must use the same ABI.
+// The vendor's libraries fill a std::string of the tool, so both must use the same ABI.
 static_assert(_GLIBCXX_USE_CXX11_ABI == 1);
 
 namespace platform {

@@ -7,7 +7,7 @@
 namespace platform {
 namespace {
 
-/// AppKit's workspace, or nil. The tool is not linked to AppKit, so that it is loaded only when it
+/// AppKit's workspace, or nil. The tool is not linked against AppKit, which is loaded only when it
 /// is needed.
 NSWorkspace* SharedWorkspace() {
   [[NSBundle bundleWithPath:@"/System/Library/Frameworks/AppKit.framework"] load];

@@ -12,8 +12,8 @@
 namespace platform {
 namespace {
 
-/// The path as the file manager takes it, without slashes at its end, which would follow a link;
-/// nil when it is not UTF-8.
+/// The path as the file manager takes it, without trailing slashes, which would make it follow a
+/// link; nil when it is not UTF-8.
 NSString* ToNsItem(const std::string& path) { return ToNsString(WithoutTrailingSlashes(path)); }
 
 bool AnythingAt(NSString* path) {

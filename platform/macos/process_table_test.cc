@@ -1,4 +1,4 @@
-// Answers of the kernel that its stand-in under GNUstep does not give.
+// Kernel answers that the GNUstep stand-in does not give.
 
 #include "platform/process_table.h"
 

@@ -21,8 +21,8 @@ class ScopedCf {
   Reference Get() const { return reference_; }
   explicit operator bool() const { return reference_ != nullptr; }
 
-  /// Where a function that creates through a pointer stores its reference. Call it once, on an
-  /// empty owner.
+  /// Returns the address at which a Create function stores its reference. Call it once, on an empty
+  /// owner.
   Reference* Receive() { return &reference_; }
 
  private:

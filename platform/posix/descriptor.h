@@ -22,7 +22,7 @@ using Descriptor = ScopedHandle<DescriptorTraits>;
 
 /// openat(), repeated when a signal interrupts it.
 /// @param mode of a file that is created
-/// @return an owner that is not open when it failed, with errno.
+/// @return an owner that is not open, with errno set, when opening failed.
 inline Descriptor OpenAt(int directory, const std::string& path, int flags, mode_t mode = 0) {
   int number = openat(directory, path.c_str(), flags, mode);
   while (number < 0 && errno == EINTR) number = openat(directory, path.c_str(), flags, mode);

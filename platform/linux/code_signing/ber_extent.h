@@ -7,7 +7,7 @@ namespace platform::code_signing {
 
 enum class BerExtent {
   kComplete,   ///< one whole value, whatever follows it
-  kTruncated,  ///< the bytes end within the value, empty ones included
+  kTruncated,  ///< the bytes end within the value, or there are none
   kMalformed,  ///< not BER, or nested too deeply
 };
 

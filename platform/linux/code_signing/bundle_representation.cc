@@ -197,8 +197,7 @@ bool HasRealPath(const std::string& path) {
   return real != nullptr;
 }
 
-/// @return whether the paths of the same part can be resolved, both in the bundle and in its
-///     version.
+/// @return whether both paths of a part, in the bundle and in its version, can be resolved.
 bool AreResolvable(const std::optional<std::string>& before,
                    const std::optional<std::string>& after) {
   return !before || !after || (HasRealPath(*before) && HasRealPath(*after));

@@ -40,16 +40,17 @@ bool HasExtension(const X509& certificate, const char* identifier);
 /// fails.
 std::string EncodedCertificate(const X509& certificate);
 
-/// Whether a piece of BER has an elliptic-curve key that libcrypto could take long to decode, which
-/// it does as soon as it parses a certificate: a key on a curve that is not used to sign code (the
-/// key may even define its own), or a compressed point, which gives only one coordinate.
+/// Whether a piece of BER has an elliptic-curve key that could take libcrypto a long time to
+/// decode, which it does as soon as it parses a certificate: a key on a curve that is not used to
+/// sign code (the key may even define its own), or a compressed point, which gives only one
+/// coordinate.
 bool HasCostlyKey(std::string_view bytes);
 
-/// Whether the key is of a kind that signs code, so that verification is cheap: RSA with at most
-/// 8,192 bits and an exponent of at most 32 bits, or a NIST curve.
+/// Whether the key is of a kind that is used to sign code, so that verification is cheap: RSA with
+/// at most 8,192 bits and an exponent of at most 32 bits, or a NIST curve.
 bool HasUsableKey(const X509& certificate);
 
-/// Returns what a verification with the certificate's key costs: 1 for P-256 and RSA of usual
+/// Returns the cost of a verification with the certificate's key: 1 for P-256 and RSA of usual
 /// sizes.
 std::uint64_t VerificationCost(const X509& certificate);
 

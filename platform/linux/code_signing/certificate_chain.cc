@@ -60,7 +60,7 @@ class ChainBuilder {
     const X509_NAME* name = X509_get_issuer_name(&certificate);
     for (const CertificatePtr& issuer : candidates) {
       if (X509_NAME_cmp(X509_get_subject_name(issuer.get()), name) != 0) continue;
-      context_.budget.SpendIssuer();
+      context_.budget.ChargeForIssuer();
       if (!HasIssued(*issuer, certificate)) continue;
       if (!IsInPath(*issuer) && Extend(issuer)) return true;
     }
@@ -72,7 +72,7 @@ class ChainBuilder {
     std::string pair =
         DigestOf(HashType::kSha256, EncodedCertificate(issuer) + EncodedCertificate(certificate));
     if (context_.issued.count(pair) != 0) return true;
-    context_.budget.SpendVerifications(VerificationCost(issuer));
+    context_.budget.ChargeForVerifications(VerificationCost(issuer));
     if (!HasUsableKey(issuer) || X509_verify(&certificate, X509_get0_pubkey(&issuer)) != 1) {
       return false;
     }

@@ -104,7 +104,7 @@ TEST_F(CertificateChainTest, IssuersOfEachOtherExceedTheBudget) {
 TEST_F(CertificateChainTest, AnIssuerIsVerifiedOnce) {
   CheckContext context = {TrustStore({root_})};
   for (int i = 0; i < 1001; ++i) BuildChain(leaf_, {middle_, root_}, context);
-  EXPECT_NO_THROW(context.budget.SpendVerifications(998));
+  EXPECT_NO_THROW(context.budget.ChargeForVerifications(998));
 }
 
 TEST_F(CertificateChainTest, KeysThatCodeIsNotSignedWithAreNotTried) {

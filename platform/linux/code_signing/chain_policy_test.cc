@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::int64_t kWithin = 1500;
 
-/// A chain of leaf, intermediate and root, which every test spoils in its own way. A lack of memory
-/// must not make it valid.
+/// A chain of leaf, intermediate and root, which each test breaks in a different way. A lack of
+/// memory must not make it valid.
 class ChainPolicyTest : public testing::Test {
  protected:
   ChainPolicyTest() {

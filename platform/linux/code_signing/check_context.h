@@ -26,38 +26,40 @@ class BudgetExceeded : public std::exception {
 /// real applications and keeps a hostile file from occupying the processors.
 class WorkBudget {
  public:
-  /// Spends bytes of code and resources, once for each hash.
-  void SpendHashing(std::uint64_t bytes) { Spend(hashing_, bytes); }
+  /// Charges for bytes of code and resources, once for each hash.
+  void ChargeForHashing(std::uint64_t bytes) { Charge(hashing_, bytes); }
 
-  /// Spends one certificate that is tried as an issuer.
-  void SpendIssuer() { Spend(issuers_, 1); }
+  /// Charges for one certificate that is tried as an issuer.
+  void ChargeForIssuer() { Charge(issuers_, 1); }
 
-  /// Spends verifications with a public key, including those with the keys of possible issuers.
-  void SpendVerifications(std::uint64_t cost) { Spend(verifications_, cost); }
+  /// Charges for verifications with a public key, including those with the keys of possible
+  /// issuers.
+  void ChargeForVerifications(std::uint64_t cost) { Charge(verifications_, cost); }
 
-  /// Spends the certificates in a message, each with a key to decode.
-  void SpendCertificates(std::uint64_t count) { Spend(certificates_, count); }
+  /// Charges for the certificates in a message. The key of each must be decoded.
+  void ChargeForCertificates(std::uint64_t count) { Charge(certificates_, count); }
 
-  /// Spends the bytes of a message, most of which are certificates to parse.
-  void SpendMessage(std::uint64_t bytes) { Spend(messages_, bytes); }
+  /// Charges for the bytes of a message, most of which are certificates to parse.
+  void ChargeForMessage(std::uint64_t bytes) { Charge(messages_, bytes); }
 
-  /// Spends the bytes of a component, once for each comparison with its slot.
-  void SpendComponent(std::uint64_t bytes) { Spend(components_, bytes); }
+  /// Charges for the bytes of a component, once for each comparison with its slot.
+  void ChargeForComponent(std::uint64_t bytes) { Charge(components_, bytes); }
 
-  /// Spends one piece of nested code.
-  void SpendNestedCode() { Spend(nestedCode_, 1); }
+  /// Charges for one piece of nested code.
+  void ChargeForNestedCode() { Charge(nestedCode_, 1); }
 
-  /// Spends one entry of a bundle's directories.
-  void SpendEntry() { Spend(entries_, 1); }
+  /// Charges for one entry of a bundle's directories.
+  void ChargeForEntry() { Charge(entries_, 1); }
 
-  /// Spends one name of a file that has several. With many, it would be hashed again and again.
-  void SpendName(const struct stat& file) {
+  /// Charges for one path of a file with several hard links. Such a file is hashed once for each
+  /// path.
+  void ChargeForName(const struct stat& file) {
     constexpr int kMaxNames = 16;
     if (++names_[{file.st_dev, file.st_ino}] > kMaxNames) throw BudgetExceeded();
   }
 
  private:
-  static void Spend(std::uint64_t& left, std::uint64_t amount) {
+  static void Charge(std::uint64_t& left, std::uint64_t amount) {
     if (amount > left) throw BudgetExceeded();
     left -= amount;
   }

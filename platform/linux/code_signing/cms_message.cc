@@ -13,7 +13,7 @@
 namespace platform::code_signing {
 namespace {
 
-// Real messages have about ten thousand bytes. Values can take 50 times the memory of their
+// Real messages are about ten thousand bytes long. Values can take 50 times the memory of their
 // encoding.
 constexpr std::size_t kMaxMessageSize = 256U << 10U;
 

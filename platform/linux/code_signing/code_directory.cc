@@ -39,7 +39,7 @@ enum : std::uint64_t {
   kPreEncryptionOffset = 92,
 };
 
-// Entries of a scatter list have this size. The last one counts no pages.
+// Entries of a scatter list are this size. The last one counts no pages.
 constexpr std::uint64_t kScatterEntrySize = 24;
 
 // Page sizes are powers of two, or 0 for a single page. The platform accepts smaller ones, but no

@@ -28,7 +28,7 @@ class CodeDirectorySet {
   /// The directory in the main slot, which the CMS signature covers.
   const CodeDirectory& Base() const { return all_.at(base_); }
 
-  /// The directory with the most preferred hash type, which counts for everything but the CMS
+  /// The directory with the most preferred hash type, which is used for everything except the CMS
   /// signature.
   const CodeDirectory& Best() const { return all_.at(best_); }
 

@@ -1,4 +1,4 @@
-// The seam itself on this host's adapter, with the machine's anchors, if any.
+// Tests the interface with this host's adapter and with the machine's anchors, if any.
 
 #include "platform/code_signing.h"
 

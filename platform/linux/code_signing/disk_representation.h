@@ -88,7 +88,8 @@ class DiskRepresentation {
 
   /// Checks the part of the bundle outside ResourceRoot(), where nothing is sealed.
   /// @param versions receives the paths of the other versions of a versioned bundle.
-  /// @return kErrSecCSBadResource when there is anything else except links within the bundle.
+  /// @return kErrSecCSBadResource when there is anything other than versions and links within the
+  ///     bundle.
   virtual OsStatus ListUnsealed(std::vector<std::string>& versions) const {
     versions.clear();
     return kErrSecSuccess;

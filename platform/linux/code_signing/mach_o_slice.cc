@@ -23,7 +23,7 @@ constexpr std::uint32_t kCodeSignature = 0x1D;
 constexpr std::uint64_t kSymbolTableSize = 24;
 constexpr std::uint64_t kCodeSignatureSize = 16;
 
-// Names have 16 bytes and are padded with NULs. A segment's name follows the command's header; a
+// Names are 16 bytes long and padded with NULs. A segment's name follows the command's header; a
 // section starts with its name.
 constexpr std::uint64_t kNameSize = 16;
 constexpr std::uint64_t kSegmentName = 8;

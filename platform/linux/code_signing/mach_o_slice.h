@@ -45,7 +45,7 @@ class MachOSlice {
     std::uint64_t length = 0;
   };
 
-  /// Reads the header and the load commands of the image that starts at `start` of a file.
+  /// Reads the header and the load commands of the image that starts at offset `start` in a file.
   /// @param size the image's size, or 0. Checks the segments only when the size is known.
   /// @param slice is filled on success.
   /// @return kErrSecCSBadObjectFormat for an image that is malformed.

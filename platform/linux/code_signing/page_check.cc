@@ -73,7 +73,7 @@ void PageCheck::Begin() {
   hasBegun_ = true;
   status_ = CheckExtent();
   if (status_ != kErrSecSuccess) return;
-  for (std::size_t i = 0; i < directories_.size(); ++i) budget_.SpendHashing(limit_);
+  for (std::size_t i = 0; i < directories_.size(); ++i) budget_.ChargeForHashing(limit_);
   const std::uint64_t processors = std::clamp(std::thread::hardware_concurrency(), 1U, kMaxThreads);
   helpers_.reserve(kMaxThreads);
   try {

@@ -14,9 +14,9 @@
 
 namespace platform::code_signing {
 
-/// Hashes the code that starts at `start` of a file and compares every page with the hashes of all
-/// directories of a known type, on all processors. Page size and code limit are those of the best
-/// directory. Its memory does not depend on the file. The arguments must outlive it.
+/// Hashes the code that starts at offset `start` in a file and compares every page with the hashes
+/// of all directories of a known type, on all processors. Page size and code limit are those of the
+/// best directory. Its memory does not depend on the file. The arguments must outlive it.
 class PageCheck {
  public:
   PageCheck(const RandomAccessFile& file, std::uint64_t start, const CodeDirectorySet& directories,

@@ -122,7 +122,7 @@ class Parser {
 
   std::optional<std::string> AcceptValue() { return AcceptText({Kind::kWord, Kind::kString}); }
 
-  /// Accepts a digest, which always has 20 bytes.
+  /// Accepts a digest, which is always 20 bytes long.
   std::optional<std::string> AcceptHash() {
     std::optional<std::string> hash = AcceptText({Kind::kHash});
     if (!hash || hash->size() != DigestLength(HashType::kSha1)) return std::nullopt;

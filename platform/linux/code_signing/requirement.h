@@ -28,7 +28,7 @@ using Requirement = std::function<bool(const RequirementSubject& subject)>;
 /// certificates, `and`, `or`, `!`, parentheses and comments. Rejects conditions on Info.plist,
 /// entitlements, trust settings and notarisation.
 ///
-/// @return nothing when the text is rejected, malformed, too long or too deep.
+/// @return nothing when the text is rejected, malformed, too long or too deeply nested.
 std::optional<Requirement> ParseRequirement(std::string_view text);
 
 }  // namespace platform::code_signing

@@ -23,7 +23,7 @@ struct RequirementToken {
   std::string text;
 };
 
-/// Splits the text of a requirement and drops comments and blanks.
+/// Splits the text of a requirement and drops comments and white space.
 /// @return the tokens, ending with kEnd; nothing when a character cannot begin a token.
 std::optional<std::vector<RequirementToken>> SplitRequirement(std::string_view text);
 

@@ -161,7 +161,7 @@ class ResourceCheck {
   }
 
   OsStatus Visit(const Descriptor& directory, const std::string& name, const std::string& path) {
-    context_.budget.SpendEntry();
+    context_.budget.ChargeForEntry();
     if (path.size() > kMaxPathLength) return kErrSecCSBadResource;
     struct stat status {};
     if (fstatat(directory.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -169,7 +169,7 @@ class ResourceCheck {
     }
     const bool isLink = S_ISLNK(status.st_mode);
     if (isLink && strcasecmp(name.c_str(), ".DS_Store") == 0) return kErrSecCSDSStoreSymlink;
-    if (S_ISREG(status.st_mode) && status.st_nlink > 1) context_.budget.SpendName(status);
+    if (S_ISREG(status.st_mode) && status.st_nlink > 1) context_.budget.ChargeForName(status);
     if (IsExcluded(path)) return kErrSecSuccess;
     const ResourceRule* rule = nullptr;
     if (const OsStatus found = rules_.Find(path, rule); found != kErrSecSuccess) return found;
@@ -260,7 +260,7 @@ class ResourceCheck {
     std::vector<char> chunk(std::size_t{64} << 10);
     std::uint64_t size = 0;
     if (const int error = file.Size(size); error != 0) return StatusFromErrno(error);
-    for (std::size_t i = 0; i < hashers.size(); ++i) context_.budget.SpendHashing(size);
+    for (std::size_t i = 0; i < hashers.size(); ++i) context_.budget.ChargeForHashing(size);
     std::uint64_t offset = 0;
     std::size_t count = 0;
     do {

@@ -303,7 +303,7 @@ TEST_F(ResourceSealTest, FilesMustNotHaveManyNames) {
 
 TEST_F(ResourceSealTest, EntriesAreLimited) {
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);
-  for (int i = 0; i < 65525; ++i) context_.budget.SpendEntry();
+  for (int i = 0; i < 65525; ++i) context_.budget.ChargeForEntry();
   EXPECT_THROW(CheckUsual(), BudgetExceeded);
 }
 

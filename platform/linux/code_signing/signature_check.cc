@@ -79,10 +79,10 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
   if (signers.empty()) return kErrSecCSSignatureFailed;
   const CmsSigner& signer = signers.front();
   const CertificateList certificates = message.Certificates();
-  context.budget.SpendCertificates(certificates.size());
+  context.budget.ChargeForCertificates(certificates.size());
   const CertificatePtr leaf = signer.FindCertificate(certificates);
   if (!leaf) return kErrSecCSSignatureFailed;
-  context.budget.SpendVerifications(VerificationCost(*leaf));
+  context.budget.ChargeForVerifications(VerificationCost(*leaf));
   if (!signer.Verify(leaf, directories.Base().Blob())) return kErrSecCSSignatureFailed;
   std::optional<Timestamp> timestamp;
   if (const OsStatus status = CheckTimestamp(signer, context, timestamp);
@@ -109,7 +109,7 @@ OsStatus CheckSigner(const CmsMessage& message, const CodeDirectorySet& director
 OsStatus CheckSignature(std::string_view message, OsStatus directoriesStatus,
                         const CodeDirectorySet& directories, CheckContext& context,
                         CertificateChain& chain) {
-  context.budget.SpendMessage(message.size());
+  context.budget.ChargeForMessage(message.size());
   CmsMessage parsed;
   const CmsMessage::ParseResult result = CmsMessage::Parse(message, parsed);
   if (result == CmsMessage::ParseResult::kMalformed) return kErrSecUnknownFormat;

@@ -77,7 +77,7 @@ OsStatus SignedCode::CheckSealedResources() {
 
 OsStatus SignedCode::CheckNestedCode(const std::string& path,
                                      const Requirement& requirement) const {
-  context_->budget.SpendNestedCode();
+  context_->budget.ChargeForNestedCode();
   if (depth_ == kMaxDepth) return kErrSecCSBadNestedCode;
   DiskRepresentationPtr representation;
   // Nested files do not stand for a bundle: the seal around them covers their neighbours.

@@ -11,8 +11,8 @@
 
 namespace platform::code_signing {
 
-/// A piece of code, whose signature is validated as by SecStaticCode (StaticCode.cpp of Apple's
-/// open Security project). Not thread-safe.
+/// A piece of code, whose signature is validated as SecStaticCode does it (StaticCode.cpp of
+/// Apple's open Security project). Not thread-safe.
 class SignedCode {
  public:
   /// @param context belongs to this code from now on.
@@ -24,8 +24,8 @@ class SignedCode {
   /// @throws BudgetExceeded
   OsStatus CheckValidity() { return Validate({}); }
 
-  /// Returns what slice 0 says. The chain is present only when the signature is verified, whether
-  /// or not the code has been changed.
+  /// Returns the signing information of slice 0. The chain is present only when the signature is
+  /// verified, whether or not the code has been changed.
   SigningInformation CopySigningInformation();
 
  private:

@@ -206,7 +206,7 @@ TEST_F(SignedFileTest, ComponentsAreLimited) {
                    MakeSuperBlob({{kSlotCodeDirectory, MakeCodeDirectory(contents)},
                                   {kSlotRequirements, MakeWrapper(requirements)}}));
   const auto context = std::make_shared<CheckContext>();
-  for (int i = 0; i < 6; ++i) context->budget.SpendComponent(std::size_t{40} << 20);
+  for (int i = 0; i < 6; ++i) context->budget.ChargeForComponent(std::size_t{40} << 20);
   std::unique_ptr<SignedCode> code;
   ASSERT_EQ(SignedCode::Open(directory_.Path("library"), context, code), kErrSecSuccess);
   EXPECT_THROW(code->CheckValidity(), BudgetExceeded);
@@ -226,7 +226,8 @@ TEST_F(SignedFileTest, AllCodeBeforeTheSignatureIsCovered) {
   EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
 }
 
-// libcrypto could take long to decode them, and it decodes them when it parses a certificate.
+// They could take libcrypto a long time to decode, which it does as soon as it parses a
+// certificate.
 TEST_F(SignedFileTest, RejectsKeysOnOtherCurves) {
   const auto status = [&](const TestKey& key) {
     CertificatePlan decoy;

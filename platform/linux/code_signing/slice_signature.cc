@@ -81,7 +81,7 @@ OsStatus SliceSignature::ReadSealedComponent(Slot slot, std::optional<std::strin
   if (const OsStatus status = code_.ReadComponent(slice_, slot, bytes); status != kErrSecSuccess) {
     return status;
   }
-  if (bytes) context_.budget.SpendComponent(bytes->size());
+  if (bytes) context_.budget.ChargeForComponent(bytes->size());
   if (!sealed) {
     bytes.reset();
     return kErrSecSuccess;

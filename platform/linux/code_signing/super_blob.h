@@ -14,7 +14,7 @@ namespace platform::code_signing {
 /// of Apple's open xnu; superblob.h and sigblob.cpp of its Security).
 class SuperBlob {
  public:
-  /// Reads and checks the SuperBlob at `offset` of a file. Ignores what follows it.
+  /// Reads and checks the SuperBlob at `offset` in a file. Ignores what follows it.
   /// @param limit its maximum size in bytes; 0 for no limit.
   /// @param blob is filled on success.
   /// @return kErrSecCSSignatureInvalid when there is no valid one, kErrSecAllocate when it exceeds

@@ -44,7 +44,7 @@ bool IsTrustedSigner(const CmsSigner& signer, std::string_view content,
                      const CertificateList& certificates, CheckContext& context) {
   const CertificatePtr certificate = signer.FindCertificate(certificates);
   if (!certificate || signer.HasUnsignedAttributes()) return false;
-  context.budget.SpendVerifications(VerificationCost(*certificate));
+  context.budget.ChargeForVerifications(VerificationCost(*certificate));
   if (!signer.Verify(certificate, content)) return false;
   const CertificateChain chain = BuildChain(certificate, certificates, context);
   return EvaluateChain(chain, ChainPurpose::kTimeStamping, 0, DateRule::kTolerate, context.trust) ==
@@ -65,7 +65,7 @@ std::optional<Timestamp> VerifyTimestampToken(std::string_view token, std::strin
 
   Timestamp timestamp;
   timestamp.certificates = message.Certificates();
-  context.budget.SpendCertificates(timestamp.certificates.size());
+  context.budget.ChargeForCertificates(timestamp.certificates.size());
   const CmsSigner& signer = signers.front();
   if (!IsTrustedSigner(signer, *content, timestamp.certificates, context)) return std::nullopt;
   const auto time = UnixTime(TS_TST_INFO_get_time(info.get()));
