@@ -62,8 +62,8 @@ class ContractTest(EndToEndCase):
 
     def test_names_all_that_is_logged(self) -> None:
         count = 0
-        for room in ("app", "diag", "product", "sdk", "queries", "install"):
-            for path in sorted((ROOT / room).glob("*.cc")):
+        for module in ("app", "diag", "product", "sdk", "queries", "install"):
+            for path in sorted((ROOT / module).glob("*.cc")):
                 if path.name.endswith("_test.cc"):
                     continue
                 for text in logged_texts(path.read_text(encoding="utf-8")):

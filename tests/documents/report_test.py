@@ -97,7 +97,7 @@ class StatesTest(EndToEndCase):
 
     def test_names_the_meaning_of_each_problem(self) -> None:
         status, report = self.report_of("library-other-team", "kxtool-report --only issues --only updates")
-        meaning = "the product's library is not validly signed by its maker"
+        meaning = "the product's library is not validly signed by its vendor"
         self.assertEqual(status, 1)
         self.assertEqual(report["problems"], [
             {"question": question, "argument": None, "code": 22, "meaning": meaning}

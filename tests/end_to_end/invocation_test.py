@@ -96,7 +96,7 @@ class Success(InvocationCase):
 
 
 class LibraryNotTrusted(InvocationCase):
-    """The library is not loaded unless its signature is the maker's."""
+    """The library is not loaded unless its signature is the vendor's."""
 
     def test_not_installed(self):
         self.check_refusal("not-installed", 20, t.product_missing())
@@ -113,7 +113,7 @@ class LibraryNotTrusted(InvocationCase):
                                   ({"product": {"trust": "empty"}}, "invalid"),
                                   (library(signature="unknownRoot"), "invalid"),
                                   (library(signature="garbled"), "invalid"),
-                                  ("library-other-maker", "other signer"),
+                                  ("library-other-vendor", "other signer"),
                                   ("library-other-team", "other signer")):
             with self.subTest(scenario=scenario):
                 self.check_refusal(scenario, 22, [
@@ -129,7 +129,7 @@ class LibraryNotTrusted(InvocationCase):
 
 
 class LibraryNotUsable(InvocationCase):
-    """The library is the maker's, but cannot be used."""
+    """The library is the vendor's, but cannot be used."""
 
     def test_cannot_be_loaded(self):
         self.check_refusal("library-not-loadable", 35,

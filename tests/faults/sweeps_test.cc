@@ -77,7 +77,7 @@ class OperationRun : public fake::ProductFixture {
 
   void PrepareLinks() {
     world.AddFile("libsl.dylib");
-    world.signatures["libsl.dylib"] = fake::Signature::Makers();
+    world.signatures["libsl.dylib"] = fake::Signature::Vendors();
     world.libraries["./libsl.dylib"] = {
         {"GetInstallationLinks", reinterpret_cast<void*>(GetLinks)}};
   }
@@ -112,7 +112,7 @@ class OperationRun : public fake::ProductFixture {
 
   void PrepareApplicationImage() {
     PrepareImage();
-    world.signatures[kApplication] = fake::Signature::Makers();
+    world.signatures[kApplication] = fake::Signature::Vendors();
     world.applicationExecutables[kApplication] = kApplicationExecutable;
     world.programs[kApplicationExecutable] = {};
   }

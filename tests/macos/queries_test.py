@@ -65,8 +65,8 @@ class QueriesTest(unittest.TestCase):
                 self.assertEqual(run.errors, b"")
                 assert_shown(self, run, options.log, expected)
 
-    def test_use_no_library_of_another_maker(self) -> None:
-        for name in ("library-other-maker", "library-other-team"):
+    def test_use_no_library_of_another_vendor(self) -> None:
+        for name in ("library-other-vendor", "library-other-team"):
             with self.subTest(scenario=name):
                 run = self.run_tool("-getProductVersion", scenario_name=name, logging=True)
                 self.assertEqual((run.status, run.output), (22, b""))

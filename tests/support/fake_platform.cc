@@ -98,7 +98,7 @@ bool RunScriptedStep(std::unique_lock<std::mutex>& lock) {
 
 }  // namespace
 
-Signature Signature::Makers() {
+Signature Signature::Vendors() {
   Signature signature;
   signature.commonNames = {{"Developer ID Application: Corvane SRL (QK7ZP2M9XD)",
                             "Developer ID Certification Authority", "Apple Root CA"}};

@@ -56,7 +56,7 @@ struct Signature {
   std::optional<std::string> teamIdentifier;
 
   /// The signature that the tool accepts.
-  static Signature Makers();
+  static Signature Vendors();
 };
 
 struct Process {
