@@ -32,8 +32,8 @@ if(APPLE)
   file(CREATE_LINK ${KX_RAPIDXML_INCLUDE_DIR}/rapidxml ${CMAKE_BINARY_DIR}/headers/rapidxml
     SYMBOLIC)
   target_include_directories(kx_options SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/headers)
-  # RapidJSON 1.1.0 has a template with an assignment to a constant member. Nothing uses it, but clang
-  # from 19 on looks into templates before they are used unless told otherwise.
+  # RapidJSON 1.1.0 has a template with an assignment to a constant member. Nothing uses it, but,
+  # by default, clang 19 and later checks templates before they are instantiated.
   target_compile_options(kx_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fdelayed-template-parsing>)
 endif()
@@ -94,10 +94,11 @@ function(kx_unit_tests name)
   endif()
 endfunction()
 
-# Test code is not optimised and keeps only line numbers: compiling it is most of a clean build.
+# Test code is not optimised and keeps only line numbers, because compiling it takes most of the time of a
+# clean build.
 add_library(kx_test_code INTERFACE)
 target_compile_options(kx_test_code INTERFACE -O0 -U_FORTIFY_SOURCE $<$<CONFIG:Debug>:-g1>)
-# The number by which tests that repeat something divide their repetitions.
+# Tests that repeat something divide the number of repetitions by this.
 set(slowdown 1)
 if(KX_SANITIZE STREQUAL "thread")
   set(slowdown 50)

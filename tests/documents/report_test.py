@@ -268,7 +268,7 @@ class LimitsTest(ScriptCase):
                 run = self.run_report("--only", "version", "--only", "issues", "--timeout", "3", shell=shell)
                 self.assertEqual((run.returncode, run.stderr), (1, b""))
                 first, second = parsed(run.stdout)["problems"]
-                self.assertRegex(first["meaning"], "^no answer within [123] seconds; the tool was ended$")
+                self.assertRegex(first["meaning"], "^no answer within [123] seconds; the tool was killed$")
                 self.assertEqual(second["meaning"],
                                  "not asked, because the time limit of the report had passed")
                 self.assertEqual((first["code"], second["code"]), (None, None))
