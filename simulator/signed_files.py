@@ -33,7 +33,7 @@ class SignedFiles:
         self._directory = directory
 
     def place(self, content: bytes, destination: pathlib.Path, signature: str) -> None:
-        """Writes `content` to `destination` with one of the scenarios' kinds of signatures."""
+        """Writes `content` to `destination` with one of the kinds of signature that scenarios define."""
         key = hashlib.sha256(content).hexdigest()[:32]
         made = self._directory / "signed" / f"{key}-{signature}-{destination.name}"
         make_once(made, lambda folder: self._make(folder, content, destination.name, signature))

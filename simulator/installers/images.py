@@ -85,7 +85,7 @@ class Media:
                 archive.add(folder, "payload")
 
     def write_application(self, path: pathlib.Path, signature: str = "vendor") -> None:
-        """Writes the setup downloader's application bundle with one of the scenarios' kinds of signatures."""
+        """Writes the setup downloader's application bundle with a kind of signature that scenarios define."""
         contents = path / "Contents"
         executable = contents / "MacOS" / "Setup Downloader"
         for folder in (executable.parent, contents / "Resources"):
