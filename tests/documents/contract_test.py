@@ -13,7 +13,7 @@ ONE_LINE = " ".join(CONTRACT.split())
 # Literals that are never logged, in sources that log.
 NOT_LOGGED = {"%Y-%m-%d %X", "read fault", "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"}
 
-# Neighbouring literals of C++, which are one text.
+# Adjacent literals of C++, which form one string.
 _TEXT = re.compile(r'"(?:[^"\\\n]|\\.)*"(?:\s*"(?:[^"\\\n]|\\.)*")*')
 
 # Successful runs, each with the headings of the sections whose first transcript describes it.

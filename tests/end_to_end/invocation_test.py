@@ -18,7 +18,7 @@ NO_OBJECT = "Invalid JSON. Response has parse errors or is not an object"
 def refused(lines, status, code=None, api_error=0, sdk_error=0):
     """The log of a version query that ended with `status` after its method logged `lines`.
 
-    The other numbers are the method's; without any, its code is `status`.
+    The other numbers describe the method. Without them, its code is `status`.
     """
     if code is None:
         code = 0 if api_error or sdk_error else status
@@ -37,17 +37,17 @@ def found(lines, version="7.16.42"):
 
 
 def library(**members):
-    """The SDK library is like this."""
+    """A scenario whose SDK library has these properties."""
     return {"product": {"library": members}}
 
 
 def answering(**answer):
-    """The query is answered like this."""
+    """A scenario in which the query gets this answer."""
     return {"sdk": {"answers": {t.GET_STATUS: answer}}}
 
 
 def completed(*completions, **sdk):
-    """The query is answered with ANSWER, by these completions."""
+    """A scenario in which the query gets ANSWER through these completions."""
     return {"sdk": {**sdk, **answering(text=ANSWER, completions=list(completions))["sdk"]}}
 
 
@@ -145,7 +145,7 @@ class LibraryNotUsable(InvocationCase):
 
 
 class RunRefused(InvocationCase):
-    """Calls of the library that fail, and further tries."""
+    """Calls to the library that fail, and further tries."""
 
     LOADED = [*t.find_product(), *t.load(), *t.find_exports(), *t.begin()]
     PAUSE = "AgentSDK error internal. Sleep 30 seconds"

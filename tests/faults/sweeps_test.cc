@@ -38,7 +38,7 @@ class OperationRun : public fake::ProductFixture {
  public:
   void TestBody() override {}
 
-  // What the operations need of the world.
+  // What the operations need from the world.
 
   void PrepareVersion() {}
 
@@ -237,7 +237,7 @@ TEST_P(SweepTest, EveryAllocationFailsOnce) {
   RecordProperty("allocations", static_cast<int>(number - 1));
 }
 
-/// The codes with which operations can end when this call of the platform fails.
+/// The codes with which operations can end when this call to the platform fails.
 struct FallibleCall {
   const char* name;
   Codes codes;
