@@ -26,7 +26,7 @@ check_benchmarks() { build bench bench; }
 check_hardening() { /usr/bin/python3 tests/checks/hardening.py build/release/KXTool; }
 check_documents() { command_test documents; }
 
-# Runs the tests that depend on the user and the folder as an ordinary user, in a private home folder.
+# Runs, as an ordinary user in a private home folder, the tests whose results depend on the user and the folder.
 check_ordinary_user() {
   local home program=build/release/tests/real_signatures/kx_check_signature
   local -a as_user=()

@@ -1,6 +1,6 @@
 /* Verifies the CMS signature over the CodeDirectory of a plain file with the roots of the endpoint,
- * and hashes the file. Makes only the calls of libcrypto that every check needs, and none of the
- * decisions: this is for measurements, not for use. */
+ * and hashes the file. Makes only the calls to libcrypto that every check needs, and does not
+ * evaluate the results: this is for measurements, not for use. */
 
 #include <fcntl.h>
 #include <openssl/cms.h>

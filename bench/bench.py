@@ -1,8 +1,8 @@
-"""Measures the tool against named peers and limits, and prints one table of ratios.
+"""Compares the tool with baseline programs and limits, and prints one table of ratios.
 
     bench.py [--build DIRECTORY] [--rounds-percent N] [ROW...]
 
-Each row compares a subject with a peer or a limit. Both run in alternation on this machine. The row has
+Each row compares a subject with a baseline or a limit. Both run alternately on this machine. The row has
 their medians, the median and the quartiles of the ratios of the individual rounds, and the target. ROW is
 part of the name of a group of rows; by default, all rows are measured. --rounds-percent 10 runs a tenth of
 the rounds, to see that all rows still work. A full run of all rows also writes the table and the plot of
@@ -36,9 +36,9 @@ _DOCS = ROOT / "docs"
 _BENCH = "/opt/kxtool/bench"  # the folder of these programs on an endpoint
 
 
-def _number(amount: float) -> str:
-    places = 4 if amount < 0.1 else 2 if amount < 100 and amount % 1 != 0 else 0
-    return f"{amount:,.{places}f}"
+def _number(value: float) -> str:
+    places = 4 if value < 0.1 else 2 if value < 100 and value % 1 != 0 else 0
+    return f"{value:,.{places}f}"
 
 
 @dataclasses.dataclass
@@ -46,10 +46,10 @@ class Result:
     """One row of the table. `limit` is the target for the ratio."""
 
     name: str
-    peer: str
+    baseline: str
     unit: str
-    subject_amount: float
-    peer_amount: float
+    subject_value: float
+    baseline_value: float
     ratio: float
     quartiles: tuple[float, float]
     limit: float | None
@@ -61,11 +61,11 @@ class Result:
 
     def __str__(self) -> str:
         """The line in the table; a ratio that misses its target is bold."""
-        amounts = [f"{_number(amount)} {self.unit}" for amount in (self.subject_amount, self.peer_amount)]
+        values = [f"{_number(value)} {self.unit}" for value in (self.subject_value, self.baseline_value)]
         target = "" if self.limit is None else f"{self.limit:.2f}"
         ratio = f"{self.ratio:.2f}" if self.is_met else f"**{self.ratio:.2f}**"
         low, high = self.quartiles
-        return (f"| {self.name} | {self.peer} | {' | '.join(amounts)} | {target} | "
+        return (f"| {self.name} | {self.baseline} | {' | '.join(values)} | {target} | "
                 f"{ratio} ({low:.2f}–{high:.2f}) |")
 
 
@@ -84,13 +84,13 @@ class Bench:
         self.build = build
         self.work = work
         self._percent = rounds_percent
-        # The curves of the plot by title: sizes, each with the ratio to the peer's time.
+        # The curves of the plot by title: sizes, each with the ratio to the baseline's time.
         self.curves: dict[str, list[tuple[int, float]]] = {}
 
-    def point(self, curve: str, size: int, subject: list[float], peer: list[float]) -> None:
+    def point(self, curve: str, size: int, subject: list[float], baseline: list[float]) -> None:
         """Adds a point to a curve of the plot."""
         self.curves.setdefault(curve, []).append(
-            (size, statistics.median(subject) / statistics.median(peer)))
+            (size, statistics.median(subject) / statistics.median(baseline)))
 
     def rounds(self, count: int) -> int:
         """The number of rounds to run instead of `count`."""
@@ -131,18 +131,18 @@ class Bench:
             yield opened
 
 
-def compare(name: str, peer: str, unit: str, subject: list[float], others: list[float],
+def compare(name: str, baseline: str, unit: str, subject: list[float], others: list[float],
             limit: float | None) -> Result:
-    """The row for the amounts of `subject` against those of `others`, round by round."""
+    """The row that compares the values of `subject` with those of `others`, round by round."""
     ratios = [mine / theirs for mine, theirs in zip(subject, others)]
     low, _, high = statistics.quantiles(ratios, n=4)
-    return Result(name, peer, unit, statistics.median(subject), statistics.median(others),
+    return Result(name, baseline, unit, statistics.median(subject), statistics.median(others),
                   statistics.median(ratios), (low, high), limit)
 
 
-def keep_within(name: str, unit: str, amounts: list[float], limit: float) -> Result:
-    """The row for amounts that a fixed number limits."""
-    return compare(name, f"limit of {limit:g} {unit}", unit, amounts, [limit] * len(amounts), 1.0)
+def keep_within(name: str, unit: str, values: list[float], limit: float) -> Result:
+    """The row for values that a fixed number limits."""
+    return compare(name, f"limit of {limit:g} {unit}", unit, values, [limit] * len(values), 1.0)
 
 
 def start_to_exit(bench: Bench) -> Iterator[Result]:
@@ -153,7 +153,7 @@ def start_to_exit(bench: Bench) -> Iterator[Result]:
     runs = bench.measure({"tool": tool, "true": true, "idle": idle}, 600)
     mine, others = runs["tool"], runs["true"]
     yield compare("-getVersion", "/bin/true", "ms", mine.milliseconds, others.milliseconds, 1.4)
-    yield compare("-getVersion", "nothing, but libcrypto is linked", "ms", mine.milliseconds,
+    yield compare("-getVersion", "an empty program linked with libcrypto", "ms", mine.milliseconds,
                   runs["idle"].milliseconds, 1.25)
     yield compare("-getVersion, peak memory", "/bin/true", "MiB", mine.mebibytes, others.mebibytes,
                   None)
@@ -170,10 +170,10 @@ def product_version(bench: Bench) -> Iterator[Result]:
     mine, client, checking = (runs[name].milliseconds for name in ("tool", "client", "checking"))
     row = compare("-getProductVersion, 1 MiB library", "the same SDK calls, no check", "ms", mine,
                   client, None)
-    # The target is a difference of 1.5 ms. As a ratio it depends on the peer.
-    row.limit = 1 + 1.5 / row.peer_amount
+    # The target is a difference of 1.5 ms. As a ratio it depends on the baseline.
+    row.limit = 1 + 1.5 / row.baseline_value
     yield row
-    yield compare("-getProductVersion, 1 MiB library", "the same and libcrypto's bare check", "ms",
+    yield compare("-getProductVersion, 1 MiB library", "the same, plus a minimal libcrypto check", "ms",
                   mine, checking, 1.25)
 
 
@@ -208,12 +208,12 @@ def signature_check(bench: Bench) -> Iterator[Result]:
             "sha256sum": ["/usr/bin/sha256sum", str(path)],
             "libcrypto, one thread": [str(bench.program("kx_hash_file")), str(path)]}, 9)
 
-    def judge(name: str, runs: dict[str, Runs]) -> Iterator[Result]:
+    def rows_of(name: str, runs: dict[str, Runs]) -> Iterator[Result]:
         mine = runs["check"]
-        for peer, limit in (("sha256sum", 0.3 if has_instructions else 0.6),
-                            ("libcrypto, one thread", 0.65)):
-            yield compare(f"signature of a {name}", peer, "ms", mine.milliseconds,
-                          runs[peer].milliseconds, limit)
+        for baseline, limit in (("sha256sum", 0.3 if has_instructions else 0.6),
+                                ("libcrypto, one thread", 0.65)):
+            yield compare(f"signature of a {name}", baseline, "ms", mine.milliseconds,
+                          runs[baseline].milliseconds, limit)
         yield keep_within(f"signature of a {name}, peak memory", "MiB", mine.mebibytes, 32)
 
     for size in (1, 8, 64, 512):
@@ -222,10 +222,10 @@ def signature_check(bench: Bench) -> Iterator[Result]:
         bench.point("signature (libcrypto)", size * MEBIBYTE, runs["check"].milliseconds,
                     runs["libcrypto, one thread"].milliseconds)
         if size == 512:
-            yield from judge("512 MiB plain file", runs)
+            yield from rows_of("512 MiB plain file", runs)
         path.unlink()
     path = _signed_universal_file(bench, identity)
-    yield from judge("200 MiB universal Mach-O", measure(path))
+    yield from rows_of("200 MiB universal Mach-O", measure(path))
     path.unlink()
 
 
@@ -284,13 +284,13 @@ def answers(bench: Bench) -> Iterator[Result]:
     times: dict[str, list[float]] = {}
     for size, repetitions in zip(sizes, (151, 51, 15), strict=True):
         times |= _google_benchmark(bench, repetitions, "cpu_time", f"(Answer|Status|Parse)/{size}$")
-    peer = "copy and bare iterative parse"
+    baseline = "copy and bare iterative parse"
     for size in sizes:
         bench.point("query (bare parse)", size, times[f"GetFeatureStatus/{size}"],
                     times[f"CopyAndParse/{size}"])
     for name in ("UnpackAnswer", "GetFeatureStatus"):
         for size in sizes:
-            yield compare(f"{name}, {size:,} bytes", peer, "ms", times[f"{name}/{size}"],
+            yield compare(f"{name}, {size:,} bytes", baseline, "ms", times[f"{name}/{size}"],
                           times[f"CopyAndParse/{size}"], 1.25)
 
     def once(name: str) -> list[str]:
@@ -298,8 +298,9 @@ def answers(bench: Bench) -> Iterator[Result]:
                 f"--benchmark_filter=^{name}/{sizes[2]}$"]
 
     runs = bench.measure({name: once(name) for name in ("GetFeatureStatus", "CopyAndParse")}, 3)
-    yield compare(f"GetFeatureStatus, {sizes[2]:,} bytes, peak memory", "two texts, one document",
-                  "MiB", runs["GetFeatureStatus"].mebibytes, runs["CopyAndParse"].mebibytes, 1.2)
+    yield compare(f"GetFeatureStatus, {sizes[2]:,} bytes, peak memory",
+                  "two copies of the text and one parsed document", "MiB",
+                  runs["GetFeatureStatus"].mebibytes, runs["CopyAndParse"].mebibytes, 1.2)
 
 
 def scan_events(bench: Bench) -> Iterator[Result]:
@@ -307,8 +308,8 @@ def scan_events(bench: Bench) -> Iterator[Result]:
     times = _google_benchmark(bench, 20, "real_time", "WatchedScan|TwoHandOvers|StormOfEvents")
     row = compare("watched scan, from event to return", "two hand-overs between threads", "ms",
                   times["WatchedScan"], times["TwoHandOvers"], None)
-    # The target is a time of 5 ms. As a ratio it depends on the peer.
-    row.limit = 5 / row.peer_amount
+    # The target is a time of 5 ms. As a ratio it depends on the baseline.
+    row.limit = 5 / row.baseline_value
     yield row
     yield compare("watched scan, 100,000 events", "10 times 10,000 events", "ms",
                   times["StormOfEvents/100000"],
@@ -329,14 +330,14 @@ def _sleepers(count: int) -> Iterator[None]:
 
 
 def process_table(bench: Bench) -> Iterator[Result]:
-    """One look at a table of 5,000 processes."""
+    """Listing 5,000 processes."""
     for count in (500, 5_000):
         with _sleepers(count):
-            runs = bench.measure({"one look": [str(bench.program("kx_process_look"))],
+            runs = bench.measure({"listing": [str(bench.program("kx_process_look"))],
                                   "pgrep -c .": ["/usr/bin/pgrep", "-c", "."]}, 20)
-        bench.point("process table (pgrep)", count, runs["one look"].milliseconds,
+        bench.point("process table (pgrep)", count, runs["listing"].milliseconds,
                     runs["pgrep -c ."].milliseconds)
-    yield compare("look at 5,000 processes", "pgrep -c .", "ms", runs["one look"].milliseconds,
+    yield compare("listing 5,000 processes", "pgrep -c .", "ms", runs["listing"].milliseconds,
                   runs["pgrep -c ."].milliseconds, 0.3)
 
 
@@ -344,7 +345,7 @@ GROUPS = (start_to_exit, product_version, signature_check, last_system_scan, ans
           process_table)
 
 
-_HEAD = "| subject | peer | amount | of peer | target | ratio |\n|---|---|--:|--:|--:|--:|"
+_HEAD = "| subject | baseline | value | baseline's value | target | ratio |\n|---|---|--:|--:|--:|--:|"
 
 
 def _machine() -> dict[str, str | int | float]:
@@ -361,7 +362,7 @@ def _machine() -> dict[str, str | int | float]:
 def _plot(curves: dict[str, list[tuple[int, float]]]) -> bytes:
     script = ["set terminal svg size 640,300 font 'sans-serif,12' background '#ffffff'",
               "set logscale xy", "set format x '10^{%T}'", "set grid", "set key outside below",
-              "set xlabel 'bytes, entries or processes'", "set ylabel 'time of the peer'"]
+              "set xlabel 'bytes, entries or processes'", "set ylabel 'time relative to the baseline'"]
     drawn = []
     for number, (title, points) in enumerate(curves.items()):
         data = [f"{size} {ratio:.3g}" for size, ratio in points]

@@ -1,7 +1,7 @@
 /* kx_minimal_client [LIBRARY]: asks the SDK for the product's status with the same calls as the
  * tool, but without a signature check, a time limit or a log. Prints the size of the answer.
- * kx_checking_client also makes the bare signature check. Without a library both only start and
- * end, which shows the cost of that. */
+ * kx_checking_client also makes the bare signature check. Without a library, both programs only
+ * start and exit, which measures that cost. */
 
 #define _POSIX_C_SOURCE 200809L
 

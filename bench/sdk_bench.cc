@@ -1,7 +1,6 @@
-// Unpacking the SDK's answer, and the whole query for the features, against a copy of the text and
-// a bare parse. The time until a watched scan returns, against two hand-overs between threads,
-// the least that the path from the SDK's thread to the main thread needs; and the cost of unrelated
-// events.
+// Measures unpacking and the feature query against a copy and a bare parse. Measures a watched scan
+// against two hand-overs between threads, which are the minimum between the SDK's thread and the
+// main thread. Measures the cost of unrelated events.
 
 #include <benchmark/benchmark.h>
 

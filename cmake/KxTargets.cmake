@@ -32,8 +32,8 @@ if(APPLE)
   file(CREATE_LINK ${KX_RAPIDXML_INCLUDE_DIR}/rapidxml ${CMAKE_BINARY_DIR}/headers/rapidxml
     SYMBOLIC)
   target_include_directories(kx_options SYSTEM INTERFACE ${CMAKE_BINARY_DIR}/headers)
-  # RapidJSON 1.1.0 has a template with an assignment to a constant member. Nothing uses it, but clang
-  # from 19 on looks into templates before they are used unless told otherwise.
+  # RapidJSON 1.1.0 has a template with an assignment to a constant member. Nothing uses it, but,
+  # by default, clang 19 and later checks templates before they are instantiated.
   target_compile_options(kx_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX,OBJCXX>:-fdelayed-template-parsing>)
 endif()
@@ -65,14 +65,14 @@ if(APPLE)
     -Wl,-sectcreate,__TEXT,__info_plist,${KX_INFO_PLIST})
 endif()
 
-# kx_room(NAME SOURCE...): the object library kx_NAME of one room of the product.
-function(kx_room name)
+# kx_module(NAME SOURCE...): the object library kx_NAME of one module of the product.
+function(kx_module name)
   add_library(kx_${name} OBJECT ${ARGN})
   target_link_libraries(kx_${name} PUBLIC kx_options)
 endfunction()
 
-# All rooms of the product.
-set(KX_ROOMS kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
+# All modules of the product.
+set(KX_MODULES kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 
 # kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests over the whole product,
 # with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those
@@ -84,7 +84,7 @@ function(kx_unit_tests name)
   endif()
   cmake_parse_arguments(PARSE_ARGV 1 arg "" ALONE "")
   add_executable(kx_${name}_tests ${arg_UNPARSED_ARGUMENTS})
-  target_link_libraries(kx_${name}_tests PRIVATE kx_options ${KX_ROOMS} kx_test_support
+  target_link_libraries(kx_${name}_tests PRIVATE kx_options ${KX_MODULES} kx_test_support
     GTest::gmock GTest::gtest_main)
   if(arg_ALONE)
     kx_discover_tests(kx_${name}_tests RUN_SERIAL ON COST 2000 TEST_FILTER ${arg_ALONE})
@@ -94,10 +94,11 @@ function(kx_unit_tests name)
   endif()
 endfunction()
 
-# Test code is not optimised and keeps only line numbers: compiling it is most of a clean build.
+# Test code is not optimised and keeps only line numbers, because compiling it takes most of the time of a
+# clean build.
 add_library(kx_test_code INTERFACE)
 target_compile_options(kx_test_code INTERFACE -O0 -U_FORTIFY_SOURCE $<$<CONFIG:Debug>:-g1>)
-# The number by which tests that repeat something divide their repetitions.
+# Tests that repeat something divide the number of repetitions by this.
 set(slowdown 1)
 if(KX_SANITIZE STREQUAL "thread")
   set(slowdown 50)

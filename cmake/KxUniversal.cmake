@@ -1,5 +1,6 @@
 # Builds everything that a Mac builds, once for each kind of Mac, and joins the slices of the tool into one
-# binary; and once more with headers of libc++ that are newer than the SDK's, as a Mac's own may be.
+# binary. Builds everything a second time with libc++ headers newer than the SDK's, because a Mac may have
+# newer ones.
 include(ExternalProject)
 set(KX_MACOS_SDK "$ENV{MACOS_SDK}" CACHE PATH "The macOS SDK to build against")
 if(NOT EXISTS ${KX_MACOS_SDK}/System/Library/Frameworks/Foundation.framework)

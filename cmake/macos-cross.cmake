@@ -1,5 +1,5 @@
 # Toolchain for one slice of the macOS programs (KX_SLICE), built on Linux with clang and lld against the
-# SDK in KX_MACOS_SDK and the headers of libc++ in KX_LIBCXX_HEADERS (folders with ":" between them).
+# SDK in KX_MACOS_SDK and the headers of libc++ in KX_LIBCXX_HEADERS (colon-separated folders).
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR ${KX_SLICE})
 set(CMAKE_OSX_SYSROOT ${KX_MACOS_SDK})
@@ -25,11 +25,11 @@ foreach(language C ASM)
   set(CMAKE_${language}_COMPILER ${KX_CROSS_CLANG})
   set(CMAKE_${language}_FLAGS_INIT "")
 endforeach()
-# The symbols that the tool may take from libSystem, libc++ and libobjc: an SDK of a newer macOS has
-# more than the oldest one, or, put together from headers alone, none at all.
+# The symbols that the tool may import from libSystem, libc++ and libobjc. The SDK of a newer macOS exports
+# more symbols than the oldest macOS has. An SDK that consists only of headers exports none.
 set(CMAKE_EXE_LINKER_FLAGS_INIT
   "-fuse-ld=lld -B${tools_dir} -L${CMAKE_CURRENT_LIST_DIR}/macos-symbols")
-# Test programs cannot run here, so they are not asked for their tests until ctest runs.
+# Test programs cannot run here, so test discovery is postponed until ctest runs.
 set(CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE PRE_TEST)
 # The stand-ins are only linked here, never run, so their symbols may stay undefined.
 set(CMAKE_MODULE_LINKER_FLAGS_INIT "-fuse-ld=lld -B${tools_dir} -Wl,-undefined,dynamic_lookup")

@@ -27,7 +27,7 @@ class InstallationLinksTest : public fake::ToolFixture {
  protected:
   InstallationLinksTest() {
     world.AddFile(kLibrary);
-    world.signatures[kLibrary] = fake::Signature::Makers();
+    world.signatures[kLibrary] = fake::Signature::Vendors();
     world.libraries["./libsl.dylib"] = {
         {"GetInstallationLinks", reinterpret_cast<void*>(FakeGetInstallationLinks)}};
   }

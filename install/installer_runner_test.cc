@@ -444,7 +444,7 @@ class ApplicationImageTest : public InstallerRunnerTest {
   ApplicationImageTest() {
     AddApplicationToImage("Setup.app");
     AddToImage("installer.xml", "from the image");
-    world.signatures[kApplication] = fake::Signature::Makers();
+    world.signatures[kApplication] = fake::Signature::Vendors();
     world.applicationExecutables[kApplication] = kExecutable;
     world.programs[kExecutable] = {};
   }
@@ -492,7 +492,7 @@ TEST_F(ApplicationImageTest, ApplicationWithoutAnExecutable) {
 TEST_F(ApplicationImageTest, ApplicationInsideAnApplicationReplacesIt) {
   // The search goes on, since the configuration follows both.
   AddApplicationToImage("Setup.app/Contents/Resources/Helper.app");
-  world.signatures["/downloads/Helper.app"] = fake::Signature::Makers();
+  world.signatures["/downloads/Helper.app"] = fake::Signature::Vendors();
   world.applicationExecutables["/downloads/Helper.app"] = kExecutable;
   EXPECT_EQ(Install(kApplicationMode), 0);
   EXPECT_THAT(TakeLog(), Contains("Checking code signature for /downloads/Helper.app"));

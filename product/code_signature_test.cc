@@ -22,7 +22,7 @@ Lines LogUpTo(std::size_t count, const std::string& last) {
 
 class CodeSignatureTest : public fake::ToolFixture {
  protected:
-  CodeSignatureTest() { world.signatures[kPath] = Signature::Makers(); }
+  CodeSignatureTest() { world.signatures[kPath] = Signature::Vendors(); }
 
   Signature& TheSignature() { return world.signatures[kPath]; }
 

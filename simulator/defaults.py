@@ -16,7 +16,7 @@ _TYPES = {"-string": str, "-int": int}
 
 
 def _shown(value):
-    """A value as it stands in a list of all keys."""
+    """Formats a value as in the list of all keys."""
     text = str(value)
     return text if re.fullmatch("[0-9A-Za-z]+", text) else json.dumps(text)
 

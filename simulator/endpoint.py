@@ -155,7 +155,7 @@ def _endpoint(options: Options, words: list[str]) -> int:
     if options.list_scenarios:
         raise UsageError("./kx run --list-scenarios lists the scenarios")
     if words and (words[0] != "--" or len(words) == 1):
-        raise UsageError("a command follows --")
+        raise UsageError("a command must follow --")
     command = words[1:]
     environment = {}
     if options.sleep_divisor is not None:
@@ -166,7 +166,7 @@ def _endpoint(options: Options, words: list[str]) -> int:
             environment["PS1"] = rf"[{pathlib.Path(options.scenario).stem}] \w\$ "
             if terminal:
                 print(f"A simulated endpoint, {options.scenario}. The tool is {installation.TOOL}; "
-                      "exit ends the endpoint.", file=sys.stderr)
+                      "type exit to leave it.", file=sys.stderr)
         status = endpoint.run(command, environment, terminal)
         if options.log:
             sys.stderr.write(_log_of(endpoint))
@@ -202,7 +202,7 @@ def main(words: list[str]) -> int:
     commands = {"run": _run, "endpoint": _endpoint}
     try:
         if not words or words[0] not in commands:
-            raise UsageError(f"the first word is one of {', '.join(commands)}")
+            raise UsageError(f"the first word must be {' or '.join(commands)}")
         options, rest = parse(words[1:])
         if options.help:
             print(__doc__, end="", flush=True)

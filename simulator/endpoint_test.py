@@ -1,4 +1,4 @@
-"""The launcher: its command line, its endpoints, and that it leaves nothing behind."""
+"""Tests the launcher's command line, its endpoints and its clean-up."""
 
 import contextlib
 import fcntl
@@ -132,7 +132,7 @@ class CommandLine(unittest.TestCase):
                 (["--build", "/nowhere", "-detect"], "/nowhere/KXTool has not been built\n")):
             with self.subTest(words=words):
                 self.assertEqual(launch(*words), (125, "", f"kx: {message}"))
-        for words, message in ((["ls"], "a command follows --"), (["--"], "a command follows --"),
+        for words, message in ((["ls"], "a command must follow --"), (["--"], "a command must follow --"),
                                (["--list-scenarios"],
                                 "./kx run --list-scenarios lists the scenarios")):
             with self.subTest(words=words):
@@ -325,7 +325,7 @@ class InPlace(unittest.TestCase):
             "mkdir -p /Library/Corvane; $RUN -getVersion; code=$?; ls -d /Library/Corvane && "
             "exit $code")
         self.assertEqual(status, 125)
-        self.assertIn("cannot work in place, as there is already /Library/Corvane\n", errors)
+        self.assertIn("cannot work in place, because something exists at /Library/Corvane\n", errors)
 
     def test_failure_half_way_leaves_nothing(self):
         status, output, errors = self.in_place(
@@ -334,7 +334,7 @@ class InPlace(unittest.TestCase):
         self.assertIn("Permission denied", errors)
         self.assertEqual(status, 2)
 
-    def test_folders_that_may_not_be_entered_are_removed(self):
+    def test_folders_that_cannot_be_entered_are_removed(self):
         status, _, _ = self.in_place(
             "mkdir -p /tmp/a/b/c /tmp/d; touch /tmp/d/e; ln -s /tmp/d /tmp/a/b/d; chmod 0 /tmp/a/b; "
             "cd /project; /usr/bin/python3 -c 'import pathlib; from simulator import temporary; "
@@ -384,7 +384,7 @@ class InPlace(unittest.TestCase):
         self.assertNotIn("Library", output)
         self.assertEqual(errors.count("waiting for another run to end\n"), 3)
 
-    def test_others_than_root_are_told_what_is_missing(self):
+    def test_users_other_than_root_are_told_what_is_missing(self):
         status, output, errors = self.in_place("$RUN -getVersion", user=1000)
         self.assertEqual((status, output), (125, ""))
         self.assertIn("cannot make a sandbox: ", errors)

@@ -38,11 +38,11 @@ class Endpoint:
     """An endpoint on which commands are run one after the other."""
 
     def __init__(self, installed: installation.Installation, services: list[Json],
-                 run: Callable[..., int], is_machines: Callable[[str], bool]):
+                 run: Callable[..., int], belongs_to_machine: Callable[[str], bool]):
         self._installed = installed
         self._services = services
         self._run = run
-        self._is_machines = is_machines
+        self._belongs_to_machine = belongs_to_machine
 
     def path(self, absolute: str) -> pathlib.Path:
         """Maps a path of the endpoint to this machine."""
@@ -54,7 +54,7 @@ class Endpoint:
         source = pathlib.Path(word)
         destination = os.path.normpath(os.path.join(installation.WORKING_DIRECTORY, word))
         target = self.path(destination)
-        if not source.is_file() or target.exists() or self._is_machines(destination):
+        if not source.is_file() or target.exists() or self._belongs_to_machine(destination):
             return
         target.parent.mkdir(parents=True, exist_ok=True)
         for name in (source.name, images.CONFIGURATION_NAME):
@@ -148,7 +148,7 @@ def _open_sandbox(build, scenario, logging, programs, volumes):
                                env=_environment(str(root)), **streams)
 
         yield Endpoint(installed, installed.services(scenario["product"]), run,
-                       sandbox.is_machines)
+                       sandbox.belongs_to_machine)
 
 
 def _run_in_place(first: list[str], **streams: Any) -> int:

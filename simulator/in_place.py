@@ -1,7 +1,7 @@
 """Endpoints in the machine's own file system, for root where the kernel refuses namespaces.
 
 Endpoints use only paths that do not exist, one run at a time, and everything is removed afterwards.
-A journal lists what is about to be made, so that the next run can remove what a killed one has left.
+A journal lists what is about to be made, so that the next run can remove whatever a killed run left behind.
 """
 
 import contextlib
@@ -45,7 +45,7 @@ def claim(paths: list[str]) -> Iterator[None]:
 def _reserve(paths: list[pathlib.Path], journal: pathlib.Path) -> None:
     taken = [str(path) for path in paths if path.exists() or path.is_symlink()]
     if taken:
-        raise ClaimError(f"cannot work in place, as there is already {', '.join(taken)}")
+        raise ClaimError(f"cannot work in place, because something exists at {', '.join(taken)}")
     made: list[str] = []
     for path in paths:
         made += [f"folder {parent}" for parent in reversed(path.parents) if not parent.exists()]

@@ -1,6 +1,6 @@
 """Runs one command on the endpoint while the services of the product run.
 
-This file is the first program in a sandbox, so it needs only the standard library:
+This file is the first program in a sandbox, so it can use only the standard library:
 `python3 inside.py FILE [terminal]`, where FILE has the arguments of run() in JSON. With `terminal`,
 the command has the terminal to itself.
 """

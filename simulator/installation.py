@@ -160,7 +160,7 @@ class Installation:
         if library["build"] == "absent":
             return
         if library["build"] == "notALibrary":
-            content = b"This is no library.\n"
+            content = b"This is not a library.\n"
         else:
             content = self._built(f"simulator/{builds[library['build']]}").read_bytes()
         size = library.get("size")
@@ -193,7 +193,7 @@ class Installation:
 
     @staticmethod
     def _write_content(path: pathlib.Path, content: dict[str, Json]) -> None:
-        """Replaces whatever is at `path` by `content`."""
+        """Replaces whatever is at `path` with `content`."""
         if path.is_dir() and not path.is_symlink():
             shutil.rmtree(path)
         path.unlink(missing_ok=True)

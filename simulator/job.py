@@ -4,8 +4,8 @@
     job.py LOG COMMAND...
 
 Its output goes to the file LOG, and every 15 seconds the latest line is shown. A LOG of - leaves the
-output where it is. When this program or its parent, whose process number is
-in KX_PARENT, ends, the command is ended, too.
+output where it is. When this program or its parent, whose process number is in KX_PARENT, exits, the
+command is terminated, too.
 """
 
 import ctypes
@@ -27,7 +27,7 @@ _PR_SET_PDEATHSIG = 1
 
 
 class Ended(BaseException):
-    """A signal requests the end."""
+    """A signal asked this program to exit."""
 
 
 def _end(number: int, _) -> None:

@@ -1,4 +1,4 @@
-# Completes the words of ./kx, whose path is in kx_script, in bash; and in zsh, which can read this.
+# Completion of ./kx for bash. zsh can also source this file. kx_script holds the path of ./kx.
 # shellcheck shell=bash disable=SC2154,SC2207
 if [[ -n ${ZSH_VERSION:-} ]]; then
   autoload -Uz compinit bashcompinit
@@ -8,7 +8,7 @@ fi
 
 _kx() {
   local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} choices=''
-  if [[ $before == = ]]; then # bash takes --name=value for three words
+  if [[ $before == = ]]; then # bash splits --name=value into three words
     before=${COMP_WORDS[COMP_CWORD - 2]}
   elif [[ $word == = ]]; then
     before=${COMP_WORDS[COMP_CWORD - 1]} word=''

@@ -6,8 +6,8 @@
 
 #include "simulator/stand_in.h"
 
-/// A stand-in for the maker's library that fetches installation links. It returns the text and the
-/// code of the scenario; without a text, its arguments joined by "|".
+/// A stand-in for the vendor's library that fetches installation links. It returns the scenario's
+/// string and code; without a string, its arguments joined by "|".
 extern "C" [[gnu::visibility("default")]] int GetInstallationLinks(std::string& result,
                                                                    const char* consoleUrl,
                                                                    const char* apiKey,

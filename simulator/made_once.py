@@ -10,7 +10,7 @@ from collections.abc import Callable
 def make_once(made: pathlib.Path, make: Callable[[pathlib.Path], None]) -> None:
     """Lets `make` fill the folder `made` unless it exists. The folder is never seen incomplete.
 
-    Removes what a killed process has left.
+    Removes whatever a killed process left behind.
     """
     if made.exists():
         return

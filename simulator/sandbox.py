@@ -19,8 +19,7 @@ from typing import Any
 from simulator import temporary
 from simulator.made_once import make_once
 
-# A second place for the machine's /usr, the target of links from folders to which programs of the
-# endpoint are added.
+# A second mount of the machine's /usr. Folders that get additional programs contain links to it.
 _HOST_USR = "/run/host/usr"
 # The folders with those programs.
 _PROGRAMS = "/run/programs"
@@ -45,7 +44,7 @@ def refusal() -> str | None:
     return None if probe.returncode == 0 else probe.stderr.strip()
 
 
-def is_machines(path: str) -> bool:
+def belongs_to_machine(path: str) -> bool:
     """Whether an absolute path belongs to the machine inside a sandbox, too."""
     return (f"/{path.split('/')[1]}" in ("/usr", "/proc", "/dev", "/etc", "/run", *_USR_LINKS)
             and not path.startswith(("/usr/local/", "/dev/shm/")))
@@ -80,7 +79,7 @@ def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> i
     info = bytearray()
     process, first, is_told = None, None, False
     try:
-        with temporary.signals_held() as held:  # Popen() would forget what it has started
+        with temporary.signals_held() as held:  # a signal during Popen() would lose the process
             process = subprocess.Popen(
                 [sandboxed[0], "--info-fd", str(writer), *sandboxed[1:]], pass_fds=(writer,),
                 preexec_fn=lambda: signal.pthread_sigmask(signal.SIG_SETMASK, held), **streams)
@@ -111,8 +110,8 @@ def _read(descriptor: int, whole: bytearray) -> None:
 
 
 def _first_process(info: bytes) -> int | None:
-    """A descriptor of the first process of the sandbox that `info` is about; None once it ended, or
-    where the kernel has no such descriptors.
+    """A descriptor of the first process of the sandbox that `info` is about. None if the process has
+    ended, or if the kernel does not support such descriptors.
 
     bwrap itself ends with the command, and leaves the first process behind to end what still runs.
     """
@@ -126,9 +125,9 @@ def cover_programs(root: pathlib.Path, programs: dict[str, pathlib.Path | None],
                    kept: pathlib.Path) -> dict[str, pathlib.Path]:
     """Puts `programs`, which belong below /usr, into `root`; None leaves one out.
 
-    A folder of /usr cannot get another entry, being bound read-only, so each is covered by a folder
-    of links to the machine's programs and, in place of or in addition to these, to the given ones.
-    These covers are kept in the folder `kept`. Returns where they are, by what they cover.
+    /usr is bound read-only, so nothing can be added to its folders. Each affected folder is covered
+    by a folder of links to the machine's programs and to `programs`, which replace or extend them.
+    These covers are kept in the folder `kept`. Returns a map from each covered folder to its cover.
     """
     covers = {}
     for folder in sorted({os.path.dirname(path) for path in programs}):

@@ -102,7 +102,7 @@ def stand_in_script(scenario: dict[str, Json]) -> dict[str, Json]:
 
 
 def check(scenario: Json, where: str) -> None:
-    """Raises ScenarioError with every mistake in a scenario, which messages call `where`."""
+    """Raises ScenarioError with every mistake in a scenario. Messages refer to it as `where`."""
     found = [f"{error.json_path}: {error.message}" for error in _validator().iter_errors(scenario)]
     if not found:
         found = list(_unsafe_completions(scenario))
@@ -112,7 +112,8 @@ def check(scenario: Json, where: str) -> None:
 
 @functools.cache
 def _validator():
-    import jsonschema  # Takes longer than a run, and the simulator's own scenarios need no check.
+    # This import takes longer than a run, and the simulator's scenarios do not need a check.
+    import jsonschema
 
     return jsonschema.Draft202012Validator(json.loads(_SCHEMA_PATH.read_text(encoding="utf-8")))
 

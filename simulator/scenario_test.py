@@ -1,4 +1,4 @@
-"""Scenarios: what their authors read when they make mistakes, and the catalogue."""
+"""Scenarios: the error messages for their authors, and the catalogue."""
 
 import json
 import pathlib

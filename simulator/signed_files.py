@@ -9,10 +9,10 @@ from simulator import signing
 from simulator.made_once import make_once
 
 _OTHER_TEAM = "ZZ4OTHER99"
-# The differences from the maker's identity.
+# The differences from the vendor's identity.
 _IDENTITIES = {
-    "maker": {},
-    "otherMaker": {
+    "vendor": {},
+    "otherVendor": {
         "common_name": f"Developer ID Application: Someone Else Ltd ({_OTHER_TEAM})",
         "team_identifier": _OTHER_TEAM,
         "organization": "Someone Else Ltd",
@@ -23,7 +23,7 @@ _IDENTITIES = {
     "unknownRoot": {"root_name": "Unknown Root CA"},
 }
 _UNTRUSTED = "unknownRoot"
-_ALWAYS_TRUSTED = ("maker", "otherMaker")
+_ALWAYS_TRUSTED = ("vendor", "otherVendor")
 
 
 class SignedFiles:
@@ -33,7 +33,7 @@ class SignedFiles:
         self._directory = directory
 
     def place(self, content: bytes, destination: pathlib.Path, signature: str) -> None:
-        """Writes `content` to `destination` with one of the scenarios' kinds of signatures."""
+        """Writes `content` to `destination` with one of the kinds of signature that scenarios define."""
         key = hashlib.sha256(content).hexdigest()[:32]
         made = self._directory / "signed" / f"{key}-{signature}-{destination.name}"
         make_once(made, lambda folder: self._make(folder, content, destination.name, signature))
@@ -41,7 +41,7 @@ class SignedFiles:
             shutil.copy(path, destination.with_name(path.name))
 
     def anchors(self, signatures: list[str]) -> str:
-        """PEM texts of the roots of both makers and of these signatures."""
+        """PEM texts of the roots of both vendors and of these signatures."""
         names = {*_ALWAYS_TRUSTED, *(name for name in signatures if name in _IDENTITIES)}
         names -= {_UNTRUSTED}
         return "".join(self._identity(name).anchor_path.read_text() for name in sorted(names))
@@ -57,11 +57,11 @@ class SignedFiles:
         self._damage(path, signature)
 
     def sign(self, path: pathlib.Path, signature: str) -> None:
-        """Signs the bundle or file at `path`; one that will be damaged gets the maker's signature."""
+        """Signs the bundle or file at `path`; one that will be damaged gets the vendor's signature."""
         if signature == "adHoc":
             signing.sign(path, adhoc=True)
         elif signature != "none":
-            known = signature if signature in _IDENTITIES else "maker"
+            known = signature if signature in _IDENTITIES else "vendor"
             signing.sign(path, self._identity(known))
 
     @staticmethod

@@ -11,8 +11,8 @@ namespace simulator {
 constexpr char kScenarioPath[] = "/Library/Corvane/XQP/simulator/scenario.json";
 constexpr char kCallRecordPath[] = "/Library/Corvane/XQP/simulator/calls.jsonl";
 
-/// Prints a message and aborts: the client broke the interface, or the simulated endpoint is
-/// broken. Neither must look like an answer.
+/// Prints a message and aborts: the client violated the interface, or the simulated endpoint is
+/// broken. Neither may look like an answer.
 template <typename... Parts>
 [[noreturn]] void Panic(const Parts&... parts) {
   std::cerr << "stand-in library: ";

@@ -34,7 +34,8 @@ def folder() -> Iterator[pathlib.Path]:
             with _locked(place):
                 made.mkdir(0o711)  # some tests switch to other users
                 lock.enter_context(_locked(made))
-            inner = made / "files"  # as the TMPDIR of further commands, it is locked at times
+            # Other commands that use it as TMPDIR also lock it, so it cannot be the locked folder itself.
+            inner = made / "files"
             inner.mkdir(0o711)
             yield inner
         finally:
@@ -57,7 +58,7 @@ def remove_leftovers() -> None:
 
 @contextlib.contextmanager
 def signals_held() -> Iterator[set[signal.Signals]]:
-    """Holds signals back while the context lasts. Gives the signals that were held back before."""
+    """Blocks signals during the context. Yields the signals that were blocked before."""
     before = signal.pthread_sigmask(signal.SIG_BLOCK, signal.valid_signals())
     try:
         yield before
@@ -79,7 +80,7 @@ def end_processes(folders: tuple[str, ...]) -> None:
 
 
 def remove_tree(path: pathlib.Path) -> None:
-    """Removes whatever is at `path`, including folders that their owner may not enter."""
+    """Removes whatever is at `path`, including folders that their owner cannot enter."""
     if not path.is_dir() or path.is_symlink():
         path.unlink(missing_ok=True)
         return

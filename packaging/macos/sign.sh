@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Signs the tool with the maker's "Developer ID Application" identity in the keychain: sign.sh BINARY
+# Signs the tool with the vendor's "Developer ID Application" identity in the keychain: sign.sh BINARY
 set -euo pipefail
 # shellcheck source=packaging/macos/payload.sh
 source "$(dirname "${BASH_SOURCE[0]}")/payload.sh"

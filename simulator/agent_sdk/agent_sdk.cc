@@ -60,7 +60,7 @@ Library& TheLibrary() {
 
 Instance& FindInstance(Library& library, void* pointer) {
   const auto found = library.instances.find(pointer);
-  if (found == library.instances.end()) Panic("called with a pointer that is no instance");
+  if (found == library.instances.end()) Panic("called with a pointer that is not an instance");
   return *found->second;
 }
 
@@ -112,7 +112,8 @@ int RunRequest(void* pointer, const char* requestJson, const char* batchContext)
   const std::lock_guard<std::mutex> lock(library.mutex);
   Instance& instance = FindInstance(library, pointer);
   if (instance.client == nullptr) Panic("a run without registered notifications");
-  if (requestJson == nullptr || batchContext == nullptr) Panic("a run without request or batch");
+  if (requestJson == nullptr || batchContext == nullptr)
+    Panic("a run without a request or a batch");
   const int status = library.scenario.run.Next();
   instance.isRunRefused = status != 0;
   instance.method = MethodOf(requestJson);
@@ -134,7 +135,7 @@ int RegisterCallbacks(void* pointer, const Callbacks* callbacks, void* context) 
   if (instance.client != nullptr) Panic("notifications were registered twice");
   if (callbacks == nullptr || callbacks->size != sizeof(Callbacks) ||
       callbacks->onProductEvent == nullptr || callbacks->onRan == nullptr) {
-    Panic("the record of callbacks is not one");
+    Panic("the callback record is invalid");
   }
   const int status = library.scenario.registerCallbacks.Next();
   Record({"register", instance.number, status});
@@ -151,7 +152,7 @@ int UnregisterCallbacks(void* pointer, const Callbacks* callbacks) {
   const std::lock_guard<std::mutex> lock(library.mutex);
   Instance& instance = FindInstance(library, pointer);
   if (instance.callbacks == nullptr || instance.callbacks != callbacks) {
-    Panic("notifications were unregistered that are not registered");
+    Panic("the client unregistered notifications that were not registered");
   }
   const int status = library.scenario.unregisterCallbacks.Next();
   Record({"unregister", instance.number, status});
@@ -176,7 +177,7 @@ extern "C" [[gnu::visibility("default")]] int AgentSDK_GetInstance(void** pointe
   using namespace simulator;
   Library& library = TheLibrary();
   const std::lock_guard<std::mutex> lock(library.mutex);
-  if (pointer == nullptr) Panic("an instance was asked for without a place to put it");
+  if (pointer == nullptr) Panic("AgentSDK_GetInstance was called with a null pointer");
   const int status = library.scenario.getInstance.Next();
   const int number = ++library.instancesAsked;
   Record({"getInstance", number, status, reserved});

@@ -84,8 +84,8 @@ class Media:
                 _add_text(archive, "package.json", json.dumps(description))
                 archive.add(folder, "payload")
 
-    def write_application(self, path: pathlib.Path, signature: str = "maker") -> None:
-        """Writes the setup downloader's application bundle with one of the scenarios' kinds of signatures."""
+    def write_application(self, path: pathlib.Path, signature: str = "vendor") -> None:
+        """Writes the setup downloader's application bundle with a kind of signature that scenarios define."""
         contents = path / "Contents"
         executable = contents / "MacOS" / "Setup Downloader"
         for folder in (executable.parent, contents / "Resources"):
@@ -146,7 +146,7 @@ class Media:
         (deep / CONFIGURATION_NAME).chmod(0o440)
         deep.chmod(0o555)
 
-    def _fill_with_application(self, folder: pathlib.Path, signature: str = "maker") -> None:
+    def _fill_with_application(self, folder: pathlib.Path, signature: str = "vendor") -> None:
         self.write_application(folder / "Setup Downloader.app", signature)
         write_configuration(folder)
 
@@ -165,7 +165,7 @@ _CONTENTS = {
     "package-image": Media._fill_with_package,
     "nested-image": Media._fill_with_much,
     "downloader-image": Media._fill_with_application,
-    "other-maker-image": lambda media, folder: media._fill_with_application(folder, "otherMaker"),
+    "other-vendor-image": lambda media, folder: media._fill_with_application(folder, "otherVendor"),
     "tampered-image": Media._fill_with_tampered_application,
     "no-executable-image": Media._fill_with_hollow_application,
 }

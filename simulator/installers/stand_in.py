@@ -1,5 +1,5 @@
 """What the stand-ins for programs have in common: they record their calls and end as the scenario
-says. They run on the endpoint, so they need nothing but the standard library.
+says. They run on the endpoint, so they can use only the standard library.
 """
 
 import json

@@ -5,7 +5,7 @@
     sign_macho("tool", identity)           # within the file, every slice
     sign_bundle("Agent.app", identity)     # the files of the bundle and its executable
 
-The tool's own verifier judges the result. The two share neither code nor assumptions: each module
+The tool's own verifier checks the result. The two share neither code nor assumptions: each module
 names the public sources of its formats. Every failure is a SigningError with a readable text.
 """
 
@@ -23,7 +23,7 @@ __all__ = ["Identity", "Options", "SigningError", "Timestamp", "VARIANTS", "sign
 
 
 def sign(path, identity=None, **options):
-    """Signs a bundle, a Mach-O file, or any other file by a file beside it; see Options."""
+    """Signs a bundle, a Mach-O file, or any other file, which gets a detached signature; see Options."""
     if pathlib.Path(path).is_dir():
         return sign_bundle(path, identity, **options)
     with contents(path) as data:

@@ -39,7 +39,8 @@ def default_rules(resources):
 
 
 def default_rules_2(resources):
-    """The rules of version 2. No two that match a path have the same weight: their order is undefined."""
+    """The rules of version 2. No two rules that match the same path have the same weight, because their
+    order would be undefined."""
     return {
         "^.*": True,
         "^[^/]+$": {"nested": True, "weight": 10.0},

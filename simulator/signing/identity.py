@@ -50,7 +50,7 @@ class Profile:
     authority: bool = True
 
 
-# Profiles that a platform judges differently. The dates are those of the leaf; an empty tuple leaves
+# Profiles that a platform treats differently. The dates are those of the leaf; an empty tuple leaves
 # the extension out.
 VARIANTS = {
     "expired": {"valid_from_days": -800, "valid_to_days": -70},
@@ -151,7 +151,7 @@ def _profile(values):
 
 
 def _make(directory, profile):
-    """Makes everything in a neighbouring directory, which is then renamed: all or nothing."""
+    """Creates everything in a sibling directory and renames it, so that the identity is never incomplete."""
     try:
         directory.parent.mkdir(parents=True, exist_ok=True)
         work = pathlib.Path(tempfile.mkdtemp(prefix=f".{directory.name}.", dir=directory.parent))
@@ -255,7 +255,7 @@ def _name(**parts):
 
 
 def _key_identifier(public_key):
-    """SHA-1 of the key's bits, without the octet that counts unused ones."""
+    """SHA-1 of the key's bits, without the octet that counts the unused bits."""
     bits = der.contents(der.children(public_key)[1])
     return hashlib.sha1(bits[1:]).digest()
 

@@ -216,8 +216,8 @@ class Image:
 
 
 def is_macho(data):
-    """Whether a file with these contents carries its signature within. Its type decides, in a universal
-    file that of the first slice."""
+    """Whether a file with these contents carries its signature within. The file type decides; in a
+    universal file, the type of the first slice."""
     try:
         if struct.unpack_from(">I", data)[0] == FAT_MAGIC:
             offset, = struct.unpack_from(">16xI", data)
@@ -256,7 +256,7 @@ def sign_macho(path, identity=None, *, slices=None, special=None, **options):
 
 
 def _sign_slice(data, identity, options, name, special):
-    """Signs a slice twice: its first page holds the size of the signature."""
+    """Signs a slice twice, because its first page contains the size of the signature."""
     plist = Image(data).info_plist()
     sealed = dict(special or {})
     if plist is not None:

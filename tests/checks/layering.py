@@ -1,4 +1,4 @@
-"""Checks what the rooms include: only the headers of the rooms that they build on, without cycles, and
+"""Checks what the modules include: only the headers of the modules that they build on, without cycles, and
 no headers or macros of a host outside platform/. Prints each breach as "file:line: what is wrong" or as the
 cycle, and exits with 1 when there is one."""
 
@@ -10,7 +10,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 
-# The rooms whose headers each room may include besides its own.
+# The modules whose headers each module may include besides its own.
 MAY_INCLUDE = {
     "app": {"diag", "product", "sdk", "queries", "install", "json", "platform"},
     "diag": {"platform"},
@@ -21,9 +21,9 @@ MAY_INCLUDE = {
     "json": set(),
     "platform": set(),
 }
-# Headers that every room of the product may include: operations are methods of the tool object.
-FOR_EVERY_ROOM = {"app/kx_tool.h", "app/error_codes.h"}
-PRODUCT_ROOMS = set(MAY_INCLUDE) - {"platform"}
+# Headers that every module of the product may include: operations are methods of the tool object.
+FOR_EVERY_MODULE = {"app/kx_tool.h", "app/error_codes.h"}
+PRODUCT_MODULES = set(MAY_INCLUDE) - {"platform"}
 # Makes RapidJSON throw when it runs out of memory. Its forward declarations (fwd.h) do not need this.
 JSON_HEADER = "json/document.h"
 
@@ -42,13 +42,13 @@ INCLUDE = re.compile(r'#\s*include\s*"([^"]+)"')
 
 def tracked_sources():
     listing = subprocess.run(
-        ["git", "ls-files", "--", *[f"{room}/*" for room in MAY_INCLUDE]],
+        ["git", "ls-files", "--", *[f"{module}/*" for module in MAY_INCLUDE]],
         cwd=ROOT, check=True, capture_output=True, text=True).stdout
     return [name for name in listing.splitlines() if name.endswith((".h", ".cc", ".mm"))]
 
 
 def breaches(name):
-    room = name.split("/")[0]
+    module = name.split("/")[0]
     is_test = name.endswith(("_test.cc", "_test.mm"))
     is_json_ready = name == JSON_HEADER
     for number, line in enumerate((ROOT / name).read_text().splitlines(), 1):
@@ -57,15 +57,15 @@ def breaches(name):
         if include and not is_test:
             target = include.group(1)
             other = target.split("/")[0]
-            if other != room and other not in MAY_INCLUDE[room] and target not in FOR_EVERY_ROOM:
-                yield number, f"{room}/ may not include {target}"
-            if other == "app" and room not in ("app",) and target not in FOR_EVERY_ROOM:
+            if other != module and other not in MAY_INCLUDE[module] and target not in FOR_EVERY_MODULE:
+                yield number, f"{module}/ may not include {target}"
+            if other == "app" and module not in ("app",) and target not in FOR_EVERY_MODULE:
                 yield number, f"only app/ knows {target}"
-            if room in PRODUCT_ROOMS and re.match(r"platform/(posix|linux|macos)/", target):
+            if module in PRODUCT_MODULES and re.match(r"platform/(posix|linux|macos)/", target):
                 yield number, f"{target} is behind the seam"
         if re.search(r"<rapidjson/(?!fwd\.h)", line) and not is_json_ready:
             yield number, f"{JSON_HEADER} must come first"
-        if room in PRODUCT_ROOMS and not is_test:
+        if module in PRODUCT_MODULES and not is_test:
             if HOST_HEADERS.search(line):
                 yield number, "a header of the host outside platform/"
             if HOST_MACROS.search(line):
@@ -75,14 +75,14 @@ def breaches(name):
 
 
 def cycles(names):
-    """Cycles between units (a header with its source) and between the folders of a room."""
+    """Cycles between units (a header with its source) and between the folders of a module."""
     units, folders = {}, {}
     for name in names:
         if "_test." in name:
             continue
         path = pathlib.PurePath(name)
         for target in map(pathlib.PurePath, INCLUDE.findall((ROOT / name).read_text())):
-            if str(target) in FOR_EVERY_ROOM:
+            if str(target) in FOR_EVERY_MODULE:
                 continue
             if target.with_suffix("") != path.with_suffix(""):
                 units.setdefault(path.with_suffix(""), set()).add(target.with_suffix(""))

@@ -64,7 +64,7 @@ def main():
     with tempfile.TemporaryDirectory() as folder:
         for source in sources(folder):
             check(source, seen, findings)
-    print("\n".join(findings) or f"{len(seen)} files include what macOS has")
+    print("\n".join(findings) or f"{len(seen)} files include only headers that macOS has")
     return 1 if findings else 0
 
 

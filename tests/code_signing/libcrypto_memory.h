@@ -19,7 +19,8 @@ enum class Failing { kOne, kOneAndAllThatFollow };
 /// @return whether `act` reached that allocation.
 bool WithFailedAllocation(std::size_t number, Failing which, const std::function<void()>& act);
 
-/// Calls WithFailedAllocation() for each allocation that `act` reaches, in both ways.
+/// Calls WithFailedAllocation() for each allocation that `act` reaches, once for each value of
+/// Failing.
 void WithEachFailedAllocation(const std::function<void()>& act);
 
 }  // namespace platform::code_signing

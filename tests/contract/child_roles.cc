@@ -88,7 +88,7 @@ int TellVariable(const Arguments& arguments) {
   return 0;
 }
 
-/// Writes a text on standard output and one on standard error.
+/// Writes a string to standard output and to standard error.
 int Speak(const Arguments& arguments) {
   const std::string& text = arguments.at(0);
   const auto size = static_cast<ssize_t>(text.size());
@@ -129,7 +129,7 @@ int EnsureDescriptors(const Arguments& arguments) {
   return file ? missing : 100;
 }
 
-/// Writes as many bytes on standard output as asked for, and then exits with 5.
+/// Writes as many bytes to standard output as requested, and then exits with 5.
 int WriteOutput(const Arguments& arguments) {
   platform::WriteStandardOutput(std::string(std::stoul(arguments.at(0)), 'x'));
   return 5;

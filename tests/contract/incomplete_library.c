@@ -1,4 +1,4 @@
-/* A library with a reference that nothing fulfils. */
+/* A library with an unresolved symbol. */
 #define EXPORTED __attribute__((visibility("default")))
 
 int kx_contract_nowhere(void);

@@ -1,4 +1,4 @@
-/* A library to load. Tells through a pointer when it is unloaded. */
+/* A library to load. Reports through a pointer when it is unloaded. */
 #define EXPORTED __attribute__((visibility("default")))
 
 static int* unloaded;

@@ -48,7 +48,7 @@ bool NothingAt(const std::string& path);
 void SetMode(const std::string& path, mode_t mode);
 void SetModificationTime(const std::string& path, long seconds, long nanoseconds);
 
-/// Makes `path` the working directory for a while.
+/// Makes `path` the working directory until the object is destroyed.
 class WorkingDirectory {
  public:
   explicit WorkingDirectory(const std::string& path);
@@ -60,7 +60,7 @@ class WorkingDirectory {
   int previous_;
 };
 
-/// Sets an environment variable for a while, or unsets it for null.
+/// Sets an environment variable until the object is destroyed, or unsets it if `value` is null.
 class Environment {
  public:
   Environment(const char* name, const char* value);
@@ -74,7 +74,7 @@ class Environment {
   bool wasSet_;
 };
 
-/// Turns root into an ordinary user for a while. Has no effect on ordinary users.
+/// Turns root into an ordinary user until the object is destroyed. Has no effect on ordinary users.
 class OrdinaryUser {
  public:
   OrdinaryUser();

@@ -160,7 +160,7 @@ TEST(TaskContract, StandardInputHasNoEndWhileTheChildRuns_RealTime) {
   EXPECT_EQ(RunTask(RoleTask("watch-input")), 0);
 }
 
-/// Sets a signal's handling for a while.
+/// Sets a signal's handling until the object is destroyed.
 class SignalHandling {
  public:
   SignalHandling(int number, void (*handler)(int)) : number_(number) {
@@ -204,7 +204,7 @@ TEST(TaskContract, TheStatusArrivesWhenSigchldIsIgnored) {
 }
 #endif
 
-/// Leaves the process just `spare` descriptors for a while.
+/// Leaves the process just `spare` descriptors until the object is destroyed.
 class FewDescriptors {
  public:
   explicit FewDescriptors(int spare) {

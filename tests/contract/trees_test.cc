@@ -45,7 +45,7 @@ void ExpectSameModeAndTime(const std::string& copy, const std::string& original)
   ASSERT_EQ(ModificationTime(copy, copyTime), 0);
   ASSERT_EQ(ModificationTime(original, originalTime), 0);
   EXPECT_EQ(copyTime.seconds, originalTime.seconds) << copy;
-  // Foundation may go through a floating-point number.
+  // Foundation may convert the time to a floating-point number.
   EXPECT_NEAR(static_cast<double>(copyTime.nanoseconds),
               static_cast<double>(originalTime.nanoseconds), 1000)
       << copy;
@@ -186,7 +186,7 @@ TEST(CopyTreeContract, LeavesNothingOfAnIncompleteCopy) {
   EXPECT_TRUE(contract::NothingAt(tree.Path("place/copy")));
 }
 
-/// Keeps files from growing beyond `size` for a while, as a full disk would.
+/// Keeps files from growing beyond `size`, as a full disk would, until the object is destroyed.
 class SmallFiles {
  public:
   explicit SmallFiles(rlim_t size) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {

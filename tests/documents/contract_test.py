@@ -13,7 +13,7 @@ ONE_LINE = " ".join(CONTRACT.split())
 # Literals that are never logged, in sources that log.
 NOT_LOGGED = {"%Y-%m-%d %X", "read fault", "Developer ID Application: Corvane SRL (QK7ZP2M9XD)"}
 
-# Neighbouring literals of C++, which are one text.
+# Adjacent literals of C++, which form one string.
 _TEXT = re.compile(r'"(?:[^"\\\n]|\\.)*"(?:\s*"(?:[^"\\\n]|\\.)*")*')
 
 # Successful runs, each with the headings of the sections whose first transcript describes it.
@@ -62,8 +62,8 @@ class ContractTest(EndToEndCase):
 
     def test_names_all_that_is_logged(self) -> None:
         count = 0
-        for room in ("app", "diag", "product", "sdk", "queries", "install"):
-            for path in sorted((ROOT / room).glob("*.cc")):
+        for module in ("app", "diag", "product", "sdk", "queries", "install"):
+            for path in sorted((ROOT / module).glob("*.cc")):
                 if path.name.endswith("_test.cc"):
                     continue
                 for text in logged_texts(path.read_text(encoding="utf-8")):

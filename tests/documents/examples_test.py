@@ -1,4 +1,4 @@
-"""Runs every example in the documents. The mark of a block says what it holds:
+"""Runs every example in the documents. The language of a block says what it contains:
 
     console    commands that begin with "$ ./kx run", each followed by what a terminal then shows
     sh         commands, one on each line

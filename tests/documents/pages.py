@@ -35,7 +35,7 @@ def name_of(document: Path) -> str:
     return str(document.relative_to(ROOT))
 
 
-def blocks_of(document: str, mark: str = "") -> list[tuple[str, str]]:
-    """The marks and the contents of a document's code blocks; all, or those with this mark."""
+def blocks_of(document: str, language: str = "") -> list[tuple[str, str]]:
+    """The languages and the contents of a document's code blocks; all, or those in this language."""
     blocks = re.findall(r"^```(.*)\n((?:.*\n)*?)^```$", read(document), re.MULTILINE)
-    return [block for block in blocks if mark in ("", block[0])]
+    return [block for block in blocks if language in ("", block[0])]

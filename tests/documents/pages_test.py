@@ -1,4 +1,4 @@
-"""The documents agree with the sources: options, completions, links, rooms, tests and libraries."""
+"""The documents agree with the sources: options, completions, links, modules, tests and libraries."""
 
 import re
 import shutil
@@ -105,12 +105,12 @@ class PagesTest(unittest.TestCase):
                     self.assertIn(anchor, [re.sub(r"[^\w -]", "", heading).lower().replace(" ", "-")
                                            for heading in headings])
 
-    def test_rooms(self) -> None:
-        rooms = dict(re.findall(r"^\| `(\w+)` \| [^|]+ \| ([^|]+) \|$", read("docs/architecture.md"),
+    def test_modules(self) -> None:
+        modules = dict(re.findall(r"^\| `(\w+)` \| [^|]+ \| ([^|]+) \|$", read("docs/architecture.md"),
                                 re.MULTILINE))
         others = {"all others": set(layering.MAY_INCLUDE) - {"app"}, "nothing": set()}
-        described = {room: others[builds_on] if builds_on in others else set(re.findall(r"\w+", builds_on))
-                     for room, builds_on in rooms.items()}
+        described = {module: others[builds_on] if builds_on in others else set(re.findall(r"\w+", builds_on))
+                     for module, builds_on in modules.items()}
         self.assertEqual(described, layering.MAY_INCLUDE)
 
     def test_each_threat_has_tests(self) -> None:

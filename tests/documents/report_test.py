@@ -97,7 +97,7 @@ class StatesTest(EndToEndCase):
 
     def test_names_the_meaning_of_each_problem(self) -> None:
         status, report = self.report_of("library-other-team", "kxtool-report --only issues --only updates")
-        meaning = "the product's library is not validly signed by its maker"
+        meaning = "the product's library is not validly signed by its vendor"
         self.assertEqual(status, 1)
         self.assertEqual(report["problems"], [
             {"question": question, "argument": None, "code": 22, "meaning": meaning}
@@ -268,7 +268,7 @@ class LimitsTest(ScriptCase):
                 run = self.run_report("--only", "version", "--only", "issues", "--timeout", "3", shell=shell)
                 self.assertEqual((run.returncode, run.stderr), (1, b""))
                 first, second = parsed(run.stdout)["problems"]
-                self.assertRegex(first["meaning"], "^no answer within [123] seconds; the tool was ended$")
+                self.assertRegex(first["meaning"], "^no answer within [123] seconds; the tool was killed$")
                 self.assertEqual(second["meaning"],
                                  "not asked, because the time limit of the report had passed")
                 self.assertEqual((first["code"], second["code"]), (None, None))

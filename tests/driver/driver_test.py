@@ -1,4 +1,4 @@
-"""./kx itself: its help, its answers to mistakes, its completions, and the folders in which it works."""
+"""./kx itself: its help, its error messages, its completions, and the folders in which it works."""
 
 import os
 import pathlib

@@ -1,5 +1,5 @@
-"""Runs, endpoints and jobs that are ended at various moments leave neither files nor processes behind. The
-next command removes what kill -9 leaves."""
+"""Runs, endpoints and jobs that are killed at various moments leave neither files nor processes behind. The
+next command removes whatever kill -9 leaves behind."""
 
 import os
 import pathlib
@@ -80,7 +80,7 @@ class Leftovers(unittest.TestCase):
             pathlib.Path(build, "CTestTestfile.cmake").write_text(TESTS, encoding="utf-8")
             run = [*JOB, "ctest", "--test-dir", build, "--parallel", "2"]
             self.check(run, signal.SIGINT, signal.SIGTERM, signal.SIGHUP, signal.SIGKILL)
-            # The driver that waits for the job is ended, even without a chance to clean up.
+            # The driver that waits for the job is killed without a chance to clean up.
             self.check(["bash", "-c", 'KX_PARENT=$BASHPID "$@"; exit', "kx", *run],
                        signal.SIGTERM, signal.SIGKILL)
 

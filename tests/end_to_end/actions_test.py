@@ -181,7 +181,7 @@ class WatchedScan(ScanCase):
 
 
 class WatchedScanWithoutOutcome(ScanCase):
-    """Nothing decisive comes within the limit, which is at least five seconds."""
+    """No decisive event arrives within the limit, which is at least five seconds."""
 
     def expired(self, scenario, limit="5"):
         start = time.monotonic()

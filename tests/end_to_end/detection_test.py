@@ -17,7 +17,7 @@ GROUP_2 = ("KXCoreIssues", "KXLDaemon", "KXUpdDaemon")
 
 
 def asked_for_nothing():
-    """The SDK is asked although only the group is wanted, which it does not know."""
+    """The SDK is queried although only the group is missing, which it cannot supply."""
     return ["Get SL Identity", "Getting SL Identity using the wrapper method",
             *t.wrapped(t.answered(t.GET_IDENTITY), method=t.GET_IDENTITY),
             "SL Identity retrieved successfully",

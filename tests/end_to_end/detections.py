@@ -68,7 +68,8 @@ def taken(group: str | None = None, endpoint: str | None = None,
 
 
 def end(newer: list[str], older: list[str], failed: bool = False) -> list[str]:
-    """From the identity on: the lines of the newer file, which can be `failed`, and of the older."""
+    """The rest of the log, from the identity on: the lines of the newer file and of the older one. `failed`
+    says that the newer file could not be read."""
     failure = ["Cannot retrieve endpoint information"] if failed else []
     return ["Retrieving endpoint information", *newer, *failure, *older, "ORVEX Already exists",
             "ORVEX Detect finished"]

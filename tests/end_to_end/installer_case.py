@@ -123,7 +123,7 @@ class InstallerCase(EndToEndCase):
                           if "arguments" in call], list(expected))
 
     def assert_descriptors(self, call: dict, output: str = "pipe") -> None:
-        """A program inherited its standard streams only; the output can be a file."""
+        """A program inherited only its standard streams; the output can be a file."""
         kinds = {number: "pipe" if target.startswith("pipe:") else target
                  for number, target in call["descriptors"].items()}
         self.assertEqual(kinds, {"0": "pipe", "1": output, "2": "pipe"})

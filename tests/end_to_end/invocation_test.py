@@ -18,7 +18,7 @@ NO_OBJECT = "Invalid JSON. Response has parse errors or is not an object"
 def refused(lines, status, code=None, api_error=0, sdk_error=0):
     """The log of a version query that ended with `status` after its method logged `lines`.
 
-    The other numbers are the method's; without any, its code is `status`.
+    The other numbers describe the method. Without them, its code is `status`.
     """
     if code is None:
         code = 0 if api_error or sdk_error else status
@@ -37,17 +37,17 @@ def found(lines, version="7.16.42"):
 
 
 def library(**members):
-    """The SDK library is like this."""
+    """A scenario whose SDK library has these properties."""
     return {"product": {"library": members}}
 
 
 def answering(**answer):
-    """The query is answered like this."""
+    """A scenario in which the query gets this answer."""
     return {"sdk": {"answers": {t.GET_STATUS: answer}}}
 
 
 def completed(*completions, **sdk):
-    """The query is answered with ANSWER, by these completions."""
+    """A scenario in which the query gets ANSWER through these completions."""
     return {"sdk": {**sdk, **answering(text=ANSWER, completions=list(completions))["sdk"]}}
 
 
@@ -96,7 +96,7 @@ class Success(InvocationCase):
 
 
 class LibraryNotTrusted(InvocationCase):
-    """The library is not loaded unless its signature is the maker's."""
+    """The library is not loaded unless its signature is the vendor's."""
 
     def test_not_installed(self):
         self.check_refusal("not-installed", 20, t.product_missing())
@@ -113,7 +113,7 @@ class LibraryNotTrusted(InvocationCase):
                                   ({"product": {"trust": "empty"}}, "invalid"),
                                   (library(signature="unknownRoot"), "invalid"),
                                   (library(signature="garbled"), "invalid"),
-                                  ("library-other-maker", "other signer"),
+                                  ("library-other-vendor", "other signer"),
                                   ("library-other-team", "other signer")):
             with self.subTest(scenario=scenario):
                 self.check_refusal(scenario, 22, [
@@ -129,7 +129,7 @@ class LibraryNotTrusted(InvocationCase):
 
 
 class LibraryNotUsable(InvocationCase):
-    """The library is the maker's, but cannot be used."""
+    """The library is the vendor's, but cannot be used."""
 
     def test_cannot_be_loaded(self):
         self.check_refusal("library-not-loadable", 35,
@@ -145,7 +145,7 @@ class LibraryNotUsable(InvocationCase):
 
 
 class RunRefused(InvocationCase):
-    """Calls of the library that fail, and further tries."""
+    """Calls to the library that fail, and further tries."""
 
     LOADED = [*t.find_product(), *t.load(), *t.find_exports(), *t.begin()]
     PAUSE = "AgentSDK error internal. Sleep 30 seconds"

@@ -1,4 +1,4 @@
-"""Fetching installation links through the maker's library in the working directory."""
+"""Fetching installation links through the vendor's library in the working directory."""
 
 import os
 
@@ -79,9 +79,9 @@ class Failures(LinksCase):
             *t.check_without_code(LIBRARY, NO_SUCH_FILE),
             f'Cannot check signature for "{LIBRARY}". Exit code: {NO_SUCH_FILE}'])
 
-    def test_library_of_another_maker(self):
+    def test_library_of_another_vendor(self):
         for wanted, outcome in (("links-unsigned", "invalid"),
-                                ("links-other-maker", "other signer")):
+                                ("links-other-vendor", "other signer")):
             with self.subTest(scenario=wanted):
                 self.fetch(wanted, 22, "", [*t.check(LIBRARY, outcome), REFUSED])
 
@@ -131,7 +131,7 @@ class Loading(LinksCase):
         self.assertIn(f"file={installation.WORKING_DIRECTORY}/{LIBRARY} ", loaded[0])
 
     def test_not_loaded_if_refused(self):
-        for wanted in ("links-unsigned", "links-other-maker", "links-missing"):
+        for wanted in ("links-unsigned", "links-other-vendor", "links-missing"):
             with self.subTest(scenario=wanted):
                 status, loaded = self.trace(wanted)
                 self.assertNotEqual(status, 0)

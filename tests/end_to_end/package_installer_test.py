@@ -99,7 +99,7 @@ class Names(PackageCase):
             with self.subTest(path=path):
                 self.check(path)
 
-    def test_bytes_that_are_no_characters(self):
+    def test_bytes_that_are_not_characters(self):
         self.check(os.fsdecode(b"/demo/\xff\xfe/setup.pkg"))
 
     def test_relative_paths(self):

@@ -20,7 +20,7 @@ FOUND = search(NAME, "installer.xml")
 INVALID = 'Invalid signature for "app"'
 
 
-def fill(folder, signature="maker"):
+def fill(folder, signature="vendor"):
     """The application and its configuration."""
     MEDIA.write_application(folder / NAME, signature)
     images.write_configuration(folder)
@@ -56,7 +56,7 @@ class DownloaderCase(InstallerCase):
 
 
 class Success(DownloaderCase):
-    """The maker's application installs the product."""
+    """The vendor's application installs the product."""
 
     def test_whole_flow(self):
         with self.prepared(fill, scenario(attach=device_at_top())) as endpoint:
@@ -117,15 +117,15 @@ class Success(DownloaderCase):
 
 
 class Trust(DownloaderCase):
-    """Only the maker's application is run."""
+    """Only the vendor's application is run."""
 
     def test_other_signatures(self):
         for signature, outcome, status, wanted in (
-                ("otherMaker", "other signer", 22, None),
+                ("otherVendor", "other signer", 22, None),
                 ("otherTeam", "other signer", 22, trusting("otherTeam")),
                 ("none", "invalid", 22, None),
                 ("unknownRoot", "invalid", 22, None),
-                ("maker", "invalid", 22, {"product": {**ABSENT, "trust": "absent"}}),
+                ("vendor", "invalid", 22, {"product": {**ABSENT, "trust": "absent"}}),
                 ("adHoc", "no certificate", 2, None)):
             with self.subTest(signature=signature):
                 line = INVALID if status == 22 else \
@@ -194,7 +194,7 @@ class Trust(DownloaderCase):
 
     def test_configuration_that_was_beside_is_deleted_too(self):
         self.check_refusal(22, [*check("other signer"), INVALID],
-                           lambda folder: fill(folder, "otherMaker"), beside=True)
+                           lambda folder: fill(folder, "otherVendor"), beside=True)
 
 
 class Failures(DownloaderCase):
@@ -232,7 +232,7 @@ class Failures(DownloaderCase):
         def fill_with_text(folder):
             MEDIA.write_application(folder / NAME, "none")
             (folder / NAME / EXECUTABLE).write_text("no program\n")
-            MEDIA.sign(folder / NAME, "maker")
+            MEDIA.sign(folder / NAME, "vendor")
             images.write_configuration(folder)
 
         self.check(8, fill_with_text, started=False)

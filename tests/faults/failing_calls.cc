@@ -1,4 +1,4 @@
-// The linker's --wrap gives calls of NAME to __wrap_NAME, and those of __real_NAME to NAME.
+// The linker's --wrap redirects calls to NAME to __wrap_NAME, and calls to __real_NAME to NAME.
 
 #include "tests/faults/failing_calls.h"
 
@@ -107,7 +107,7 @@ KX_CALL(fstatat, int, -1, (int directory, const char* path, struct stat* status,
 KX_CALL(fts_open, FTS*, nullptr,
         (char* const* paths, int options, int (*compare)(const FTSENT**, const FTSENT**)),
         (paths, options, compare))
-// fts_close() takes the first entry for granted, which fts_read() makes even where it fails.
+// fts_close() assumes that the first entry exists. fts_read() creates it even if it fails.
 KX_CALL(fts_read, FTSENT*, (__real_fts_read(walk), nullptr), (FTS * walk), (walk))
 KX_CALL(futimens, int, -1, (int file, const timespec* times), (file, times))
 KX_CALL(lstat, int, -1, (const char* path, struct stat* status), (path, status))

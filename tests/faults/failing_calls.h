@@ -20,7 +20,7 @@ std::vector<std::string> Names();
 /// How often a call has been made so far, by all threads.
 std::size_t Count(const std::string& name);
 
-/// The `number`th (from 1) of the calling thread's calls of `name` meets `fault` from now on.
+/// The `number`th (from 1) of the calling thread's calls to `name` meets `fault` from now on.
 void Arm(const std::string& name, std::size_t number, Fault fault);
 
 /// Lets all calls succeed again. @return whether the armed one was made.

@@ -80,8 +80,8 @@ def version(name: str, scenario: Json, code: int = 0, output: str | None = None,
 
 # --- The SDK's calls, each failing at every try ---------------------------------------------------
 
-# Each call with the status that it fails with, the code that a query then returns (the status of
-# the latest call, if that failed, comes before the invocation's own code), and the invocation's.
+# Each call, the status with which it fails, the resulting code of a query, and the code of the
+# invocation. For a query, the status of the latest call takes precedence if that call failed.
 FAILING_CALLS = (
     ("getInstance", 5, 5, 13),
     ("register", 6, 6, 45),
@@ -112,13 +112,13 @@ SDK_CALLS = [
     row
     for number in TRIES[:4]
     for row in (
-        version(f"the first {number} runs are to be tried again",
+        version(f"the first {number} runs must be tried again",
                 {"sdk": {"run": [2] * number + [0]}}),
         version(f"the first {number} runs have an internal error",
                 {"sdk": {"run": [1] * number + [0]}}),
     )
 ] + [
-    version("every run is to be tried again", {"sdk": {"run": [2]}}, 45),
+    version("every run must be tried again", {"sdk": {"run": [2]}}, 45),
     version("every run has an internal error", {"sdk": {"run": [1]}}, 45),
     version("both kinds of errors in turn", {"sdk": {"run": [1, 2, 1, 2, 1]}}, 45),
     version("a negative status of a run", {"sdk": {"run": [-2147483648]}}, 45),
@@ -193,8 +193,8 @@ COMPLETIONS = [
             answering({"batch": "none", "context": "none", "result": "none"}, {"delay": 100})),
     version("no text", answering({"result": "none"}), 3),
     version("no text and an error", answering({"result": "none", "errorNumber": 7}), 3),
-    version("an error and a text", answering({"errorNumber": -2147483648})),
-    version("an empty text", answering({}, text=""), 3),
+    version("an error and a string", answering({"errorNumber": -2147483648})),
+    version("an empty string", answering({}, text=""), 3),
     version("100 MB of blanks after the text", answering({"padding": HUGE})),
     Row("100 MB of blanks without a log", QUERY, 0, VERSION, None, answering({"padding": HUGE}),
         logging=False),
@@ -228,7 +228,7 @@ def events(*happening: Json) -> dict[str, Json]:
 
 
 def watched(name: str, scenario: Json, output: str | None, number: int = 0) -> list[Row]:
-    """Both scans, watched for five seconds; no output: they end with the number of an error."""
+    """Both scans, watched for five seconds; without `output`, they fail with `number`."""
     return [
         Row(name, f"-start{word.capitalize()}Scan 5", number, output or "",
             f"{SCAN_FAILED}{number}" if output is None else
@@ -264,7 +264,7 @@ EVENTS = [
     *watched("an event with 100 MB of data",
              events({"event": PROGRESS, "padding": HUGE}, {"event": STARTED, "delay": 1000}),
              STARTED_TEXT),
-    *watched("nothing but other events, also after the limit",
+    *watched("nothing but other events, even after the limit",
              events({"event": PROGRESS, "delay": 1000}, {"event": PROGRESS, "delay": 7000},
                     {"event": PROGRESS, "delay": 20_000}), None, 60),
     *watched("the scan starts after the limit",
@@ -308,7 +308,7 @@ LIBRARY_FAULTS = (
     ({"signature": "none"}, 22),
     ({"signature": "adHoc"}, 2),
     ({"signature": "noTeam"}, 2),
-    ({"signature": "otherMaker"}, 22),
+    ({"signature": "otherVendor"}, 22),
     ({"signature": "otherTeam"}, 22),
     ({"signature": "unknownRoot"}, 22),
 )
@@ -339,7 +339,7 @@ LIBRARIES = [
     version("the SDK library is a directory", replaced(LIBRARY, directory=True), NO_BUNDLE),
     version("the SDK library is a FIFO", replaced(LIBRARY, fifo=True), NO_SEEKING),
     version("the SDK library is an empty file", replaced(LIBRARY, text=""), 22),
-    version("the SDK library is a link that leads nowhere", replaced(LIBRARY, link="nowhere"),
+    version("the SDK library is a dangling link", replaced(LIBRARY, link="nowhere"),
             NOT_FOUND),
     version("the SDK library is a link to itself", replaced(LIBRARY, link="agentsdk.dylib"),
             100062),
@@ -363,17 +363,17 @@ LIBRARIES = [
     version("the product's directory is a FIFO", {
         "product": {"layout": None}, "files": [
             {"path": installation.LAYOUTS[1].directory, "fifo": True}]}, 20),
-    version("the product's directory is a link that leads nowhere", {
+    version("the product's directory is a dangling link", {
         "product": {"layout": None}, "files": [
             {"path": installation.LAYOUTS[1].directory, "link": "nowhere"}]}, 20),
-    version("the product's directory may not be entered", {
+    version("the product's directory cannot be entered", {
         "product": {"layout": None}, "files": [
             {"path": installation.LAYOUTS[1].directory, "directory": True, "mode": "000"}]},
         100013),
     links("the links library has no export", {"links": {"build": "withoutExport"}}, 2),
     links("the links library's function fails", {"links": {"code": 7, "text": "partly"}}, 7,
           "partly"),
-    links("the links library's function answers nothing", {"links": {"text": ""}}, 0),
+    links("the links library's function returns nothing", {"links": {"text": ""}}, 0),
     links("the links library is a FIFO",
           replaced(f"{installation.WORKING_DIRECTORY}/libsl.dylib", fifo=True), NO_SEEKING),
 ]
@@ -420,20 +420,20 @@ CONFIGURATION_AND_LOG = [
                  replaced(CONFIGURATION, text="x" * HUGE + "\n" + LINE)),
     tool_version("the configuration is a link", True, {"files": [
         {"path": ELSEWHERE, "text": LINE}, {"path": CONFIGURATION, "link": "elsewhere"}]}),
-    tool_version("the configuration is a link that leads nowhere", False,
+    tool_version("the configuration is a dangling link", False,
                  replaced(CONFIGURATION, link="nowhere")),
     tool_version("the configuration is a link to itself", False,
                  replaced(CONFIGURATION, link="configfile.txt")),
     tool_version("the log is a directory", False, replaced(LOG, directory=True)),
-    tool_version("the log may not be written", False, replaced(LOG, text="", mode="444")),
-    tool_version("the tool's directory may not be written", False,
+    tool_version("the log is not writable", False, replaced(LOG, text="", mode="444")),
+    tool_version("the tool's directory is not writable", False,
                  before=f"chmod 555 {installation.TOOL_DIRECTORY};",
                  changes=(installation.TOOL_DIRECTORY,)),
     tool_version("the log is a link", True, {"files": [
         {"path": ELSEWHERE, "text": ""}, {"path": LOG, "link": "elsewhere"}]},
         changes=(ELSEWHERE,)),
-    tool_version("the log is a link to nothing yet", True, replaced(LOG, link="elsewhere"),
-                 changes=(ELSEWHERE,)),
+    tool_version("the log is a link to a file that does not exist yet", True,
+                 replaced(LOG, link="elsewhere"), changes=(ELSEWHERE,)),
     tool_version("the log is a link to itself", False, replaced(LOG, link="log.txt")),
     tool_version("the log is a link into a missing directory", False,
                  replaced(LOG, link="nowhere/log.txt")),
@@ -459,7 +459,7 @@ def agent(content: Json) -> dict[str, Json]:
 
 
 def detect(name: str, scenario: Json, output: str, **more) -> Row:
-    """The product is detected; all its services run."""
+    """The product is detected; all its services are running."""
     return Row(name, "-detect", 16, output, DETECTED, scenario, **more)
 
 
@@ -488,11 +488,11 @@ AGENT_FILES = [
     detect("the agent configuration has a NUL in a name",
            agent({"json": {"id": {"customdata": {"ComputersFolder": "a\0b"}}}}),
            f"1|{d.COMPANY}|a\0b|{d.ENDPOINT}"),
-    detect("the agent configuration is a link that leads nowhere",
+    detect("the agent configuration is a dangling link",
            replaced(AGENT_CONFIGURATION, link="nowhere"), f"2|{FROM_SDK}"),
     detect("the agent configuration is a link to itself",
            replaced(AGENT_CONFIGURATION, link="agcfng.jso"), f"2|{FROM_SDK}"),
-    detect("the agent configuration's directory may not be entered", {
+    detect("the agent configuration's directory cannot be entered", {
         "files": [{"path": f"{PRODUCT}/settings/agcfng", "directory": True, "mode": "000"}]},
         f"2|{FROM_SDK}"),
     detect("both agent configurations are FIFOs", {"product": {"layout": 2, "configuration": {
@@ -500,10 +500,11 @@ AGENT_FILES = [
     detect("the newer agent configuration is a FIFO", {"product": {
         "layout": 3, "configuration": {"agcfng": {"fifo": True}}}},
         f"2|{d.COMPANY}|{d.GROUP}|{d.ENDPOINT}"),
-    detect("the SDK knows no identity", {"sdk": {"answers": {IDENTITY: {"error": 4}}}}, d.HEALTHY),
+    detect("the SDK does not know the identity", {"sdk": {"answers": {IDENTITY: {"error": 4}}}},
+           d.HEALTHY),
     detect("the SDK never answers with the identity", {"sdk": {"answers": {
         IDENTITY: {"output": {}, "completions": []}}}}, d.HEALTHY),
-    detect("the SDK answers the identity with 100 MB of blanks", {"sdk": {"answers": {IDENTITY: {
+    detect("the SDK answers the identity query with 100 MB of blanks", {"sdk": {"answers": {IDENTITY: {
         "output": {"companyID": "c"}, "completions": [{"padding": HUGE}]}}}},
         f"1|c|{d.GROUP}|{d.ENDPOINT}"),
 ]
@@ -548,7 +549,7 @@ SCAN_LOGS = [
           'Invalid XML. Could not find "duration" node'),
     scans("the summary is not XML", {"text": "no XML"}, ABORTED, ENTERED),
     scans("the summary is truncated", {"text": SUMMARY[:-8]}, ABORTED, ENTERED),
-    scans("the summary is a link that leads nowhere", {"link": "nowhere"}, 2, ENTERED),
+    scans("the summary is a dangling link", {"link": "nowhere"}, 2, ENTERED),
     scans("the summary is a link to itself", {"link": FULL_NAME}, 40, ENTERED),
     scans("the summary is a link to a summary", {"link": QUICK_NAME}, 0, LISTED,
           f"{FULL_TASK}=200|{QUICK_TASK}=200"),
@@ -560,9 +561,9 @@ SCAN_LOGS = [
         ("is missing", None, 2),
         ("is a file", {"text": ""}, 20),
         ("is a FIFO", {"fifo": True}, 20),
-        ("is a link that leads nowhere", {"link": "nowhere"}, 2),
+        ("is a dangling link", {"link": "nowhere"}, 2),
         ("is a link to itself", {"link": "Logs"}, 40),
-        ("may not be read", {"directory": True, "mode": "000"}, 13),
+        ("is not readable", {"directory": True, "mode": "000"}, 13),
     )
 ] + [
     Row("the scan-log directory cannot be read to its end", "-getLastSystemScan", 5, "", ENTERED,
@@ -607,7 +608,7 @@ def installing(medium: str, **behaviour: Json) -> dict[str, Json]:
 
 
 def text_of(end: dict[str, int]) -> str:
-    """An end, in words."""
+    """Describes how a program ended."""
     return ", ".join(f"{name} {value}" for name, value in end.items())
 
 
@@ -620,10 +621,10 @@ CHILDREN = [
         INSTALLS[1:])
     for end, number in ENDS
 ] + [
-    Row("installer gets a hang-up that the tool was told to ignore", f"-runInstaller {PACKAGE}", 7,
+    Row("installer receives a SIGHUP that the tool ignores", f"-runInstaller {PACKAGE}", 7,
         d.ABSENT, INSTALLED_END, installing("package"), INSTALLS[1:], before="trap '' HUP;",
         programs={INSTALLER: (b"#!/bin/sh\nkill -HUP $$\nexit 7\n", 0o755)}),
-    Row("installer is killed when all is done", f"-runInstaller {PACKAGE}", 9, d.HEALTHY,
+    Row("installer is killed after it has finished its work", f"-runInstaller {PACKAGE}", 9, d.HEALTHY,
         INSTALLED_END, installing("package", install={"signal": 9}), INSTALLS),
     Row("installer fills a pipe", f"-runInstaller {PACKAGE}", 0, d.HEALTHY, INSTALLED_END,
         installing("package", install={"noise": PIPE}), INSTALLS),
@@ -657,9 +658,10 @@ CHILDREN = [
     Row("hdiutil writes 16 MB", f"-runInstaller {IMAGE}", 2, d.ABSENT, "Cannot find mount point",
         installing("package-image", attach={"output": {"text": "x" * (1 << 24)}}),
         ("/Volumes", TEMPORARY)),
-    Row("the image's package is killed", f"-runInstaller {IMAGE}", 11, d.ABSENT, f"{IMAGE_END}11",
+    Row("installer is killed while it installs the image's package", f"-runInstaller {IMAGE}", 11,
+        d.ABSENT, f"{IMAGE_END}11",
         installing("package-image", install={"acts": False, "signal": 11}), ("/Volumes", "/demo")),
-    Row("the image's package finds no installer", f"-runInstaller {IMAGE}", 2, d.ABSENT,
+    Row("there is no installer program for the image's package", f"-runInstaller {IMAGE}", 2, d.ABSENT,
         f"{IMAGE_END}2", installing("package-image"), ("/Volumes", "/demo"),
         programs={INSTALLER: None}),
 ] + [
@@ -675,9 +677,9 @@ CHILDREN = [
     Row("the setup downloader has no executable",
         "-runSetupDownloader /demo/no-executable-image/Setup.iso", 22, d.ABSENT,
         'Invalid signature for "app"', installing("no-executable-image"), ("/Volumes",)),
-    Row("the setup downloader is another maker's",
-        "-runSetupDownloader /demo/other-maker-image/Setup.iso", 22, d.ABSENT,
-        'Invalid signature for "app"', installing("other-maker-image"), ("/Volumes",)),
+    Row("the setup downloader is another vendor's",
+        "-runSetupDownloader /demo/other-vendor-image/Setup.iso", 22, d.ABSENT,
+        'Invalid signature for "app"', installing("other-vendor-image"), ("/Volumes",)),
     Row("the setup downloader was tampered with",
         "-runSetupDownloader /demo/tampered-image/Setup.iso", 22, d.ABSENT,
         'Invalid signature for "app"', installing("tampered-image"), ("/Volumes",)),
@@ -693,10 +695,10 @@ CHILDREN = [
     Row("there is no room for the package", "-runInstaller /demo/small/Setup.iso", 2, d.ABSENT,
         f"{IMAGE_END}2", installing("package-image"), ("/Volumes", "/demo/small"),
         before=f"ln -s {IMAGE} /demo/small;", volumes={"/demo/small": 8192}),
-    Row("nothing may be written beside the image", f"-runInstaller {IMAGE}", 2, d.ABSENT,
+    Row("the image's directory is not writable", f"-runInstaller {IMAGE}", 2, d.ABSENT,
         f"{IMAGE_END}2", installing("package-image"), ("/Volumes", "/demo"),
         before="chmod 555 /demo/package-image;"),
-    Row("the temporary directory may not be written", f"-runInstaller {IMAGE}", 13, d.ABSENT,
+    Row("the temporary directory is not writable", f"-runInstaller {IMAGE}", 13, d.ABSENT,
         f"{NO_MOUNT}13", installing("package-image"), (TEMPORARY,),
         before=f"chmod 555 {TEMPORARY};"),
     Row("the product is already there", f"-runInstaller {PACKAGE}", 16, d.HEALTHY,
@@ -716,8 +718,8 @@ LITTLE_MEMORY = "ulimit -v 131072;"
 
 LIMITS = [
     tool_version("no descriptor for the log", False, before=FOUR),
-    tool_version("one descriptor beside the log", True, before=FIVE),
-    Row("one descriptor beside the log", "-getLastSystemScan", 0, SCAN_TIMES, LISTED, before=FIVE),
+    tool_version("one descriptor besides the log", True, before=FIVE),
+    Row("one descriptor besides the log", "-getLastSystemScan", 0, SCAN_TIMES, LISTED, before=FIVE),
     Row("one descriptor", "-getLastSystemScan", 0, SCAN_TIMES, None, before=FOUR, logging=False),
     version("no descriptor for the signature", "healthy", 22, before=FIVE),
     links("no descriptor for the signature", "healthy", 22, before=FIVE),
@@ -748,7 +750,7 @@ LIMITS = [
         "Parse AgentSDK response",
         answering({}, outputText='{"numbers":[' + "1," * (1 << 22) + "1]}"),
         before="ulimit -v 204800;"),
-    detect("little memory and an agent configuration with a text of 100 MB",
+    detect("little memory and an agent configuration with a string of 100 MB",
            agent({"json": {"filler": "x" * HUGE, "id": KNOWN}}), f"2|{FROM_SDK}",
            before=LITTLE_MEMORY),
     Row("no memory for the scan summary", "-getLastSystemScan", ABORTED, "", ENTERED,

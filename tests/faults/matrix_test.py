@@ -52,7 +52,7 @@ tail -n +2 /proc/sysvipc/shm >>{_LEFT}
 ls -A /dev/shm >>{_LEFT}
 exit "$status"
 """
-# Larger files, and what may not be read, are compared by their size and time.
+# Larger files, and files that are not readable, are compared by their size and time.
 _MAX_HASHED = 1 << 20
 
 Entry = tuple[str | int, ...]
@@ -105,7 +105,7 @@ class Matrix(EndToEndCase):
         with tempfile.TemporaryDirectory() as folder, self.endpoint(
                 scenario=row.scenario, logging=row.logging, volumes=row.volumes,
                 programs=_write_programs(row, pathlib.Path(folder))) as endpoint:
-            for volume in row.volumes:  # the sandbox would make the place that is covered
+            for volume in row.volumes:  # otherwise the sandbox would create the mount point
                 endpoint.path(volume).mkdir(parents=True, exist_ok=True)
             root = endpoint.path("/")
             shutil.copy(BUILD / "simulator" / "open_descriptors.so", endpoint.path(_REPORTER))

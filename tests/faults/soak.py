@@ -2,8 +2,8 @@
 
     KX_BUILD=build/release python3 -m tests.faults.soak RUNS
 
-Each row checks its own endpoint (see matrix_test.py). At the end nothing of all these runs may be
-left on the machine: no file, no mount, no process, and no descriptor of this process.
+Each row checks its own endpoint (see matrix_test.py). At the end, nothing from these runs may
+remain on the machine: no file, no mount, no process, and no descriptor of this process.
 """
 
 import concurrent.futures

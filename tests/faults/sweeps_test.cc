@@ -38,7 +38,7 @@ class OperationRun : public fake::ProductFixture {
  public:
   void TestBody() override {}
 
-  // What the operations need of the world.
+  // What the operations need from the world.
 
   void PrepareVersion() {}
 
@@ -77,7 +77,7 @@ class OperationRun : public fake::ProductFixture {
 
   void PrepareLinks() {
     world.AddFile("libsl.dylib");
-    world.signatures["libsl.dylib"] = fake::Signature::Makers();
+    world.signatures["libsl.dylib"] = fake::Signature::Vendors();
     world.libraries["./libsl.dylib"] = {
         {"GetInstallationLinks", reinterpret_cast<void*>(GetLinks)}};
   }
@@ -112,7 +112,7 @@ class OperationRun : public fake::ProductFixture {
 
   void PrepareApplicationImage() {
     PrepareImage();
-    world.signatures[kApplication] = fake::Signature::Makers();
+    world.signatures[kApplication] = fake::Signature::Vendors();
     world.applicationExecutables[kApplication] = kApplicationExecutable;
     world.programs[kApplicationExecutable] = {};
   }
@@ -237,7 +237,7 @@ TEST_P(SweepTest, EveryAllocationFailsOnce) {
   RecordProperty("allocations", static_cast<int>(number - 1));
 }
 
-/// The codes with which operations can end when this call of the platform fails.
+/// The codes with which operations can end when this call to the platform fails.
 struct FallibleCall {
   const char* name;
   Codes codes;

@@ -443,7 +443,7 @@ Names OpenDescriptors() {
 
 class SystemCallsTest : public testing::TestWithParam<Operation> {
  protected:
-  /// Runs the operation with each of its calls of `name` meeting `fault` in turn.
+  /// Runs the operation once for each of its calls to `name`, and injects `fault` into that call.
   /// @return the outcomes.
   static Names Sweep(const std::string& name, Fault fault) {
     Names outcomes;

@@ -55,7 +55,8 @@ NSString* Text(const std::optional<std::string>& text) {
   return [bundle autorelease];
 }
 - (id)objectForInfoDictionaryKey:(NSString*)key {
-  gnustep::Require(self == [NSBundle mainBundle], "the property list is the tool's own");
+  gnustep::Require(self == [NSBundle mainBundle],
+                   "only the main bundle's property list may be read");
   return Text(linux_platform::MainBundleText([key UTF8String]));
 }
 - (NSString*)executablePath {
@@ -84,7 +85,7 @@ NSString* Text(const std::optional<std::string>& text) {
 // GNUstep copies neither modes nor times.
 @implementation NSFileManager (KXMacOS)
 - (BOOL)copyItemAtPath:(NSString*)source toPath:(NSString*)destination error:(NSError**)error {
-  gnustep::Require(error == nullptr, "nobody asks for the error");
+  gnustep::Require(error == nullptr, "the error argument must be null");
   return linux_platform::CopyTree([source fileSystemRepresentation],
                                   [destination fileSystemRepresentation]);
 }
@@ -134,11 +135,12 @@ void Launch(id task, SEL command) {
 
 @implementation NSWorkspace
 + (NSWorkspace*)sharedWorkspace {
-  gnustep::Require(isAppKitLoaded, "AppKit is loaded before it is used");
+  gnustep::Require(isAppKitLoaded, "AppKit must be loaded before it is used");
   return [[[NSWorkspace alloc] init] autorelease];
 }
 - (NSString*)fullPathForApplication:(NSString*)application {
-  gnustep::Require([application isAbsolutePath], "an application is not asked for by its name");
+  gnustep::Require([application isAbsolutePath],
+                   "an application must be looked up by its full path");
   return linux_platform::DirectoryExists([application fileSystemRepresentation]) ? application
                                                                                  : nil;
 }

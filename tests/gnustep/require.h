@@ -9,7 +9,7 @@ namespace gnustep {
 /// Aborts when the tool breaks a rule of a framework.
 inline void Require(bool condition, const char* rule) {
   if (condition) return;
-  std::fprintf(stderr, "the tool has broken a rule: %s\n", rule);
+  std::fprintf(stderr, "the tool broke a rule: %s\n", rule);
   std::abort();
 }
 

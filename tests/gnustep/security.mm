@@ -20,7 +20,7 @@ constexpr SecCSFlags kAllInformation = 0x1E;
 int livingHandles = 0;
 
 id Object(CFTypeRef reference) {
-  gnustep::Require(reference != nullptr, "a reference is not null");
+  gnustep::Require(reference != nullptr, "a reference must not be null");
   return static_cast<id>(const_cast<void*>(reference));
 }
 
@@ -54,16 +54,16 @@ class HandedOut {
  public:
   ~HandedOut() {
     for (const id object : objects_) {
-      gnustep::Require([object retainCount] == 1, "every object is released, once");
+      gnustep::Require([object retainCount] == 1, "every object must be released exactly once");
       [object release];
     }
-    gnustep::Require(livingHandles == 0, "every pool is drained");
+    gnustep::Require(livingHandles == 0, "every pool must be drained");
   }
 
   template <typename Reference>
   void Give(id object, Reference* reference) {
     gnustep::Require(reference != nullptr && *reference == nullptr,
-                     "a reference is received in an empty place");
+                     "the variable for a returned reference must be null");
     objects_.push_back([object retain]);
     *reference = reinterpret_cast<Reference>([object retain]);
   }
@@ -75,7 +75,8 @@ class HandedOut {
 HandedOut handedOut;
 
 const std::shared_ptr<const void>& Content(CFTypeRef reference) {
-  gnustep::Require([Object(reference) isKindOfClass:[KXHandle class]], "an object has its kind");
+  gnustep::Require([Object(reference) isKindOfClass:[KXHandle class]],
+                   "an object must have the expected type");
   return *static_cast<KXHandle*>(Object(reference))->content;
 }
 
@@ -113,7 +114,8 @@ const void* CFDictionaryGetValue(CFDictionaryRef dictionary, const void* key) {
 }
 
 OSStatus SecStaticCodeCreateWithPath(CFURLRef path, SecCSFlags flags, SecStaticCodeRef* code) {
-  gnustep::Require(flags == kSecCSDefaultFlags, "static code is created with the default flags");
+  gnustep::Require(flags == kSecCSDefaultFlags,
+                   "static code must be created with the default flags");
   UsePool();
   linux_platform::StaticCode made;
   const OSStatus status =
@@ -124,8 +126,8 @@ OSStatus SecStaticCodeCreateWithPath(CFURLRef path, SecCSFlags flags, SecStaticC
 
 OSStatus SecStaticCodeCheckValidityWithErrors(SecStaticCodeRef code, SecCSFlags flags,
                                               SecRequirementRef requirement, CFErrorRef* errors) {
-  gnustep::Require(flags == kSecCSCheckAllArchitectures, "all architectures are checked");
-  gnustep::Require(requirement == nullptr, "no requirement is checked");
+  gnustep::Require(flags == kSecCSCheckAllArchitectures, "all architectures must be checked");
+  gnustep::Require(requirement == nullptr, "no requirement may be passed");
   UsePool();
   const OSStatus status = linux_platform::CheckValidity({Content(code)});
   if (status != errSecSuccess) handedOut.Give(OwnText("an error"), errors);
@@ -134,7 +136,7 @@ OSStatus SecStaticCodeCheckValidityWithErrors(SecStaticCodeRef code, SecCSFlags 
 
 OSStatus SecCodeCopySigningInformation(SecStaticCodeRef code, SecCSFlags flags,
                                        CFDictionaryRef* information) {
-  gnustep::Require(flags == kAllInformation, "all signing information is asked for");
+  gnustep::Require(flags == kAllInformation, "all signing information must be requested");
   UsePool();
   linux_platform::SigningInformation found;
   const OSStatus status = linux_platform::CopySigningInformation({Content(code)}, found);
@@ -161,7 +163,8 @@ OSStatus SecCertificateCopyCommonName(SecCertificateRef certificate, CFStringRef
 }
 
 CFStringRef SecCopyErrorMessageString(OSStatus status, void* reserved) {
-  gnustep::Require(status != errSecSuccess && reserved == nullptr, "a message is an error's");
+  gnustep::Require(status != errSecSuccess && reserved == nullptr,
+                   "messages may be requested only for errors");
   UsePool();
   CFStringRef message = nullptr;
   handedOut.Give(OwnText("a message"), &message);

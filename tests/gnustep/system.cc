@@ -70,13 +70,14 @@ int AnswerArguments(int processId, void* buffer, std::size_t* size) {
 
 extern "C" int sysctl(int* name, unsigned length, void* buffer, std::size_t* size, void* newValue,
                       std::size_t newSize) {
-  gnustep::Require(size != nullptr && newValue == nullptr && newSize == 0, "nothing is set");
+  gnustep::Require(size != nullptr && newValue == nullptr && newSize == 0,
+                   "sysctl() must not set a value");
   const std::vector<int> words(name, name + length);
   if (words == std::vector<int>{1, 14, 0, 0}) return AnswerTable(buffer, size);
   if (words == std::vector<int>{1, 8}) {
     return Answer(&kArgumentAreaSize, sizeof(kArgumentAreaSize), buffer, size);
   }
-  gnustep::Require(length == 3 && words[0] == 1 && words[1] == 49, "the kernel knows the name");
+  gnustep::Require(length == 3 && words[0] == 1 && words[1] == 49, "the sysctl name must exist");
   return AnswerArguments(words[2], buffer, size);
 }
 
@@ -84,7 +85,7 @@ extern "C" int pthread_cond_timedwait_relative_np(pthread_cond_t* condition, pth
                                                   const timespec* limit) {
   gnustep::Require(limit->tv_nsec >= 0 && limit->tv_nsec < kNanosecondsPerSecond &&
                        limit->tv_sec >= 0 && limit->tv_sec <= kLongestWait,
-                   "no wait is long, as it does not count while the machine sleeps");
+                   "waits must be short, because their clock stops while the machine sleeps");
   timespec deadline;
   clock_gettime(CLOCK_MONOTONIC, &deadline);
   deadline.tv_sec += limit->tv_sec;

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Checks the finished macOS binary: check_binary.py BINARY [PROGRAM...]
 
-Both slices, the macOS version that each needs, the libraries, every imported symbol, the embedded
-property list, and that it is stripped; of the programs, each for one architecture, only the property
-list. With MACOS_SYMBOL_LISTS naming a directory with the symbol lists of the oldest macOS, the project's
-own lists are compared with those, too.
+Checks both slices, the macOS version that each needs, the libraries, every imported symbol and the
+embedded property list, and checks that the binary is stripped. For each PROGRAM, which has one
+architecture, checks only the property list. If MACOS_SYMBOL_LISTS names a directory with the symbol lists
+of the oldest macOS, also compares the project's own lists with those.
 """
 
 import os
@@ -67,7 +67,7 @@ class Slice:
         self.property_list = None
         self.symbols = []
         magic, _, _, _, count = struct.unpack_from("<5I", data)
-        require(magic == MACHO_MAGIC, "a slice is not a 64-bit Mach-O file")
+        require(magic == MACHO_MAGIC, "is not a 64-bit Mach-O file")
         offset = 32
         for _ in range(count):
             command, size = struct.unpack_from("<II", data, offset)
@@ -80,11 +80,11 @@ class Slice:
             (name,) = struct.unpack_from("<I", data, offset + 8)
             self.libraries.append(text_at(data, offset + name))
         elif command in OTHER_DYLIB_COMMANDS:
-            raise CheckFailed("a library is not loaded in the plain way")
+            raise CheckFailed("has a library that is not linked with a plain LC_LOAD_DYLIB command")
         elif command == LC_VERSION_MIN_MACOSX:
             self.version = self._version(offset + 8)
         elif command == LC_BUILD_VERSION:
-            require(struct.unpack_from("<I", data, offset + 8)[0] == 1, "not built for macOS")
+            require(struct.unpack_from("<I", data, offset + 8)[0] == 1, "is not built for macOS")
             self.version = self._version(offset + 12)
         elif command == LC_SEGMENT_64:
             self._take_sections(offset)
@@ -114,7 +114,7 @@ class Slice:
         for name, kind, ordinal in self.symbols:
             if kind & N_TYPE == N_UNDF and kind & N_EXT:
                 known = 0 < ordinal <= len(self.libraries)
-                require(known, f"looks {name} up in no particular library")
+                require(known, f"imports {name} without naming a library")
                 yield name, self.libraries[ordinal - 1]
 
 
@@ -187,7 +187,7 @@ def names_in_lists(directory):
 
 
 def check_lists(directory):
-    """Proves that each x86_64 name of the project's lists is in the lists of the oldest macOS."""
+    """Verifies that each x86_64 name of the project's lists is in the lists of the oldest macOS."""
     known = names_in_lists(directory)
     require(known, f"no symbol lists in {directory}")
     own = set().union(*allowed_symbols("x86_64").values())

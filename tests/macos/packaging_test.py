@@ -191,12 +191,12 @@ class InstallationTest(PackagingCase):
                       if path.is_file() or path.is_symlink())
 
     def everything(self):
-        """Of all that is there: the mode, and where a link leads."""
+        """The mode of every entry, and the targets of the links."""
         return {str(path): (path.lstat().st_mode, path.is_symlink() and os.readlink(path))
                 for path in [self.local, *self.local.rglob("*")]}
 
     def install_everything(self):
-        """All that the package holds and does, and what the tool itself leaves."""
+        """Installs the payload, runs the postinstall script, and creates the files that the tool creates."""
         if not (self.folder / "made").exists():
             self.make_package()
         subprocess.run(["mkdir", "-p", self.tool_folder], check=True)
@@ -206,7 +206,7 @@ class InstallationTest(PackagingCase):
             (self.tool_folder / name).touch()
 
     def uninstall(self):
-        """By the uninstaller that is in the package."""
+        """Runs the uninstaller from the package."""
         return self.run_as(0, "/usr/local/libexec/kxtool/uninstall.sh")
 
     def test_links_lead_where_cmake_installs(self):

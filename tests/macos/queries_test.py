@@ -1,6 +1,6 @@
 """The queries on a Mac: the documents' examples, run with the tool that ships against the stand-ins for
 the product's libraries, which the simulator's signer has signed. A Mac has no sandbox for them, so the
-product is laid out in its own file system: for root, on a machine without the product."""
+test writes the product to the Mac's file system. It needs root and a machine without the product."""
 
 import os
 import pathlib
@@ -14,7 +14,7 @@ from simulator import installation, scenario
 from tests.documents.examples_test import assert_shown, console_examples
 from tests.end_to_end.harness import BUILD, ToolRun, read_log
 
-# The folders in which the stand-ins are laid out.
+# The folders to which the stand-ins are written.
 FOLDERS = ("/Library/Corvane", "/Library/Application Support/Halvard",
            installation.CALLER_DIRECTORY, installation.TOOL_DIRECTORY)
 # These need the service processes and the installers of a sandbox.
@@ -65,8 +65,8 @@ class QueriesTest(unittest.TestCase):
                 self.assertEqual(run.errors, b"")
                 assert_shown(self, run, options.log, expected)
 
-    def test_use_no_library_of_another_maker(self) -> None:
-        for name in ("library-other-maker", "library-other-team"):
+    def test_use_no_library_of_another_vendor(self) -> None:
+        for name in ("library-other-vendor", "library-other-team"):
             with self.subTest(scenario=name):
                 run = self.run_tool("-getProductVersion", scenario_name=name, logging=True)
                 self.assertEqual((run.status, run.output), (22, b""))

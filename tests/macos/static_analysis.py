@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Looks for faults in the macOS adapters without running them: static_analysis.py BUILD
 
-clang-tidy, with clang's static analyser in it (leaks, nullability, what the frameworks ask of their
-callers), goes over platform/macos/ as the cross-build in BUILD compiles it. It must report nothing
+Runs clang-tidy, with clang's static analyser (leaks, nullability, what the frameworks require of their
+callers), on platform/macos/, with the compile commands of the cross-build in BUILD. It must report nothing
 there, and must find a leak that was planted for this purpose.
 """
 

@@ -1,4 +1,4 @@
-"""Files that Apple's tools signed must be judged as macOS judges them, and every change found.
+"""Files that Apple's tools signed must get the same verdict as on macOS, and every change must be found.
 
 Fetches three npm packages, so it runs only on request. The anchor is Apple's root from the chain of
 a signature, recognised by its published fingerprint.
@@ -183,7 +183,7 @@ class DeveloperIdTest(RealSignatureTestCase):
 
     def test_changed_team_is_found(self):
         for piece in self.slices:
-            # The arm64 slice speaks for the file; the others must first name the same team.
+            # The reported result is that of the arm64 slice. The other slices must name the same team.
             self.assert_flip(SIGNATURE_FAILED if piece.processor == ARM64 else SIGNATURE_INVALID,
                              self.data.index(b"97JCY7859U\0", piece.components[CODE_DIRECTORY][0]))
 

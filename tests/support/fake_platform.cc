@@ -58,7 +58,7 @@ const Node* FindTarget(const std::string& path) {
   return node == nullptr || node->isSymbolicLink ? nullptr : node;
 }
 
-/// As World::FailsNow(), for a call that needs a pool around it.
+/// Like World::FailsNow(), for a call that needs an autorelease pool.
 bool CheckFailsNow(const char* call) {
   EXPECT_GT(World::Current().openPools, 0) << call << " without a pool";
   return World::Current().FailsNow(call);
@@ -98,7 +98,7 @@ bool RunScriptedStep(std::unique_lock<std::mutex>& lock) {
 
 }  // namespace
 
-Signature Signature::Makers() {
+Signature Signature::Vendors() {
   Signature signature;
   signature.commonNames = {{"Developer ID Application: Corvane SRL (QK7ZP2M9XD)",
                             "Developer ID Certification Authority", "Apple Root CA"}};

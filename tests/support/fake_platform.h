@@ -56,7 +56,7 @@ struct Signature {
   std::optional<std::string> teamIdentifier;
 
   /// The signature that the tool accepts.
-  static Signature Makers();
+  static Signature Vendors();
 };
 
 struct Process {
@@ -123,8 +123,8 @@ class World {
 
   // Time. Sleeps and waits of the test's thread advance all three clocks.
   std::atomic<std::int64_t> wallMicroseconds = 1700000000LL * 1000000;
-  /// Seconds by which the clock of whole seconds is ahead: the clock of microseconds cannot reach
-  /// the end of the calendar.
+  /// The number of seconds by which the clock with whole seconds is ahead. The microsecond clock
+  /// cannot represent the last years of the calendar.
   std::int64_t secondsAhead = 0;
   std::atomic<std::int64_t> monotonicNanoseconds = 1000;
   /// Makes the monotonic clock and the waits of the test's thread real; scripted steps do not run.
@@ -149,8 +149,8 @@ class World {
 
   std::uint64_t uuids = 0;  ///< made so far
 
-  /// Called first by every function that can fail. @return whether it fails, as the `failingCall`th
-  /// (from 1) of all such calls does.
+  /// Called first by every function that can fail.
+  /// @return whether this call must fail: only call number `failingCall`, counted from 1, fails.
   bool FailsNow(const char* call);
   std::size_t failingCall = 0;
   std::size_t fallibleCalls = 0;     ///< so far

@@ -69,7 +69,7 @@ void Sdk::Install(int number) {
   const std::string path = LibraryPath(number);
   world.AddDirectory(productInfoStructure.at(static_cast<std::size_t>(number - 1)).directory);
   world.AddFile(path);
-  world.signatures[path] = Signature::Makers();
+  world.signatures[path] = Signature::Vendors();
   world.libraries[path] = {
       {"AgentSDK_GetInstance", reinterpret_cast<void*>(GetInstanceExport)},
       {"AgentSDK_ReleaseInstance", reinterpret_cast<void*>(ReleaseInstanceExport)}};

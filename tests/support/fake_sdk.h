@@ -31,14 +31,15 @@ class Sdk {
   /// Path of the SDK library of layout `number`.
   static std::string LibraryPath(int number = 1);
 
-  // Statuses of the coming calls; 0 once they are used up.
+  // Statuses of the next calls; 0 once they are used up.
   std::deque<int> getInstanceStatuses;
   std::deque<int> registerStatuses;
   std::deque<int> runStatuses;
   std::deque<int> unregisterStatuses;
 
-  /// Texts with which the coming runs complete, as soon as the tool waits; the last one repeats. A
-  /// run whose answer is absent does not complete by itself. No run does while this is empty.
+  /// The strings with which the next runs complete, as soon as the tool waits; the last one
+  /// repeats. A run whose answer is absent does not complete by itself. No run does while this is
+  /// empty.
   std::deque<std::optional<std::string>> answers;
 
   /// Called inside each run call, before it returns; may be empty.

@@ -1,5 +1,5 @@
 """Shared by the tests of signed files. The simulator's signer makes the files, and the program
-kx_check_signature (named by KX_CHECK_SIGNATURE) judges them."""
+kx_check_signature (named by KX_CHECK_SIGNATURE) checks them."""
 
 import dataclasses
 import os

@@ -2,7 +2,8 @@
 #define TESTS_MACOS_DECLARATIONS_DECLARE_H_
 
 // The declarations beside this file let the macOS adapters be compiled without the macOS SDK.
-// Where there is one, declarations_match.mm includes both, and each difference is a compile error.
+// If an SDK is available, declarations_match.mm includes both, and each difference is a compile
+// error.
 
 #ifdef KX_DECLARATIONS_MATCH
 #define KX_CONSTANT(type, name, value) \
