@@ -26,7 +26,7 @@ class DetectionTest : public fake::ProductFixture {
 
   /// Makes the services appear at the given poll, counted from 1.
   void ShowServicesAtPoll(std::size_t number) {
-    world.looks = 0;
+    world.polls = 0;
     world.sleeps.clear();
     world.processTables.assign(number - 1, {{1, "launchd", "/sbin/launchd"}});
     world.processTables.push_back(fake::RunningServices());
@@ -34,7 +34,7 @@ class DetectionTest : public fake::ProductFixture {
   }
 
   void ExpectPolls(std::size_t polls, std::size_t pauses) {
-    EXPECT_EQ(world.looks, polls);
+    EXPECT_EQ(world.polls, polls);
     EXPECT_EQ(world.sleeps.size(), pauses);
     EXPECT_THAT(world.sleeps, Each(5U));
   }

@@ -81,7 +81,7 @@ TEST_F(ServiceProcessesTest, EachPollFollowsAPause) {
   world.processTables.assign(6, {{1, "launchd", "/sbin/launchd"}});
   world.processTables.push_back(fake::RunningServices());
   EXPECT_TRUE(Tool().CheckRunningProcesses());
-  EXPECT_EQ(world.looks, 7U);
+  EXPECT_EQ(world.polls, 7U);
   std::vector<std::string> calls;
   for (int poll = 0; poll < 7; ++poll) calls.insert(calls.end(), {"sleep 5", "list processes"});
   EXPECT_THAT(world.Calls(), testing::ElementsAreArray(calls));
@@ -91,13 +91,13 @@ TEST_F(ServiceProcessesTest, PollsTenTimes) {
   world.processTables.assign(9, {{1, "launchd", "/sbin/launchd"}});
   world.processTables.push_back(fake::RunningServices());
   EXPECT_TRUE(Tool().CheckRunningProcesses());
-  EXPECT_EQ(world.looks, 10U);
+  EXPECT_EQ(world.polls, 10U);
 
-  world.looks = 0;
+  world.polls = 0;
   world.sleeps.clear();
   world.processTables.insert(world.processTables.begin(), {{1, "launchd", "/sbin/launchd"}});
   EXPECT_FALSE(Tool().CheckRunningProcesses());
-  EXPECT_EQ(world.looks, 10U);
+  EXPECT_EQ(world.polls, 10U);
   EXPECT_EQ(world.sleeps, std::vector<unsigned>(10, 5));
 }
 
@@ -126,7 +126,7 @@ TEST_F(ServiceProcessesTest, ShortNameIsIgnoredIfThePathCanBeRead) {
                           {2, "KXLDaemon", "/x/KXLDaemon"},
                           {3, "KXUpdDaemon", "/x/KXUpdDaemon"}}};
   EXPECT_FALSE(Tool().CheckRunningProcesses());
-  world.looks = 0;
+  world.polls = 0;
   world.processTables = {
       {{1, "sh", "/x/KXCoreIssues"}, {2, "python3", "/x/KXLDaemon"}, {3, "", "KXUpdDaemon"}}};
   EXPECT_TRUE(Tool().CheckRunningProcesses());
@@ -148,7 +148,7 @@ TEST_F(ServiceProcessesTest, PathsAreReadAtMostOncePerPoll) {
   }
   world.processTables = {processes};
   EXPECT_FALSE(Tool().CheckRunningProcesses());
-  EXPECT_EQ(world.looks, 10U);
+  EXPECT_EQ(world.polls, 10U);
   EXPECT_THAT(world.executableReads, Each(Pair(testing::_, 1)));
   EXPECT_THAT(world.shortNameReads, Each(Pair(Pair(testing::_, testing::Ge(2000)), 1)));
 }

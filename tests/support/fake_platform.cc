@@ -505,7 +505,7 @@ ProcessRecord::ProcessRecord(int processId, const char* shortName)
 
 std::string ProcessRecord::ShortName() const {
   World& world = World::Current();
-  ++world.shortNameReads[{world.looks, processId_}];
+  ++world.shortNameReads[{world.polls, processId_}];
   return shortName_;
 }
 
@@ -513,14 +513,14 @@ namespace {
 
 const std::vector<fake::Process>& CurrentProcesses() {
   const World& world = World::Current();
-  return world.processTables[std::min(world.looks, world.processTables.size()) - 1];
+  return world.processTables[std::min(world.polls, world.processTables.size()) - 1];
 }
 
 }  // namespace
 
 bool ListProcesses(std::vector<ProcessRecord>& records) {
   World& world = World::Current();
-  ++world.looks;
+  ++world.polls;
   world.Record("list processes");
   if (world.FailsNow("ListProcesses")) return false;
   if (world.processTableFails) return false;
@@ -533,9 +533,9 @@ bool ListProcesses(std::vector<ProcessRecord>& records) {
 
 bool ExecutablePath(int processId, std::string& path) {
   World& world = World::Current();
-  if (world.looks == 0) world.looks = 1;
+  if (world.polls == 0) world.polls = 1;
   if (world.FailsNow("ExecutablePath")) return false;
-  ++world.executableReads[{world.looks, processId}];
+  ++world.executableReads[{world.polls, processId}];
   for (const fake::Process& process : CurrentProcesses()) {
     if (process.processId != processId || !process.executablePath) continue;
     path = *process.executablePath;

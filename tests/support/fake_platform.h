@@ -111,7 +111,7 @@ class World {
 
   // Processes: one table per listing; the last one repeats.
   std::vector<std::vector<Process>> processTables = {{{1, "launchd", "/sbin/launchd"}}};
-  std::size_t looks = 0;
+  std::size_t polls = 0;
   bool processTableFails = false;
   /// How often the path and the short name were read, by listing (from 1) and process.
   std::map<std::pair<std::size_t, int>, int> executableReads;

@@ -38,8 +38,8 @@ INVALID_KEY_USAGE = -2147408890
 NO_BASIC_CONSTRAINTS = -2147408894
 
 TEAM = "QK7ZP2M9XD"
-MAKER = f"Developer ID Application: Corvane SRL ({TEAM})"
-CHAIN = (MAKER, "Simulated Root CA Developer ID", "Simulated Root CA")
+VENDOR = f"Developer ID Application: Corvane SRL ({TEAM})"
+CHAIN = (VENDOR, "Simulated Root CA Developer ID", "Simulated Root CA")
 
 
 @dataclasses.dataclass

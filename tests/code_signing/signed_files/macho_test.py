@@ -6,7 +6,7 @@ import unittest
 from simulator.signing import sign_macho
 from simulator.signing.macho import PROCESSORS, Image, Slice, build_fat, build_thin
 from tests.code_signing.signed_files.kit import (
-    BAD_OBJECT_FORMAT, INFO_PLIST_FAILED, INTERNAL, MAKER, SIGNATURE_FAILED, SIGNATURE_INVALID,
+    BAD_OBJECT_FORMAT, INFO_PLIST_FAILED, INTERNAL, VENDOR, SIGNATURE_FAILED, SIGNATURE_INVALID,
     UNSIGNED, VALID, SignedFileTestCase, flipped, patched)
 
 PLIST = b"<plist version='1.0'><dict><key>CFBundleIdentifier</key><string>a.b</string></dict></plist>"
@@ -42,7 +42,7 @@ class ThinTest(MachOTestCase):
             with self.subTest(processor):
                 signed = self.sign(build_thin(Slice(processor, info_plist=PLIST)))
                 verdict = self.assert_data(VALID, signed)
-                self.assertEqual((verdict.team, verdict.certificates[0]), ("QK7ZP2M9XD", MAKER))
+                self.assertEqual((verdict.team, verdict.certificates[0]), ("QK7ZP2M9XD", VENDOR))
 
     def test_every_file_type(self):
         for kind in ("execute", "preload", "dylib", "dylinker", "bundle", "kext"):
@@ -146,7 +146,7 @@ class UniversalTest(MachOTestCase):
         pieces = [Slice(name, seed=number) for number, name in enumerate(PROCESSORS)]
         signed = self.sign(build_fat(pieces))
         verdict = self.assert_data(VALID, signed)
-        self.assertEqual(verdict.certificates[0], MAKER)
+        self.assertEqual(verdict.certificates[0], VENDOR)
         for start in self.starts(signed):
             with self.subTest(start):
                 self.assert_data(SIGNATURE_FAILED, flipped(signed, start + 0x500))

@@ -6,7 +6,7 @@ import unittest.mock
 
 from simulator.signing import Timestamp, blobs, cms, der, sign_file
 from tests.code_signing.signed_files.kit import (
-    BAD_BUNDLE_FORMAT, CHAIN, MAKER, NOT_FOUND, SIGNATURE_FAILED, SIGNATURE_INVALID, TEAM, UNSIGNED,
+    BAD_BUNDLE_FORMAT, CHAIN, VENDOR, NOT_FOUND, SIGNATURE_FAILED, SIGNATURE_INVALID, TEAM, UNSIGNED,
     VALID, SignedFileTestCase, check_unprivileged, flipped, super_blob)
 
 OTHER_TEAM = "ABCDE12345"
@@ -81,7 +81,7 @@ class ContentTest(PlainFileTestCase):
                     self.path.write_bytes(changed)
                     verdict = self.assert_validity(SIGNATURE_FAILED, self.path)
                     # The signature itself still holds, so its chain is known.
-                    self.assertEqual(verdict.certificates[0], MAKER)
+                    self.assertEqual(verdict.certificates[0], VENDOR)
 
     def test_finds_a_wrong_hash_of_any_directory(self):
         self.make(hashes=("sha256", "sha1"), agility=())

@@ -7,7 +7,7 @@ import unittest.mock
 
 from simulator.signing import blobs, cms, der, sign_file
 from tests.code_signing.signed_files.kit import (
-    DECODE, MAKER, SIGNATURE_FAILED, SIGNATURE_INVALID, SIGNATURE_UNSUPPORTED, TEAM,
+    DECODE, VENDOR, SIGNATURE_FAILED, SIGNATURE_INVALID, SIGNATURE_UNSUPPORTED, TEAM,
     UNKNOWN_FORMAT, UNSIGNED, UNSUPPORTED_DIGEST, VALID, SignedFileTestCase, flipped, patched,
     super_blob)
 
@@ -188,7 +188,7 @@ class SpecialSlotTest(SignatureTestCase):
                 blob = found.pop(slot)
                 self.assert_changed(SIGNATURE_FAILED, slot, flipped(blob, len(blob) - 1))
                 verdict = self.assert_components(SIGNATURE_FAILED, found)
-                self.assertEqual(verdict.certificates[0], MAKER)
+                self.assertEqual(verdict.certificates[0], VENDOR)
 
     def test_what_no_slot_seals_is_ignored(self):
         self.make()
