@@ -48,6 +48,7 @@ constexpr ComponentFile kComponentFiles[] = {
 
 constexpr char kVersions[] = "Versions";
 constexpr char kCurrentVersion[] = "Current";
+constexpr std::size_t kMaxVersions = 64;
 
 bool IsDirectory(const std::string& path) {
   struct stat status {};
@@ -116,22 +117,27 @@ class BundleRepresentation : public DiskRepresentation {
   /// Checks the entries of a directory above the resource root. `next` is the one that leads there.
   static OsStatus CheckLevel(const std::string& directory, const std::string& next,
                              std::vector<std::string>& versions) {
-    std::vector<std::string> names;
     struct stat sealed {};
-    if (const int error = ListDirectory(AT_FDCWD, JoinPath(directory, "."), names); error != 0) {
-      return StatusFromErrno(error);
-    }
     if (stat(JoinPath(directory, next).c_str(), &sealed) != 0) return StatusFromErrno(errno);
-    for (const std::string& name : names) {
-      const std::string path = JoinPath(directory, name);
-      struct stat status {};
-      if (lstat(path.c_str(), &status) != 0) return StatusFromErrno(errno);
-      if (S_ISLNK(status.st_mode) && IsUsualLink(path, name, next)) continue;
-      if (!S_ISDIR(status.st_mode)) return kErrSecCSBadResource;
-      if (HasSameIdentity(status, sealed)) continue;
-      if (next != kCurrentVersion) return kErrSecCSBadResource;
-      versions.push_back(path);
-    }
+    OsStatus result = kErrSecSuccess;
+    const int error =
+        VisitDirectory(AT_FDCWD, JoinPath(directory, "."), [&](const std::string& name) {
+          if (result == kErrSecSuccess)
+            result = CheckUnsealed(JoinPath(directory, name), name, next, sealed, versions);
+        });
+    return error == 0 ? result : StatusFromErrno(error);
+  }
+
+  static OsStatus CheckUnsealed(const std::string& path, const std::string& name,
+                                const std::string& next, const struct stat& sealed,
+                                std::vector<std::string>& versions) {
+    struct stat status {};
+    if (lstat(path.c_str(), &status) != 0) return StatusFromErrno(errno);
+    if (S_ISLNK(status.st_mode) && IsUsualLink(path, name, next)) return kErrSecSuccess;
+    if (!S_ISDIR(status.st_mode)) return kErrSecCSBadResource;
+    if (HasSameIdentity(status, sealed)) return kErrSecSuccess;
+    if (next != kCurrentVersion || versions.size() == kMaxVersions) return kErrSecCSBadResource;
+    versions.push_back(path);
     return kErrSecSuccess;
   }
 
@@ -288,7 +294,6 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
     return inside.substr(std::min(directory.size() + 1, inside.size()));
   };
   std::string relativeRoot = relative(layout.resourceRoot);
-  const std::string relativeCode = relative(code);
   const std::string before = std::exchange(layout.resourceRoot, resources.Path());
   const auto rebase = [&](std::string& inside) {
     if (inside.compare(0, before.size() + 1, before + "/") == 0) {
@@ -303,18 +308,26 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
       status != kErrSecSuccess) {
     return status;
   }
-  const auto reachesSame = [&](const std::string& used) {
-    const Descriptor found = OpenAt(AT_FDCWD, used, O_PATH | O_CLOEXEC);
-    return found.IsOpen() && root.Reaches(relative(used), found.Get());
+  // Links would let the executable find other files beside it than the sealed ones, and let users
+  // of the bundle find another executable.
+  const auto isInPlace = [&](const std::string& used, int file) {
+    const std::optional<std::string> location = resources.Locate(file);
+    return location && used == JoinPath(resources.Path(), *location) && !IsNeverSealed(*location);
+  };
+  const auto isSame = [](const std::string& used, int file) {
+    struct stat found {};
+    struct stat opened {};
+    return stat(used.c_str(), &found) == 0 && fstat(file, &opened) == 0 &&
+           HasSameIdentity(found, opened);
   };
   const int file = executable->Code().Number();
-  // What lies beside the executable must be sealed: it may load libraries from there.
-  const std::optional<std::string> location = resources.Locate(file);
-  const bool isWhatIsUsed = location && !IsNeverSealed(*location) &&
-                            root.Reaches(relativeCode, file) &&
-                            (!ownExecutable || root.Reaches(relative(*ownExecutable), file)) &&
-                            (!ownInformationPath || reachesSame(*ownInformationPath)) &&
-                            (name == BundleName::kExecutable || IsDirectory(directory));
+  bool isWhatIsUsed = isInPlace(code, file) && (!ownExecutable || isSame(*ownExecutable, file)) &&
+                      (name == BundleName::kExecutable || IsDirectory(directory));
+  if (layout.informationPath) {
+    const Descriptor information = OpenAt(AT_FDCWD, *layout.informationPath, O_PATH | O_CLOEXEC);
+    isWhatIsUsed = isWhatIsUsed && information.IsOpen() &&
+                   isInPlace(*layout.informationPath, information.Get());
+  }
   representation = std::make_unique<BundleRepresentation>(
       std::move(root), std::move(resources), std::move(relativeRoot), std::move(layout),
       std::move(executable), isWhatIsUsed);
@@ -325,7 +338,8 @@ std::optional<std::string> FindBundleOfExecutable(const std::string& path,
                                                   PropertyListBudget& lists) {
   std::error_code error;
   const std::string absolute = std::filesystem::absolute(path, error).lexically_normal().string();
-  if (error) return std::nullopt;
+  // The system follows a link before a ".." behind it.
+  if (error || !std::filesystem::equivalent(path, absolute, error)) return std::nullopt;
   std::string directory = ParentPath(absolute);
   if (LastPathComponent(directory) == "MacOS") {
     directory = ParentPath(directory);

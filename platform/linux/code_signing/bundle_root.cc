@@ -4,12 +4,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <filesystem>
 #include <memory>
-#include <string_view>
 
 namespace platform::code_signing {
 namespace {
@@ -47,38 +44,6 @@ std::optional<std::string> BundleRoot::Locate(int descriptor) const {
   return location.substr(prefix.size());
 }
 
-bool BundleRoot::Reaches(const std::string& path, int descriptor) const {
-  constexpr int kMaxLinks = 40;  // the kernel's limit
-  int links = 0;
-  std::filesystem::path reached;
-  std::filesystem::path rest = path;
-  while (!rest.empty()) {
-    const std::filesystem::path name = *rest.begin();
-    if (name.is_absolute()) return false;
-    rest = rest.lexically_relative(name);
-    if (rest == ".") rest.clear();
-    if (name == "..") {
-      if (reached.empty()) return false;
-      reached = reached.parent_path();
-      continue;
-    }
-    char text[PATH_MAX];
-    const std::string next = reached / name;
-    const ssize_t length = readlinkat(directory_.Get(), next.c_str(), text, sizeof text);
-    if (length < 0) {
-      reached = next;
-    } else if (++links > kMaxLinks || length == ssize_t{sizeof text}) {
-      return false;
-    } else {
-      rest = std::filesystem::path(text, text + length) / rest;
-    }
-  }
-  struct stat found {};
-  struct stat opened {};
-  return fstatat(directory_.Get(), reached.c_str(), &found, AT_SYMLINK_NOFOLLOW) == 0 &&
-         fstat(descriptor, &opened) == 0 && HasSameIdentity(found, opened);
-}
-
 bool IsNeverSealed(const std::string& path) {
   const std::string first = path.substr(0, path.find('/'));
   return first == "_CodeSignature" || first == "CodeResources" || first == "_MASReceipt";
@@ -90,8 +55,8 @@ bool HasSameIdentity(const struct stat& a, const struct stat& b) {
 
 std::string PathOf(const Descriptor& file) { return kOpenFiles + std::to_string(file.Get()); }
 
-int ListDirectory(int parent, const std::string& path, std::vector<std::string>& names) {
-  names.clear();
+int VisitDirectory(int parent, const std::string& path,
+                   const std::function<void(const std::string& name)>& visit) {
   Descriptor directory = OpenAt(parent, path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (!directory.IsOpen()) return errno;
   const std::unique_ptr<DIR, CloseStream> stream(fdopendir(directory.Get()));
@@ -99,13 +64,11 @@ int ListDirectory(int parent, const std::string& path, std::vector<std::string>&
   directory.Release();  // the stream closes it
   errno = 0;
   while (const dirent* const entry = readdir(stream.get())) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
+    const std::string name = entry->d_name;
+    if (name != "." && name != "..") visit(name);
     errno = 0;
   }
-  if (errno != 0) return errno;
-  std::sort(names.begin(), names.end());
-  return 0;
+  return errno;
 }
 
 }  // namespace platform::code_signing

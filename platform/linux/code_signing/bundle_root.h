@@ -3,9 +3,9 @@
 
 #include <sys/stat.h>
 
+#include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "platform/posix/descriptor.h"
 
@@ -34,10 +34,6 @@ class BundleRoot {
 
   bool Contains(int descriptor) const { return Locate(descriptor).has_value(); }
 
-  /// Whether a path, relative to the directory, leads every process to a given open file: without
-  /// leaving the directory on the way, and without a link that depends on the process.
-  bool Reaches(const std::string& path, int descriptor) const;
-
  private:
   Descriptor directory_;
   std::string location_;  ///< of the directory when it was opened
@@ -47,10 +43,12 @@ class BundleRoot {
 /// itself, and the App Store receipt.
 bool IsNeverSealed(const std::string& path);
 
-/// Lists a directory, sorted, without "." and "..". Does not follow a symbolic link.
+/// Calls `visit` with the name of each entry of a directory except "." and "..". Does not follow a
+/// symbolic link.
 /// @param parent an open directory, or AT_FDCWD, to which `path` is relative.
 /// @return 0 or the `errno`.
-int ListDirectory(int parent, const std::string& path, std::vector<std::string>& names);
+int VisitDirectory(int parent, const std::string& path,
+                   const std::function<void(const std::string& name)>& visit);
 
 }  // namespace platform::code_signing
 

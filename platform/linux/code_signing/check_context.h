@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <map>
@@ -48,8 +49,11 @@ class WorkBudget {
   /// Charges for one piece of nested code.
   void ChargeForNestedCode() { Charge(nestedCode_, 1); }
 
-  /// Charges for one entry of a bundle's directories.
-  void ChargeForEntry() { Charge(entries_, 1); }
+  /// Charges for one entry of a bundle's directories. Each rule is matched with its whole path.
+  void ChargeForEntry(std::uint64_t pathLength) {
+    constexpr std::uint64_t kUsualLength = 128;
+    Charge(entries_, std::max(pathLength, kUsualLength));
+  }
 
   /// Charges for one path of a file with several hard links. Such a file is hashed once for each
   /// path.
@@ -71,7 +75,7 @@ class WorkBudget {
   std::uint64_t messages_ = std::uint64_t{4} << 20;
   std::uint64_t components_ = std::uint64_t{256} << 20;
   std::uint64_t nestedCode_ = 1000;
-  std::uint64_t entries_ = std::uint64_t{1} << 16;
+  std::uint64_t entries_ = std::uint64_t{8} << 20;
   std::map<std::pair<dev_t, ino_t>, int> names_;
 };
 

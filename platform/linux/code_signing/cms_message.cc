@@ -15,7 +15,7 @@ namespace {
 
 // Real messages are about ten thousand bytes long. Values can take 50 times the memory of their
 // encoding.
-constexpr std::size_t kMaxMessageSize = 256U << 10U;
+constexpr std::size_t kMaxMessageSize = 64U << 10U;
 
 constexpr char kSequenceTag = 0x30;
 

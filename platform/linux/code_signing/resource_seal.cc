@@ -148,9 +148,12 @@ class ResourceCheck {
   /// Visits everything below a directory.
   OsStatus Walk(const Descriptor& directory, const std::string& path) {
     std::vector<std::string> names;
-    if (const int error = ListDirectory(directory.Get(), ".", names); error != 0) {
-      return StatusFromErrno(error);
-    }
+    const int error = VisitDirectory(directory.Get(), ".", [&](const std::string& name) {
+      context_.budget.ChargeForEntry(path.size() + name.size());
+      names.push_back(name);
+    });
+    if (error != 0) return StatusFromErrno(error);
+    std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
       if (const OsStatus status = Visit(directory, name, JoinPath(path, name));
           status != kErrSecSuccess) {
@@ -161,7 +164,6 @@ class ResourceCheck {
   }
 
   OsStatus Visit(const Descriptor& directory, const std::string& name, const std::string& path) {
-    context_.budget.ChargeForEntry();
     if (path.size() > kMaxPathLength) return kErrSecCSBadResource;
     struct stat status {};
     if (fstatat(directory.Get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -181,9 +183,8 @@ class ResourceCheck {
           OpenAt(directory.Get(), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       return inner.IsOpen() ? Walk(inner, path) : StatusFromErrno(errno);
     }
-    const bool isSealable = S_ISREG(status.st_mode) || isLink;
-    if (!isSealable) return IsSealed(path) ? Collect(kErrSecCSBadResource) : kErrSecSuccess;
     if (rule == nullptr || rule->isOmitted) return kErrSecSuccess;
+    if (!S_ISREG(status.st_mode) && !isLink) return Collect(kErrSecCSBadResource);
     return CheckEntry({directory, name, path, isLink});
   }
 

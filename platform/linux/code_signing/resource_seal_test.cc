@@ -196,11 +196,15 @@ TEST_F(ResourceSealTest, FindsChangedKinds) {
   EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
 }
 
-TEST_F(ResourceSealTest, LeavesOutWhatRulesOmitAndOtherKinds) {
+TEST_F(ResourceSealTest, LeavesOutWhatRulesOmitAndDirectories) {
   directory_.Write("Contents/Resources/.DS_Store", "x");
   directory_.MakeDirectory("Contents/Resources/empty/directories");
-  ASSERT_EQ(mkfifo(directory_.Path("Contents/Resources/pipe").c_str(), 0600), 0);
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+}
+
+TEST_F(ResourceSealTest, PipesAreNeverSealed) {
+  ASSERT_EQ(mkfifo(directory_.Path("Contents/Resources/pipe").c_str(), 0600), 0);
+  EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
 }
 
 TEST_F(ResourceSealTest, OmittedDirectoriesAreEntered) {
@@ -303,7 +307,7 @@ TEST_F(ResourceSealTest, FilesMustNotHaveManyNames) {
 
 TEST_F(ResourceSealTest, EntriesAreLimited) {
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);
-  for (int i = 0; i < 65525; ++i) context_.budget.ChargeForEntry();
+  for (int i = 0; i < 65525; ++i) context_.budget.ChargeForEntry(1);
   EXPECT_THROW(CheckUsual(), BudgetExceeded);
 }
 

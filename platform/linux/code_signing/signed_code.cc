@@ -33,8 +33,14 @@ OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<CheckContext>
 
 OsStatus SignedCode::Validate(const Requirement& requirement) {
   if (!code_->IsWhatIsUsed()) return kErrSecCSSignatureFailed;
-  const OsStatus status = CheckSlices(requirement);
-  return status == kErrSecSuccess ? CheckSealedResources() : status;
+  std::vector<std::string> versions;
+  OsStatus status = code_->ListUnsealed(versions);
+  if (status == kErrSecSuccess) status = CheckSlices(requirement);
+  if (status == kErrSecSuccess) status = CheckSealedResources();
+  for (std::size_t i = 0; i < versions.size() && status == kErrSecSuccess; ++i) {
+    status = CheckNestedCode(versions[i], requirement);
+  }
+  return status;
 }
 
 OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
@@ -87,15 +93,7 @@ OsStatus SignedCode::CheckNestedCode(const std::string& path,
           : OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
   if (status != kErrSecSuccess) return status;
   if (!code_->Root()->Contains(representation->Code().Number())) return kErrSecCSBadNestedCode;
-  std::vector<std::string> versions;
-  status = representation->ListUnsealed(versions);
-  if (status != kErrSecSuccess) return status;
-  SignedCode nested(std::move(representation), context_, depth_ + 1);
-  status = nested.Validate(requirement);
-  for (std::size_t i = 0; i < versions.size() && status == kErrSecSuccess; ++i) {
-    status = CheckNestedCode(versions[i], requirement);
-  }
-  return status;
+  return SignedCode(std::move(representation), context_, depth_ + 1).Validate(requirement);
 }
 
 SigningInformation SignedCode::CopySigningInformation() {

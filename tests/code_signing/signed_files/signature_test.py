@@ -259,8 +259,8 @@ class MessageTest(SignatureTestCase):
         self.assert_message(SIGNATURE_FAILED, self.message(content=b"other", attached=True))
 
     def test_announced_digests(self):
-        for name, expected, count in (("none", SIGNATURE_FAILED, 0), ("many", VALID, 14000),
-                                      ("a message that is too large", UNKNOWN_FORMAT, 20000)):
+        for name, expected, count in (("none", SIGNATURE_FAILED, 0), ("many", VALID, 3000),
+                                      ("a message that is too large", UNKNOWN_FORMAT, 5000)):
             with self.subTest(name):
                 self.assert_message(expected, self.message().replace(
                     der.set_of(cms.SHA256), der.set_of(*[cms.SHA256] * count), 1))
