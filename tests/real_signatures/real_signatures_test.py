@@ -302,7 +302,6 @@ class FrameworkTest(unittest.TestCase):
             self.assertEqual(validity(path, "/nonexistent"), VALID, path)
 
     def test_changes_are_found(self):
-        """The application's check finds each, whatever the framework's own check says."""
         header = self.version / "Headers/NativeScript.h"
         code = self.version / "NativeScript"
 
@@ -321,7 +320,7 @@ class FrameworkTest(unittest.TestCase):
                  lambda: append(self.version / "Resources/Info.plist")),
                 ("code", SIGNATURE_FAILED,
                  lambda: code.write_bytes(flipped(code.read_bytes(), 0x8000))),
-                ("file beside what is sealed", VALID, (self.nested / "added").touch)):
+                ("file beside what is sealed", BAD_RESOURCE, (self.nested / "added").touch)):
             with self.subTest(name):
                 change()
                 self.assert_found(alone)
@@ -332,7 +331,7 @@ class FrameworkTest(unittest.TestCase):
         shutil.copytree(self.version, self.nested / "Versions/B", symlinks=True)
         self.assertEqual(validity(self.bundle, "/nonexistent"), VALID)
         (self.nested / "Versions/B/Headers/NativeScript.h").unlink()
-        self.assert_found(VALID)
+        self.assert_found(BAD_RESOURCE)
 
 
 if __name__ == "__main__":
