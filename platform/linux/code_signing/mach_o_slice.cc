@@ -47,7 +47,6 @@ constexpr std::uint64_t kFirstSliceOffset = 16;
 }  // namespace
 
 std::optional<MachOHeader> ParseMachOHeader(std::string_view bytes) {
-  if (bytes.size() < kMachOHeaderSize) return std::nullopt;
   for (const ByteOrder order : {ByteOrder::kLittle, ByteOrder::kBig}) {
     const ByteReader reader(bytes, order);
     const std::uint32_t magic = reader.U32(0);
@@ -89,25 +88,17 @@ OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std
   return kErrSecSuccess;
 }
 
-bool MachOSlice::ReadAt(std::uint64_t offset, Command& command) const {
-  const ByteReader reader = Commands();
-  if (!reader.Contains(offset, kCommandHeaderSize)) return false;
-  command = {reader.U32(offset), offset, reader.U32(offset + 4)};
-  return true;
-}
-
-MachOSlice::Step MachOSlice::First(Command& command) const {
-  return ReadAt(0, command) ? Step::kCommand : Step::kMalformed;
+MachOSlice::Command MachOSlice::ReadAt(std::uint64_t offset) const {
+  return {Commands().U32(offset), offset, Commands().U32(offset + 4)};
 }
 
 MachOSlice::Step MachOSlice::Next(Command& command) const {
   if (command.size == 0) return Step::kMalformed;
   const std::uint64_t offset = command.offset + command.size;
   if (offset >= commands_.size()) return Step::kEnd;
-  if (!ReadAt(offset, command) || !Commands().Contains(offset, command.size)) {
-    return Step::kMalformed;
-  }
-  return Step::kCommand;
+  command = ReadAt(offset);
+  const bool isInside = Commands().Contains(offset, std::max(command.size, kCommandHeaderSize));
+  return isInside ? Step::kCommand : Step::kMalformed;
 }
 
 bool MachOSlice::HasName(std::uint64_t offset, const char* name) const {
@@ -118,8 +109,8 @@ bool MachOSlice::HasName(std::uint64_t offset, const char* name) const {
 // Checks the segments up to the last one of a valid image. Its end does not matter, but commands
 // that are too small make the image malformed.
 OsStatus MachOSlice::CheckSegments() const {
-  Command command;
-  Step step = First(command);
+  Command command = ReadAt(0);
+  Step step = Step::kCommand;
   for (; step == Step::kCommand; step = Next(command)) {
     const bool isSegment = command.type == kSegment || command.type == kSegment64;
     const std::uint64_t least = command.type == kSegment     ? kLayout32.size
@@ -136,8 +127,8 @@ OsStatus MachOSlice::CheckSegments() const {
 
 OsStatus MachOSlice::FindSignature(std::optional<Range>& signature) const {
   signature.reset();
-  Command command;
-  Step step = First(command);
+  Command command = ReadAt(0);
+  Step step = Step::kCommand;
   while (step == Step::kCommand && command.type != kCodeSignature) step = Next(command);
   if (step == Step::kEnd) return kErrSecSuccess;
   if (step == Step::kMalformed || command.size < kCodeSignatureSize ||
@@ -151,8 +142,8 @@ OsStatus MachOSlice::FindSignature(std::optional<Range>& signature) const {
 }
 
 std::optional<MachOSlice::Range> MachOSlice::FindInfoPlist() const {
-  Command command;
-  for (Step step = First(command); step == Step::kCommand; step = Next(command)) {
+  Command command = ReadAt(0);
+  for (Step step = Step::kCommand; step == Step::kCommand; step = Next(command)) {
     if (command.type != kSegment && command.type != kSegment64) continue;
     if (command.size < kLayout32.size) return std::nullopt;
     if (HasName(command.offset + kSegmentName, "__TEXT")) return FindInfoPlistIn(command);

@@ -74,9 +74,8 @@ class MachOSlice {
 
   enum class Step { kCommand, kEnd, kMalformed };
 
-  Step First(Command& command) const;
+  Command ReadAt(std::uint64_t offset) const;
   Step Next(Command& command) const;
-  bool ReadAt(std::uint64_t offset, Command& command) const;
   OsStatus CheckSegments() const;
   bool HasName(std::uint64_t offset, const char* name) const;
   std::optional<Range> FindInfoPlistIn(const Command& segment) const;
