@@ -181,6 +181,10 @@ TEST_F(DispatcherTest, LinkNamesAreCheckedBeforeTheSwitch) {
   EXPECT_THAT(TakeLog(), ElementsAre("Getting installation link", "Bad arguments provided.",
                                      "\"-slUrl\" is missing", "\"-apiKey\" is missing",
                                      "\"-packageName\" is empty"));
+  EXPECT_EQ(Run({"-getInstallationLink", "-packageName", "p", "-bogus", "u", "-apiKey", "k", "-x"}),
+            22);
+  EXPECT_THAT(TakeLog(), ElementsAre("Getting installation link", "Bad arguments provided.",
+                                     "\"-slUrl\" is missing", "\"-apiKey\" is missing"));
 }
 
 TEST_F(DispatcherTest, ScanTimeoutIsAtLeastFive) {

@@ -49,6 +49,15 @@ TEST_F(CallbacksTest, CompletionOfAnotherBatch) {
   EXPECT_THAT(Tool().sdkResponse, IsEmpty());
 }
 
+TEST_F(CallbacksTest, CompletionWithoutABatchOrAContext) {
+  OnRan(&Tool(), nullptr, 0, "text");
+  EXPECT_THAT(TakeLog(), ElementsAre("Start OnRan", "Is null batch_context = 1", "Error = 0",
+                                     "Is null result = 0"));
+  OnRan(nullptr, Batch(), 0, "text");
+  EXPECT_FALSE(isReady);
+  EXPECT_THAT(Tool().sdkResponse, IsEmpty());
+}
+
 TEST_F(CallbacksTest, FirstCharacterOfTheBatchIsSigned) {
   OnRan(&Tool(), "\x80", 0, nullptr);
   EXPECT_EQ(TakeLog()[2], "Batch context = -128");

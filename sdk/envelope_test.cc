@@ -325,5 +325,13 @@ TEST_F(EnvelopeTest, WrapperPutsTheErrorOfTheMethodBeforeTheStatusOfTheSdk) {
                                    "Agent SDK failed with error code: 7"));
 }
 
+TEST_F(EnvelopeTest, WrapperReturnsTheStatusOfTheSdk) {
+  sdk.Install();
+  sdk.answers = {Answer(R"({"a":1})")};
+  sdk.unregisterStatuses = {5};
+  EXPECT_EQ(Tool().ExecuteAgentSDKMethodWrapper("Product.GetStatus", output, Log()), 5);
+  EXPECT_EQ(TakeLog().back(), "API failed with error code: 5");
+}
+
 }  // namespace
 }  // namespace sdk

@@ -145,11 +145,13 @@ std::string MakeCms(const CmsPlan& plan) {
   return {reinterpret_cast<char*>(encoded), static_cast<std::size_t>(length)};
 }
 
-std::string MakeTimestampToken(const std::vector<TestSigner>& signers,
-                               const std::string& imprinted) {
-  const std::string sha256(Der(kSequence, "\x06\x09\x60\x86\x48\x01\x65\x03\x04\x02\x01"));
+std::string MakeTimestampToken(const std::vector<TestSigner>& signers, const std::string& imprinted,
+                               HashType digest) {
+  const std::string algorithm =
+      Der(0x06, digest == HashType::kSha1 ? "\x2B\x0E\x03\x02\x1A"
+                                          : "\x60\x86\x48\x01\x65\x03\x04\x02\x01");
   const std::string imprint =
-      Der(kSequence, sha256 + Der(kOctetString, DigestOf(HashType::kSha256, imprinted)));
+      Der(kSequence, Der(kSequence, algorithm) + Der(kOctetString, DigestOf(digest, imprinted)));
   CmsPlan plan;
   plan.content = Der(kSequence, Der(0x02, "\x01") + Der(0x06, "\x2A\x03") + imprint +
                                     Der(0x02, "\x01") + Der(0x18, "19700101002500Z"));

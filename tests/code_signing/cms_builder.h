@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/linux/code_signing/certificate.h"
+#include "platform/linux/code_signing/digest.h"
 
 namespace platform::code_signing {
 
@@ -75,8 +76,9 @@ struct CmsPlan {
 std::string MakeCms(const CmsPlan& plan);
 
 /// Makes an RFC 3161 token for `imprinted`, at the time 1500.
-std::string MakeTimestampToken(const std::vector<TestSigner>& signers,
-                               const std::string& imprinted);
+/// @param digest of the imprint: kSha1 or kSha256.
+std::string MakeTimestampToken(const std::vector<TestSigner>& signers, const std::string& imprinted,
+                               HashType digest = HashType::kSha256);
 
 /// Encodes a value in DER. @param tag the whole identifier octet.
 std::string Der(unsigned char tag, const std::string& contents);

@@ -11,7 +11,7 @@ using namespace std::string_literals;
 
 TEST(BerExtentTest, FindsTheEndOfAValue) {
   for (const std::string& whole :
-       {"\x05\x00"s, "\x30\x03\x02\x01\x05"s, "\x30\x80\x00\x00"s,
+       {"\x00\x00"s, "\x05\x00"s, "\x30\x03\x02\x01\x05"s, "\x30\x80\x00\x00"s,
         "\x30\x80\x24\x80\x04\x01\x00\x00\x00\x00\x00"s, "\x04\x81\x01x"s, "\x1F\x81\x01\x00"s,
         "\x30\x80\x30\x02\x00\x00\x00\x00"s}) {
     EXPECT_EQ(FindBerExtent(whole), BerExtent::kComplete) << testing::PrintToString(whole);

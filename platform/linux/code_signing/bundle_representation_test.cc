@@ -203,6 +203,11 @@ TEST_F(NestedBundleTest, HoldsNothingUnsealed) {
   EXPECT_EQ(Status(), kErrSecCSBadResource);
 }
 
+TEST_F(NestedBundleTest, MustHaveCode) {
+  std::filesystem::remove_all(directory_.Path("Agent.app/Contents/MacOS/helper.dylib/Contents"));
+  EXPECT_EQ(Status(), kErrSecCSBadBundleFormat);
+}
+
 TEST_F(NestedBundleTest, MustNotBeALink) {
   const std::string helper = "Agent.app/Contents/MacOS/helper.dylib";
   std::filesystem::rename(directory_.Path(helper), directory_.Path("elsewhere"));

@@ -143,7 +143,7 @@ const MachOFile::LoadedSlice& MachOFile::Load(std::size_t slice) const {
 OsStatus MachOFile::Fill(LoadedSlice& loaded) const {
   const SliceEntry& entry = slices_[loaded.index];
   MachOSlice slice;
-  OsStatus status = MachOSlice::Read(file_, entry.offset, entry.size, slice);
+  OsStatus status = MachOSlice::Read(file_, entry.offset, slice);
   if (status != kErrSecSuccess) return status;
   if (isUniversal_ && loaded.index == 0 && slice.FileType() == 0) return kErrSecCSBadObjectFormat;
   loaded.infoPlist = slice.FindInfoPlist();

@@ -66,8 +66,7 @@ bool IsUniversalHeader(std::string_view bytes) {
          ByteReader(bytes, ByteOrder::kLittle).U32(0) == kUniversalMagic;
 }
 
-OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std::uint64_t size,
-                          MachOSlice& slice) {
+OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, MachOSlice& slice) {
   const std::optional<std::string> bytes = file.ReadPiece(start, kMachOHeaderSize);
   const std::optional<MachOHeader> header = bytes ? ParseMachOHeader(*bytes) : std::nullopt;
   if (!header || header->commandsSize < kCommandHeaderSize) return kErrSecCSBadObjectFormat;
@@ -80,10 +79,7 @@ OsStatus MachOSlice::Read(const RandomAccessFile& file, std::uint64_t start, std
   candidate.fileType_ = header->fileType;
   candidate.commandsEnd_ = header->Size() + commands->size();
   candidate.commands_ = std::move(*commands);
-  if (size != 0) {
-    const OsStatus status = candidate.CheckSegments();
-    if (status != kErrSecSuccess) return status;
-  }
+  if (const OsStatus status = candidate.CheckSegments(); status != kErrSecSuccess) return status;
   slice = std::move(candidate);
   return kErrSecSuccess;
 }

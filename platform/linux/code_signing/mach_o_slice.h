@@ -46,11 +46,9 @@ class MachOSlice {
   };
 
   /// Reads the header and the load commands of the image that starts at offset `start` in a file.
-  /// @param size the image's size, or 0. Checks the segments only when the size is known.
   /// @param slice is filled on success.
   /// @return kErrSecCSBadObjectFormat for an image that is malformed.
-  static OsStatus Read(const RandomAccessFile& file, std::uint64_t start, std::uint64_t size,
-                       MachOSlice& slice);
+  static OsStatus Read(const RandomAccessFile& file, std::uint64_t start, MachOSlice& slice);
 
   std::uint32_t FileType() const { return fileType_; }
 

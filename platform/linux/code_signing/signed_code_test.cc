@@ -102,6 +102,46 @@ TEST_F(SignedFileTest, RejectsAnAddedDirectoryOfAnUnknownType) {
       kErrSecCSSignatureFailed);
 }
 
+TEST_F(SignedFileTest, AttributesNameEachKnownDirectory) {
+  constexpr char kSha256[] = "\x60\x86\x48\x01\x65\x03\x04\x02\x01";
+  constexpr char kSha384[] = "\x60\x86\x48\x01\x65\x03\x04\x02\x02";
+  const auto named = [](const char* digest, const std::string& hash) {
+    return Der(0x30, Der(0x06, digest) + Der(0x04, hash));
+  };
+  const auto status = [&](const std::map<Slot, std::string>& directories,
+                          const std::vector<std::string>& values) {
+    CmsPlan plan;
+    plan.signedAttributes = {{kSecondAgility, values}};
+    return StatusOfFile("code", directories, plan);
+  };
+  // A truncated digest may be written in full.
+  const std::string cut = DirectoryOf("code", HashType::kSha256Truncated);
+  const std::string full = DigestOf(HashType::kSha256, cut);
+  EXPECT_EQ(status({{kSlotCodeDirectory, cut}}, {named(kSha256, full)}), kErrSecSuccess);
+  EXPECT_EQ(status({{kSlotCodeDirectory, cut}}, {named(kSha256, full.substr(0, 20))}),
+            kErrSecSuccess);
+  EXPECT_EQ(status({{kSlotCodeDirectory, cut}}, {named(kSha256, full.substr(0, 19))}),
+            kErrSecCSSignatureFailed);
+  // The message covers the base directory, even if nobody knows its type.
+  const std::string known = DirectoryOf("code");
+  std::string unknown = DirectoryOf("code", HashType::kSha384);
+  constexpr std::size_t kHashTypeOffset = 37;
+  unknown[kHashTypeOffset] = 9;
+  const std::vector<std::string> both = {named(kSha256, DigestOf(HashType::kSha256, known)),
+                                         named(kSha384, std::string(48, 'x'))};
+  EXPECT_EQ(status({{kSlotCodeDirectory, unknown}, {kSlotAlternateCodeDirectories, known}}, both),
+            kErrSecSuccess);
+  EXPECT_EQ(status({{kSlotCodeDirectory, known}, {kSlotAlternateCodeDirectories, unknown}}, both),
+            kErrSecCSSignatureFailed);
+}
+
+TEST_F(SignedFileTest, OldDirectoriesHaveNeitherTeamNorScatterList) {
+  std::string directory = DirectoryOf("code");
+  constexpr std::size_t kVersion = 8;
+  directory.replace(kVersion, 4, BigEndianFields({0x20001}));
+  EXPECT_EQ(StatusOfFile("code", {{kSlotCodeDirectory, directory}}, {}), kErrSecSuccess);
+}
+
 TEST_F(SignedFileTest, RejectsOldMessageDigests) {
   const TestSigner rsa = MakeSigner("codeSigning", MakeRsaKey(2048), signer_.authority);
   CmsPlan plan;

@@ -26,6 +26,11 @@ TEST_F(TimestampTokenTest, ReturnsTheTimeOfTheSignature) {
   EXPECT_EQ(timestamp->time, 1500);
 }
 
+TEST_F(TimestampTokenTest, TheImprintMayBeASha1Digest) {
+  EXPECT_TRUE(Verify(MakeTimestampToken({authority_}, "signature", HashType::kSha1)));
+  EXPECT_FALSE(Verify(MakeTimestampToken({authority_}, "other", HashType::kSha1)));
+}
+
 TEST_F(TimestampTokenTest, HasOneSigner) {
   EXPECT_FALSE(Verify(MakeTimestampToken({authority_, authority_}, "signature")));
 }
