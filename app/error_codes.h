@@ -6,7 +6,7 @@
 
 inline constexpr int kSuccess = 0;
 inline constexpr int kENOENT = 2;      ///< not found
-inline constexpr int kESRCH = 3;       ///< an answer that cannot be searched
+inline constexpr int kESRCH = 3;       ///< an answer that cannot be used
 inline constexpr int kEBADF = 9;       ///< an invalid or unreadable agent configuration file
 inline constexpr int kENOMEM = 12;     ///< no memory for the tool object
 inline constexpr int kEACCES = 13;     ///< no SDK instance, or a file that cannot be deleted

@@ -44,7 +44,7 @@ Logger* Logger::GetLogger(std::string directory) {
     m_pThis = &theLogger;
     const std::string path = std::move(directory) + m_sFilename;
     // The stream alone would block until a FIFO has a reader, and would create a file that anyone
-    // may write if the process's mask allows it.
+    // can write to if the process's umask allows it.
     platform::AppendedFile file;
     if (file.Open(path) == 0) m_LogFile.open(path, std::ios::out | std::ios::app);
   }

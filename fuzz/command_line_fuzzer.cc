@@ -19,7 +19,8 @@ void Expect(bool condition) {
   if (!condition) std::abort();
 }
 
-/// Splits the input into words, one per line, as many as the program passes to the tool.
+/// Splits the input into words, one per line, and adjusts their number to what the program can pass
+/// to the tool.
 std::vector<std::string> Words(const std::string& text) {
   std::vector<std::string> words;
   std::istringstream lines(text);
@@ -44,7 +45,7 @@ void Run(const std::vector<std::string>& words, bool isInstalled) {
     Expect(code != kEINVAL || world.standardOutput.empty() || isInstalled);
     Expect(tool.scanTimeout == -1 || tool.scanTimeout >= 5);
   } catch (const std::logic_error&) {
-    // Only a time limit that is empty or too long may escape.
+    // Only the exception for a time limit that is empty or too long may escape.
     Expect(words.size() == 3 && (words[2].empty() || words[2].size() > 18));
   }
   Expect(world.openLibraries == 0 && world.openFiles == 0 && world.runningThreads == 0);

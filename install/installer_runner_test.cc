@@ -37,7 +37,7 @@ constexpr bool kApplicationMode = false;
 class InstallerRunnerTest : public fake::ProductFixture {
  protected:
   InstallerRunnerTest() {
-    std::srand(1);  // as a generator that was never seeded
+    std::srand(1);  // the state of a generator that was never seeded
     outputFile_ = "/tmp/KXToolInstall_" + std::to_string(std::rand());
     std::srand(1);
     world.AddFile(kImage, "image");
@@ -63,7 +63,8 @@ class InstallerRunnerTest : public fake::ProductFixture {
     EXPECT_THAT(TakeLog(), ElementsAreArray(lines));
   }
 
-  /// The words of the tasks in brackets, and the files that receive their output.
+  /// The command line of each task, with each word in brackets, and the file that receives its
+  /// output.
   std::vector<std::string> Tasks() const {
     std::vector<std::string> tasks;
     for (const Task& task : world.tasks) {
@@ -275,7 +276,7 @@ TEST_F(DiskImageTest, OutputFileCannotBeCreated) {
 TEST_F(DiskImageTest, LeastNumberFollowsTheGreatest) {
   constexpr unsigned kSeedOfTheGreatest = 844464397;
   std::srand(kSeedOfTheGreatest);
-  if (std::rand() != INT_MAX) GTEST_SKIP() << "another generator than glibc's";
+  if (std::rand() != INT_MAX) GTEST_SKIP() << "the generator is not glibc's";
   std::srand(kSeedOfTheGreatest);
   world.AddFile("/tmp/KXToolInstall_2147483647");
   world.AddFile("/tmp/KXToolInstall_-2147483648");

@@ -15,9 +15,9 @@ using ServiceTable = std::unordered_map<int, std::unordered_set<std::string>>;
 /// The product's two layouts of services.
 ServiceTable MakeServiceTable();
 
-/// Whether, for one of the groups, exactly as many running processes have a name from the group as
-/// the group has names. Processes are counted, not distinct names: two with the same name count
-/// twice, and one too many is as wrong as one too few.
+/// Whether, for one of the groups, the number of running processes with a name from the group
+/// equals the number of names in the group. Processes are counted, not distinct names: two with the
+/// same name count twice, and one too many is as wrong as one too few.
 bool IsGroupRunning(const ServiceTable& services, const std::vector<std::string>& processNames);
 
 }  // namespace install

@@ -47,7 +47,8 @@ struct SigningInformation {
 };
 
 /// SecStaticCodeCreateWithPath() with default flags: determines what kind of code is at `path`
-/// (UTF-8). CheckValidity() detects unsigned code and damaged signatures, not this function.
+/// (UTF-8). This function does not detect unsigned code or damaged signatures; CheckValidity()
+/// does.
 /// @param code is filled on success and empty otherwise.
 OsStatus CreateStaticCode(const std::string& path, StaticCode& code);
 

@@ -27,7 +27,7 @@ std::string Results(const std::string& results) {
   return R"({"response":{"data":{"Product":[)" + results + "]}}}";
 }
 
-/// The lines of unpacking, one for each step.
+/// The log lines of a complete unpacking, one for each step.
 const Lines kSteps = {"Parse AgentSDK response", "Parse \"response\" member",
                       "Parse \"data\" member",   "Find method key",
                       "Parse \"error\" member",  "Response error code : 0",

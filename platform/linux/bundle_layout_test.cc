@@ -76,7 +76,7 @@ TEST_F(BundleLayoutTest, FrameworksPreferResources) {
 }
 
 TEST_F(BundleLayoutTest, DetectsLayoutsByDirectoriesAndLinksInAnyCase) {
-  directory_.Write("A.app/Contents", "a file tells nothing");
+  directory_.Write("A.app/Contents", "a file does not count");
   EXPECT_TRUE(Find("A.app").isFlat);
   directory_.MakeLink("B.app/resources", "elsewhere");
   EXPECT_FALSE(Find("B.app").isFlat);
@@ -101,7 +101,7 @@ TEST_F(BundleLayoutTest, NamesTheExecutable) {
   EXPECT_EQ(Find("Some App.app").executable, directory_.Path("Some App.app/Contents/MacOS/old"));
   directory_.Write("Some App.app/Contents/Info.plist", Information(""));
   EXPECT_EQ(Find("Some App.app").executable, byName);
-  directory_.Write("Some App.app/Contents/Info.plist", "no property list");
+  directory_.Write("Some App.app/Contents/Info.plist", "not a property list");
   EXPECT_EQ(Find("Some App.app").executable, byName);
   directory_.Write("Some App.app/Contents/Info.plist", Information("missing"));
   EXPECT_EQ(Find("Some App.app").executable, std::nullopt);

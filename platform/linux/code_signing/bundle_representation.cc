@@ -57,7 +57,8 @@ bool IsDirectory(const std::string& path) {
 
 class BundleRepresentation : public DiskRepresentation {
  public:
-  /// @param resources the resource root. Paths of `layout` below it start at the open directory.
+  /// @param resources the resource root. Paths in `layout` that are below it begin with the path of
+  ///     the open directory.
   /// @param relativeRoot its path in `root`.
   BundleRepresentation(BundleRoot root, BundleRoot resources, std::string relativeRoot,
                        BundleLayout layout, DiskRepresentationPtr executable, bool isWhatIsUsed)
@@ -308,8 +309,8 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
       status != kErrSecSuccess) {
     return status;
   }
-  // Links would let the executable find other files beside it than the sealed ones, and let users
-  // of the bundle find another executable.
+  // Links could lead the executable to unsealed files instead of the sealed ones beside it, and
+  // lead users of the bundle to another executable.
   const auto isInPlace = [&](const std::string& used, int file) {
     const std::optional<std::string> location = resources.Locate(file);
     return location && used == JoinPath(resources.Path(), *location) && !IsNeverSealed(*location);
@@ -338,7 +339,7 @@ std::optional<std::string> FindBundleOfExecutable(const std::string& path,
                                                   PropertyListBudget& lists) {
   std::error_code error;
   const std::string absolute = std::filesystem::absolute(path, error).lexically_normal().string();
-  // The system follows a link before a ".." behind it.
+  // The system follows a link before it applies a ".." that comes after it.
   if (error || !std::filesystem::equivalent(path, absolute, error)) return std::nullopt;
   std::string directory = ParentPath(absolute);
   if (LastPathComponent(directory) == "MacOS") {

@@ -408,7 +408,7 @@ TEST_F(SignedBundleTest, NoLinkLeadsToItsParts) {
 
 TEST_F(SignedBundleTest, NothingLiesBesideTheSealedDirectory) {
   Sign();
-  // Nothing seals the executable's place. From here, it would find libraries in ../Frameworks.
+  // Nothing seals the executable's location. From here, it would find libraries in ../Frameworks.
   std::filesystem::rename(directory_.Path(kExecutable),
                           directory_.Path("Agent.app/Contents/Agent"));
   EXPECT_EQ(Status(), kErrSecSuccess);

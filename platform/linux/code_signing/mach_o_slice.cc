@@ -102,8 +102,8 @@ bool MachOSlice::HasName(std::uint64_t offset, const char* name) const {
   return field && std::strncmp(field->data(), name, kNameSize) == 0;
 }
 
-// Checks the segments up to the last one of a valid image. Its end does not matter, but commands
-// that are too small make the image malformed.
+// Checks the segment commands up to __LINKEDIT, the last segment of a valid image. Where that
+// segment ends does not matter, but a command that is too small makes the image malformed.
 OsStatus MachOSlice::CheckSegments() const {
   Command command = ReadAt(0);
   Step step = Step::kCommand;

@@ -7,8 +7,8 @@
 namespace platform::code_signing {
 namespace {
 
-// Small enough to stay in a processor's cache between reading and hashing, and to keep fresh memory
-// cheap for small files.
+// Small enough to stay in a processor's cache between reading and hashing, and to avoid touching
+// much new memory for small files.
 constexpr std::uint64_t kBufferSize = 64U << 10U;
 
 constexpr unsigned kMaxThreads = 8;

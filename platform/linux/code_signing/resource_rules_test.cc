@@ -87,7 +87,7 @@ TEST_F(ResourceRulesTest, RejectsValuesOfWrongType) {
   EXPECT_EQ(TryToLoad(Rule("^a", "<dict><key>other</key><array/></dict>")), kErrSecSuccess);
 }
 
-TEST_F(ResourceRulesTest, NoRulesMatchNothing) {
+TEST_F(ResourceRulesTest, EmptyRulesMatchNothing) {
   Load("");
   EXPECT_EQ(Find("a"), nullptr);
 }

@@ -13,8 +13,8 @@
 
 namespace platform::code_signing {
 
-/// Validates the code at `path` with its resources, and `requirement` on each slice. @return the
-/// first failure; kErrSecCSReqFailed when the requirement is not met.
+/// Validates the code at `path` with its resources, and evaluates `requirement` on each slice.
+/// @return the first failure; kErrSecCSReqFailed when the requirement is not met.
 using NestedCodeCheck =
     std::function<OsStatus(const std::string& path, const Requirement& requirement)>;
 

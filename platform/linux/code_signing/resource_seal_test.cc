@@ -396,7 +396,7 @@ TEST_F(ResourceSealTest, RejectsEntriesOfWrongType) {
 }
 
 TEST_F(ResourceSealTest, RejectsListsOfWrongShape) {
-  EXPECT_EQ(Check("no property list"), kErrSecCSBadDictionaryFormat);
+  EXPECT_EQ(Check("not a property list"), kErrSecCSBadDictionaryFormat);
   EXPECT_EQ(Check(""), kErrSecCSBadDictionaryFormat);
   EXPECT_EQ(Check("<plist><array/></plist>"), kErrSecCoreFoundationUnknown);
   const std::string files = Member("files", "<dict/>");
