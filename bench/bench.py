@@ -117,12 +117,12 @@ class Bench:
         return runs
 
     def program(self, name: str) -> pathlib.Path:
-        """The path of a program of this folder."""
+        """The path of a program that is built from this folder."""
         return self.build / "bench" / name
 
     @contextlib.contextmanager
     def endpoint(self, changes: dict) -> Iterator[endpoints.Endpoint]:
-        """An endpoint that has the programs of this folder."""
+        """An endpoint with the programs that are built from this folder."""
         with endpoints.open_endpoint(self.build, scenario.load(changes)) as opened:
             folder = opened.path(_BENCH)
             folder.mkdir(parents=True)

@@ -65,17 +65,17 @@ if(APPLE)
     -Wl,-sectcreate,__TEXT,__info_plist,${KX_INFO_PLIST})
 endif()
 
-# kx_module(NAME SOURCE...): the object library kx_NAME of one module of the product.
+# kx_module(NAME SOURCE...): the object library kx_NAME of one module of the tool.
 function(kx_module name)
   add_library(kx_${name} OBJECT ${ARGN})
   target_link_libraries(kx_${name} PUBLIC kx_options)
 endfunction()
 
-# All modules of the product.
+# All modules of the tool.
 set(KX_MODULES kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 
-# kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests over the whole product,
-# with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those
+# kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests, which links the whole
+# tool with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those
 # that match the pattern run first and never alongside another test, since their threads need all
 # processors.
 function(kx_unit_tests name)

@@ -18,7 +18,7 @@ string(REPLACE ":" " -isystem " libcxx_headers "${KX_LIBCXX_HEADERS}")
 foreach(language C CXX OBJCXX ASM)
   set(CMAKE_${language}_COMPILER ${KX_CROSS_CLANGXX})
   set(CMAKE_${language}_COMPILER_TARGET ${KX_SLICE}-apple-macos${macos_version_${KX_SLICE}})
-  # Named because clang prefers headers of libc++ that lie beside it.
+  # Named explicitly, because clang otherwise prefers the libc++ headers installed beside it.
   set(CMAKE_${language}_FLAGS_INIT "-nostdinc++ -isystem ${libcxx_headers}")
 endforeach()
 foreach(language C ASM)

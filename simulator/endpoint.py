@@ -19,8 +19,8 @@ scenarios have such files already, in /demo:
 
   ./kx run --scenario installer -runInstaller /demo/package-image/Setup.iso
 
-Standard output and exit status are those of the tool or the command; 128 plus the number of a signal
-that ended it; 125 if there is no endpoint. On a terminal, standard error names the exit status of
+Standard output and the exit status are those of the tool or the command. The exit status is 128 plus
+the signal's number if a signal ended it, and 125 if the endpoint could not be created. On a terminal, standard error names the exit status of
 the tool.
 """
 
@@ -148,7 +148,7 @@ def _hint(words: list[str], log: str) -> str:
     refused = re.search(r"(Bad|Invalid) arguments.*", log)
     if not refused:
         return ""
-    return f"kx: the tool refused these words: {refused[0]}; docs/contract.md lists its options\n"
+    return f"kx: the tool rejected these arguments: {refused[0]}; docs/contract.md lists its options\n"
 
 
 def _endpoint(options: Options, words: list[str]) -> int:

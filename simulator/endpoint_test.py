@@ -24,8 +24,8 @@ RUN = [*LAUNCHER, "run", "--build", str(BUILD)]
 
 
 def launch(*words, command="run", **options):
-    """Runs the launcher; returns its exit status, standard output and standard error, without what
-    it says there about endpoints in place."""
+    """Runs the launcher. Returns its exit status, standard output and standard error, without the
+    messages about endpoints in place."""
     run = subprocess.run([*LAUNCHER, command, "--build", str(BUILD), *words], capture_output=True,
                          text=True, timeout=60, check=False, **options)
     return run.returncode, run.stdout, re.sub("(?m)^endpoint: .*\n", "", run.stderr)
@@ -86,9 +86,9 @@ class CommandLine(unittest.TestCase):
     def test_refused_words_are_explained(self):
         for words, hint in (
                 ([], "the tool needs an option, such as -getProductVersion; see ./kx run --help"),
-                (["-help"], "the tool refused these words: Invalid arguments for running RMM tool; "
+                (["-help"], "the tool rejected these arguments: Invalid arguments for running RMM tool; "
                  "docs/contract.md lists its options"),
-                (["-startFullScan", "1m"], "the tool refused these words: Bad arguments.; "
+                (["-startFullScan", "1m"], "the tool rejected these arguments: Bad arguments.; "
                  "docs/contract.md lists its options"),
                 (["-getFeatureStatus", "--scenario=healthy"], "--scenario=healthy is an option of "
                  "./kx run and belongs before -getFeatureStatus")):
@@ -260,7 +260,7 @@ class Sandbox(unittest.TestCase):
 
 
 class InPlace(unittest.TestCase):
-    """Endpoints where no namespaces can be made: a sandbox that forbids further ones."""
+    """Endpoints on a system that forbids namespaces. A sandbox that forbids nested ones stands in."""
 
     TAKEN = ("/Library", "/Volumes", "/demo", "/etc/kxtool", "/opt", "/usr/bin/hdiutil",
              "/usr/local/libexec", "/usr/sbin/installer", "/run/kxtool-endpoint/made")
@@ -268,13 +268,13 @@ class InPlace(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         if sandbox.refusal() is not None:
-            raise unittest.SkipTest("no sandbox here to forbid further ones in")
+            raise unittest.SkipTest("this test needs a sandbox")
         cls.programs = cls.own_program_folders()
 
     def in_place(self, script, user=0, timeout=120):
-        """Runs a shell script in such a place, $RUN being the launcher's `run`.
+        """Runs a shell script in such a sandbox. $RUN is the launcher's `run` command.
 
-        Gives the exit status, standard output and standard error.
+        Returns the exit status, standard output and standard error.
         """
         words = ["bwrap", "--unshare-user", "--disable-userns", "--uid", str(user), "--unshare-pid",
                  "--die-with-parent", "--cap-drop", "ALL", "--ro-bind", "/usr", "/usr",
@@ -348,9 +348,9 @@ class InPlace(unittest.TestCase):
         self.assertEqual(status, 0)
 
     def interrupted(self, number, then):
-        """A run that gets a signal while it waits for an answer, and the commands `then`.
+        """Sends a signal to a run that waits for an answer, and then runs the commands in `then`.
 
-        Python starts it, since a shell's background commands ignore some signals.
+        Returns the output. Python starts it, since a shell's background commands ignore some signals.
         """
         start = ("import os, signal, sys; signal.signal(signal.SIGINT, signal.SIG_DFL); "
                  "os.execvp(sys.argv[1], sys.argv[1:])")

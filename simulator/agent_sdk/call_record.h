@@ -6,7 +6,7 @@
 
 namespace simulator {
 
-/// One line of the call record: a JSON object with those of these members that have a value.
+/// One line of the call record: a JSON object that contains only the members that have a value.
 struct CallLine {
   /// A call by the client: "getInstance", "register", "run", "unregister", "release"; or by the
   /// library, recorded before the call: "completion", "event".

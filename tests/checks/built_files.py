@@ -1,5 +1,6 @@
 """Checks that every test, benchmark and fuzz source is named by the build description of its folder
-or one above it: a file that is not built cannot fail. Prints what is not and exits with 1."""
+or one above it: a file that is not built cannot fail. Prints those that are not, and exits
+with 1 if there are any."""
 
 import pathlib
 import re

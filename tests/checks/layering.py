@@ -21,13 +21,13 @@ MAY_INCLUDE = {
     "json": set(),
     "platform": set(),
 }
-# Headers that every module of the product may include: operations are methods of the tool object.
+# Headers that every module of the tool may include: operations are methods of the tool object.
 FOR_EVERY_MODULE = {"app/kx_tool.h", "app/error_codes.h"}
 PRODUCT_MODULES = set(MAY_INCLUDE) - {"platform"}
 # Makes RapidJSON throw when it runs out of memory. Its forward declarations (fwd.h) do not need this.
 JSON_HEADER = "json/document.h"
 
-# Headers of a host, and the macros by which code asks for one.
+# Host headers, and the macros with which code detects the host.
 HOST_HEADERS = re.compile(
     r"#\s*(?:include|import)\s*<(?:unistd|fcntl|dlfcn|dirent|pthread|spawn|poll|signal|libproc|"
     r"sys/|mach|linux/|uuid/|openssl/|plist/|Foundation/|Security/|AppKit/|CoreFoundation/)"
@@ -60,9 +60,9 @@ def breaches(name):
             if other != module and other not in MAY_INCLUDE[module] and target not in FOR_EVERY_MODULE:
                 yield number, f"{module}/ may not include {target}"
             if other == "app" and module not in ("app",) and target not in FOR_EVERY_MODULE:
-                yield number, f"only app/ knows {target}"
+                yield number, f"only app/ may include {target}"
             if module in PRODUCT_MODULES and re.match(r"platform/(posix|linux|macos)/", target):
-                yield number, f"{target} is behind the seam"
+                yield number, f"{target} is private to platform/"
         if re.search(r"<rapidjson/(?!fwd\.h)", line) and not is_json_ready:
             yield number, f"{JSON_HEADER} must come first"
         if module in PRODUCT_MODULES and not is_test:

@@ -84,7 +84,7 @@ TEST(FileModeContract, TheNumbersAreThoseOfUnix) {
   const TemporaryTree tree;
   const int socket = BindSocket(tree, "socket");
   std::uint32_t mode = 0;
-  // A socket has the directory's bit among its own.
+  // The type bits of a socket include the bit of a directory.
   EXPECT_EQ(FileMode(tree.Path("socket"), mode), 0);
   EXPECT_EQ(mode & 0xF000, 0xC000u);
   EXPECT_EQ(FileMode(tree.Root(), mode), 0);

@@ -45,7 +45,7 @@ TEST(ThreadContract, JoinWaitsUntilTheRoutineHasEnded) {
   EXPECT_TRUE(ended);
 }
 
-// Only here do the default attributes depend on a limit that a test can set: a default stack
+// Only on Linux does the default stack size depend on a limit that a test can set. The test sets it
 // larger than the address space.
 #if defined(__linux__) && !defined(__SANITIZE_THREAD__)
 TEST(ThreadContract, GivesTheSystemsNumberWhenResourcesAreLacking) {

@@ -24,7 +24,7 @@ from tests.end_to_end.harness import EndToEndCase
 
 REPORT = ROOT / "packaging" / "kxtool-report"
 SCHEMA = json.loads(read("docs/report.schema.json"))
-# dash is /bin/dash of macOS, bash the /bin/sh, zsh the /bin/zsh; ash is stricter than these.
+# On macOS, /bin/dash is dash, /bin/sh is bash, and /bin/zsh is zsh. ash is stricter than these.
 SHELLS = ("dash", "bash --posix", "zsh --emulate sh", "busybox ash")
 AWKS = ("mawk", "original-awk", "busybox awk")
 # The programs that the script may use besides the shell. macOS has had each since 10.11.

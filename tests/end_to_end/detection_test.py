@@ -163,7 +163,7 @@ class Services(DetectionCase):
         self.check_running(*GROUP_2, ended=True)
 
     def test_services_that_come_up_late(self):
-        """They start after the first ten looks and long before the last one."""
+        """They start after the first ten checks and long before the last one."""
         late = {**scenarios.load("healthy")["product"], "layout": None}
         with self.endpoint(scenario={"product": {"services": []}}) as endpoint:
             folder = endpoint.path("/demo/late")

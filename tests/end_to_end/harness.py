@@ -177,7 +177,7 @@ class EndToEndCase(unittest.TestCase):
     def assert_log(self, run: ToolRun, main: list[str], callbacks: list[str] | None = None) -> None:
         """The whole log: the main thread's lines, and those of completions (transcripts.on_ran()).
 
-        Their order among each other is checked as far as the lock guarantees it: what a completion
+        Their relative order is checked as far as the lock guarantees it: what a completion
         stores is logged while the main thread waits.
         """
         self.assertEqual(run.main_log, main)

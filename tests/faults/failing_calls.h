@@ -20,7 +20,8 @@ std::vector<std::string> Names();
 /// How often a call has been made so far, by all threads.
 std::size_t Count(const std::string& name);
 
-/// The `number`th (from 1) of the calling thread's calls to `name` meets `fault` from now on.
+/// Injects `fault` into the `number`th call (from 1) that the calling thread makes to `name` from
+/// now on.
 void Arm(const std::string& name, std::size_t number, Fault fault);
 
 /// Lets all calls succeed again. @return whether the armed one was made.

@@ -1,5 +1,6 @@
 // Repeats every operation of the tool. Each time a different allocation, or a different call to the
-// platform, fails. Fixture and fakes detect what is not released.
+// platform, fails. The fixture and the fakes detect everything that is not
+// released.
 
 #include <algorithm>
 #include <cerrno>

@@ -64,7 +64,8 @@ NSString* Text(const std::optional<std::string>& text) {
 }
 @end
 
-// GNUstep's does not read the binary form, and it logs what is not a list. The serialization raises
+// GNUstep's method does not read the binary form, and it logs a message for a file that is not a
+// property list. The serialization raises
 // an exception for a truncated list.
 @implementation NSDictionary (KXMacOS)
 + (id)dictionaryWithContentsOfFile:(NSString*)path {

@@ -21,7 +21,7 @@ FOLDERS = ("/Library/Corvane", "/Library/Application Support/Halvard",
 NOT_QUERIES = ("-detect", "-runInstaller", "-runSetupDownloader")
 
 
-@unittest.skipUnless(sys.platform == "darwin" and os.geteuid() == 0, "for root on a Mac")
+@unittest.skipUnless(sys.platform == "darwin" and os.geteuid() == 0, "needs root on a Mac")
 class QueriesTest(unittest.TestCase):
     maxDiff = None
 

@@ -30,7 +30,7 @@ def analyse(source, command):
     """Returns what clang-tidy reports about a source that is compiled with a command like this."""
     words = shlex.split(command)
     flags = words[1:words.index("-o")]
-    # NULL is how Cocoa is told that an error is not wanted.
+    # In Cocoa, a caller passes NULL if it does not want the error.
     run = subprocess.run(["clang-tidy-19", "--quiet", f"--config-file={ROOT / '.clang-tidy'}",
                           "--checks=-modernize-use-nullptr", source, "--", *flags], cwd=ROOT, check=False,
                          capture_output=True, text=True)
