@@ -20,8 +20,8 @@ scenarios have such files already, in /demo:
   ./kx run --scenario installer -runInstaller /demo/package-image/Setup.iso
 
 Standard output and the exit status are those of the tool or the command. The exit status is 128 plus
-the signal's number if a signal ended it, and 125 if the endpoint could not be created. On a terminal, standard error names the exit status of
-the tool.
+the signal's number if a signal ended it, and 125 if the endpoint could not be created. On a terminal,
+standard error names the exit status of the tool.
 """
 
 import contextlib

@@ -1,6 +1,5 @@
 // Repeats every operation of the tool. Each time a different allocation, or a different call to the
-// platform, fails. The fixture and the fakes detect everything that is not
-// released.
+// platform, fails. The fixture and the fakes detect everything that is not released.
 
 #include <algorithm>
 #include <cerrno>
