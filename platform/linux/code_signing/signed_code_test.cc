@@ -135,6 +135,34 @@ TEST_F(SignedFileTest, AttributesNameEachKnownDirectory) {
             kErrSecCSSignatureFailed);
 }
 
+TEST_F(SignedFileTest, TheTopDirectoryListsAlternateDirectories) {
+  const auto status = [&](const std::vector<std::uint32_t>& listed) {
+    TestDirectoryContents contents;
+    contents.code = "code";
+    contents.flags = 0;
+    contents.sealed = {{kSlotTopDirectory, BigEndianFields(listed)}};
+    const std::string base = MakeCodeDirectory(contents);
+    contents.hashType = HashType::kSha1;
+    const std::string alternate = MakeCodeDirectory(contents);
+    CmsPlan plan;
+    plan.signedAttributes = {{kSecondAgility,
+                              {Der(0x30, Der(0x06, "\x60\x86\x48\x01\x65\x03\x04\x02\x01") +
+                                             Der(0x04, DigestOf(HashType::kSha256, base))),
+                               Der(0x30, Der(0x06, "\x2B\x0E\x03\x02\x1A") +
+                                             Der(0x04, DigestOf(HashType::kSha1, alternate)))}}};
+    return StatusOfFile("code",
+                        {{kSlotCodeDirectory, base},
+                         {kSlotAlternateCodeDirectories, alternate},
+                         {kSlotTopDirectory, MakeWrapper(BigEndianFields(listed))}},
+                        plan);
+  };
+  EXPECT_EQ(status({kSlotCodeDirectory, kSlotTopDirectory, kSlotAlternateCodeDirectories,
+                    kSlotCmsSignature}),
+            kErrSecSuccess);
+  EXPECT_EQ(status({kSlotCodeDirectory, kSlotTopDirectory, kSlotCmsSignature}),
+            kErrSecCSSignatureFailed);
+}
+
 TEST_F(SignedFileTest, OldDirectoriesHaveNeitherTeamNorScatterList) {
   std::string directory = DirectoryOf("code");
   constexpr std::size_t kVersion = 8;
