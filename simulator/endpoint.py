@@ -44,6 +44,7 @@ from simulator.signing import SigningError  # noqa: E402
 _ENDINGS = (signal.SIGHUP, signal.SIGINT, signal.SIGTERM)
 _FAILURE = 125  # like other commands that run commands
 _REFUSED = 22  # the tool's status for wrong arguments, among other things
+_MOST_WORDS = 8  # that the tool takes
 
 
 class UsageError(Exception):
@@ -145,6 +146,8 @@ def _hint(words: list[str], log: str) -> str:
     for word in words[1:]:
         if word.startswith("--") and word.partition("=")[0] in _OPTIONS:
             return f"kx: {word} is an option of ./kx run and belongs before {words[0]}\n"
+    if len(words) > _MOST_WORDS:
+        return f"kx: the tool takes at most {_MOST_WORDS} words\n"
     refused = re.search(r"(Bad|Invalid) arguments.*", log)
     if not refused:
         return ""

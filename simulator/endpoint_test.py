@@ -91,7 +91,8 @@ class CommandLine(unittest.TestCase):
                 (["-startFullScan", "1m"], "the tool rejected these arguments: Bad arguments.; "
                  "docs/contract.md lists its options"),
                 (["-getFeatureStatus", "--scenario=healthy"], "--scenario=healthy is an option of "
-                 "./kx run and belongs before -getFeatureStatus")):
+                 "./kx run and belongs before -getFeatureStatus"),
+                (["-detect"] * 9, "the tool takes at most 8 words")):
             with self.subTest(words=words):
                 self.assertEqual(launch(*words), (22, "", f"kx: {hint}\n"))
         refused = launch("--scenario", "library-unsigned", "-getProductVersion")

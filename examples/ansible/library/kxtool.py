@@ -78,11 +78,18 @@ output:
 
 NOT_INSTALLED = 20
 PRESENT = 16
+DETECTION = "-detect"
 INSTALLERS = ("-runInstaller", "-runSetupDownloader")
 SCANS = ("-startFullScan", "-startQuickScan")
 # For each option that starts something, the group and the member of the report with the time of the last one.
 LAST = {"-startUpdate": ("updates", "lastUpdate"), "-startFullScan": ("scans", "lastFullScan"),
         "-startQuickScan": ("scans", "lastQuickScan")}
+
+
+def spelled(option):
+    """Returns the option as this module spells it. The tool ignores the case of letters."""
+    known = {name.lower(): name for name in (DETECTION, *INSTALLERS, *LAST)}
+    return option and known.get(option.lower(), option)
 
 
 class NoAnswer(Exception):
@@ -146,14 +153,17 @@ def prediction(endpoint, option, max_age, check_mode):
         age = endpoint.age(option)
         if age is not None and age <= max_age:
             return False
-    return True if check_mode else None
+    if not check_mode:
+        return None
+    perform(endpoint, "-getProductVersion", [])  # fails without the product, as the option would
+    return True
 
 
 def perform(endpoint, option, arguments):
     """Runs the option and returns the results."""
     code, output = endpoint.run_option(option, arguments)
     seen = {"code": code, "output": output}
-    if code != 0 and not (code == PRESENT and option in (*INSTALLERS, "-detect")):
+    if code != 0 and not (code == PRESENT and option in (DETECTION, *INSTALLERS)):
         raise NoAnswer(f"{option} ended with code {code}", **seen)
     if option in LAST and output != "0":
         raise NoAnswer(f"{option}: the product's error is {output}", **seen)
@@ -170,7 +180,7 @@ def main():
         "limit": {"type": "int"},
     })
     given = module.params
-    option = given["option"]
+    option = spelled(given["option"])
     endpoint = Endpoint(given["tool"], given["report"], given["limit"])
     try:
         if option is None:
