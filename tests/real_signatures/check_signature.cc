@@ -1,6 +1,7 @@
 // kx_check_signature ANCHORS PATH...: verifies the signature of each path as the tool does, with
 // the roots in the PEM file ANCHORS, and prints the result. Exits with 0 if all are valid.
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 
@@ -14,7 +15,10 @@ using platform::code_signing::CheckContext;
 using platform::code_signing::SignedCode;
 using platform::code_signing::TrustStore;
 
-void Print(const char* label, const std::string& text) {
+// Each value is on one line, whatever it contains.
+void Print(const char* label, std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](unsigned char byte) { return byte < ' '; }, '?');
   std::printf("%s: %s\n", label, text.c_str());
 }
 

@@ -71,8 +71,8 @@ class WorkBudget {
   std::uint64_t hashing_ = std::uint64_t{4} << 30;
   std::uint64_t issuers_ = std::uint64_t{1} << 14;
   std::uint64_t verifications_ = 1000;
-  std::uint64_t certificates_ = 4000;
-  std::uint64_t messages_ = std::uint64_t{4} << 20;
+  std::uint64_t certificates_ = 2000;
+  std::uint64_t messages_ = std::uint64_t{2} << 20;
   std::uint64_t components_ = std::uint64_t{256} << 20;
   std::uint64_t nestedCode_ = 1000;
   std::uint64_t entries_ = std::uint64_t{8} << 20;
