@@ -7,7 +7,8 @@
 
 namespace sdk {
 
-/// How many times a call is tried, and the pause after a try that ended with the SDK's internal error.
+/// How many times a call is tried, and the pause after a try that ended with the SDK's internal
+/// error.
 constexpr int kMaxTries = 5;
 constexpr unsigned kInternalErrorPause = 30;  // seconds
 
