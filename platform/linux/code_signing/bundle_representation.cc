@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string_view>
@@ -198,16 +197,12 @@ class BundleRepresentation : public DiskRepresentation {
   const bool isWhatIsUsed_;
 };
 
-bool HasRealPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
-                                                         &std::free);
-  return real != nullptr;
-}
-
 /// @return whether both paths of a part, in the bundle and in its version, can be resolved.
 bool AreResolvable(const std::optional<std::string>& before,
                    const std::optional<std::string>& after) {
-  return !before || !after || (HasRealPath(*before) && HasRealPath(*after));
+  return !before || !after ||
+         (CheckAccess(*before, AccessTest::kExists) == 0 &&
+          CheckAccess(*after, AccessTest::kExists) == 0);
 }
 
 /// Returns the current version of a versioned bundle, or the bundle itself.

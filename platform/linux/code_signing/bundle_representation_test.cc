@@ -439,6 +439,11 @@ TEST_F(SignedBundleTest, AVersionedBundleHasOnlyLinksAndSignedVersions) {
   std::filesystem::remove(path + "/library");
   sign("C");
   EXPECT_EQ(StatusOf(path), kErrSecSuccess);
+  TestDirectoryContents other;
+  other.team = "TEAM";
+  other.sealed = {{kSlotResourceDirectory, seal}};
+  directory_.Write("A.framework/Versions/C/C", MakeSignedMachO(other, nullptr));
+  EXPECT_EQ(StatusOf(path), kErrSecCSBadNestedCode);
   directory_.Write("A.framework/Versions/C/C", "x");
   EXPECT_EQ(StatusOf(path), kErrSecCSUnsigned);
 }

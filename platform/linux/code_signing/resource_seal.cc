@@ -25,6 +25,10 @@ using Kind = PropertyListValue::Kind;
 /// Darwin's PATH_MAX. A bundle with longer paths was not made on a Mac.
 constexpr std::size_t kMaxPathLength = 1024;
 
+/// The maximum length of a link's text, and what a link costs in bytes of paths.
+constexpr ssize_t kMaxLinkLength = 256;
+constexpr std::uint64_t kLinkCost = 4096;
+
 /// The entry of one path in CodeResources.
 struct SealedItem {
   bool isOptional = false;
@@ -220,10 +224,13 @@ class ResourceCheck {
   }
 
   OsStatus CheckLink(const Entry& entry, const std::string& text) {
-    char target[PATH_MAX];
+    // The system may have to follow many other links to find the target.
+    context_.budget.ChargeForEntry(kLinkCost);
+    char target[kMaxLinkLength + 1];
     const ssize_t length =
         readlinkat(entry.directory.Get(), entry.name.c_str(), target, sizeof target);
     if (length < 0) return StatusFromErrno(errno);
+    if (length > kMaxLinkLength) return Collect(kErrSecCSBadResource);
     if (std::string_view(target, static_cast<std::size_t>(length)) != text) {
       return Collect(kErrSecCSBadResource);
     }

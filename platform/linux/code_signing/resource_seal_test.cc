@@ -307,7 +307,13 @@ TEST_F(ResourceSealTest, FilesMustNotHaveManyNames) {
 
 TEST_F(ResourceSealTest, EntriesAreLimited) {
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);
-  for (int i = 0; i < 65525; ++i) context_.budget.ChargeForEntry(1);
+  for (int i = 0; i < 65490; ++i) context_.budget.ChargeForEntry(1);
+  EXPECT_THROW(CheckUsual(), BudgetExceeded);
+}
+
+TEST_F(ResourceSealTest, LinksAreLimited) {
+  EXPECT_EQ(CheckUsual(), kErrSecSuccess);
+  context_.budget.ChargeForEntry((std::uint64_t{8} << 20) - 6000);
   EXPECT_THROW(CheckUsual(), BudgetExceeded);
 }
 

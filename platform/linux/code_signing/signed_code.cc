@@ -38,7 +38,7 @@ OsStatus SignedCode::Validate(const Requirement& requirement) {
   if (status == kErrSecSuccess) status = CheckSlices(requirement);
   if (status == kErrSecSuccess) status = CheckSealedResources();
   for (std::size_t i = 0; i < versions.size() && status == kErrSecSuccess; ++i) {
-    status = CheckNestedCode(versions[i], requirement);
+    status = CheckVersion(versions[i], requirement);
   }
   return status;
 }
@@ -50,14 +50,16 @@ OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
     SliceSignature other(*code_, i, *context_);
     status = other.DirectoriesStatus();
     if (status != kErrSecSuccess) break;
-    const CodeDirectory& directory = other.Directories()->Best();
-    if (directory.TeamIdentifier() != first_.Directories()->Best().TeamIdentifier()) {
-      return kErrSecCSSignatureInvalid;
-    }
+    if (!HasSameTeam(other)) return kErrSecCSSignatureInvalid;
     status = other.Validate(requirement);
     if (status == kErrSecSuccess && !HasSameSigner(other)) status = kErrSecCSSignatureInvalid;
   }
   return status;
+}
+
+bool SignedCode::HasSameTeam(const SliceSignature& other) const {
+  return other.Directories()->Best().TeamIdentifier() ==
+         first_.Directories()->Best().TeamIdentifier();
 }
 
 // Any slice may run, but only the first one's signer is reported.
@@ -81,19 +83,37 @@ OsStatus SignedCode::CheckSealedResources() {
   return CheckResources(std::move(seal), *context_);
 }
 
-OsStatus SignedCode::CheckNestedCode(const std::string& path,
-                                     const Requirement& requirement) const {
+OsStatus SignedCode::OpenNestedCode(const std::string& path,
+                                    std::unique_ptr<SignedCode>& code) const {
   context_->budget.ChargeForNestedCode();
   if (depth_ == kMaxDepth) return kErrSecCSBadNestedCode;
   DiskRepresentationPtr representation;
   // Nested files do not stand for a bundle: the seal around them covers their neighbours.
-  OsStatus status =
+  const OsStatus status =
       DirectoryExists(path)
           ? OpenBundleRepresentation(path, BundleName::kDirectory, context_->lists, representation)
           : OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
   if (status != kErrSecSuccess) return status;
   if (!code_->Root()->Contains(representation->Code().Number())) return kErrSecCSBadNestedCode;
-  return SignedCode(std::move(representation), context_, depth_ + 1).Validate(requirement);
+  code.reset(new SignedCode(std::move(representation), context_, depth_ + 1));
+  return kErrSecSuccess;
+}
+
+OsStatus SignedCode::CheckNestedCode(const std::string& path,
+                                     const Requirement& requirement) const {
+  std::unique_ptr<SignedCode> nested;
+  const OsStatus status = OpenNestedCode(path, nested);
+  return status == kErrSecSuccess ? nested->Validate(requirement) : status;
+}
+
+// Programs may load any version of a bundle, but only the current one's signer is reported.
+OsStatus SignedCode::CheckVersion(const std::string& path, const Requirement& requirement) const {
+  std::unique_ptr<SignedCode> version;
+  OsStatus status = OpenNestedCode(path, version);
+  if (status == kErrSecSuccess) status = version->Validate(requirement);
+  if (status != kErrSecSuccess) return status;
+  const bool isSame = HasSameTeam(version->first_) && HasSameSigner(version->first_);
+  return isSame ? kErrSecSuccess : kErrSecCSBadNestedCode;
 }
 
 SigningInformation SignedCode::CopySigningInformation() {

@@ -33,9 +33,12 @@ class SignedCode {
 
   OsStatus Validate(const Requirement& requirement);
   OsStatus CheckSlices(const Requirement& requirement);
+  bool HasSameTeam(const SliceSignature& other) const;
   bool HasSameSigner(const SliceSignature& other) const;
   OsStatus CheckSealedResources();
+  OsStatus OpenNestedCode(const std::string& path, std::unique_ptr<SignedCode>& code) const;
   OsStatus CheckNestedCode(const std::string& path, const Requirement& requirement) const;
+  OsStatus CheckVersion(const std::string& path, const Requirement& requirement) const;
 
   const DiskRepresentationPtr code_;
   const std::shared_ptr<CheckContext> context_;
