@@ -1,8 +1,10 @@
 #include "platform/linux/code_signing/resource_seal.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <strings.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -25,9 +27,8 @@ using Kind = PropertyListValue::Kind;
 /// Darwin's PATH_MAX. A bundle with longer paths was not made on a Mac.
 constexpr std::size_t kMaxPathLength = 1024;
 
-/// The maximum length of a link's text, and what a link costs in bytes of paths.
-constexpr ssize_t kMaxLinkLength = 256;
-constexpr std::uint64_t kLinkCost = 4096;
+/// What a link that leads through other links costs, in bytes of paths.
+constexpr std::uint64_t kIndirectLinkCost = 64U << 10U;
 
 /// The entry of one path in CodeResources.
 struct SealedItem {
@@ -81,6 +82,15 @@ bool IsSealedHash(const std::string& sealed, const std::string& digest) {
 bool StaysBelow(const std::string& directory, const std::string& text) {
   const std::filesystem::path path = (std::filesystem::path(directory) / text).lexically_normal();
   return path.is_relative() && path.begin() != path.end() && *path.begin() != "..";
+}
+
+/// Opens a file for its location only. Fails if its path leads through, or to, a symbolic link.
+Descriptor OpenWithoutLinks(int directory, const std::string& path) {
+  open_how how = {};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = RESOLVE_NO_SYMLINKS;
+  return Descriptor(
+      static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how)));
 }
 
 /// Walks a resource root and checks every entry.
@@ -224,17 +234,19 @@ class ResourceCheck {
   }
 
   OsStatus CheckLink(const Entry& entry, const std::string& text) {
-    // The system may have to follow many other links to find the target.
-    context_.budget.ChargeForEntry(kLinkCost);
-    char target[kMaxLinkLength + 1];
+    char target[PATH_MAX];
     const ssize_t length =
         readlinkat(entry.directory.Get(), entry.name.c_str(), target, sizeof target);
     if (length < 0) return StatusFromErrno(errno);
-    if (length > kMaxLinkLength) return Collect(kErrSecCSBadResource);
     if (std::string_view(target, static_cast<std::size_t>(length)) != text) {
       return Collect(kErrSecCSBadResource);
     }
-    const Descriptor leadsTo = OpenAt(entry.directory.Get(), entry.name, O_PATH | O_CLOEXEC);
+    Descriptor leadsTo = OpenWithoutLinks(entry.directory.Get(), text);
+    if (!leadsTo.IsOpen()) {
+      // The system may have to follow many other links.
+      context_.budget.ChargeForEntry(kIndirectLinkCost);
+      leadsTo = OpenAt(entry.directory.Get(), entry.name, O_PATH | O_CLOEXEC);
+    }
     // A dangling link may have a target by the time it is followed.
     if (!leadsTo.IsOpen() && errno != ENOENT) return StatusFromErrno(errno);
     const bool stays = leadsTo.IsOpen() ? seal_.code.Root()->Contains(leadsTo.Get())
