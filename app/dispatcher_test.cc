@@ -1,4 +1,4 @@
-// Tests of the front end that simulated endpoints cannot provide.
+// Tests the front end in cases that simulated endpoints cannot produce.
 // tests/end_to_end/command_line_test.py covers the rest.
 
 #include <algorithm>

@@ -75,7 +75,7 @@ endfunction()
 set(KX_MODULES kx_app kx_diag kx_product kx_sdk kx_queries kx_install)
 
 # kx_unit_tests(NAME SOURCE... [ALONE PATTERN]): the test program kx_NAME_tests, which links the whole
-# tool with the fakes of tests/support/ in place of platform/. Every test case is a test of ctest; those
+# tool with the fakes of tests/support/ in place of platform/. Every test case is a separate CTest test; those
 # that match the pattern run first and never alongside another test, since their threads need all
 # processors.
 function(kx_unit_tests name)

@@ -5,7 +5,7 @@ set(CMAKE_SYSTEM_PROCESSOR ${KX_SLICE})
 set(CMAKE_OSX_SYSROOT ${KX_MACOS_SDK})
 list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES KX_SLICE KX_MACOS_SDK KX_LIBCXX_HEADERS)
 
-# The first macOS of each kind of Mac that the tool runs on.
+# The oldest supported macOS for each architecture.
 set(macos_version_x86_64 10.11)
 set(macos_version_arm64 11.0)
 

@@ -57,7 +57,7 @@ void Run(const std::vector<std::string>& words, bool isInstalled) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::vector<std::string> words = Words(std::string(data, data + size));
   Run(words, false);
-  // A watched scan of such a product would never end.
+  // With a product whose answers are empty, a watched scan would never end.
   if (words.size() != 3) Run(words, true);
   return 0;
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-/// More elements could be nested deeply enough to exhaust the stack, which is accepted.
+/// Inputs with more elements are skipped, because deep nesting can exhaust the stack.
 constexpr std::ptrdiff_t kMaxElements = 2000;
 
 }  // namespace

@@ -42,7 +42,7 @@ class SdkIdentityTest : public fake::ProductFixture {
     sdk.answers = {fake::Answer(output, kRequestNamespace)};
   }
 
-  /// Asks an SDK that answers `output` for both identifiers, with a log and without.
+  /// Asks for both identifiers, with a log and without; the SDK answers with `output`.
   void Expect(const std::string& output, const std::string& endpointId,
               const std::string& companyId, const Lines& searchLines) {
     SCOPED_TRACE(output);
@@ -186,7 +186,7 @@ class EndpointIdentityTest : public SdkIdentityTest {
     Expect({}, 9, {}, {"Clearing non nullable values", "Invalid agcfJso file"});
   }
 
-  /// Asks the SDK first, which answers `output`.
+  /// Asks the SDK first, which answers with `output`.
   /// @param searchLines what the query logs while it searches the answer
   /// @param lines what follows the query
   void ExpectWithSdk(const Wanted& wanted, const std::string& output, int code,

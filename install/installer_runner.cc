@@ -146,7 +146,7 @@ void DiskImageInstall::Search() {
   Log("Searching for app");
   const char* const extension = packageMode_ ? kPackageExtension : kApplicationExtension;
   platform::WalkTree(mountPoint_, [&](const std::string& path) {
-    // The product looks up the relative path in the working directory. That is why it finds
+    // The tool looks up the relative path in the working directory, not on the image. So it finds
     // applications, which are directories on the image.
     if (platform::DirectoryExists(path)) return true;
     if (HasExtension(path, extension)) {

@@ -1,4 +1,4 @@
-// Tests of updates and scans that simulated endpoints cannot provide.
+// Tests updates and scans in cases that simulated endpoints cannot produce.
 // tests/end_to_end/actions_test.py checks complete logs.
 
 #include <thread>

@@ -19,7 +19,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
 
-/// Callbacks without an SDK. tests/end_to_end/invocation_test.py has their logs.
+/// Callbacks without an SDK. tests/end_to_end/invocation_test.py checks their logs.
 class CallbacksTest : public fake::ToolFixture {
  protected:
   CallbacksTest() {

@@ -3,7 +3,7 @@
 #include "json/document.h"
 #include "tests/support/tool_fixture.h"
 
-// After json/document.h, which prepares them.
+// Must follow json/document.h, which makes RapidJSON's allocations throw.
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 

@@ -1,5 +1,5 @@
-// Tests of an SDK call that simulated endpoints cannot provide. tests/end_to_end/invocation_test.py
-// checks complete logs.
+// Tests SDK calls in cases that simulated endpoints cannot produce.
+// tests/end_to_end/invocation_test.py checks complete logs.
 
 #include "json/document.h"
 #include "sdk/method_catalogue.h"

@@ -53,7 +53,7 @@ bool IsDirectoryOrLink(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && (S_ISDIR(status.st_mode) || S_ISLNK(status.st_mode));
 }
 
-/// @return the index in `layouts` of the layout whose marker has this name, or the number of them.
+/// @return the index in `layouts` of the layout whose marker has this name, or `count`.
 template <std::size_t count>
 std::size_t RankOfMarker(const LayoutPaths* const (&layouts)[count], const char* name) {
   std::size_t rank = 0;

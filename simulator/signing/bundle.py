@@ -77,7 +77,7 @@ def sign_bundle(path, identity=None, *, nested_requirements=None, **options):
 
     A Mach-O executable gets an embedded signature; any other has its components in files of
     `_CodeSignature`. `nested_requirements` are texts that replace what is sealed for nested code, by
-    relative path. Where nested code is expected, what is not signed code is sealed as a file. The
+    relative path. In places for nested code, anything that is not signed code is sealed as a file. The
     other options are those of Options.
     """
     path = pathlib.Path(path)

@@ -10,7 +10,7 @@ what differs from the scenario `healthy`:
 
             run = self.run_tool("-getProductVersion", scenario={"sdk": {"run": [2, 0]}})
 
-Logs are compared as two sequences, since lines of the SDK's threads can stand between those of the
+Logs are compared as two sequences, since lines from the SDK's threads can appear between those of the
 main thread: see EndToEndCase.assert_log(), and transcripts.py for the lines that all invocations
 share. Tests that put files on the endpoint or look at them afterwards use EndToEndCase.endpoint().
 

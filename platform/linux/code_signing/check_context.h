@@ -49,7 +49,7 @@ class WorkBudget {
   /// Charges for one piece of nested code.
   void ChargeForNestedCode() { Charge(nestedCode_, 1); }
 
-  /// Charges for one entry of a bundle's directories. Each rule is matched with its whole path.
+  /// Charges for one entry of a bundle's directories. Each rule is matched against its path.
   void ChargeForEntry(std::uint64_t pathLength) {
     constexpr std::uint64_t kUsualLength = 128;
     Charge(entries_, std::max(pathLength, kUsualLength));

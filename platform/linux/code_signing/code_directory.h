@@ -12,7 +12,7 @@
 namespace platform::code_signing {
 
 /// The signed list of hashes: of the code's pages and, in its special slots, of everything else
-/// that is sealed (cs_blobs.h of Apple's open xnu; codedirectory.cpp of its Security).
+/// that is sealed (cs_blobs.h of Apple's xnu; codedirectory.cpp of Apple's Security).
 class CodeDirectory {
  public:
   static constexpr std::uint32_t kFlagAdhoc = 0x2;

@@ -12,8 +12,8 @@
 
 namespace platform::code_signing {
 
-/// A Mach-O file, thin or universal (mach-o/fat.h of Apple's open xnu; machorep.cpp and macho++.cpp
-/// of its Security). Treats arm64 as the native architecture. Not thread-safe.
+/// A Mach-O file, thin or universal (mach-o/fat.h of Apple's xnu; machorep.cpp and macho++.cpp
+/// of Apple's Security). Treats arm64 as the native architecture. Not thread-safe.
 class MachOFile : public DiskRepresentation {
  public:
   /// Whether a file is executable Mach-O code: a program, a library, a bundle or the like.

@@ -28,7 +28,7 @@ constexpr std::uint64_t kCodeSignatureSize = 16;
 constexpr std::uint64_t kNameSize = 16;
 constexpr std::uint64_t kSegmentName = 8;
 
-// The differences of segments and sections between the two kinds of image.
+// How segments and sections differ between 32-bit and 64-bit images.
 struct SegmentLayout {
   std::uint64_t size;
   std::uint64_t sectionCount;

@@ -36,7 +36,7 @@ std::optional<MachOHeader> ParseMachOHeader(std::string_view bytes);
 bool IsUniversalHeader(std::string_view bytes);
 
 /// One Mach-O image, of 32 or 64 bits, in either byte order. Its load commands locate the signature
-/// and the Info.plist (mach-o/loader.h of Apple's open xnu; macho++.cpp of its Security).
+/// and the Info.plist (mach-o/loader.h of Apple's xnu; macho++.cpp of Apple's Security).
 class MachOSlice {
  public:
   /// A range of bytes, relative to the slice's start.

@@ -330,7 +330,7 @@ OsStatus CheckResources(ResourceSeal seal, CheckContext& context) {
   if (!seal.codeResources) return root ? kErrSecCSResourcesNotFound : kErrSecSuccess;
   const std::optional<PropertyListValue> list =
       ParsePropertyList(*seal.codeResources, context.lists);
-  seal.codeResources.reset();  // The seals of nested code are held together with this one.
+  seal.codeResources.reset();  // Saves memory while nested code is checked.
   if (!list) return kErrSecCSBadDictionaryFormat;
   if (list->kind != Kind::kDictionary) return kErrSecCoreFoundationUnknown;
   const PropertyListValue* rules = FindDictionary(*list, "rules");

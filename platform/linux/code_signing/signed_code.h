@@ -11,7 +11,7 @@
 
 namespace platform::code_signing {
 
-/// A piece of code, whose signature is validated as SecStaticCode does it (StaticCode.cpp of
+/// A piece of code. Validates its signature as SecStaticCode does (StaticCode.cpp of
 /// Apple's open Security project). Not thread-safe.
 class SignedCode {
  public:

@@ -294,8 +294,8 @@ TEST_F(SignedFileTest, AllCodeBeforeTheSignatureIsCovered) {
   EXPECT_EQ(Status(), kErrSecCSSignatureFailed);
 }
 
-// They could take libcrypto a long time to decode, which it does as soon as it parses a
-// certificate.
+// Keys on other curves could take libcrypto a long time to decode, and it decodes a key as soon as
+// it parses the certificate.
 TEST_F(SignedFileTest, RejectsKeysOnOtherCurves) {
   const auto status = [&](const TestKey& key) {
     CertificatePlan decoy;

@@ -62,8 +62,8 @@ bool SuperBlob::IsValid() const {
   const std::uint64_t count = reader.U32(kCountOffset);
   const std::uint64_t indexEnd = kIndexOffset + count * kIndexEntrySize;
   if (count > kMaxCount || indexEnd > bytes_.size()) return false;
-  // Components of real signatures do not overlap. If they did, a small file could occupy much
-  // memory.
+  // Components of real signatures do not overlap. If they did, a small file could use a lot
+  // of memory.
   std::uint64_t unclaimed = bytes_.size() - indexEnd;
   for (std::uint64_t entry = kIndexOffset; entry < indexEnd; entry += kIndexEntrySize) {
     const std::uint64_t offset = reader.U32(entry + 4);

@@ -11,7 +11,7 @@
 namespace platform::code_signing {
 
 /// An embedded signature: an index of components, each in its own blob, all big-endian (cs_blobs.h
-/// of Apple's open xnu; superblob.h and sigblob.cpp of its Security).
+/// of Apple's xnu; superblob.h and sigblob.cpp of Apple's Security).
 class SuperBlob {
  public:
   /// Reads and checks the SuperBlob at `offset` in a file. Ignores what follows it.
