@@ -9,8 +9,8 @@
 #include <system_error>
 
 /// RapidJSON never checks what std::malloc() and std::realloc() return. Code in its namespace finds
-/// this `std` first, where both throw std::bad_alloc. Include this header before any other of
-/// RapidJSON except fwd.h.
+/// this `std` first, where both throw std::bad_alloc. Include this header before any
+/// RapidJSON header except fwd.h.
 namespace rapidjson::std {
 
 using namespace ::std;

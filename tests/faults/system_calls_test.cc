@@ -378,8 +378,8 @@ const std::vector<Operation>& Operations() {
   constexpr char kError[] = "5";  // EIO
   // The statuses of a signature that could not be read.
   const Names fileStatuses = {"-67045", "-67049", "-67062", "100005"};
-  const Names bundleStatuses = {"-67023", "-67028", "-67030", "-67045", "-67049",
-                                "-67054", "-67061", "-67062", "100005"};
+  const Names bundleStatuses = {"-67011", "-67023", "-67028", "-67030", "-67045",
+                                "-67049", "-67054", "-67061", "-67062", "100005"};
   static const auto& operations = *new std::vector<Operation>{
       {"FileExists", RunFileExists, "yes", {"no"}, {}, {}},
       {"DirectoryExists", RunDirectoryExists, "yes", {"no"}, {}, {}},
