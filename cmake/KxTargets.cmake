@@ -107,8 +107,8 @@ elseif(KX_SANITIZE)
 endif()
 target_compile_definitions(kx_test_code INTERFACE KX_SLOWDOWN=${slowdown})
 
-# kx_discover_tests(TARGET [ctest properties...] [TEST_FILTER PATTERN]): makes each case of a
-# GoogleTest program, or each that matches the pattern, a test of ctest.
+# kx_discover_tests(TARGET [ctest properties...] [TEST_FILTER PATTERN]): registers each case
+# of a GoogleTest program, or each that matches the pattern, as a CTest test.
 include(GoogleTest)
 function(kx_discover_tests target)
   target_link_libraries(${target} PRIVATE kx_test_code)

@@ -120,12 +120,12 @@ bool IsFailedOrStale(const Value& update, const std::unordered_set<std::int32_t>
 }
 
 int EvaluateUpToDate(const Value& output, bool& upToDate, Logger* logger) {
-  const std::unordered_set<std::string_view> unjudgedNames = {"Product", "ctc"};
+  const std::unordered_set<std::string_view> ignoredNames = {"Product", "ctc"};
   const std::unordered_set<std::int32_t> goodErrors = {0, -2003};
   const Value* const locations = json::FindObject(output, "Locations");
   if (locations == nullptr) return kSuccess;
   for (const Value::Member& location : locations->GetObject()) {
-    if (unjudgedNames.count(json::TextOf(location.name)) != 0) continue;
+    if (ignoredNames.count(json::TextOf(location.name)) != 0) continue;
     const Value* const update = json::FindObject(location.value, "update");
     if (update == nullptr || !IsFailedOrStale(*update, goodErrors)) continue;
     Utils::LogMessage(logger, "Product is not up to date");

@@ -330,7 +330,7 @@ TEST_F(UpToDateTest, LocationWithoutUpdateIsSkipped) {
   }
 }
 
-TEST_F(UpToDateTest, ProductAndCtcAreNeverJudged) {
+TEST_F(UpToDateTest, ProductAndCtcAreIgnored) {
   const std::string bad = R"({"update":)" + Update("1", 999999) + "}";
   ExpectCurrent(R"({"Locations":{"Product":)" + bad + R"(,"ctc":)" + bad + "}}");
   for (const char* const name : {"product", "PRODUCT", "Ctc", "CTC", "Product ", " ctc", "",

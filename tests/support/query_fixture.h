@@ -37,9 +37,11 @@ const std::vector<Query>& AllQueries();
 /// Fixture of the status queries: the product is installed, the SDK's answer scripted.
 class QueryFixture : public ToolFixture {
  protected:
-  /// The result before a query runs, and what it is if the query leaves it alone: CheckIsUpToDate()
-  /// sets its flag to true before anything else.
+  /// The result before a query runs.
   static constexpr char kBefore[] = "before";
+
+  /// Returns the result after a query that failed: kBefore, except that CheckIsUpToDate() sets its
+  /// flag to true before anything else.
   static std::string Untouched(const Query& query);
 
   QueryFixture() { sdk.Install(); }

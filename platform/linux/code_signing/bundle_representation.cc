@@ -122,12 +122,13 @@ class BundleRepresentation : public DiskRepresentation {
     OsStatus result = kErrSecSuccess;
     const int error =
         VisitDirectory(AT_FDCWD, JoinPath(directory, "."), [&](const std::string& name) {
-          if (result == kErrSecSuccess)
-            result = CheckUnsealed(JoinPath(directory, name), name, next, sealed, versions);
+          if (result != kErrSecSuccess) return;
+          result = CheckUnsealed(JoinPath(directory, name), name, next, sealed, versions);
         });
     return error == 0 ? result : StatusFromErrno(error);
   }
 
+  /// Checks one of these entries. `sealed` describes the one that `next` names.
   static OsStatus CheckUnsealed(const std::string& path, const std::string& name,
                                 const std::string& next, const struct stat& sealed,
                                 std::vector<std::string>& versions) {

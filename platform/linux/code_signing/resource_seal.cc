@@ -242,7 +242,7 @@ class ResourceCheck {
       return Collect(kErrSecCSBadResource);
     }
     Descriptor leadsTo = OpenWithoutLinks(entry.directory.Get(), text);
-    if (!leadsTo.IsOpen()) {
+    if (!leadsTo.IsOpen() && errno != ENOENT) {
       // The system may have to follow many other links.
       context_.budget.ChargeForEntry(kIndirectLinkCost);
       leadsTo = OpenAt(entry.directory.Get(), entry.name, O_PATH | O_CLOEXEC);

@@ -104,6 +104,15 @@ class ResourceSealTest : public testing::Test {
                 Member("files2", Dictionary(files)) + Member("rules2", Dictionary(rules)));
   }
 
+  /// Checks the bundle with "link" as a sealed link to `target`, beside a sealed link "here" to
+  /// ".".
+  OsStatus CheckLink(const std::string& target) {
+    directory_.Remove("Contents/Resources/link");
+    directory_.MakeLink("Contents/Resources/link", target);
+    return Check(List2(FileEntry() + LinkEntry(target) +
+                       Member("Resources/here", Dictionary(Member("symlink", Text("."))))));
+  }
+
   static std::string LinkEntry(const std::string& target = "a.txt") {
     return Member("Resources/link", Dictionary(Member("symlink", Text(target))));
   }
@@ -313,36 +322,24 @@ TEST_F(ResourceSealTest, EntriesAreLimited) {
 
 TEST_F(ResourceSealTest, LinksThroughLinksAreLimited) {
   directory_.MakeLink("Contents/Resources/here", ".");
-  const auto check = [&](const std::string& target) {
-    directory_.Remove("Contents/Resources/link");
-    directory_.MakeLink("Contents/Resources/link", target);
-    return Check(List2(FileEntry() + LinkEntry(target) +
-                       Member("Resources/here", Dictionary(Member("symlink", Text("."))))));
-  };
-  EXPECT_EQ(check("here/a.txt"), kErrSecSuccess);
+  EXPECT_EQ(CheckLink("here/a.txt"), kErrSecSuccess);
   context_.budget.ChargeForEntry((std::uint64_t{8} << 20) - (std::uint64_t{100} << 10));
-  EXPECT_EQ(check("a.txt"), kErrSecSuccess);
-  EXPECT_THROW(check("here/a.txt"), BudgetExceeded);
+  EXPECT_EQ(CheckLink("a.txt"), kErrSecSuccess);
+  EXPECT_THROW(CheckLink("here/a.txt"), BudgetExceeded);
 }
 
 TEST_F(ResourceSealTest, SealedLinksStayInTheBundle) {
   directory_.Write("outside", "x");
   directory_.MakeLink("Contents/Resources/here", ".");
-  const auto status = [&](const std::string& target) {
-    directory_.Remove("Contents/Resources/link");
-    directory_.MakeLink("Contents/Resources/link", target);
-    return Check(List2(FileEntry() + LinkEntry(target) +
-                       Member("Resources/here", Dictionary(Member("symlink", Text("."))))));
-  };
   for (const std::string& target :
        {std::string("a.txt"), std::string("../MacOS/tool"), std::string("here/a.txt"),
         std::string("nowhere"), std::string("../nowhere"), directory_.Path("Contents/MacOS")}) {
-    EXPECT_EQ(status(target), kErrSecSuccess) << target;
+    EXPECT_EQ(CheckLink(target), kErrSecSuccess) << target;
   }
   for (const std::string& target :
        {std::string("/etc/passwd"), std::string("/nowhere"), std::string("../../../.."),
         std::string("../../nowhere"), std::string("here/../../../..")}) {
-    EXPECT_EQ(status(target), kErrSecCSBadResource) << target;
+    EXPECT_EQ(CheckLink(target), kErrSecCSBadResource) << target;
   }
 }
 
