@@ -14,8 +14,8 @@ struct Task {
   std::string launchPath;              ///< path of the executable; no search, no shell
   std::vector<std::string> arguments;  ///< after the program name
   /// Existing file that receives standard output; empty for a pipe. Standard input and error are
-  /// always pipes. Pipes are neither written nor read, and stay open until the child has ended, so
-  /// a child that writes more than a pipe holds blocks.
+  /// always pipes. Nothing writes to these pipes or reads from them, and they stay open until the
+  /// child has ended. So a child that writes more than a pipe can hold blocks forever.
   std::string standardOutputPath;
 };
 

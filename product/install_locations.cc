@@ -7,8 +7,8 @@
 
 namespace {
 
-/// The directory bit of a mode's file-type field. The product tests this single bit, which block
-/// devices and sockets carry too.
+/// The directory bit of a mode's file-type field. The tool tests only this bit, which block
+/// devices and sockets also have.
 constexpr std::uint32_t kDirectoryBit = 0x4000;
 
 void AssignUnlessNull(std::string& field, const char* text) {

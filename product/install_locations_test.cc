@@ -90,7 +90,7 @@ TEST_F(InstallLocationsTest, OnlyDirectoriesCount) {
   }
 }
 
-// The product tests one bit of the mode, which sockets and block devices have, too.
+// The tool tests only one bit of the mode, which sockets and block devices also have.
 TEST_F(InstallLocationsTest, TheDirectoryBitDecides) {
   for (const std::uint32_t type :
        std::initializer_list<std::uint32_t>{S_IFDIR, S_IFSOCK, S_IFBLK}) {

@@ -20,7 +20,8 @@ constexpr char kUnrelated[] = "Update.Finished";
 
 using Clock = std::chrono::steady_clock;
 
-/// Seconds that a watched scan may take here. None comes near it unless a notification is lost.
+/// Time limit of a watched scan in these tests, in seconds. A scan takes nearly that long only if a
+/// notification is lost.
 constexpr int kLimit = 30;
 
 /// How many calls the tests make: `usual`, fewer under the sanitizers, which are slow, or what the

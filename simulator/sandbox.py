@@ -71,7 +71,7 @@ def command(root: pathlib.Path, covers: dict[str, pathlib.Path], volumes: dict[s
 
 
 def run(sandboxed: list[str], timeout: float | None = None, **streams: Any) -> int:
-    """Runs a command of command(); returns its exit status. `streams` are as for subprocess.Popen().
+    """Runs a command that command() has returned; returns its exit status. `streams` are as for subprocess.Popen().
 
     When this returns or raises, no process of the sandbox is left.
     """

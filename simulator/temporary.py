@@ -34,7 +34,7 @@ def folder() -> Iterator[pathlib.Path]:
             with _locked(place):
                 made.mkdir(0o711)  # some tests switch to other users
                 lock.enter_context(_locked(made))
-            # Other commands that use it as TMPDIR also lock it, so it cannot be the locked folder itself.
+            # Commands that get this folder as TMPDIR lock it, so it cannot be the folder that is locked here.
             inner = made / "files"
             inner.mkdir(0o711)
             yield inner

@@ -19,5 +19,5 @@ if [[ -f $made_folders ]]; then
 fi
 # The tool, its configuration, its log and the logs that newsyslog has rotated. Other files are not ours to remove.
 rm -f "$made_folders" "$install_directory"/{KXTool,configfile.txt,log.txt} "$install_directory"/log.txt.[0-9]
-rmdir "$install_directory" || fail "there is more in $install_directory: $(ls -A "$install_directory")"
+rmdir "$install_directory" || fail "cannot remove $install_directory, because it contains other files: $(ls -A "$install_directory")"
 pkgutil --forget "$identifier"

@@ -23,7 +23,7 @@ class PropertyListBudget {
   explicit PropertyListBudget(std::size_t bytes) : left_(bytes) {}
 
   /// Accounts for `size` bytes.
-  /// @return false when fewer are left; from then on none are.
+  /// @return false when fewer are left; every later call then fails, too.
   bool Take(std::size_t size) {
     isExceeded_ = isExceeded_ || size > left_;
     if (!isExceeded_) left_ -= size;

@@ -22,8 +22,8 @@ struct Streams {
   std::array<Descriptor, kFirstOtherDescriptor> parentEnds;
 };
 
-/// Moves `descriptor` above the standard ones. When the caller has closed those, a new descriptor
-/// takes their number, and the child's standard streams would overwrite it.
+/// Moves `descriptor` above the standard ones. If the caller has closed one of those, a new
+/// descriptor can get its number, and the child's standard streams would overwrite it.
 Descriptor AboveStandard(Descriptor descriptor) {
   if (!descriptor.IsOpen() || descriptor.Get() >= kFirstOtherDescriptor) return descriptor;
   return Descriptor(fcntl(descriptor.Get(), F_DUPFD_CLOEXEC, kFirstOtherDescriptor));

@@ -12,8 +12,8 @@ namespace platform {
 namespace {
 
 /// A buffer for the argument area of a process, as large as the kernel ever makes one: a megabyte.
-/// It lives until the process exits, since a search of the table reads hundreds of areas. It still
-/// contains the bytes of the previous read.
+/// It is allocated once, since a search of the table reads hundreds of areas. It still contains the
+/// bytes of the previous read.
 class ArgumentArea {
  public:
   ArgumentArea() {

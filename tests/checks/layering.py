@@ -23,7 +23,7 @@ MAY_INCLUDE = {
 }
 # Headers that every module of the tool may include: operations are methods of the tool object.
 FOR_EVERY_MODULE = {"app/kx_tool.h", "app/error_codes.h"}
-PRODUCT_MODULES = set(MAY_INCLUDE) - {"platform"}
+PORTABLE_MODULES = set(MAY_INCLUDE) - {"platform"}
 # Makes RapidJSON throw when it runs out of memory. Its forward declarations (fwd.h) do not need this.
 JSON_HEADER = "json/document.h"
 
@@ -61,11 +61,11 @@ def breaches(name):
                 yield number, f"{module}/ may not include {target}"
             if other == "app" and module not in ("app",) and target not in FOR_EVERY_MODULE:
                 yield number, f"only app/ may include {target}"
-            if module in PRODUCT_MODULES and re.match(r"platform/(posix|linux|macos)/", target):
+            if module in PORTABLE_MODULES and re.match(r"platform/(posix|linux|macos)/", target):
                 yield number, f"{target} is private to platform/"
         if re.search(r"<rapidjson/(?!fwd\.h)", line) and not is_json_ready:
             yield number, f"{JSON_HEADER} must come first"
-        if module in PRODUCT_MODULES and not is_test:
+        if module in PORTABLE_MODULES and not is_test:
             if HOST_HEADERS.search(line):
                 yield number, "a header of the host outside platform/"
             if HOST_MACROS.search(line):

@@ -96,7 +96,7 @@ class ScriptsTest(EndToEndCase):
         self.assertEqual(json.loads(kept["report.json"])["state"], "not installed")
 
     def test_log_is_rotated(self) -> None:
-        """By the fields of the line, as newsyslog.conf(5) names them."""
+        """The fields of the line are those of newsyslog.conf(5)."""
         line, = [line for line in example("newsyslog/kxtool.conf").splitlines() if not line.startswith("#")]
         path, owner, mode, count, size, when, flags = line.split()
         self.assertEqual((path, owner, when, set(flags)), (installation.LOG, "root:wheel", "*", {"B", "N"}))

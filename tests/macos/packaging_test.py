@@ -52,7 +52,7 @@ class PackagingCase(unittest.TestCase):
         return record.read_text().splitlines() if record.exists() else []
 
     def make_package(self):
-        """What goes into the package is then in the folder `made`."""
+        """Runs package.sh. Afterwards, the folder `made` holds what goes into the package."""
         self.made = self.folder / "made"
         self.made.mkdir()
         self.stand_in(codesign="", security=INSTALLER, pkgbuild=PKGBUILD.format(self.folder),
@@ -130,7 +130,7 @@ class PackagingTest(PackagingCase):
         self.assertEqual(root.find("options").get("hostArchitectures"), "x86_64,arm64")
         self.assertEqual(root.find("product").get("version"), "1.0.0.206")
         self.assertEqual(root.find(".//os-version").get("min"), "10.11")
-        # Each line leads to a choice, and that to the package.
+        # Each line refers to a choice, and the choice to the package.
         choice = root.find(f"choice[@id='{root.find('choices-outline/line').get('choice')}']")
         package = root.find(f"pkg-ref[@id='{choice.find('pkg-ref').get('id')}']")
         self.assertEqual((package.get("id"), package.text), ("com.corvane.KXTool", "KXTool.pkg"))
@@ -269,7 +269,7 @@ class InstallationTest(PackagingCase):
         (self.tool_folder / "notes.txt").touch()
         status, errors = self.uninstall()
         self.assertEqual(status, 1)
-        self.assertIn("uninstall.sh: there is more in /usr/local/libexec/kxtool: notes.txt", errors)
+        self.assertIn("uninstall.sh: cannot remove /usr/local/libexec/kxtool, because it contains other files: notes.txt", errors)
         self.assertEqual(self.installed(), ["libexec/kxtool/notes.txt"])
         self.assertNotIn("pkgutil --forget com.corvane.KXTool", self.calls())
 

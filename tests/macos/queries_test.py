@@ -28,7 +28,7 @@ class QueriesTest(unittest.TestCase):
     def setUp(self) -> None:
         taken = [folder for folder in FOLDERS if os.path.exists(folder)]
         if taken:
-            self.fail(f"there is already {', '.join(taken)}")
+            self.fail(f"the product may be installed: found {', '.join(taken)}")
         self.addCleanup(self.remove)
 
     @staticmethod

@@ -448,7 +448,7 @@ TEST_F(SignedBundleTest, AVersionedBundleHasOnlyLinksAndSignedVersions) {
   EXPECT_EQ(StatusOf(path), kErrSecCSUnsigned);
 }
 
-TEST_F(SignedBundleTest, AParentAfterALinkIsWhereTheSystemFindsIt) {
+TEST_F(SignedBundleTest, ResolvesDotDotAfterALinkAsTheSystemDoes) {
   Sign();
   directory_.Write("evil/Agent.app/Contents/MacOS/Agent", "anything");
   directory_.MakeDirectory("evil/directory");

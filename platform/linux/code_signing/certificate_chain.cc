@@ -67,7 +67,7 @@ class ChainBuilder {
     return false;
   }
 
-  // Verifies the signature of a certificate, once in a check.
+  // Verifies that `issuer` signed `certificate`. Remembers a success for the rest of the check.
   bool HasIssued(X509& issuer, X509& certificate) {
     std::string pair =
         DigestOf(HashType::kSha256, EncodedCertificate(issuer) + EncodedCertificate(certificate));

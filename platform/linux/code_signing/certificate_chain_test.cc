@@ -107,7 +107,7 @@ TEST_F(CertificateChainTest, AnIssuerIsVerifiedOnce) {
   EXPECT_NO_THROW(context.budget.ChargeForVerifications(998));
 }
 
-TEST_F(CertificateChainTest, KeysThatCodeIsNotSignedWithAreNotTried) {
+TEST_F(CertificateChainTest, DoesNotTryKeysUnsuitableForCodeSigning) {
   const TestKey dsaLike = MakeEcKey("secp160r1");
   const CertificatePtr odd = Issue("Odd", dsaLike, "Odd", dsaLike);
   const CertificatePtr leaf = Issue("Leaf", leafKey_, "Odd", dsaLike);

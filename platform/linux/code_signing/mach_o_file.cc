@@ -55,7 +55,7 @@ OsStatus MachOFile::ReadTable() {
 
 OsStatus MachOFile::ReadEntries(std::uint64_t count) {
   if (count > kMaxSlices) return kErrSecCSBadObjectFormat;
-  // Reads one more entry than counted: an arm64 slice may be hidden there from old systems.
+  // Reads one entry beyond the counted ones: an arm64 slice may be hidden there from old systems.
   const std::optional<std::string> table =
       file_.ReadPiece(kUniversalHeaderSize, (count + 1) * kEntrySize);
   if (!table) return kErrSecCSBadObjectFormat;

@@ -16,9 +16,10 @@ namespace platform::code_signing {
 
 /// Hashes the code that starts at offset `start` in a file and compares every page with the hashes
 /// of all directories of a known type, on all processors. Page size and code limit are those of the
-/// best directory. Its memory does not depend on the file. The arguments must outlive it.
+/// best directory. The memory use does not depend on the size of the file.
 class PageCheck {
  public:
+  /// The arguments must outlive the object.
   PageCheck(const RandomAccessFile& file, std::uint64_t start, const CodeDirectorySet& directories,
             WorkBudget& budget);
   PageCheck(const PageCheck&) = delete;

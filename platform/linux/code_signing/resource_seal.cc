@@ -27,7 +27,7 @@ using Kind = PropertyListValue::Kind;
 /// Darwin's PATH_MAX. A bundle with longer paths was not made on a Mac.
 constexpr std::size_t kMaxPathLength = 1024;
 
-/// What a link that leads through other links costs, in bytes of paths.
+/// The cost of a link that leads through other links, as a number of bytes of paths.
 constexpr std::uint64_t kIndirectLinkCost = 64U << 10U;
 
 /// The entry of one path in CodeResources.

@@ -205,7 +205,7 @@ TEST_F(ResourceSealTest, FindsChangedKinds) {
   EXPECT_EQ(CheckUsual(), kErrSecCSBadResource);
 }
 
-TEST_F(ResourceSealTest, LeavesOutWhatRulesOmitAndDirectories) {
+TEST_F(ResourceSealTest, IgnoresDirectoriesAndPathsThatRulesOmit) {
   directory_.Write("Contents/Resources/.DS_Store", "x");
   directory_.MakeDirectory("Contents/Resources/empty/directories");
   EXPECT_EQ(CheckUsual(), kErrSecSuccess);
@@ -388,7 +388,7 @@ TEST_F(ResourceSealTest, DistinguishesFailedRequirementsFromOtherFailures) {
   EXPECT_EQ(CheckUsual(entry), kErrSecCSBadNestedCode);
   nestedStatus_ = kErrSecCSUnsigned;
   EXPECT_EQ(CheckUsual(entry), kErrSecCSUnsigned);
-  // Only a failed requirement does not end the check.
+  // A failed requirement does not end the check, but all other failures do.
   directory_.Write("Contents/Added", "x");
   EXPECT_EQ(CheckUsual(entry), kErrSecCSUnsigned);
 }

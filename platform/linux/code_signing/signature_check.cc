@@ -17,8 +17,8 @@ namespace {
 
 constexpr char kTimestampToken[] = "1.2.840.113549.1.9.16.2.14";
 
-// Time stamps are the only permitted unsigned attributes, so any unsigned attribute requires a
-// valid one.
+// Time stamps are the only permitted unsigned attributes. If there is any unsigned attribute, there
+// must be a valid time stamp.
 OsStatus CheckTimestamp(const CmsSigner& signer, CheckContext& context,
                         std::optional<Timestamp>& timestamp) {
   if (!signer.HasUnsignedAttributes()) return kErrSecSuccess;
