@@ -151,7 +151,7 @@ class BundleRepresentation : public DiskRepresentation {
     if (length <= 0) return false;
     const std::string_view target(text, static_cast<std::size_t>(length));
     if (next == kCurrentVersion) return name == next && target.find('/') == target.npos;
-    return next == kVersions && target == JoinPath(JoinPath(kVersions, kCurrentVersion), name);
+    return next == kVersions && target == "Versions/Current/" + name;
   }
 
   /// @return 0, EXDEV for a file outside the bundle, or the `errno` of another failure.

@@ -448,6 +448,21 @@ TEST_F(SignedBundleTest, AVersionedBundleHasOnlyLinksAndSignedVersions) {
   EXPECT_EQ(StatusOf(path), kErrSecCSUnsigned);
 }
 
+TEST_F(SignedBundleTest, VersionsAreLimited) {
+  directory_.Write("A.framework/Versions/B/Current", MakeSignedMachO({}));
+  directory_.MakeLink("A.framework/Versions/Current", "B");
+  directory_.MakeLink("A.framework/Current", "Versions/Current/Current");
+  const auto makeVersions = [&](int first, int last) {
+    for (int i = first; i <= last; ++i) {
+      directory_.MakeDirectory("A.framework/Versions/" + std::to_string(i));
+    }
+  };
+  makeVersions(1, 64);
+  EXPECT_EQ(StatusOf(directory_.Path("A.framework")), kErrSecCSResourcesNotFound);
+  makeVersions(65, 65);
+  EXPECT_EQ(StatusOf(directory_.Path("A.framework")), kErrSecCSBadResource);
+}
+
 TEST_F(SignedBundleTest, ResolvesDotDotAfterALinkAsTheSystemDoes) {
   Sign();
   directory_.Write("evil/Agent.app/Contents/MacOS/Agent", "anything");

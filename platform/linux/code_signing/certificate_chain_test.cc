@@ -107,6 +107,16 @@ TEST_F(CertificateChainTest, AnIssuerIsVerifiedOnce) {
   EXPECT_NO_THROW(context.budget.ChargeForVerifications(998));
 }
 
+TEST_F(CertificateChainTest, LargeKeysCostMore) {
+  const TestKey largeKey = MakeEcKey("P-384");
+  const CertificatePtr root = Issue("Large", largeKey, "Large", largeKey);
+  const CertificatePtr leaf = Issue("Leaf", leafKey_, "Large", largeKey);
+  CheckContext context = {TrustStore({root})};
+  BuildChain(leaf, {root}, context);
+  context.budget.ChargeForVerifications(996);
+  EXPECT_THROW(context.budget.ChargeForVerifications(1), BudgetExceeded);
+}
+
 TEST_F(CertificateChainTest, DoesNotTryKeysUnsuitableForCodeSigning) {
   const TestKey dsaLike = MakeEcKey("secp160r1");
   const CertificatePtr odd = Issue("Odd", dsaLike, "Odd", dsaLike);

@@ -204,6 +204,30 @@ TEST_F(SignedFileTest, EverySliceNeedsTheSameSigner) {
   EXPECT_EQ(status({good, Slice(SignWith(other))}), kErrSecCSSignatureInvalid);
 }
 
+TEST_F(SignedFileTest, EveryVersionOfABundleNeedsTheSameSigner) {
+  const std::string seal =
+      "<plist><dict><key>files</key><dict/><key>rules</key><dict/></dict></plist>";
+  const auto sign = [&](const std::string& version, const TestSigner& signer) {
+    TestDirectoryContents contents;
+    contents.flags = 0;
+    contents.team = "TEAM";
+    contents.sealed = {{kSlotResourceDirectory, seal}};
+    const std::string directory = "A.framework/Versions/" + version;
+    directory_.Write(directory + "/_CodeSignature/CodeResources", seal);
+    // The name of the executable is that of the directory, because there is no Info.plist.
+    for (const std::string& name : {std::string("Current"), version}) {
+      directory_.Write(directory + "/" + name, MakeSignedMachO(contents, SignWith(signer)));
+    }
+  };
+  sign("B", signer_);
+  directory_.MakeLink("A.framework/Versions/Current", "B");
+  directory_.MakeLink("A.framework/Current", "Versions/Current/Current");
+  sign("C", signer_);
+  EXPECT_EQ(Status("A.framework"), kErrSecSuccess);
+  sign("C", MakeSigner("codeSigning", MakeEcKey(), signer_.authority));
+  EXPECT_EQ(Status("A.framework"), kErrSecCSBadNestedCode);
+}
+
 TEST_F(SignedFileTest, SlicesMustNotOverlap) {
   const std::string slice = Slice(SignWith(signer_));
   const std::string file = MakeUniversal({slice, slice});
