@@ -9,8 +9,8 @@
 
 /// Look-ups in JSON values of any shape. What is absent, or is not of the requested type, yields
 /// null or nothing, and no assertion in the JSON library can be triggered. Results live as long as
-/// the value. Names are compared exactly, by length; of members with the same name the first one
-/// counts.
+/// the value. Names are compared byte by byte, with NULs; of members with the same name the
+/// first one counts.
 
 namespace json {
 

@@ -10,7 +10,7 @@ namespace {
 
 using std::string_literals::operator""s;
 
-/// Reads `text` and expects the end of the scan `endTime`.
+/// Reads `text` and expects the scan to have ended at `endTime`.
 void ExpectRead(std::string text, std::int64_t endTime) {
   SCOPED_TRACE(text);
   std::int64_t time = -1;

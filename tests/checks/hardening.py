@@ -1,7 +1,7 @@
 """Checks how the release binary was linked: with its property list, position-independent,
 relocations read-only from the start, no executable stack, stack protector and fortified calls in
 use, no run path, and only the C library linked dynamically. Usage: hardening.py BINARY. Prints what
-is wrong and exits with 1."""
+is wrong, if anything, and then exits with 1."""
 
 import re
 import subprocess

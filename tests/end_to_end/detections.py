@@ -46,7 +46,7 @@ def not_running() -> list[str]:
 
 def ask_identity(layout: int = 1, endpoint: str | None = ENDPOINT,
                  company: str | None = COMPANY) -> list[str]:
-    """The SDK is asked for the identifiers that it knows; None is one that it does not answer."""
+    """The SDK is asked for the identifiers; None stands for one that it does not return."""
     lines = ["Get SL Identity", "Getting SL Identity using the wrapper method",
              *t.wrapped(t.answered(t.GET_IDENTITY, layout), method=t.GET_IDENTITY),
              "SL Identity retrieved successfully",

@@ -26,7 +26,7 @@ class Row:
     before: shell commands that run before the tool, for example a limit.
     under: a program that runs the tool.
     programs: stand-ins by absolute path: None leaves one out, else its content and mode.
-    volumes: small file systems, by absolute path, with their octets.
+    volumes: small file systems, by absolute path, with their sizes in bytes.
     """
 
     name: str

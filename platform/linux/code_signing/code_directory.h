@@ -42,8 +42,8 @@ class CodeDirectory {
   /// Whether a special slot seals something: it exists and is not all zero.
   bool IsSpecialSlotPresent(Slot slot) const;
 
-  /// Returns the stored hash of a code page, with the length of its digest; nothing when there is
-  /// no such slot or the hash type is unknown.
+  /// Returns the stored hash of a code page, cut to the digest's length; nothing when there is no
+  /// such slot or the hash type is unknown.
   std::optional<std::string_view> CodeHash(std::uint32_t index) const;
 
   /// As above, for a special slot.

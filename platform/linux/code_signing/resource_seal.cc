@@ -78,7 +78,7 @@ bool IsSealedHash(const std::string& sealed, const std::string& digest) {
 }
 
 /// Whether a link with this text in `directory` (relative to a root) stays below the root, assuming
-/// that every part of both names a directory.
+/// that every component of the two paths is a directory.
 bool StaysBelow(const std::string& directory, const std::string& text) {
   const std::filesystem::path path = (std::filesystem::path(directory) / text).lexically_normal();
   return path.is_relative() && path.begin() != path.end() && *path.begin() != "..";
