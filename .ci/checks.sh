@@ -42,7 +42,7 @@ check_ordinary_user() {
     cd "$home"
     export HOME=$home KX_BUILD=$home/build/release KX_CHECK_SIGNATURE=$home/$program
     export TMPDIR=$home PYTHONDONTWRITEBYTECODE=1
-    "${as_user[@]}" /usr/bin/python3 -m unittest tests.code_signing.signed_files.plain_test \
+    "${as_user[@]}" /usr/bin/python3 -m unittest tests.code_signing.signed_files.plain_file_test \
       tests.end_to_end.image_installer_test.Copying simulator.endpoint_test.InPlace &&
       "${as_user[@]}" /usr/bin/python3 -c '
 from tests.faults import matrix, matrix_test
@@ -64,7 +64,7 @@ check_tidy() {
 # Runs the tests of the macOS program that cannot run under the sanitizers.
 check_gnustep() {
   build gnustep
-  run_tests gnustep --tests-regex '^(contract|faults\.limits_test)'
+  run_tests gnustep --tests-regex '^(platform_contract|faults\.limits_test)'
 }
 
 # Checks that the sources of a macOS build include only headers that macOS has.
@@ -77,7 +77,7 @@ check_macos() {
   local headers
   for headers in build/macos-cross build/macos-cross/newer-headers; do
     /usr/bin/python3 tests/macos/check_binary.py "$headers/KXTool" \
-      "$headers"/{x86_64,arm64}/tests/contract/kx_platform_contract_tests
+      "$headers"/{x86_64,arm64}/tests/platform_contract/kx_platform_contract_tests
   done
   /usr/bin/python3 tests/macos/static_analysis.py build/macos-cross/arm64
 }

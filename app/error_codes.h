@@ -7,7 +7,7 @@
 inline constexpr int kSuccess = 0;
 inline constexpr int kENOENT = 2;      ///< not found
 inline constexpr int kESRCH = 3;       ///< an answer that cannot be used
-inline constexpr int kEBADF = 9;       ///< an invalid or unreadable agent configuration file
+inline constexpr int kEBADF = 9;       ///< a bad agent configuration file; ends no run
 inline constexpr int kENOMEM = 12;     ///< no memory for the tool object
 inline constexpr int kEACCES = 13;     ///< no SDK instance, or a file that cannot be deleted
 inline constexpr int kEFAULT = 14;     ///< an SDK export is missing

@@ -30,7 +30,8 @@ std::string Summary(long long seconds) {
   return "<Scan><ScanSummary startTime=\"" + std::to_string(seconds) + "\" duration=\"0\"/></Scan>";
 }
 
-// tests/end_to_end/scan_report_test.py tests the complete flows, scan_summary_test.cc the contents.
+// tests/end_to_end/last_system_scan_test.py tests the complete flows, scan_summary_test.cc the
+// contents.
 class LastSystemScanTest : public fake::ToolFixture {
  protected:
   LastSystemScanTest() { world.AddDirectory(kDirectory); }

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/files.h"
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <string>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

@@ -138,6 +138,11 @@ class NamesTest(EndToEndCase):
                 elif word.startswith("/usr/local"):
                     self.assertTrue(word.startswith(f"{INSTALLED}/"), word)
 
+    def test_attribute_knows_the_members(self) -> None:
+        cases = re.findall(r"^  ([\w| ]+)\) group=", example("jamf/extension-attribute.sh"), re.MULTILINE)
+        members = set(json.loads(read("docs/report.schema.json"))["properties"])
+        self.assertEqual(set(" | ".join(cases).split(" | ")), members - {"reportVersion", "time", "problems"})
+
     def test_query_finds_the_members(self) -> None:
         """In a table with the columns that Fleet documents for parse_json."""
         (_, query), = blocks_of(GUIDE, "sql")

@@ -27,7 +27,7 @@ ELSEWHERE = {
     (GUIDE, "sh"): "GuideTest",
     (GUIDE, "mermaid"): "a diagram",
     ("docs/architecture.md", "mermaid"): "a diagram",
-    ("docs/contract.md", "text"): "contract_test.py",
+    ("docs/contract.md", "text"): "log_lines_test.py",
     ("docs/deployment.md", "shell"): "deployment_test.py",
     ("docs/deployment.md", "sql"): "deployment_test.py",
     ("examples/ansible/README.md", "sh"): "ansible_test.py",

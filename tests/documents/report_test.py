@@ -368,13 +368,6 @@ class CommandLineTest(ScriptCase):
             self.assertEqual(set(report) - always, set(members.split(", ")))
         self.assertEqual(set(parsed(self.run_report().stdout)), set(SCHEMA["properties"]))
 
-    def test_every_code_of_the_contract_has_a_meaning(self) -> None:
-        codes = re.findall(r"^\| (\d+) \| [a-z]", read("docs/contract.md"), re.MULTILINE)
-        self.assertGreater(len(codes), 10)
-        for code in codes:
-            if code != "0":
-                self.assertRegex(read("packaging/kxtool-report"), rf"(?m)^    {code}\)")
-
 
 class ProgramsTest(unittest.TestCase):
     def test_need_no_gnu_options(self) -> None:

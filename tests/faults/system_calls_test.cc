@@ -24,8 +24,8 @@
 #include "platform/standard_streams.h"
 #include "platform/task.h"
 #include "tests/code_signing/signature_builder.h"
-#include "tests/contract/support.h"
 #include "tests/faults/failing_calls.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

@@ -1,5 +1,5 @@
-#ifndef TESTS_CONTRACT_SUPPORT_H_
-#define TESTS_CONTRACT_SUPPORT_H_
+#ifndef TESTS_PLATFORM_CONTRACT_SUPPORT_H_
+#define TESTS_PLATFORM_CONTRACT_SUPPORT_H_
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -124,4 +124,4 @@ void SetOwnProgram(const char* name);
 
 }  // namespace contract
 
-#endif  // TESTS_CONTRACT_SUPPORT_H_
+#endif  // TESTS_PLATFORM_CONTRACT_SUPPORT_H_

@@ -50,7 +50,7 @@ def transcript_of(heading: str) -> list[str]:
     return [".*".join(map(re.escape, re.split("<[^>]*>", line))) for line in lines]
 
 
-class ContractTest(EndToEndCase):
+class LogLinesTest(EndToEndCase):
     maxDiff = None
 
     def test_sections_have_the_messages_of_the_dispatcher(self) -> None:

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "platform/files.h"
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

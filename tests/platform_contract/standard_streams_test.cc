@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

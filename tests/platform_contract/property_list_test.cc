@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

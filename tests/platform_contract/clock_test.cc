@@ -10,7 +10,7 @@
 #include <mutex>
 #include <thread>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

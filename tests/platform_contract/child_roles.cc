@@ -18,7 +18,7 @@
 #include "platform/clock.h"
 #include "platform/standard_streams.h"
 #include "platform/thread.h"
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace contract {
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 #include <fcntl.h>
 #include <ftw.h>

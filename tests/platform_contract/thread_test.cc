@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 namespace platform {
 namespace {

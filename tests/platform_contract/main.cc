@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/contract/support.h"
+#include "tests/platform_contract/support.h"
 
 int main(int argc, char** argv) {
   if (const int status = contract::PlayRole(argc, argv); status >= 0) return status;
