@@ -7,9 +7,6 @@
 namespace platform::code_signing {
 namespace {
 
-constexpr HashType kPreference[] = {HashType::kSha384, HashType::kSha256,
-                                    HashType::kSha256Truncated, HashType::kSha1};
-
 // Adds the directory in `slot`. Sets `found` to whether there is one.
 OsStatus Add(const DiskRepresentation& code, std::size_t slice, Slot slot,
              CodeDirectorySet::Directories& all, bool& found, std::uint8_t& type) {
@@ -50,7 +47,7 @@ OsStatus CodeDirectorySet::Load(const DiskRepresentation& code, std::size_t slic
 }
 
 bool CodeDirectorySet::ChooseBest() {
-  for (const HashType type : kPreference) {
+  for (const HashType type : kHashTypes) {
     best_ = static_cast<std::uint8_t>(type);
     if (all_.count(best_) != 0) return true;
   }

@@ -2,6 +2,8 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
+#include <iterator>
 #include <new>
 
 namespace platform::code_signing {
@@ -20,18 +22,23 @@ constexpr HashTraits kHashes[] = {
     {HashType::kSha384, 48, EVP_sha384},
 };
 
-const HashTraits& TraitsOf(HashType type) { return kHashes[static_cast<std::size_t>(type) - 1]; }
+const HashTraits& TraitsOf(HashType type) {
+  return *std::find_if(std::begin(kHashes), std::end(kHashes),
+                       [type](const HashTraits& hash) { return hash.type == type; });
+}
 
 }  // namespace
 
 std::optional<HashType> HashTypeFromNumber(std::uint8_t number) {
-  for (const HashTraits& hash : kHashes) {
-    if (static_cast<std::uint8_t>(hash.type) == number) return hash.type;
+  for (const HashType type : kHashTypes) {
+    if (static_cast<std::uint8_t>(type) == number) return type;
   }
   return std::nullopt;
 }
 
 std::size_t DigestLength(HashType type) { return TraitsOf(type).length; }
+
+int AlgorithmIdentifier(HashType type) { return EVP_MD_get_type(TraitsOf(type).algorithm()); }
 
 void Digest::Free::operator()(evp_md_ctx_st* context) const { EVP_MD_CTX_free(context); }
 

@@ -14,8 +14,7 @@ struct evp_md_st;
 namespace platform::code_signing {
 
 /// The digests of a signature, numbered as in a CodeDirectory and in the keys of CodeResources
-/// (cs_blobs.h of Apple's open xnu). Least preferred first: kSha1, kSha256Truncated, kSha256,
-/// kSha384.
+/// (cs_blobs.h of Apple's open xnu).
 enum class HashType : std::uint8_t {
   kSha1 = 1,
   kSha256 = 2,
@@ -23,11 +22,18 @@ enum class HashType : std::uint8_t {
   kSha384 = 4,
 };
 
+/// All types, the most preferred first.
+inline constexpr HashType kHashTypes[] = {HashType::kSha384, HashType::kSha256,
+                                          HashType::kSha256Truncated, HashType::kSha1};
+
 /// @return the type with this number; nothing for an unknown number.
 std::optional<HashType> HashTypeFromNumber(std::uint8_t number);
 
 /// @return the digest's length in bytes.
 std::size_t DigestLength(HashType type);
+
+/// @return libcrypto's number of the algorithm (NID).
+int AlgorithmIdentifier(HashType type);
 
 /// A digest that is computed in pieces. Move-only. Throws std::bad_alloc when libcrypto fails,
 /// which means a lack of memory.

@@ -29,19 +29,6 @@ std::string TextOf(const ASN1_STRING& string) {
           static_cast<std::size_t>(ASN1_STRING_length(&string))};
 }
 
-int DigestIdentifier(HashType type) {
-  switch (type) {
-    case HashType::kSha1:
-      return NID_sha1;
-    case HashType::kSha256:
-    case HashType::kSha256Truncated:
-      return NID_sha256;
-    case HashType::kSha384:
-      return NID_sha384;
-  }
-  return NID_undef;
-}
-
 OsStatus CheckFirstVersion(const ASN1_TYPE& value, const CodeDirectorySet& directories) {
   if (ASN1_TYPE_get(&value) != V_ASN1_OCTET_STRING) return kErrSecCSSignatureFailed;
   PropertyListBudget budget(kMaxListMemory);
@@ -106,7 +93,7 @@ OsStatus CheckSecondVersion(const std::vector<const ASN1_TYPE*>& values,
       if (&directory == &directories.Base()) continue;  // which the signature covers
       return kErrSecCSSignatureFailed;
     }
-    const auto stated = hashes.find(DigestIdentifier(*type));
+    const auto stated = hashes.find(AlgorithmIdentifier(*type));
     if (stated == hashes.end() || !IsHashOf(directory, *type, stated->second)) {
       return kErrSecCSSignatureFailed;
     }
