@@ -120,6 +120,7 @@ BundleLayout FindBundleLayout(const std::string& directory, PropertyListBudget& 
     std::string bytes;
     if (file.Open(*layout.informationPath) == 0 && file.ReadAll(bytes, kMaxInformationSize) == 0) {
       auto information = ParsePropertyList(bytes, lists);
+      layout.informationBytes = std::move(bytes);
       if (information && information->kind == PropertyListValue::Kind::kDictionary) {
         layout.information = std::move(*information);
       }

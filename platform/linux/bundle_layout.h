@@ -20,6 +20,9 @@ struct BundleLayout {
   /// Path of the Info.plist, when there is one.
   std::optional<std::string> informationPath;
 
+  /// Its bytes; empty when they cannot be read.
+  std::string informationBytes;
+
   /// The dictionary in the Info.plist; empty when there is none.
   PropertyListValue information;
 

@@ -164,8 +164,10 @@ class BundleRepresentation : public DiskRepresentation {
   OsStatus ReadInformation(std::optional<std::string>& bytes) const {
     if (!layout_.informationPath) return kErrSecSuccess;
     const int error = ReadBundleFile(*layout_.informationPath, bytes.emplace());
-    if (error == EXDEV) return kErrSecCSInfoPlistFailed;
-    return error == 0 ? kErrSecSuccess : StatusFromErrno(error);
+    if (error != 0 && error != EXDEV) return StatusFromErrno(error);
+    // The executable was chosen by what the file contained at first.
+    const bool isSame = error == 0 && *bytes == layout_.informationBytes;
+    return isSame ? kErrSecSuccess : kErrSecCSInfoPlistFailed;
   }
 
   /// A file that cannot be read, or lies outside the bundle, counts as absent.
@@ -280,7 +282,7 @@ OsStatus OpenBundleRepresentation(const std::string& path, BundleName name,
   } else if (const OsStatus status = FindStandIn(layout, code); status != kErrSecSuccess) {
     return status;
   }
-  layout.information = {};  // saves memory: it is read again as a component
+  layout.information = {};  // saves memory
 
   // From here on, replacing a directory above the sealed ones has no effect.
   BundleRoot resources;

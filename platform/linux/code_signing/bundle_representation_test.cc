@@ -472,6 +472,17 @@ TEST_F(SignedBundleTest, ResolvesDotDotAfterALinkAsTheSystemDoes) {
   EXPECT_EQ(StatusOf(directory_.Path("link/../") + kExecutable), kErrSecCSUnsigned);
 }
 
+TEST_F(SignedBundleTest, OneInformationNamesTheExecutableAndIsChecked) {
+  Sign();
+  Write("Info.plist", kInformation + std::string(" "));
+  std::unique_ptr<SignedCode> code;
+  ASSERT_EQ(SignedCode::Open(directory_.Path("Agent.app"), std::make_shared<CheckContext>(), code),
+            kErrSecSuccess);
+  Write("Info.plist", kInformation);
+  EXPECT_EQ(code->CheckValidity(), kErrSecCSInfoPlistFailed);
+  EXPECT_EQ(Status(), kErrSecSuccess);
+}
+
 TEST_F(SignedBundleTest, TheExecutableLiesWhereLibrariesBesideItAreSealed) {
   Sign();
   for (const std::string place : {"_CodeSignature", "_MASReceipt", "CodeResources", "inside"}) {

@@ -46,6 +46,9 @@ class WorkBudget {
   /// Charges for the bytes of a component, once for each comparison with its slot.
   void ChargeForComponent(std::uint64_t bytes) { Charge(components_, bytes); }
 
+  /// Charges for the text of a requirement, once for each evaluation.
+  void ChargeForRequirement(std::uint64_t length) { Charge(requirements_, length); }
+
   /// Charges for one piece of nested code.
   void ChargeForNestedCode() { Charge(nestedCode_, 1); }
 
@@ -74,6 +77,7 @@ class WorkBudget {
   std::uint64_t certificates_ = 2000;
   std::uint64_t messages_ = std::uint64_t{2} << 20;
   std::uint64_t components_ = std::uint64_t{256} << 20;
+  std::uint64_t requirements_ = std::uint64_t{1} << 20;
   std::uint64_t nestedCode_ = 1000;
   std::uint64_t entries_ = std::uint64_t{8} << 20;
   std::map<std::pair<dev_t, ino_t>, int> names_;

@@ -145,12 +145,11 @@ class ResourceCheck {
     return IsNeverSealed(path) || path == mainExecutable_;
   }
 
-  /// Whether the path itself, or anything below it, is sealed.
-  bool IsSealed(const std::string& path) const {
+  /// Whether anything below the path is sealed.
+  bool IsSealedBelow(const std::string& path) const {
     const std::string inside = path + "/";
     const auto next = sealed_.lower_bound(inside);
-    return sealed_.count(path) != 0 ||
-           (next != sealed_.end() && next->first.substr(0, inside.size()) == inside);
+    return next != sealed_.end() && next->first.substr(0, inside.size()) == inside;
   }
 
   /// Records a problem that does not end the check. The first one is the result.
@@ -187,6 +186,8 @@ class ResourceCheck {
     if (isLink && strcasecmp(name.c_str(), ".DS_Store") == 0) return kErrSecCSDSStoreSymlink;
     if (S_ISREG(status.st_mode) && status.st_nlink > 1) context_.budget.ChargeForName(status);
     if (IsExcluded(path)) return kErrSecSuccess;
+    // Whatever the rules say, no link may stand for a directory of sealed files.
+    if (isLink && IsSealedBelow(path)) return Collect(kErrSecCSBadResource);
     const ResourceRule* rule = nullptr;
     if (const OsStatus found = rules_.Find(path, rule); found != kErrSecSuccess) return found;
     if (S_ISDIR(status.st_mode)) {
@@ -205,9 +206,8 @@ class ResourceCheck {
   OsStatus CheckEntry(const Entry& entry) {
     const auto found = sealed_.find(entry.path);
     if (found == sealed_.end()) {
-      // Version 1 does not seal links, but none may stand for a directory of sealed files.
-      const bool isIgnored = version_ == 1 && entry.isLink && !IsSealed(entry.path);
-      return isIgnored ? kErrSecSuccess : Collect(kErrSecCSBadResource);
+      // Version 1 does not seal links.
+      return version_ == 1 && entry.isLink ? kErrSecSuccess : Collect(kErrSecCSBadResource);
     }
     found->second.isSeen = true;
     SealedItem item;
@@ -228,8 +228,12 @@ class ResourceCheck {
   OsStatus CheckNestedCode(const Entry& entry, const std::string& text) {
     const std::optional<Requirement> requirement = ParseRequirement(text);
     if (!requirement) return kErrSecCSResourcesInvalid;
+    const Requirement charged = [&](const RequirementSubject& subject) {
+      context_.budget.ChargeForRequirement(text.size());
+      return (*requirement)(subject);
+    };
     const OsStatus status =
-        seal_.checkNestedCode(JoinPath(PathOf(entry.directory), entry.name), *requirement);
+        seal_.checkNestedCode(JoinPath(PathOf(entry.directory), entry.name), charged);
     return status == kErrSecCSReqFailed ? Collect(kErrSecCSBadNestedCode) : status;
   }
 
@@ -327,10 +331,10 @@ const PropertyListValue* FindDictionary(const PropertyListValue& list, const cha
 
 OsStatus CheckResources(ResourceSeal seal, CheckContext& context) {
   const std::optional<std::string> root = seal.code.ResourceRoot();
-  if (!seal.codeResources) return root ? kErrSecCSResourcesNotFound : kErrSecSuccess;
   const std::optional<PropertyListValue> list =
-      ParsePropertyList(*seal.codeResources, context.lists);
-  seal.codeResources.reset();  // Saves memory while nested code is checked.
+      ParsePropertyList(seal.codeResources, context.lists);
+  seal.codeResources = std::string();  // saves memory while nested code is checked
+  if (context.lists.IsExceeded()) return kErrSecCSInternalError;
   if (!list) return kErrSecCSBadDictionaryFormat;
   if (list->kind != Kind::kDictionary) return kErrSecCoreFoundationUnknown;
   const PropertyListValue* rules = FindDictionary(*list, "rules");

@@ -22,9 +22,8 @@ using NestedCodeCheck =
 struct ResourceSeal {
   const DiskRepresentation& code;
 
-  /// The bytes of CodeResources, which match the CodeDirectory; nothing when no resource directory
-  /// is sealed.
-  std::optional<std::string> codeResources;
+  /// The bytes of CodeResources, which match the CodeDirectory.
+  std::string codeResources;
 
   /// The hash types of all the code's CodeDirectories, ascending. Never empty.
   std::vector<HashType> hashTypes;

@@ -87,7 +87,8 @@ class ResourceSealTest : public testing::Test {
   OsStatus Check(const std::string& codeResources) {
     const Places places(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
     return CheckResources({places, codeResources, hashTypes_,
-                           [this](const auto& path, const auto&) {
+                           [this](const auto& path, const auto& requirement) {
+                             requirement({});
                              nested_.push_back(std::filesystem::canonical(path).string());
                              return nestedStatus_;
                            }},
@@ -133,7 +134,7 @@ class ResourceSealTest : public testing::Test {
 TEST_F(ResourceSealTest, AllSealsOfACheckHaveOneBudget) {
   const std::string spaces(std::size_t{5} << 20, ' ');
   for (int i = 0; i < 6; ++i) EXPECT_EQ(CheckUsual(spaces), kErrSecSuccess);
-  EXPECT_EQ(CheckUsual(spaces), kErrSecCSBadDictionaryFormat);
+  EXPECT_EQ(CheckUsual(spaces), kErrSecCSInternalError);
 }
 
 TEST_F(ResourceSealTest, ChecksTheHashesOfAllTypesInUse) {
@@ -440,13 +441,42 @@ TEST_F(ResourceSealTest, Version1IgnoresLinks) {
   EXPECT_EQ(Check(list), kErrSecCSBadResource);
 }
 
-TEST_F(ResourceSealTest, BundlesNeedASeal) {
-  const Places bundle(directory_.Path("Contents"), directory_.Path("Contents/MacOS/tool"));
+TEST_F(ResourceSealTest, NoLinkStandsForADirectoryOfSealedFiles) {
+  const std::string seal = List2(Member("Resources/de.lproj/text", Sealed("text", kOptional)),
+                                 Member("^Resources/.", "<true/>"));
+  directory_.Remove("Contents/Resources/a.txt");
+  directory_.Remove("Contents/Resources/link");
+  directory_.Write("elsewhere/de.lproj/text", "changed");
+  EXPECT_EQ(Check(seal), kErrSecSuccess);
+  directory_.MakeLink("Contents/Resources/de.lproj", "../../elsewhere/de.lproj");
+  EXPECT_EQ(Check(seal), kErrSecCSBadResource);
+  // No rule matches the directory itself.
+  directory_.Remove("Contents/Resources/de.lproj");
+  directory_.Remove("Contents/Resources");
+  directory_.MakeLink("Contents/Resources", "../elsewhere");
+  EXPECT_EQ(Check(seal), kErrSecCSBadResource);
+}
+
+TEST_F(ResourceSealTest, RequirementsHaveOneBudget) {
+  std::string requirement = "identifier a";
+  for (int i = 0; i < 4000; ++i) requirement += " or identifier a";
+  const auto check = [&](int count) {
+    std::string entries = FileEntry() + LinkEntry();
+    for (int i = 0; i < count; ++i) {
+      const std::string path = "MacOS/" + std::to_string(i);
+      directory_.Write("Contents/" + path, "code");
+      entries += Member(path, Dictionary(Member("requirement", Text(requirement))));
+    }
+    context_.budget = {};
+    return Check(List2(entries));
+  };
+  EXPECT_EQ(check(16), kErrSecSuccess);
+  EXPECT_THROW(check(17), BudgetExceeded);
+}
+
+TEST_F(ResourceSealTest, OnlyBundlesHaveASeal) {
   const Places file(std::nullopt, directory_.Path("Contents/MacOS/tool"));
   const auto never = [](const auto&, const auto&) { return kErrSecCSInternalError; };
-  EXPECT_EQ(CheckResources({bundle, std::nullopt, hashTypes_, never}, context_),
-            kErrSecCSResourcesNotFound);
-  EXPECT_EQ(CheckResources({file, std::nullopt, hashTypes_, never}, context_), kErrSecSuccess);
   EXPECT_EQ(CheckResources({file, List2(""), hashTypes_, never}, context_),
             kErrSecCSResourcesNotFound);
 }

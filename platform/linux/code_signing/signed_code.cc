@@ -53,6 +53,8 @@ OsStatus SignedCode::CheckSlices(const Requirement& requirement) {
     if (!HasSameTeam(other)) return kErrSecCSSignatureInvalid;
     status = other.Validate(requirement);
     if (status == kErrSecSuccess && !HasSameSigner(other)) status = kErrSecCSSignatureInvalid;
+    std::optional<std::string> codeResources;
+    if (status == kErrSecSuccess) status = ReadCodeResources(other, codeResources);
   }
   return status;
 }
@@ -70,13 +72,19 @@ bool SignedCode::HasSameSigner(const SliceSignature& other) const {
   return EncodedCertificate(*mine.front()) == EncodedCertificate(*others.front());
 }
 
+// Only a single file can do without CodeResources.
+OsStatus SignedCode::ReadCodeResources(const SliceSignature& slice,
+                                       std::optional<std::string>& codeResources) const {
+  const OsStatus status = slice.ReadSealedComponent(kSlotResourceDirectory, codeResources);
+  if (status != kErrSecSuccess || codeResources || !code_->ResourceRoot()) return status;
+  return kErrSecCSResourcesNotFound;
+}
+
 OsStatus SignedCode::CheckSealedResources() {
   std::optional<std::string> codeResources;
-  if (const OsStatus status = first_.ReadSealedComponent(kSlotResourceDirectory, codeResources);
-      status != kErrSecSuccess) {
-    return status;
-  }
-  ResourceSeal seal = {*code_, std::move(codeResources), first_.Directories()->KnownHashTypes(),
+  const OsStatus status = ReadCodeResources(first_, codeResources);
+  if (status != kErrSecSuccess || !codeResources) return status;
+  ResourceSeal seal = {*code_, *std::move(codeResources), first_.Directories()->KnownHashTypes(),
                        [this](const std::string& path, const Requirement& requirement) {
                          return CheckNestedCode(path, requirement);
                        }};

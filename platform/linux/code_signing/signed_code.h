@@ -35,6 +35,8 @@ class SignedCode {
   OsStatus CheckSlices(const Requirement& requirement);
   bool HasSameTeam(const SliceSignature& other) const;
   bool HasSameSigner(const SliceSignature& other) const;
+  OsStatus ReadCodeResources(const SliceSignature& slice,
+                             std::optional<std::string>& codeResources) const;
   OsStatus CheckSealedResources();
   OsStatus OpenNestedCode(const std::string& path, std::unique_ptr<SignedCode>& code) const;
   OsStatus CheckNestedCode(const std::string& path, const Requirement& requirement) const;

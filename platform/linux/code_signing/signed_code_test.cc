@@ -204,6 +204,25 @@ TEST_F(SignedFileTest, EverySliceNeedsTheSameSigner) {
   EXPECT_EQ(status({good, Slice(SignWith(other))}), kErrSecCSSignatureInvalid);
 }
 
+TEST_F(SignedFileTest, EverySliceOfABundleSealsItsResources) {
+  const std::string seal =
+      "<plist><dict><key>files</key><dict/><key>rules</key><dict/></dict></plist>";
+  const auto status = [&](std::map<Slot, std::string> sealed) {
+    TestDirectoryContents contents;
+    contents.flags = 0;
+    contents.sealed = {{kSlotResourceDirectory, seal}};
+    const std::string first = MakeSignedMachO(contents, SignWith(signer_));
+    contents.sealed = std::move(sealed);
+    const std::string second = MakeSignedMachO(contents, SignWith(signer_));
+    directory_.Write("A.app/Contents/MacOS/A", MakeUniversal({first, second}));
+    directory_.Write("A.app/Contents/_CodeSignature/CodeResources", seal);
+    return Status("A.app");
+  };
+  EXPECT_EQ(status({{kSlotResourceDirectory, seal}}), kErrSecSuccess);
+  EXPECT_EQ(status({{kSlotResourceDirectory, seal + " "}}), kErrSecCSResourceDirectoryFailed);
+  EXPECT_EQ(status({}), kErrSecCSResourcesNotFound);
+}
+
 TEST_F(SignedFileTest, EveryVersionOfABundleNeedsTheSameSigner) {
   const std::string seal =
       "<plist><dict><key>files</key><dict/><key>rules</key><dict/></dict></plist>";
