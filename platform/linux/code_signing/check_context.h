@@ -61,25 +61,36 @@ class WorkBudget {
   /// Charges for one path of a file with several hard links. Such a file is hashed once for each
   /// path.
   void ChargeForName(const struct stat& file) {
-    constexpr int kMaxNames = 16;
+    constexpr int kMaxNames = 8;
     if (++names_[{file.st_dev, file.st_ino}] > kMaxNames) throw BudgetExceeded();
   }
 
  private:
-  static void Charge(std::uint64_t& left, std::uint64_t amount) {
-    if (amount > left) throw BudgetExceeded();
-    left -= amount;
+  struct Bound {
+    std::uint64_t most;
+    std::uint64_t used = 0;
+  };
+
+  void Charge(Bound& bound, std::uint64_t amount) {
+    if (amount > bound.most - bound.used) throw BudgetExceeded();
+    bound.used += amount;
+    share_ += static_cast<double>(amount) / static_cast<double>(bound.most);
+    if (share_ > kMaxShare) throw BudgetExceeded();
   }
 
-  std::uint64_t hashing_ = std::uint64_t{4} << 30;
-  std::uint64_t issuers_ = std::uint64_t{1} << 14;
-  std::uint64_t verifications_ = 1000;
-  std::uint64_t certificates_ = 2000;
-  std::uint64_t messages_ = std::uint64_t{2} << 20;
-  std::uint64_t components_ = std::uint64_t{256} << 20;
-  std::uint64_t requirements_ = std::uint64_t{1} << 20;
-  std::uint64_t nestedCode_ = 1000;
-  std::uint64_t entries_ = std::uint64_t{8} << 20;
+  /// How many bounds a check may reach, or parts of bounds that add up to as many.
+  static constexpr double kMaxShare = 3;
+
+  Bound hashing_ = {std::uint64_t{4} << 30};
+  Bound issuers_ = {std::uint64_t{1} << 14};
+  Bound verifications_ = {1000};
+  Bound certificates_ = {2000};
+  Bound messages_ = {std::uint64_t{2} << 20};
+  Bound components_ = {std::uint64_t{64} << 20};
+  Bound requirements_ = {std::uint64_t{1} << 20};
+  Bound nestedCode_ = {1000};
+  Bound entries_ = {std::uint64_t{8} << 20};
+  double share_ = 0;
   std::map<std::pair<dev_t, ino_t>, int> names_;
 };
 

@@ -74,6 +74,8 @@ void PageCheck::Begin() {
   status_ = CheckExtent();
   if (status_ != kErrSecSuccess) return;
   for (std::size_t i = 0; i < directories_.size(); ++i) budget_.ChargeForHashing(limit_);
+  // Starting a thread takes longer than hashing one buffer.
+  if (limit_ <= kBufferSize) return;
   const std::uint64_t processors = std::clamp(std::thread::hardware_concurrency(), 1U, kMaxThreads);
   helpers_.reserve(kMaxThreads);
   try {

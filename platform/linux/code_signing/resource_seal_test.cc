@@ -306,7 +306,7 @@ TEST_F(ResourceSealTest, FilesMustNotHaveManyNames) {
     std::filesystem::create_hard_link(file, directory_.Path(name));
   };
   for (int i = 0; i < 20; ++i) add("elsewhere" + std::to_string(i));
-  for (int i = 0; i < 15; ++i) {
+  for (int i = 0; i < 7; ++i) {
     const std::string name = "Resources/name" + std::to_string(i);
     add("Contents/" + name);
     entries += Member(name, Sealed("text"));

@@ -317,7 +317,7 @@ TEST_F(SignedFileTest, ComponentsAreLimited) {
                    MakeSuperBlob({{kSlotCodeDirectory, MakeCodeDirectory(contents)},
                                   {kSlotRequirements, MakeWrapper(requirements)}}));
   const auto context = std::make_shared<CheckContext>();
-  for (int i = 0; i < 6; ++i) context->budget.ChargeForComponent(std::size_t{40} << 20);
+  context->budget.ChargeForComponent(std::size_t{30} << 20);
   std::unique_ptr<SignedCode> code;
   ASSERT_EQ(SignedCode::Open(directory_.Path("library"), context, code), kErrSecSuccess);
   EXPECT_THROW(code->CheckValidity(), BudgetExceeded);

@@ -113,10 +113,7 @@ OsStatus SliceSignature::CheckTopDirectory() const {
   }
   std::vector<Slot> present = {kSlotCodeDirectory};
   for (Slot slot = 1; slot <= kLastSpecialSlot; ++slot) {
-    std::optional<std::string> bytes;
-    const OsStatus status = ReadSealedComponent(slot, bytes);
-    if (status != kErrSecSuccess) return status;
-    if (bytes) present.push_back(slot);
+    if (directories_.Best().IsSpecialSlotPresent(slot)) present.push_back(slot);
   }
   for (Slot alternate = 0; alternate + 1 < directories_.All().size(); ++alternate) {
     present.push_back(kSlotAlternateCodeDirectories + alternate);
@@ -124,11 +121,11 @@ OsStatus SliceSignature::CheckTopDirectory() const {
   present.push_back(kSlotCmsSignature);
 
   const ByteReader reader(*top, ByteOrder::kBig);
-  std::vector<Slot> listed;
-  for (std::uint64_t offset = 0; reader.Contains(offset, sizeof(Slot)); offset += sizeof(Slot)) {
-    listed.push_back(reader.U32(offset));
+  bool isSame = top->size() / sizeof(Slot) == present.size();
+  for (std::size_t i = 0; i < present.size() && isSame; ++i) {
+    isSame = reader.U32(i * sizeof(Slot)) == present[i];
   }
-  return listed == present ? kErrSecSuccess : kErrSecCSSignatureFailed;
+  return isSame ? kErrSecSuccess : kErrSecCSSignatureFailed;
 }
 
 OsStatus SliceSignature::BeginPages(std::optional<PageCheck>& pages) const {
