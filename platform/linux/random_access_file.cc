@@ -70,9 +70,10 @@ std::optional<std::string> RandomAccessFile::ReadPiece(std::uint64_t offset,
 int RandomAccessFile::ReadAll(std::string& bytes, std::uint64_t limit) const {
   constexpr std::size_t kStep = 64U << 10U;
   bytes.clear();
-  // The size may be wrong, but is usually right; otherwise the bytes would be copied as they grow.
+  // The size may be wrong, but is usually right, so the bytes need not be copied as they grow.
   std::uint64_t size = 0;
-  if (Size(size) == 0) bytes.reserve(static_cast<std::size_t>(std::min(size, limit)) + kStep);
+  if (const int error = Size(size); error != 0) return error;
+  bytes.reserve(static_cast<std::size_t>(std::min(size, limit)) + kStep);
   for (;;) {
     const std::size_t before = bytes.size();
     if (before > limit) return EFBIG;
