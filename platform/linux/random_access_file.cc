@@ -76,12 +76,13 @@ int RandomAccessFile::ReadAll(std::string& bytes, std::uint64_t limit) const {
   bytes.reserve(static_cast<std::size_t>(std::min(size, limit)) + kStep);
   for (;;) {
     const std::size_t before = bytes.size();
-    if (before > limit) return EFBIG;
     bytes.resize(before + kStep);
     std::size_t count = 0;
     const int error = ReadAt(before, &bytes[before], kStep, count);
     bytes.resize(before + count);
-    if (error != 0 || count == 0) return error;
+    if (error != 0) return error;
+    if (bytes.size() > limit) return EFBIG;
+    if (count < kStep) return 0;
   }
 }
 

@@ -8,12 +8,14 @@
 #include <cerrno>
 #include <climits>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <string_view>
 #include <utility>
 
 #include "platform/files.h"
 #include "platform/linux/bundle_layout.h"
+#include "platform/linux/code_signing/check_context.h"
 
 namespace platform::code_signing {
 namespace {
@@ -99,14 +101,14 @@ class BundleRepresentation : public DiskRepresentation {
   const BundleRoot* Root() const override { return &root_; }
   bool IsWhatIsUsed() const override { return isWhatIsUsed_; }
 
-  OsStatus ListUnsealed(std::vector<std::string>& versions) const override {
+  OsStatus ListUnsealed(WorkBudget& budget, std::vector<std::string>& versions) const override {
     versions.clear();
     std::string level = root_.Path();
     OsStatus status = kErrSecSuccess;
     for (std::size_t begin = 0; begin < relativeRoot_.size() && status == kErrSecSuccess;) {
       const std::size_t end = std::min(relativeRoot_.find('/', begin), relativeRoot_.size());
       const std::string next = relativeRoot_.substr(begin, end - begin);
-      status = CheckLevel(level, next, versions);
+      status = CheckLevel(level, next, budget, versions);
       level = JoinPath(level, next);
       begin = end + 1;
     }
@@ -114,15 +116,18 @@ class BundleRepresentation : public DiskRepresentation {
   }
 
  private:
+  enum class Source { kExecutable, kFile, kNowhere };
+
   /// Checks the entries of a directory above the resource root. `next` is the one that leads there.
   static OsStatus CheckLevel(const std::string& directory, const std::string& next,
-                             std::vector<std::string>& versions) {
+                             WorkBudget& budget, std::vector<std::string>& versions) {
     struct stat sealed {};
     if (stat(JoinPath(directory, next).c_str(), &sealed) != 0) return StatusFromErrno(errno);
     OsStatus result = kErrSecSuccess;
     const int error =
         VisitDirectory(AT_FDCWD, JoinPath(directory, "."), [&](const std::string& name) {
           if (result != kErrSecSuccess) return;
+          budget.ChargeForEntry(name.size());
           result = CheckUnsealed(JoinPath(directory, name), name, next, sealed, versions);
         });
     return error == 0 ? result : StatusFromErrno(error);
@@ -181,15 +186,22 @@ class BundleRepresentation : public DiskRepresentation {
 
   /// Requires that all components come from the same place as the CodeDirectory.
   OsStatus CheckSource(std::size_t slice, bool fromExecutable) const {
-    std::optional<std::string> directory;
-    if (const OsStatus status = executable_->ReadComponent(slice, kSlotCodeDirectory, directory);
-        status != kErrSecSuccess) {
-      return status;
+    auto found = directories_.find(slice);
+    if (found == directories_.end()) {
+      std::optional<std::string> directory;
+      if (const OsStatus status = executable_->ReadComponent(slice, kSlotCodeDirectory, directory);
+          status != kErrSecSuccess) {
+        return status;
+      }
+      found = directories_.emplace(slice, Source::kExecutable).first;
+      if (!directory) {
+        ReadComponentFile(kSlotCodeDirectory, directory);
+        found->second = directory ? Source::kFile : Source::kNowhere;
+      }
     }
-    const bool directoryFromExecutable = directory.has_value();
-    if (!directoryFromExecutable) ReadComponentFile(kSlotCodeDirectory, directory);
-    if (!directory || directoryFromExecutable == fromExecutable) return kErrSecSuccess;
-    return kErrSecCSSignatureFailed;
+    const Source source = fromExecutable ? Source::kExecutable : Source::kFile;
+    const bool isSame = found->second == Source::kNowhere || found->second == source;
+    return isSame ? kErrSecSuccess : kErrSecCSSignatureFailed;
   }
 
   const BundleRoot root_;
@@ -198,6 +210,8 @@ class BundleRepresentation : public DiskRepresentation {
   const BundleLayout layout_;
   const DiskRepresentationPtr executable_;
   const bool isWhatIsUsed_;
+  /// Where the CodeDirectory of each slice is, as far as it has been looked for.
+  mutable std::map<std::size_t, Source> directories_;
 };
 
 /// @return whether both paths of a part, in the bundle and in its version, can be resolved.

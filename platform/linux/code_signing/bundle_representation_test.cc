@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/bundle.h"
+#include "platform/linux/code_signing/check_context.h"
 #include "platform/linux/code_signing/signed_code.h"
 #include "tests/code_signing/directory_fixture.h"
 #include "tests/code_signing/signature_builder.h"
@@ -237,6 +238,23 @@ TEST_F(NestedBundleTest, NestingHasALimit) {
   EXPECT_EQ(status(9), kErrSecCSBadNestedCode);
 }
 
+TEST_F(NestedBundleTest, CountsSlicesAndBundles) {
+  const auto status = [&](std::uint64_t used) {
+    const auto context = std::make_shared<CheckContext>();
+    context->budget.ChargeForNestedCode(used, false);
+    std::unique_ptr<SignedCode> code;
+    const OsStatus opened = SignedCode::Open(directory_.Path("Agent.app"), context, code);
+    return opened == kErrSecSuccess ? code->CheckValidity() : opened;
+  };
+  EXPECT_EQ(status(998), kErrSecSuccess);
+  EXPECT_THROW(status(999), BudgetExceeded);
+  std::filesystem::remove_all(directory_.Path("Agent.app/Contents/MacOS/helper.dylib"));
+  const std::string slice = MakeSignedMachO({}, "helper");
+  Write("MacOS/helper.dylib", MakeUniversal({slice, slice, slice}));
+  EXPECT_EQ(status(997), kErrSecSuccess);
+  EXPECT_THROW(status(998), BudgetExceeded);
+}
+
 TEST_F(NestedBundleTest, AllVersionsAreChecked) {
   const std::string helper = "MacOS/helper.dylib";
   directory_.Remove("Agent.app/Contents/" + helper);
@@ -446,6 +464,17 @@ TEST_F(SignedBundleTest, AVersionedBundleHasOnlyLinksAndSignedVersions) {
   EXPECT_EQ(StatusOf(path), kErrSecCSBadNestedCode);
   directory_.Write("A.framework/Versions/C/C", "x");
   EXPECT_EQ(StatusOf(path), kErrSecCSUnsigned);
+}
+
+TEST_F(SignedBundleTest, UnsealedLinksAreCounted) {
+  directory_.Write("A.framework/Versions/B/Current", MakeSignedMachO({}));
+  directory_.MakeLink("A.framework/Versions/Current", "B");
+  directory_.MakeLink("A.framework/Current", "Versions/Current/Current");
+  const auto context = std::make_shared<CheckContext>();
+  for (int i = 0; i < 65535; ++i) context->budget.ChargeForEntry(1);
+  std::unique_ptr<SignedCode> code;
+  ASSERT_EQ(SignedCode::Open(directory_.Path("A.framework"), context, code), kErrSecSuccess);
+  EXPECT_THROW(code->CheckValidity(), BudgetExceeded);
 }
 
 TEST_F(SignedBundleTest, VersionsAreLimited) {

@@ -43,14 +43,20 @@ class WorkBudget {
   /// Charges for the bytes of a message, most of which are certificates to parse.
   void ChargeForMessage(std::uint64_t bytes) { Charge(messages_, bytes); }
 
-  /// Charges for the bytes of a component, once for each comparison with its slot.
-  void ChargeForComponent(std::uint64_t bytes) { Charge(components_, bytes); }
+  /// Charges for the bytes of a component, once for each comparison with its slot. Opening its file
+  /// takes as long as reading many bytes.
+  void ChargeForComponent(std::uint64_t bytes) {
+    constexpr std::uint64_t kUsualSize = 16U << 10U;
+    Charge(components_, std::max(bytes, kUsualSize));
+  }
 
   /// Charges for the text of a requirement, once for each evaluation.
   void ChargeForRequirement(std::uint64_t length) { Charge(requirements_, length); }
 
-  /// Charges for one piece of nested code.
-  void ChargeForNestedCode() { Charge(nestedCode_, 1); }
+  /// Charges for a piece of nested code. A bundle takes as long as several files.
+  void ChargeForNestedCode(std::uint64_t slices, bool isBundle) {
+    Charge(nestedCode_, slices + (isBundle ? 1 : 0));
+  }
 
   /// Charges for one entry of a bundle's directories. Each rule is matched against its path.
   void ChargeForEntry(std::uint64_t pathLength) {

@@ -15,6 +15,8 @@
 
 namespace platform::code_signing {
 
+class WorkBudget;
+
 /// Number of a component in a signature (cs_blobs.h of Apple's open xnu). 1 to 11 are the special
 /// slots that a CodeDirectory can seal.
 using Slot = std::uint32_t;
@@ -90,7 +92,8 @@ class DiskRepresentation {
   /// @param versions receives the paths of the other versions of a versioned bundle.
   /// @return kErrSecCSBadResource when there is anything other than versions and links within the
   ///     bundle.
-  virtual OsStatus ListUnsealed(std::vector<std::string>& versions) const {
+  /// @throws BudgetExceeded
+  virtual OsStatus ListUnsealed(WorkBudget&, std::vector<std::string>& versions) const {
     versions.clear();
     return kErrSecSuccess;
   }

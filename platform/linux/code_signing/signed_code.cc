@@ -34,7 +34,7 @@ OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<CheckContext>
 OsStatus SignedCode::Validate(const Requirement& requirement) {
   if (!code_->IsWhatIsUsed()) return kErrSecCSSignatureFailed;
   std::vector<std::string> versions;
-  OsStatus status = code_->ListUnsealed(versions);
+  OsStatus status = code_->ListUnsealed(context_->budget, versions);
   if (status == kErrSecSuccess) status = CheckSlices(requirement);
   if (status == kErrSecSuccess) status = CheckSealedResources();
   for (std::size_t i = 0; i < versions.size() && status == kErrSecSuccess; ++i) {
@@ -93,7 +93,6 @@ OsStatus SignedCode::CheckSealedResources() {
 
 OsStatus SignedCode::OpenNestedCode(const std::string& path,
                                     std::unique_ptr<SignedCode>& code) const {
-  context_->budget.ChargeForNestedCode();
   if (depth_ == kMaxDepth) return kErrSecCSBadNestedCode;
   DiskRepresentationPtr representation;
   // Nested files do not stand for a bundle: the seal around them covers their neighbours.
@@ -102,6 +101,8 @@ OsStatus SignedCode::OpenNestedCode(const std::string& path,
           ? OpenBundleRepresentation(path, BundleName::kDirectory, context_->lists, representation)
           : OpenFileRepresentation(path, PlainFileSignature::kSidecar, representation);
   if (status != kErrSecSuccess) return status;
+  context_->budget.ChargeForNestedCode(representation->SliceCount(),
+                                       representation->Root() != nullptr);
   if (!code_->Root()->Contains(representation->Code().Number())) return kErrSecCSBadNestedCode;
   code.reset(new SignedCode(std::move(representation), context_, depth_ + 1));
   return kErrSecSuccess;
