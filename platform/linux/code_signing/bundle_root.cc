@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -42,6 +44,13 @@ std::optional<std::string> BundleRoot::Locate(int descriptor) const {
   const std::string prefix = location_ == "/" ? location_ : location_ + "/";
   if (location.compare(0, prefix.size(), prefix) != 0) return std::nullopt;
   return location.substr(prefix.size());
+}
+
+Descriptor OpenRestricted(int parent, const std::string& path, std::uint64_t resolve) {
+  open_how how = {};
+  how.flags = O_PATH | O_CLOEXEC;
+  how.resolve = resolve;
+  return Descriptor(static_cast<int>(syscall(SYS_openat2, parent, path.c_str(), &how, sizeof how)));
 }
 
 bool IsNeverSealed(const std::string& path) {

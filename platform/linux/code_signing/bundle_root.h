@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -38,6 +39,12 @@ class BundleRoot {
   Descriptor directory_;
   std::string location_;  ///< of the directory when it was opened
 };
+
+/// Opens a file for its location only.
+/// @param parent an open directory, or AT_FDCWD, to which `path` is relative.
+/// @param resolve what the path must not lead through: RESOLVE_ constants of openat2(2). Sets
+///     `errno` to ELOOP if it does.
+Descriptor OpenRestricted(int parent, const std::string& path, std::uint64_t resolve);
 
 /// Whether a path, relative to a resource root, is never sealed, whatever the rules: the signature
 /// itself, and the App Store receipt.

@@ -4,7 +4,6 @@
 #include <linux/openat2.h>
 #include <strings.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -82,15 +81,6 @@ bool IsSealedHash(const std::string& sealed, const std::string& digest) {
 bool StaysBelow(const std::string& directory, const std::string& text) {
   const std::filesystem::path path = (std::filesystem::path(directory) / text).lexically_normal();
   return path.is_relative() && path.begin() != path.end() && *path.begin() != "..";
-}
-
-/// Opens a file for its location only. Fails if its path leads through, or to, a symbolic link.
-Descriptor OpenWithoutLinks(int directory, const std::string& path) {
-  open_how how = {};
-  how.flags = O_PATH | O_CLOEXEC;
-  how.resolve = RESOLVE_NO_SYMLINKS;
-  return Descriptor(
-      static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how)));
 }
 
 /// Walks a resource root and checks every entry.
@@ -245,7 +235,7 @@ class ResourceCheck {
     if (std::string_view(target, static_cast<std::size_t>(length)) != text) {
       return Collect(kErrSecCSBadResource);
     }
-    Descriptor leadsTo = OpenWithoutLinks(entry.directory.Get(), text);
+    Descriptor leadsTo = OpenRestricted(entry.directory.Get(), text, RESOLVE_NO_SYMLINKS);
     if (!leadsTo.IsOpen() && errno != ENOENT) {
       // The system may have to follow many other links.
       context_.budget.ChargeForEntry(kIndirectLinkCost);

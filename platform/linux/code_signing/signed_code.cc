@@ -1,17 +1,28 @@
 #include "platform/linux/code_signing/signed_code.h"
 
+#include <fcntl.h>
+#include <linux/openat2.h>
+
+#include <cerrno>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "platform/files.h"
 #include "platform/linux/code_signing/bundle_representation.h"
+#include "platform/linux/code_signing/bundle_root.h"
 #include "platform/linux/code_signing/resource_seal.h"
 
 namespace platform::code_signing {
 namespace {
 
 constexpr int kMaxDepth = 8;
+
+/// Whether a path leads through a link of the process, such as /proc/self/cwd. Another process
+/// could find another file there.
+bool LeadsThroughProcess(const std::string& path) {
+  return !OpenRestricted(AT_FDCWD, path, RESOLVE_NO_MAGICLINKS).IsOpen() && errno == ELOOP;
+}
 
 }  // namespace
 
@@ -27,12 +38,13 @@ OsStatus SignedCode::Open(const std::string& path, std::shared_ptr<CheckContext>
   const OsStatus status = OpenRepresentation(path, context->lists, representation);
   if (status == kErrSecSuccess) {
     code.reset(new SignedCode(std::move(representation), std::move(context), 0));
+    code->isWhatIsUsed_ = !LeadsThroughProcess(path);
   }
   return status;
 }
 
 OsStatus SignedCode::Validate(const Requirement& requirement) {
-  if (!code_->IsWhatIsUsed()) return kErrSecCSSignatureFailed;
+  if (!isWhatIsUsed_ || !code_->IsWhatIsUsed()) return kErrSecCSSignatureFailed;
   std::vector<std::string> versions;
   OsStatus status = code_->ListUnsealed(context_->budget, versions);
   if (status == kErrSecSuccess) status = CheckSlices(requirement);

@@ -44,7 +44,8 @@ class SignedCode {
 
   const DiskRepresentationPtr code_;
   const std::shared_ptr<CheckContext> context_;
-  const int depth_;  ///< 0 for code that is not nested in other code
+  const int depth_;           ///< 0 for code that is not nested in other code
+  bool isWhatIsUsed_ = true;  ///< whether every process finds this code at the path
   SliceSignature first_;
 };
 

@@ -7,6 +7,7 @@
 #include <openssl/ec.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -245,6 +246,17 @@ TEST_F(SignedFileTest, EveryVersionOfABundleNeedsTheSameSigner) {
   EXPECT_EQ(Status("A.framework"), kErrSecSuccess);
   sign("C", MakeSigner("codeSigning", MakeEcKey(), signer_.authority));
   EXPECT_EQ(Status("A.framework"), kErrSecCSBadNestedCode);
+}
+
+TEST_F(SignedFileTest, EveryProcessMustFindTheSameFile) {
+  directory_.Write("file", Slice(SignWith(signer_)));
+  directory_.MakeLink("link", "file");
+  EXPECT_EQ(Status("link"), kErrSecSuccess);
+  directory_.MakeLink("directory", "/proc/self/cwd");
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(directory_.Path(""));
+  EXPECT_EQ(Status("directory/file"), kErrSecCSSignatureFailed);
+  std::filesystem::current_path(before);
 }
 
 TEST_F(SignedFileTest, SlicesMustNotOverlap) {
